@@ -1,0 +1,23 @@
+#pragma once
+
+#include <vornex/Types.h>
+
+namespace vornex {
+
+/// Where the server of a library is reached, and as whom.
+///
+/// Thread-safety: none of its own; a library's connection is changed by whoever changes the library.
+class TQConnection {
+ public:
+  /// Address "127.0.0.1", port 8080, no user.
+  TQConnection() = default;
+
+  /// Null when the address is absent.
+  static ConnectionPtr connectionWithAddress(OptionalString address, std::int64_t port, UserPtr user);
+
+  OptionalString address = "127.0.0.1";
+  std::int64_t port = 8080;
+  UserPtr user;
+};
+
+}  // namespace vornex

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <vector>
+
+#include <vornex/Types.h>
+
+namespace vornex {
+
+/// A person known to a server, with the libraries assigned to that person.
+///
+/// Thread-safety: none; the users list is guarded by TQUserManager.
+class TQUser {
+ public:
+  /// Stores the values unchanged: nothing is hashed.
+  static UserPtr userWithID(OptionalString id, OptionalString name, std::int64_t type, OptionalString password);
+
+  /// Null when "id" or "password" is not a string.
+  static UserPtr userWithDictionary(const Dictionary& dictionary);
+
+  /// Keys "id", "name" (empty when absent), "password", "type", "libraries"; absent (and logged) without ID or
+  /// password.
+  std::optional<Dictionary> userDictionary() const;
+
+  /// Sets the name if given and the MD5 string of the password if given, then saves the users file.
+  void updateNewName(OptionalString name, OptionalString password, Completion completion);
+
+  /// Whether the database name is among the libraries.
+  bool findLibraryName(const std::string& dbName) const;
+  /// Assigns or takes away libraries, then (adding only) saves the users file.
+  void addLibraries(const std::vector<LibraryPtr>& libraries);
+  void removeLibraries(const std::vector<LibraryPtr>& libraries);
+
+  OptionalString id;
+  OptionalString name;
+  std::int64_t userType = kUserTypeNetwork;
+  /// MD5 string of the password.
+  OptionalString password;
+  /// Database name to library name.
+  Dictionary libraries;
+};
+
+}  // namespace vornex

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <vornex/TQError.h>
+#include <vornex/Value.h>
+
+namespace vornex {
+
+class TQAsset;
+class TQAssetFolder;
+class TQConnection;
+class TQImportAsset;
+class TQLibrary;
+class TQProject;
+class TQUser;
+
+using AssetPtr = std::shared_ptr<TQAsset>;
+using AssetFolderPtr = std::shared_ptr<TQAssetFolder>;
+using ConnectionPtr = std::shared_ptr<TQConnection>;
+using ImportAssetPtr = std::shared_ptr<TQImportAsset>;
+using LibraryPtr = std::shared_ptr<TQLibrary>;
+using ProjectPtr = std::shared_ptr<TQProject>;
+using UserPtr = std::shared_ptr<TQUser>;
+
+/// The end of an operation: ok, and the error when there is one. Each operation says on which thread it comes.
+using Completion = std::function<void(bool ok, TQErrorPtr error)>;
+
+/// libraryType of a library.
+inline constexpr std::int64_t kLibraryTypeLocal = 0;
+inline constexpr std::int64_t kLibraryTypeNetwork = 1;
+
+/// userType of a user.
+inline constexpr std::int64_t kUserTypeNetwork = 0;
+inline constexpr std::int64_t kUserTypeReviewer = 1;
+inline constexpr std::int64_t kUserTypeLocalOwner = 2;
+
+/// User ID and name of the owner of the local libraries.
+inline constexpr const char* kTQLocalUserID = "vornex.local.user";
+
+/// Asset types, as stored and sent.
+enum AssetType : std::int64_t {
+  kAssetTypeVideo = 0,
+  kAssetTypeAudio = 1,
+  kAssetTypeImage = 2,
+  kAssetTypeDocument = 3,
+  kAssetTypeExtra = 4,
+};
+
+}  // namespace vornex

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+
+#include <vornex/Value.h>
+
+/// Reading loose values: a malformed field gives its fallback and never raises. A null pointer is an absent value.
+namespace vornex::coerce {
+
+/// Strings only; nothing is converted.
+OptionalString string(const Value* object);
+/// Arrays only, else an empty array.
+Array array(const Value* object);
+/// Numbers, booleans, and the leading digits of strings (0 without any); -1 for everything else.
+std::int64_t integer(const Value* object);
+/// As integer(); -1.0 as fallback.
+double real(const Value* object);
+/// A non-zero number, or a string that begins with Y, y, T, t or a non-zero digit.
+bool boolean(const Value* object);
+
+}  // namespace vornex::coerce

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <vornex/Value.h>
+
+namespace vornex {
+
+/// The extension and metadata tables ("fileext.plist", "metatype.plist"), loaded once from the resource folder.
+///
+/// Thread-safety: immutable after loading.
+class TypeTables {
+ public:
+  static const TypeTables& shared();
+
+  /// The folder of the resources: `$VORNEX_RESOURCES`, else the installed one, else that of the build.
+  static std::string resourceFolder();
+
+  /// A table whose file cannot be read is absent.
+  explicit TypeTables(const std::string& folder);
+
+  /// Asset type 0 to 4; letter case does not count.
+  std::int64_t assetType(const std::string& extension) const;
+  /// As listed for exactly this spelling; empty when it is not.
+  std::string description(const OptionalString& extension) const;
+  /// 0 string, 1 boolean, 2 integer, 3 long long, 4 date.
+  std::int64_t metadataType(const std::string& key) const;
+
+ private:
+  std::optional<Dictionary> extensions_;
+  std::optional<Dictionary> metadata_;
+};
+
+}  // namespace vornex

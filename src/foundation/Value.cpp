@@ -1,0 +1,124 @@
+#include <vornex/Value.h>
+
+#include <limits>
+
+namespace vornex {
+
+static constexpr std::size_t kNotFound = std::numeric_limits<std::size_t>::max();
+
+Dictionary::Dictionary(std::initializer_list<Entry> entries) {
+  entries_.reserve(entries.size());
+  for (const Entry& entry : entries) set(entry.first, entry.second);
+}
+
+Dictionary::Dictionary(const Dictionary& other) : entries_(other.entries_) {
+  if (other.index_) index_ = std::make_unique<Index>(*other.index_);
+}
+
+Dictionary::Dictionary(Dictionary&& other) noexcept = default;
+
+Dictionary& Dictionary::operator=(const Dictionary& other) {
+  if (this != &other) *this = Dictionary(other);
+  return *this;
+}
+
+Dictionary& Dictionary::operator=(Dictionary&& other) noexcept = default;
+
+Dictionary::~Dictionary() = default;
+
+std::size_t Dictionary::position(std::string_view key) const {
+  if (index_) {
+    auto found = index_->find(std::string(key));
+    return found == index_->end() ? kNotFound : found->second;
+  }
+  for (std::size_t i = 0; i < entries_.size(); ++i)
+    if (entries_[i].first == key) return i;
+  return kNotFound;
+}
+
+void Dictionary::rebuildIndex() {
+  index_.reset();
+  if (entries_.size() <= kLinearLimit) return;
+  index_ = std::make_unique<Index>();
+  for (std::size_t i = 0; i < entries_.size(); ++i) index_->emplace(entries_[i].first, i);
+}
+
+const Value* Dictionary::find(std::string_view key) const {
+  std::size_t at = position(key);
+  return at == kNotFound ? nullptr : &entries_[at].second;
+}
+
+Value* Dictionary::find(std::string_view key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
+
+Value& Dictionary::operator[](std::string_view key) {
+  if (Value* known = find(key)) return *known;
+  set(std::string(key), Value());
+  return entries_.back().second;
+}
+
+void Dictionary::set(std::string key, Value value) {
+  std::size_t at = position(key);
+  if (at != kNotFound) {
+    entries_[at].second = std::move(value);
+    return;
+  }
+  entries_.emplace_back(std::move(key), std::move(value));
+  if (index_)
+    index_->emplace(entries_.back().first, entries_.size() - 1);
+  else if (entries_.size() > kLinearLimit)
+    rebuildIndex();
+}
+
+bool Dictionary::erase(std::string_view key) {
+  std::size_t at = position(key);
+  if (at == kNotFound) return false;
+  entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(at));
+  rebuildIndex();
+  return true;
+}
+
+void Dictionary::clear() {
+  entries_.clear();
+  index_.reset();
+}
+
+void Dictionary::reserve(std::size_t count) { entries_.reserve(count); }
+
+void Dictionary::merge(const Dictionary& other) {
+  if (this == &other) return;
+  for (const Entry& entry : other) set(entry.first, entry.second);
+}
+
+Dictionary::const_iterator Dictionary::begin() const { return entries_.begin(); }
+Dictionary::const_iterator Dictionary::end() const { return entries_.end(); }
+
+bool Dictionary::operator==(const Dictionary& other) const {
+  if (size() != other.size()) return false;
+  for (const Entry& entry : entries_) {
+    const Value* twin = other.find(entry.first);
+    if (!twin || !(*twin == entry.second)) return false;
+  }
+  return true;
+}
+
+Value::Value(std::uint64_t value) {
+  if (value <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+    storage_ = static_cast<std::int64_t>(value);
+  else
+    storage_ = value;
+}
+
+Value::Value(const OptionalString& value) {
+  if (value) storage_ = *value;
+}
+
+bool Value::isNumber() const {
+  return kind() == Kind::integer || kind() == Kind::unsignedInteger || kind() == Kind::real;
+}
+
+const Value* Value::find(std::string_view key) const {
+  const Dictionary* dictionary = ifDictionary();
+  return dictionary ? dictionary->find(key) : nullptr;
+}
+
+}  // namespace vornex

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <vornex/Value.h>
+
+#include "foundation/Error.h"
+
+namespace vornex::server {
+
+/// One page of a search.
+struct SearchPage {
+  /// Complete asset documents as compact JSON, "_id" included, in order.
+  std::vector<std::string> documents;
+  /// How many assets match in all.
+  std::int64_t total = 0;
+};
+
+struct SearchRequest {
+  std::int64_t page = 0;
+  std::int64_t limit = 100;
+  /// A predicate in the published textual format; empty matches everything.
+  std::string query;
+  /// Empty: by import date. Ties are broken by identifier.
+  std::string sortField;
+  bool ascending = true;
+};
+
+/// The assets of one library: documents with every key they were given, addressed by "_id".
+///
+/// Errors carry the domain "VORNEX SERVER" and a StatusCode as code.
+/// Thread-safety: safe on any thread; writes are serialised, reads run beside them.
+class AssetStore {
+ public:
+  virtual ~AssetStore() = default;
+
+  /// Stores each document under a fresh identifier and gives the identifiers by position. One transaction: all
+  /// that succeeded is durable when the call returns. An item that cannot be stored gives its error at its place.
+  [[nodiscard]] virtual Result<std::vector<Result<std::string>>> create(const Array& documents) = 0;
+
+  /// Merges the keys of each item into the document named by its "_id" (dictionaries by key, everything else
+  /// replaced) and gives the identifiers by position.
+  [[nodiscard]] virtual Result<std::vector<Result<std::string>>> update(const Array& items) = 0;
+
+  /// Removes the documents and gives what each was, by position.
+  [[nodiscard]] virtual Result<std::vector<Result<Dictionary>>> remove(const std::vector<std::string>& ids) = 0;
+
+  /// The document as compact JSON, "_id" included; absent when unknown.
+  [[nodiscard]] virtual Result<std::optional<std::string>> document(const std::string& id) = 0;
+
+  [[nodiscard]] virtual Result<SearchPage> search(const SearchRequest& request) = 0;
+
+  [[nodiscard]] virtual Result<std::int64_t> count() = 0;
+
+  /// Whether the database is sound.
+  [[nodiscard]] virtual Result<void> checkIntegrity() = 0;
+
+  /// Writes a consistent copy of the database into the folder, which must exist and be empty.
+  [[nodiscard]] virtual Result<void> snapshot(const std::string& folder) = 0;
+};
+
+/// Opens the database in the folder, making both if they are missing. A database made by a newer version, or one
+/// that is damaged, is an error and is left as it is.
+[[nodiscard]] Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder);
+
+}  // namespace vornex::server
