@@ -21,6 +21,13 @@ pkg_check_modules(EXEMPI REQUIRED IMPORTED_TARGET exempi-2.0)
 pkg_check_modules(MOUNT REQUIRED IMPORTED_TARGET mount)
 pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
 
+# What the two lowest floors stand on; libvornex, which holds their objects, needs the same.
+set(VORNEX_FOUNDATION_LIBRARIES
+    fmt::fmt tl::expected Threads::Threads spdlog::spdlog PkgConfig::PLIST PkgConfig::SIMDJSON OpenSSL::Crypto
+    ICU::i18n ICU::uc)
+set(VORNEX_PLATFORM_LIBRARIES
+    PkgConfig::VIPS PkgConfig::AV PkgConfig::EXEMPI PkgConfig::MOUNT PkgConfig::UDEV PkgConfig::XXHASH)
+
 if(VORNEX_TESTS)
   find_package(GTest REQUIRED)
 endif()

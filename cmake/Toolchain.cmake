@@ -31,3 +31,10 @@ if(VORNEX_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+
+# The standard headers that nearly every file includes.
+function(vornex_precompile target)
+  target_precompile_headers(${target} PRIVATE
+    <algorithm> <atomic> <chrono> <condition_variable> <filesystem> <functional> <map> <memory> <mutex> <optional>
+    <string> <string_view> <unordered_map> <variant> <vector> <fmt/format.h> <tl/expected.hpp>)
+endfunction()
