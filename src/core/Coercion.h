@@ -1,10 +1,11 @@
 #pragma once
 
-#include <cstdint>
-
 #include <vornex/Value.h>
 
-/// Reading loose values: a malformed field gives its fallback and never raises. A null pointer is an absent value.
+#include <cstdint>
+
+/// Reading loose values: a malformed field gives its fallback and never raises. A null pointer is an absent
+/// value.
 namespace vornex::coerce {
 
 /// Strings only; nothing is converted.

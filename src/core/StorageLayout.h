@@ -19,8 +19,8 @@ std::string bookmarkPlist();
 std::string databaseRoot();
 std::string databaseFolder(std::string_view dbName);
 
-/// The local service's own files, below "Service" in the root folder: its lock, the local account (mode 0600),
-/// its log.
+/// The local service's own files, below "Service" in the root folder: its lock, the local account (mode
+/// 0600), its log.
 std::string serviceFolder();
 std::string serviceLockFile();
 std::string localAccountFile();

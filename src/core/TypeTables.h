@@ -1,14 +1,15 @@
 #pragma once
 
+#include <vornex/Value.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 
-#include <vornex/Value.h>
-
 namespace vornex {
 
-/// The extension and metadata tables ("fileext.plist", "metatype.plist"), loaded once from the resource folder.
+/// The extension and metadata tables ("fileext.plist", "metatype.plist"), loaded once from the resource
+/// folder.
 ///
 /// Thread-safety: immutable after loading.
 class TypeTables {
