@@ -16,6 +16,8 @@ TEST(Json, NumbersKeepTheirKindAndTheirDigits) {
   EXPECT_EQ(parsed("18446744073709551615"), Value(std::numeric_limits<std::uint64_t>::max()));
   EXPECT_EQ(parsed("18446744073709551616"), Value(18446744073709551616.0));
   EXPECT_EQ(parsed("1.0"), Value(1.0));
+  EXPECT_EQ(parsed("1e-999"), Value(0.0));
+  EXPECT_EQ(parsed("0E75"), Value(0.0));
   EXPECT_EQ(parsed("true"), Value(true));
 }
 
