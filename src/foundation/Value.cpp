@@ -28,7 +28,9 @@ Dictionary& Dictionary::operator=(Dictionary&& other) noexcept = default;
 
 Dictionary::~Dictionary() = default;
 
-std::size_t Dictionary::size() const { return entries_.size(); }
+std::size_t Dictionary::size() const {
+  return entries_.size();
+}
 
 std::size_t Dictionary::position(std::string_view key) const {
   if (index_) {
