@@ -11,7 +11,7 @@ find_package(tl-expected REQUIRED)
 find_package(ICU 72 REQUIRED COMPONENTS uc i18n)
 
 pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
-pkg_check_modules(SIMDJSON REQUIRED IMPORTED_TARGET simdjson)
+pkg_check_modules(RAPIDJSON REQUIRED IMPORTED_TARGET RapidJSON)
 pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
@@ -23,7 +23,7 @@ pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
 
 # What the two lowest floors stand on; libvornex, which holds their objects, needs the same.
 set(VORNEX_FOUNDATION_LIBRARIES
-    fmt::fmt tl::expected Threads::Threads spdlog::spdlog PkgConfig::PLIST PkgConfig::SIMDJSON OpenSSL::Crypto
+    fmt::fmt tl::expected Threads::Threads spdlog::spdlog PkgConfig::PLIST PkgConfig::RAPIDJSON OpenSSL::Crypto
     ICU::i18n ICU::uc)
 set(VORNEX_PLATFORM_LIBRARIES
     PkgConfig::VIPS PkgConfig::AV PkgConfig::EXEMPI PkgConfig::MOUNT PkgConfig::UDEV PkgConfig::XXHASH)

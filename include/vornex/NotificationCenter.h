@@ -1,12 +1,12 @@
 #pragma once
 
+#include <vornex/Value.h>
+
 #include <any>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
-
-#include <vornex/Value.h>
 
 namespace vornex {
 

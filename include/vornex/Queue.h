@@ -31,8 +31,8 @@ class GlobalQueue {
 /// The queue of the host's main thread. Nothing on it runs until the host pumps it, with run(), with
 /// runPending(), or from its own event loop through fileDescriptor().
 ///
-/// Thread-safety: async(), stop() and fileDescriptor() are safe on any thread; run() and runPending() belong to
-/// one thread, the main thread.
+/// Thread-safety: async(), stop() and fileDescriptor() are safe on any thread; run() and runPending() belong
+/// to one thread, the main thread.
 class MainQueue {
  public:
   /// Made on first use; lives until the process ends.

@@ -1,15 +1,15 @@
 #pragma once
 
-#include <vector>
-
 #include <vornex/Types.h>
+
+#include <vector>
 
 namespace vornex {
 
 /// One asset: a media or document file kept in a library.
 ///
-/// Thread-safety: none. masterURL(), downloadURL(), previewURL() and downloadPreviewURL() of a network library's
-/// asset send a request and block.
+/// Thread-safety: none. masterURL(), downloadURL(), previewURL() and downloadPreviewURL() of a network
+/// library's asset send a request and block.
 class TQAsset : public std::enable_shared_from_this<TQAsset> {
  public:
   using Ptr = AssetPtr;

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <vornex/Value.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include <vornex/Value.h>
 
 namespace vornex {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <vector>
-
 #include <vornex/Types.h>
+
+#include <vector>
 
 namespace vornex {
 
@@ -25,7 +25,8 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// The 17-key form; absent (and logged) without dbName, name, packageFolder or address.
   std::optional<Dictionary> libDictionary() const;
 
-  /// Writes libDictionary to the package folder's "library.plist", atomically. False when the folder is missing.
+  /// Writes libDictionary to the package folder's "library.plist", atomically. False when the folder is
+  /// missing.
   bool writeToFile() const;
 
   /// Each sets its field, saves the library list and, for a local library, "library.plist". An absent string
@@ -70,14 +71,16 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
 
   /// Loads the tree from the server on a worker thread and calls back there: the root projects, or an error.
   /// Known root projects keep their objects; groups are built anew.
-  void loadProjects(std::function<void(std::optional<std::vector<ProjectPtr>> projects, TQErrorPtr error)> completion);
+  void loadProjects(
+      std::function<void(std::optional<std::vector<ProjectPtr>> projects, TQErrorPtr error)> completion);
   /// The same, blocking. Absent on failure.
   std::optional<std::vector<ProjectPtr>> loadProjects(TQErrorPtr* error);
   void loadGroups(const Dictionary& parent, const ProjectPtr& project, const ProjectPtr& rootProject);
   /// Adds a root project. Called back on a worker thread (main queue for a network library's answer). Errors:
   /// 10000 no name, 10002 the name is taken, 10003 not saved, 10004 a useless answer.
   void addProject(OptionalString name, std::function<void(ProjectPtr project, TQErrorPtr error)> completion);
-  /// Removes an empty root project of a local library. Errors: 10000, 10003, 10004 it holds assets, 10005 network.
+  /// Removes an empty root project of a local library. Errors: 10000, 10003, 10004 it holds assets, 10005
+  /// network.
   void removeProject(ProjectPtr project, Completion completion);
   /// Index by identifier, or -1.
   std::int64_t indexOfProject(const ProjectPtr& project) const;
@@ -92,13 +95,14 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
 
   // Assets (TQLibraryAssets.cpp)
 
-  /// Applies the change on the server and to the assets it confirms; blocking. Errors: 10000 without assets; a
-  /// failed request keeps its domain and code and names the failed assets under "failAssets".
+  /// Applies the change on the server and to the assets it confirms; blocking. Errors: 10000 without assets;
+  /// a failed request keeps its domain and code and names the failed assets under "failAssets".
   bool updateAssets(const std::vector<AssetPtr>& assets, const Dictionary& metaDictionary, TQErrorPtr* error);
   /// The same on a worker thread; called back there.
-  void updateAssets(const std::vector<AssetPtr>& assets, const Dictionary& metaDictionary, Completion completion);
-  /// Applies an answer to the assets by position and returns the ids that it does not confirm; absent when the
-  /// answer has no "items".
+  void updateAssets(const std::vector<AssetPtr>& assets, const Dictionary& metaDictionary,
+                    Completion completion);
+  /// Applies an answer to the assets by position and returns the ids that it does not confirm; absent when
+  /// the answer has no "items".
   std::optional<std::vector<std::string>> updateAssets(const std::vector<AssetPtr>& assets,
                                                        const Dictionary& metaDict, const Value& response);
   /// Deletes the record on the server. True at once for an asset without identifier.

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <vornex/Types.h>
+
 #include <mutex>
 #include <vector>
-
-#include <vornex/Types.h>
 
 namespace vornex {
 
@@ -38,7 +38,8 @@ class TQLibraryManager {
   std::vector<LibraryPtr> findNetworkLibrariesWithBonjourName(const OptionalString& name) const;
   std::vector<LibraryPtr> findNetworkLibrariesWithIP(const OptionalString& address) const;
 
-  /// Adds the libraries that are not in the list, keeps the credentials of network ones, and saves both lists.
+  /// Adds the libraries that are not in the list, keeps the credentials of network ones, and saves both
+  /// lists.
   bool addLibraries(const std::vector<LibraryPtr>& libraries);
   /// Writes the local (0) or the network (any other type) list and has the local service reload its own.
   bool saveLibrariesFileWithType(std::int64_t type);
@@ -59,13 +60,13 @@ class TQLibraryManager {
 
   // Life cycle (TQLibraryManagerLifecycle.cpp)
 
-  /// Makes the package folder, the library's files and its database. Runs on a worker thread and calls back on
-  /// a worker or the service's thread. Errors: 10000 a missing argument, 10001 a network library, 10002 the
-  /// package folder exists, 10003 a file could not be written, 10010 the folder could not be made, 10011 and
-  /// 10012 no access to the place, or the service's error.
+  /// Makes the package folder, the library's files and its database. Runs on a worker thread and calls back
+  /// on a worker or the service's thread. Errors: 10000 a missing argument, 10001 a network library, 10002
+  /// the package folder exists, 10003 a file could not be written, 10010 the folder could not be made, 10011
+  /// and 10012 no access to the place, or the service's error.
   void createLibrary(LibraryPtr library, Completion completion);
-  /// With allDelete the package folder and the database are removed too. Called back on a worker or the service's
-  /// thread.
+  /// With allDelete the package folder and the database are removed too. Called back on a worker or the
+  /// service's thread.
   void deleteLibrary(LibraryPtr library, bool allDelete, SyncHandler syncHandler, Completion completion);
 
   /// The process's copy service; never null.

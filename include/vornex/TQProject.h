@@ -1,9 +1,9 @@
 #pragma once
 
+#include <vornex/Types.h>
+
 #include <map>
 #include <vector>
-
-#include <vornex/Types.h>
 
 namespace vornex {
 
@@ -49,36 +49,39 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   bool moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent);
   void rename(const OptionalString& name, Completion completion);
   bool rename(const OptionalString& name, TQErrorPtr* error);
-  void addGroupWithName(const OptionalString& name, std::function<void(Ptr group, TQErrorPtr error)> completion);
+  void addGroupWithName(const OptionalString& name,
+                        std::function<void(Ptr group, TQErrorPtr error)> completion);
   void removeGroup(const Ptr& group, Completion completion);
   std::string description() const;
 
   // Import (src/import/TQProjectImport.cpp)
 
   /// progress in percent; finished ends the file; error null on success.
-  using FileCallback =
-      std::function<void(AssetPtr asset, double progress, std::int64_t bytes, bool finished, TQErrorPtr error)>;
+  using FileCallback = std::function<void(AssetPtr asset, double progress, std::int64_t bytes, bool finished,
+                                          TQErrorPtr error)>;
   /// The host's view of one file; setting *stop ends the batch after the current file.
-  using ImportProgress = std::function<void(ImportAssetPtr item, AssetPtr asset, double progress,
-                                            std::int64_t finishedCount, std::int64_t bytes, bool* stop,
-                                            TQErrorPtr error)>;
+  using ImportProgress =
+      std::function<void(ImportAssetPtr item, AssetPtr asset, double progress, std::int64_t finishedCount,
+                         std::int64_t bytes, bool* stop, TQErrorPtr error)>;
 
   void createAssetsWithImportAssets(std::vector<ImportAssetPtr> items, ImportType importType,
-                                    OptionalString targetDir, bool shouldIndexing, ImportProgress progressHandler,
-                                    Completion completion);
-  void importAssetWithSourcePath(const std::string& path, AssetFolderPtr assetFolder, const Dictionary& metaDict,
-                                 ImportType importType, OptionalString targetDir, bool shouldIndexing,
-                                 FileCallback completion);
+                                    OptionalString targetDir, bool shouldIndexing,
+                                    ImportProgress progressHandler, Completion completion);
+  void importAssetWithSourcePath(const std::string& path, AssetFolderPtr assetFolder,
+                                 const Dictionary& metaDict, ImportType importType, OptionalString targetDir,
+                                 bool shouldIndexing, FileCallback completion);
   void createAssetWithFolder(AssetFolderPtr folder, OptionalString srcPath, OptionalString destDir,
-                             bool shouldIndexing, bool doCopy, ImportType importType, ImportAssetPtr importAsset,
-                             FileCallback completion);
+                             bool shouldIndexing, bool doCopy, ImportType importType,
+                             ImportAssetPtr importAsset, FileCallback completion);
   AssetPtr createAssetWithSrcPath(const std::string& srcPath, OptionalString masterPath,
                                   OptionalString thumbnailPath, OptionalString previewPath);
   static OptionalString availableFileNameWithPath(const OptionalString& dir, const OptionalString& fileName);
   void createAsset(AssetPtr asset, std::function<void(AssetPtr asset, TQErrorPtr error)> completion);
   static OptionalString extractAssetIDWithResponse(const Value& response);
-  static bool createLinkFileAtPath(const OptionalString& source, const OptionalString& toPath, TQErrorPtr* error);
-  void copyFileAtPath(const std::string& src, const std::string& toPath, AssetPtr asset, Completion completion);
+  static bool createLinkFileAtPath(const OptionalString& source, const OptionalString& toPath,
+                                   TQErrorPtr* error);
+  void copyFileAtPath(const std::string& src, const std::string& toPath, AssetPtr asset,
+                      Completion completion);
   void cancelFile();
   void deleteFileAsset(const AssetPtr& asset);
   void extractThumbnail(const std::string& source, const std::string& toPath, Completion completion);

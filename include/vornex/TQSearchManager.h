@@ -1,8 +1,8 @@
 #pragma once
 
-#include <vector>
-
 #include <vornex/Types.h>
+
+#include <vector>
 
 namespace vornex {
 

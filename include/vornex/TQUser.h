@@ -1,8 +1,8 @@
 #pragma once
 
-#include <vector>
-
 #include <vornex/Types.h>
+
+#include <vector>
 
 namespace vornex {
 
@@ -12,13 +12,14 @@ namespace vornex {
 class TQUser {
  public:
   /// Stores the values unchanged: nothing is hashed.
-  static UserPtr userWithID(OptionalString id, OptionalString name, std::int64_t type, OptionalString password);
+  static UserPtr userWithID(OptionalString id, OptionalString name, std::int64_t type,
+                            OptionalString password);
 
   /// Null when "id" or "password" is not a string.
   static UserPtr userWithDictionary(const Dictionary& dictionary);
 
-  /// Keys "id", "name" (empty when absent), "password", "type", "libraries"; absent (and logged) without ID or
-  /// password.
+  /// Keys "id", "name" (empty when absent), "password", "type", "libraries"; absent (and logged) without ID
+  /// or password.
   std::optional<Dictionary> userDictionary() const;
 
   /// Sets the name if given and the MD5 string of the password if given, then saves the users file.

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <vornex/Types.h>
+
 #include <mutex>
 #include <vector>
-
-#include <vornex/Types.h>
 
 namespace vornex {
 

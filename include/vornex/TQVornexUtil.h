@@ -58,8 +58,8 @@ class TQVornexUtil {
   static std::string assetGroupFolder();
   static std::string assetLiveFolder();
 
-  /// Makes the folder if nothing is there and marks it as a package. The icon is the path of an image file, or
-  /// absent. False, and logged, on failure.
+  /// Makes the folder if nothing is there and marks it as a package. The icon is the path of an image file,
+  /// or absent. False, and logged, on failure.
   static bool createPackageFolder(const OptionalString& path, const OptionalString& withIcon);
   /// A fresh random UUID, upper case.
   static std::string UUIDString();
@@ -70,7 +70,8 @@ class TQVornexUtil {
 
   static TQErrorPtr errorWithCode(std::int64_t code, const std::string& message);
   static TQErrorPtr errorWithCode(std::int64_t code, const std::string& message, OptionalString domain);
-  /// The error in the "Status" of an answer, or of the first element of an answer that has one; null for success.
+  /// The error in the "Status" of an answer, or of the first element of an answer that has one; null for
+  /// success.
   static TQErrorPtr errorWithResponse(const Value& response);
   /// Posts the notification that belongs to the error's code, if there is one, on this thread.
   static void sendNotificationWithError(const TQErrorPtr& error);
@@ -79,11 +80,11 @@ class TQVornexUtil {
 
   using RequestCompletion = std::function<void(Value response, TQErrorPtr error)>;
 
-  /// Sends a request and calls back on the main queue; a missing argument calls back at once with error 10000.
-  /// Absent params send no body. Time limit 30 seconds.
-  static void requestURL(const OptionalString& url, const OptionalString& userID, const OptionalString& userPassword,
-                         const OptionalString& method, const std::optional<Value>& params,
-                         RequestCompletion completion);
+  /// Sends a request and calls back on the main queue; a missing argument calls back at once with error
+  /// 10000. Absent params send no body. Time limit 30 seconds.
+  static void requestURL(const OptionalString& url, const OptionalString& userID,
+                         const OptionalString& userPassword, const OptionalString& method,
+                         const std::optional<Value>& params, RequestCompletion completion);
   /// The same, blocking. Null without an answer; a missing argument gives null and leaves *error untouched. A
   /// null `error` posts no notification.
   static Value syncRequestURL(const OptionalString& url, const OptionalString& userID,

@@ -1,12 +1,12 @@
 #pragma once
 
+#include <vornex/TQError.h>
+#include <vornex/Value.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
-
-#include <vornex/TQError.h>
-#include <vornex/Value.h>
 
 namespace vornex {
 
@@ -26,7 +26,8 @@ using LibraryPtr = std::shared_ptr<TQLibrary>;
 using ProjectPtr = std::shared_ptr<TQProject>;
 using UserPtr = std::shared_ptr<TQUser>;
 
-/// The end of an operation: ok, and the error when there is one. Each operation says on which thread it comes.
+/// The end of an operation: ok, and the error when there is one. Each operation says on which thread it
+/// comes.
 using Completion = std::function<void(bool ok, TQErrorPtr error)>;
 
 /// libraryType of a library.

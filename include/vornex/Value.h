@@ -114,8 +114,8 @@ class Value {
   bool isNull() const { return kind() == Kind::null; }
   bool isNumber() const;
 
-  /// Each gives the content when the value is of exactly that kind, else null. The pointer is valid as long as
-  /// the value is neither changed nor destroyed.
+  /// Each gives the content when the value is of exactly that kind, else null. The pointer is valid as long
+  /// as the value is neither changed nor destroyed.
   const bool* ifBool() const { return std::get_if<bool>(&storage_); }
   const std::int64_t* ifInteger() const { return std::get_if<std::int64_t>(&storage_); }
   const std::uint64_t* ifUnsigned() const { return std::get_if<std::uint64_t>(&storage_); }
@@ -135,8 +135,8 @@ class Value {
 
  private:
   // The order of the alternatives is the order of Kind.
-  using Storage =
-      std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string, Data, Date, Array, Dictionary>;
+  using Storage = std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string, Data,
+                               Date, Array, Dictionary>;
   Storage storage_;
 };
 

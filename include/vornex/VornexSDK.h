@@ -1,25 +1,27 @@
 #pragma once
 
-#include <atomic>
-#include <vector>
-
 #include <vornex/TQSession.h>
 #include <vornex/Types.h>
+
+#include <atomic>
+#include <vector>
 
 namespace vornex {
 
 /// Notifications posted on the main queue when the local service reports a change. The object of the library
-/// notifications is a Value holding the libraries as the service gave them; that of the scan notification is the
-/// live folder.
-inline constexpr const char* kTQLibraryDBDidChangeStatusNotification = "TQLibraryDBDidChangeStatusNotification";
+/// notifications is a Value holding the libraries as the service gave them; that of the scan notification is
+/// the live folder.
+inline constexpr const char* kTQLibraryDBDidChangeStatusNotification =
+    "TQLibraryDBDidChangeStatusNotification";
 inline constexpr const char* kTQLibraryUpdateNotification = "TQLibraryUpdateNotification";
 inline constexpr const char* kTQLibraryCreateNotification = "TQLibraryCreateNotification";
 inline constexpr const char* kTQLibraryDidDeleteNotification = "TQLibraryDidDeleteNotification";
 
 /// Starts and stops the local service, and receives its callbacks.
 ///
-/// Thread-safety: safe on any thread. Completions come on the thread that reads the service's control channel,
-/// which they may block only for as long as they need no further answer of the service, unless stated otherwise.
+/// Thread-safety: safe on any thread. Completions come on the thread that reads the service's control
+/// channel, which they may block only for as long as they need no further answer of the service, unless
+/// stated otherwise.
 class VornexSDK {
  public:
   /// Made on first use; lives until the process ends.
@@ -32,7 +34,8 @@ class VornexSDK {
   /// with (true, null) only when both succeeded.
   void startWASServiceWithPort(std::int64_t port, Completion completion);
 
-  /// Stops the web server and the databases; the service process stays. Called back at once without a service.
+  /// Stops the web server and the databases; the service process stays. Called back at once without a
+  /// service.
   void stopWASService(std::function<void()> completion);
 
   /// Removes lock files, stops the web server and the databases, and ends the service process.

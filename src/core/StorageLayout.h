@@ -3,7 +3,9 @@
 #include <string>
 #include <string_view>
 
-/// Where everything is stored: the one place that decides. No function creates anything or touches the disk.
+/// Where everything is stored: the one place that decides. No function creates anything.
+///
+/// Thread-safety: safe on any thread as long as no thread changes the environment.
 namespace vornex::layout {
 
 /// `$VORNEX_ROOT` when set; else the application group's container under `$XDG_DATA_HOME` (default
@@ -19,8 +21,8 @@ std::string bookmarkPlist();
 std::string databaseRoot();
 std::string databaseFolder(std::string_view dbName);
 
-/// The local service's own files, below "Service" in the root folder: its lock, the local account (mode 0600),
-/// its log.
+/// The local service's own files, below "Service" in the root folder: its lock, the local account (mode
+/// 0600), its log.
 std::string serviceFolder();
 std::string serviceLockFile();
 std::string localAccountFile();

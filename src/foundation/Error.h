@@ -2,13 +2,12 @@
 
 #include <cstdint>
 #include <string>
-
 #include <tl/expected.hpp>
 
 namespace vornex {
 
-/// A failure below the SDK: the part of the system that failed ("posix", "json", "sqlite", ...), its code there
-/// (errno for "posix"), and a message that says what was attempted on what.
+/// A failure below the SDK: the part of the system that failed ("posix", "json", "sqlite", ...), its code
+/// there (errno for "posix"), and a message that says what was attempted on what.
 struct Error {
   std::string domain;
   std::int64_t code = 0;

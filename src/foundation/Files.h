@@ -16,9 +16,10 @@ bool isDirectory(const std::string& path);
 /// The whole content; domain "posix". Files over `limit` bytes are refused with EFBIG.
 [[nodiscard]] Result<std::string> readFile(const std::string& path, std::size_t limit = std::size_t{1} << 30);
 
-/// Writes beside, fsyncs, renames over the target and fsyncs the folder: at every instant the path holds the old
-/// content or the new one, whole. `mode` is the permission of a new file. Domain "posix".
-[[nodiscard]] Result<void> writeFileAtomically(const std::string& path, std::string_view bytes, unsigned mode = 0644);
+/// Writes beside, fsyncs, renames over the target and fsyncs the folder: at every instant the path holds the
+/// old content or the new one, whole. `mode` is the permission of a new file. Domain "posix".
+[[nodiscard]] Result<void> writeFileAtomically(const std::string& path, std::string_view bytes,
+                                               unsigned mode = 0644);
 
 /// Makes the folder and the missing ones above it. A folder that exists is a success.
 [[nodiscard]] Result<void> createDirectories(const std::string& path, unsigned mode = 0755);

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <vornex/Value.h>
+
 #include <string>
 #include <string_view>
-
-#include <vornex/Value.h>
 
 #include "foundation/Error.h"
 
@@ -15,8 +15,9 @@ enum class JsonStyle {
   pretty,
 };
 
-/// Reads one JSON document (RFC 8259). Integers that fit neither 64-bit kind become doubles; of equal keys the
-/// last one counts. Nesting deeper than 512 levels, invalid UTF-8 and trailing text are errors of domain "json".
+/// Reads one JSON document (RFC 8259). Integers that fit neither 64-bit kind become doubles; of equal keys
+/// the last one counts. Nesting deeper than 512 levels, invalid UTF-8 and trailing text are errors of domain
+/// "json".
 [[nodiscard]] Result<Value> parseJson(std::string_view text);
 
 /// Dates are written as date numbers are not: an ISO 8601 string; data as base64. NaN and infinities as null.

@@ -48,7 +48,9 @@ const Value* Dictionary::find(std::string_view key) const {
   return at == kNotFound ? nullptr : &entries_[at].second;
 }
 
-Value* Dictionary::find(std::string_view key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
+Value* Dictionary::find(std::string_view key) {
+  return const_cast<Value*>(std::as_const(*this).find(key));
+}
 
 Value& Dictionary::operator[](std::string_view key) {
   if (Value* known = find(key)) return *known;
@@ -82,15 +84,21 @@ void Dictionary::clear() {
   index_.reset();
 }
 
-void Dictionary::reserve(std::size_t count) { entries_.reserve(count); }
+void Dictionary::reserve(std::size_t count) {
+  entries_.reserve(count);
+}
 
 void Dictionary::merge(const Dictionary& other) {
   if (this == &other) return;
   for (const Entry& entry : other) set(entry.first, entry.second);
 }
 
-Dictionary::const_iterator Dictionary::begin() const { return entries_.begin(); }
-Dictionary::const_iterator Dictionary::end() const { return entries_.end(); }
+Dictionary::const_iterator Dictionary::begin() const {
+  return entries_.begin();
+}
+Dictionary::const_iterator Dictionary::end() const {
+  return entries_.end();
+}
 
 bool Dictionary::operator==(const Dictionary& other) const {
   if (size() != other.size()) return false;

@@ -1,12 +1,12 @@
 #pragma once
 
+#include <vornex/Value.h>
+
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <vornex/Value.h>
 
 #include "foundation/Error.h"
 
@@ -38,8 +38,9 @@ class AssetStore {
  public:
   virtual ~AssetStore() = default;
 
-  /// Stores each document under a fresh identifier and gives the identifiers by position. One transaction: all
-  /// that succeeded is durable when the call returns. An item that cannot be stored gives its error at its place.
+  /// Stores each document under a fresh identifier and gives the identifiers by position. One transaction:
+  /// all that succeeded is durable when the call returns. An item that cannot be stored gives its error at
+  /// its place.
   [[nodiscard]] virtual Result<std::vector<Result<std::string>>> create(const Array& documents) = 0;
 
   /// Merges the keys of each item into the document named by its "_id" (dictionaries by key, everything else
@@ -47,7 +48,8 @@ class AssetStore {
   [[nodiscard]] virtual Result<std::vector<Result<std::string>>> update(const Array& items) = 0;
 
   /// Removes the documents and gives what each was, by position.
-  [[nodiscard]] virtual Result<std::vector<Result<Dictionary>>> remove(const std::vector<std::string>& ids) = 0;
+  [[nodiscard]] virtual Result<std::vector<Result<Dictionary>>> remove(
+      const std::vector<std::string>& ids) = 0;
 
   /// The document as compact JSON, "_id" included; absent when unknown.
   [[nodiscard]] virtual Result<std::optional<std::string>> document(const std::string& id) = 0;
@@ -63,8 +65,8 @@ class AssetStore {
   [[nodiscard]] virtual Result<void> snapshot(const std::string& folder) = 0;
 };
 
-/// Opens the database in the folder, making both if they are missing. A database made by a newer version, or one
-/// that is damaged, is an error and is left as it is.
+/// Opens the database in the folder, making both if they are missing. A database made by a newer version, or
+/// one that is damaged, is an error and is left as it is.
 [[nodiscard]] Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder);
 
 }  // namespace vornex::server

@@ -1,0 +1,1 @@
+// Keeps a target buildable until its first source is there.

@@ -1,0 +1,258 @@
+#include "foundation/Json.h"
+
+#include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
+#include <charconv>
+#include <cmath>
+
+#include "foundation/DateText.h"
+#include "foundation/Text.h"
+
+namespace vornex {
+
+namespace {
+
+constexpr std::size_t kMaximumDepth = 512;
+
+// Builds values from the parser's events. A false answer ends the parse.
+class ValueBuilder {
+ public:
+  bool Null() { return add(Value()); }
+  bool Bool(bool value) { return add(Value(value)); }
+  bool Int(int value) { return add(Value(value)); }
+  bool Uint(unsigned value) { return add(Value(value)); }
+  bool Int64(std::int64_t value) { return add(Value(value)); }
+  bool Uint64(std::uint64_t value) { return add(Value(value)); }
+  bool Double(double value) { return add(Value(value)); }
+  bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }
+  bool String(const char* text, rapidjson::SizeType length, bool) {
+    return add(Value(std::string(text, length)));
+  }
+  bool Key(const char* text, rapidjson::SizeType length, bool) {
+    open_.back().key.assign(text, length);
+    return true;
+  }
+  bool StartObject() { return begin(Dictionary()); }
+  bool StartArray() { return begin(Array()); }
+  bool EndObject(rapidjson::SizeType) { return end(); }
+  bool EndArray(rapidjson::SizeType) { return end(); }
+
+  Value take() { return std::move(root_); }
+
+ private:
+  struct Container {
+    Value value;
+    std::string key;
+  };
+
+  bool begin(Value container) {
+    if (open_.size() == kMaximumDepth) return false;
+    open_.push_back(Container{std::move(container), {}});
+    return true;
+  }
+
+  bool end() {
+    Value finished = std::move(open_.back().value);
+    open_.pop_back();
+    return add(std::move(finished));
+  }
+
+  bool add(Value value) {
+    if (open_.empty()) {
+      root_ = std::move(value);
+      return true;
+    }
+    Container& container = open_.back();
+    if (Array* array = container.value.ifArray())
+      array->push_back(std::move(value));
+    else
+      container.value.ifDictionary()->set(std::move(container.key), std::move(value));
+    return true;
+  }
+
+  Value root_;
+  std::vector<Container> open_;
+};
+
+}  // namespace
+
+Result<Value> parseJson(std::string_view text) {
+  constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag |
+                              rapidjson::kParseValidateEncodingFlag;
+  rapidjson::MemoryStream stream(text.data(), text.size());
+  rapidjson::Reader reader;
+  ValueBuilder builder;
+  rapidjson::ParseResult parsed = reader.Parse<kFlags>(stream, builder);
+  if (!parsed)
+    return failure("json", parsed.Code(),
+                   fmt::format("malformed JSON at byte {}: {}", parsed.Offset(),
+                               rapidjson::GetParseError_En(parsed.Code())));
+  return builder.take();
+}
+
+namespace {
+
+class Writer {
+ public:
+  explicit Writer(JsonStyle style) : pretty_(style == JsonStyle::pretty) {}
+
+  void write(const Value& value) {
+    switch (value.kind()) {
+      case Value::Kind::null:
+        text_ += "null";
+        break;
+      case Value::Kind::boolean:
+        text_ += *value.ifBool() ? "true" : "false";
+        break;
+      case Value::Kind::integer:
+        writeNumber(*value.ifInteger());
+        break;
+      case Value::Kind::unsignedInteger:
+        writeNumber(*value.ifUnsigned());
+        break;
+      case Value::Kind::real:
+        writeReal(*value.ifReal());
+        break;
+      case Value::Kind::string:
+        writeString(*value.ifString());
+        break;
+      case Value::Kind::data:
+        writeData(*value.ifData());
+        break;
+      case Value::Kind::date:
+        writeString(dateText(*value.ifDate()));
+        break;
+      case Value::Kind::array:
+        writeArray(*value.ifArray());
+        break;
+      case Value::Kind::dictionary:
+        writeDictionary(*value.ifDictionary());
+        break;
+    }
+  }
+
+  std::string take() { return std::move(text_); }
+
+ private:
+  template <typename Number>
+  void writeNumber(Number number) {
+    char buffer[32];
+    char* end = std::to_chars(buffer, buffer + sizeof buffer, number).ptr;
+    text_.append(buffer, end);
+  }
+
+  void writeReal(double number) {
+    if (!std::isfinite(number)) {
+      text_ += "null";
+      return;
+    }
+    std::size_t start = text_.size();
+    writeNumber(number);
+    // Kept a real on the way back: 20.0 is not the integer 20.
+    if (text_.find_first_of(".eE", start) == std::string::npos) text_ += ".0";
+  }
+
+  void writeData(const Data& data) {
+    writeString(base64(std::string_view(reinterpret_cast<const char*>(data.data()), data.size())));
+  }
+
+  void writeString(std::string_view string) {
+    if (!isValidUtf8(string)) {
+      writeString(validUtf8(string));
+      return;
+    }
+    text_ += '"';
+    std::size_t plain = 0;
+    for (std::size_t i = 0; i < string.size(); ++i) {
+      auto byte = static_cast<unsigned char>(string[i]);
+      if (byte >= 0x20 && byte != '"' && byte != '\\') continue;
+      text_.append(string, plain, i - plain);
+      writeEscape(byte);
+      plain = i + 1;
+    }
+    text_.append(string, plain);
+    text_ += '"';
+  }
+
+  void writeEscape(unsigned char byte) {
+    switch (byte) {
+      case '"':
+        text_ += "\\\"";
+        break;
+      case '\\':
+        text_ += "\\\\";
+        break;
+      case '\n':
+        text_ += "\\n";
+        break;
+      case '\r':
+        text_ += "\\r";
+        break;
+      case '\t':
+        text_ += "\\t";
+        break;
+      default:
+        text_ += fmt::format("\\u{:04x}", byte);
+    }
+  }
+
+  void writeArray(const Array& array) {
+    text_ += '[';
+    ++depth_;
+    bool first = true;
+    for (const Value& element : array) {
+      separate(first);
+      write(element);
+    }
+    close(first, ']');
+  }
+
+  void writeDictionary(const Dictionary& dictionary) {
+    text_ += '{';
+    ++depth_;
+    bool first = true;
+    for (const auto& [key, value] : dictionary) {
+      separate(first);
+      writeString(key);
+      text_ += pretty_ ? " : " : ":";
+      write(value);
+    }
+    close(first, '}');
+  }
+
+  void separate(bool& first) {
+    if (!first) text_ += ',';
+    first = false;
+    if (pretty_) breakLine();
+  }
+
+  void close(bool empty, char bracket) {
+    --depth_;
+    if (pretty_) {
+      if (empty) text_ += '\n';
+      breakLine();
+    }
+    text_ += bracket;
+  }
+
+  void breakLine() {
+    text_ += '\n';
+    text_.append(static_cast<std::size_t>(depth_) * 2, ' ');
+  }
+
+  bool pretty_;
+  int depth_ = 0;
+  std::string text_;
+};
+
+}  // namespace
+
+std::string writeJson(const Value& value, JsonStyle style) {
+  Writer writer(style);
+  writer.write(value);
+  return writer.take();
+}
+
+}  // namespace vornex
