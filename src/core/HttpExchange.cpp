@@ -2,7 +2,9 @@
 
 #include <curl/curl.h>
 
+#include <memory>
 #include <mutex>
+#include <new>
 
 namespace vornex {
 namespace {

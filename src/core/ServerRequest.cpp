@@ -2,6 +2,8 @@
 
 #include <vornex/TQVornexUtil.h>
 
+#include <new>
+
 #include "core/HttpExchange.h"
 #include "core/StatusCode.h"
 #include "foundation/Json.h"

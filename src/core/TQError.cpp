@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <vornex/TQError.h>
 
 #include "core/Coercion.h"

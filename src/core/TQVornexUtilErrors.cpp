@@ -2,6 +2,9 @@
 #include <vornex/NotificationCenter.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <algorithm>
+#include <any>
+
 #include "core/Coercion.h"
 #include "core/StatusCode.h"
 

@@ -1,9 +1,11 @@
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <vornex/Log.h>
 #include <vornex/TQVornexUtil.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <vector>
 
 #include "core/SdkError.h"
 #include "foundation/Files.h"

@@ -2,6 +2,9 @@
 #include <vornex/TQBookmarkUtil.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <chrono>
+#include <vector>
+
 #include "core/Coercion.h"
 #include "core/DateNumber.h"
 #include "core/TypeTables.h"
