@@ -32,26 +32,44 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   std::optional<Dictionary> projectDictionary() const;
   void setDictionary(const Dictionary& dictionary);
 
+  /// Among the direct children, by identifier; -1 when unknown.
   std::int64_t indexOfGroup(const Ptr& group) const;
   /// Depth first, the receiver included; null when unknown.
   Ptr groupWithID(const std::string& id);
+  /// The search below a node; *findGroup must be null before and stays so when nothing is found.
   void findGroupWithID(const std::string& id, const Ptr& parent, Ptr* findGroup);
   /// Among the direct children.
   Ptr findGroupWithName(const OptionalString& name) const;
+  /// The project at the top of the node's tree; null when a node on the way up is no group.
   static Ptr findProjectWithGroup(const Ptr& group);
+  /// Names are compared exactly.
   bool isExistNameInChildGroups(const std::string& name) const;
   bool isExistNameInChildGroups(const std::string& name, const Ptr& parent) const;
+  /// All nodes below this one.
   std::int64_t descendantCount() const;
 
-  /// Reorders within this node; the index counts positions before the move.
+  // Changes. A local library's rewrite its "project.plist"; a network library's are made by its server first,
+  // and the moves and the second rename block meanwhile. A change that fails leaves the tree as it was, but a
+  // local move that cannot be saved is kept, and logged. Completions come on the caller's thread, for a
+  // network library's answer on the main queue.
+
+  /// Reorders within this node; the index counts positions before the move. False for an unknown item, an
+  /// index out of range or a refusal of the server.
   bool moveItem(const Ptr& item, std::int64_t toIndex);
-  /// Moves a child of this node into another parent, at an index of that parent's list.
+  /// Moves a child of this node into another parent, at an index of that parent's list. Also false for a
+  /// parent that lies within the item.
   bool moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent);
+  /// Errors: 10000 no name, 10002 the name is taken (a network library leaves that to its server), 10003 not
+  /// saved, 10004 a useless answer, or the request's.
   void rename(const OptionalString& name, Completion completion);
   bool rename(const OptionalString& name, TQErrorPtr* error);
+  /// Errors as of rename.
   void addGroupWithName(const OptionalString& name,
                         std::function<void(Ptr group, TQErrorPtr error)> completion);
+  /// Errors: 10000 no group, or one that its parent does not list, 10003 not saved, 10005 a network library.
+  /// Whether the group holds assets is not asked.
   void removeGroup(const Ptr& group, Completion completion);
+  /// The dictionary form as text.
   std::string description() const;
 
   // Import (src/import/TQProjectImport.cpp). Local libraries only. The host's main queue must be pumped while
@@ -148,6 +166,14 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
 
  private:
   TQProject() = default;
+
+  /// The parent that a change names to the server: the node's own for a project.
+  OptionalString parentID() const;
+  Dictionary renameRequest(const std::string& newName) const;
+  TQErrorPtr renameLocally(const std::string& newName, TQLibrary& owner);
+  void adoptGroup(const Ptr& group);
+
+  friend class TQLibrary;
 };
 
 }  // namespace vornex
