@@ -1,6 +1,5 @@
 #pragma once
 
-#include <vornex/TQError.h>
 #include <vornex/Value.h>
 
 #include <cstdint>
@@ -20,9 +19,5 @@ struct FileFacts {
 
 /// Absent when the file cannot be reached.
 std::optional<FileFacts> fileFacts(const std::string& path);
-
-/// The sizes of everything below the folder, folders counted as they report themselves; 0 for anything but a
-/// folder. *error, when given, is the last failure; what cannot be read counts nothing.
-std::uint64_t sizeForFolderAtPath(const std::string& path, TQErrorPtr* error);
 
 }  // namespace vornex
