@@ -24,8 +24,8 @@ class TQLibraryManager {
   /// Reads both list files on a worker thread and calls back there, while the list's monitor is held: the
   /// completion must not wait for another thread that changes the list.
   void loadAllLibraries(std::function<void(std::vector<LibraryPtr> libraries)> completion);
-  /// The libraries of one list file, with their users; the list is not touched. Absent when the file cannot be
-  /// read. A row that is no library is logged and left out.
+  /// The libraries of one list file, with their users; the list is not touched. Absent when the file cannot
+  /// be read. A row that is no library is logged and left out.
   std::optional<std::vector<LibraryPtr>> loadLibrariesFromPlistFile(const std::string& path);
 
   /// A snapshot, in list order: local before network, each by name.
@@ -43,8 +43,8 @@ class TQLibraryManager {
   std::vector<LibraryPtr> findNetworkLibrariesWithBonjourName(const OptionalString& name) const;
   std::vector<LibraryPtr> findNetworkLibrariesWithIP(const OptionalString& address) const;
 
-  /// Adds the libraries that are not in the list, keeps the credentials of network ones, and saves both lists.
-  /// False as soon as a list cannot be saved; the libraries stay in the list.
+  /// Adds the libraries that are not in the list, keeps the credentials of network ones, and saves both
+  /// lists. False as soon as a list cannot be saved; the libraries stay in the list.
   bool addLibraries(const std::vector<LibraryPtr>& libraries);
   /// Writes the libraries of the type to the local (0) or the network (any other type) list and has the
   /// service, if there is a connection to it, read its list again.
@@ -88,9 +88,10 @@ class TQLibraryManager {
 
   /// Takes a library out of the list. With allDelete its database and its package folder are removed first.
   /// Without it, a network library's credentials are forgotten; a local library must have lost its package
-  /// folder. Called back on a worker thread, or on the caller's when nothing but the list changes. Errors: 10000
-  /// no library, or a package folder that is still there without allDelete; a "posix" error when the package
-  /// folder cannot be removed; or the service's error. False without an error: the list cannot be saved.
+  /// folder. Called back on a worker thread, or on the caller's when nothing but the list changes. Errors:
+  /// 10000 no library, or a package folder that is still there without allDelete; a "posix" error when the
+  /// package folder cannot be removed; or the service's error. False without an error: the list cannot be
+  /// saved.
   void deleteLibrary(LibraryPtr library, bool allDelete, SyncHandler syncHandler, Completion completion);
 
   /// Whether any computer's lock file is in the package folder; false when there is no library in it.

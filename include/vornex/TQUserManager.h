@@ -17,8 +17,8 @@ class TQUserManager {
   static TQUserManager& sharedManager();
 
   /// Reads "users.plist" on a worker thread, in the order of the names; a missing file gives an empty list.
-  /// Called back there, while the list's monitor is held: the completion must not wait for another thread that
-  /// changes the list.
+  /// Called back there, while the list's monitor is held: the completion must not wait for another thread
+  /// that changes the list.
   void loadUsers(std::function<void(std::vector<UserPtr> users)> completion);
 
   /// Writes every user but the local owner, atomically, and has the service, if there is a connection to it,

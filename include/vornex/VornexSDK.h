@@ -19,8 +19,8 @@ inline constexpr const char* kTQLibraryDidDeleteNotification = "TQLibraryDidDele
 
 /// Starts and stops the local service, and receives its callbacks.
 ///
-/// The service is one process for each root folder, shared by every process that uses the folder. It is known to
-/// this process from initializeWAS to terminateWAS.
+/// The service is one process for each root folder, shared by every process that uses the folder. It is known
+/// to this process from initializeWAS to terminateWAS.
 ///
 /// Thread-safety: safe on any thread. Completions come on worker threads, which they may block, unless stated
 /// otherwise.

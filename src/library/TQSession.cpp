@@ -1,6 +1,5 @@
-#include <vornex/TQSession.h>
-
 #include <fmt/format.h>
+#include <vornex/TQSession.h>
 
 #include "foundation/DateText.h"
 

@@ -8,7 +8,8 @@
 
 namespace vornex {
 
-UserPtr TQUser::userWithID(OptionalString id, OptionalString name, std::int64_t type, OptionalString password) {
+UserPtr TQUser::userWithID(OptionalString id, OptionalString name, std::int64_t type,
+                           OptionalString password) {
   auto user = std::make_shared<TQUser>();
   user->id = std::move(id);
   user->name = std::move(name);
@@ -48,7 +49,9 @@ void TQUser::updateNewName(OptionalString newName, OptionalString newPassword, C
   completion(false, TQVornexUtil::errorWithCode(10003, LocalizedString("user.error.cannot.save")));
 }
 
-bool TQUser::findLibraryName(const std::string& dbName) const { return libraries.contains(dbName); }
+bool TQUser::findLibraryName(const std::string& dbName) const {
+  return libraries.contains(dbName);
+}
 
 void TQUser::addLibraries(const std::vector<LibraryPtr>& added) {
   for (const LibraryPtr& library : added) {

@@ -74,11 +74,14 @@ bool TQUserManager::saveUsersFile() {
   return true;
 }
 
-bool TQUserManager::findUserID(const std::string& id) const { return userForID(id) != nullptr; }
+bool TQUserManager::findUserID(const std::string& id) const {
+  return userForID(id) != nullptr;
+}
 
 UserPtr TQUserManager::userForID(const std::string& id) const {
   auto users = state_->users.read();
-  auto found = std::find_if(users->begin(), users->end(), [&](const UserPtr& user) { return user->id == id; });
+  auto found =
+      std::find_if(users->begin(), users->end(), [&](const UserPtr& user) { return user->id == id; });
   return found == users->end() ? nullptr : *found;
 }
 
@@ -88,7 +91,9 @@ std::vector<UserPtr> TQUserManager::reviewers() const {
   return result;
 }
 
-std::vector<UserPtr> TQUserManager::users() const { return *state_->users.read(); }
+std::vector<UserPtr> TQUserManager::users() const {
+  return *state_->users.read();
+}
 
 void TQUserManager::createUser(UserPtr user, Completion completion) {
   if (!user || !user->id || !user->password)
@@ -136,8 +141,12 @@ std::vector<UserPtr> TQUserManager::sortedUsers(std::vector<UserPtr> users) {
   return users;
 }
 
-OptionalString TQUserManager::localPassword() const { return state_->account.read()->password; }
-OptionalString TQUserManager::localPasswordMD5() const { return state_->account.read()->passwordMD5; }
+OptionalString TQUserManager::localPassword() const {
+  return state_->account.read()->password;
+}
+OptionalString TQUserManager::localPasswordMD5() const {
+  return state_->account.read()->passwordMD5;
+}
 
 void TQUserManager::setLocalPassword(OptionalString password) {
   OptionalString digest;

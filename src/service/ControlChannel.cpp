@@ -38,7 +38,8 @@ Result<void> checkPeer(int socket, const std::string& path) {
   socklen_t size = sizeof peer;
   if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
     return posixFailure(errno, "identifying the process behind " + path);
-  if (peer.uid != ::geteuid()) return posixFailure(EACCES, "the process behind " + path + " is another user's");
+  if (peer.uid != ::geteuid())
+    return posixFailure(EACCES, "the process behind " + path + " is another user's");
   return {};
 }
 
@@ -80,8 +81,8 @@ Error callError(const Value& error) {
 
 }  // namespace
 
-// The reader thread shares the state, so that the channel may be released anywhere. It never runs foreign code:
-// answers and callbacks go to other threads.
+// The reader thread shares the state, so that the channel may be released anywhere. It never runs foreign
+// code: answers and callbacks go to other threads.
 struct ControlChannel::State {
   struct Pending {
     Answer answer;
@@ -152,7 +153,8 @@ struct ControlChannel::State {
       deliver(std::move(answer), serviceFailure(StatusCode::timedOut, "the service did not answer in time"));
   }
 
-  static void answerCallback(const std::shared_ptr<State>& state, const Value& message, const std::string& method) {
+  static void answerCallback(const std::shared_ptr<State>& state, const Value& message,
+                             const std::string& method) {
     Value none;
     const Value* params = message.find("params");
     Value result = state->handler(method, params ? *params : none);
@@ -205,7 +207,8 @@ struct ControlChannel::State {
       std::size_t scanned = buffer.size();
       buffer.append(chunk.data(), static_cast<std::size_t>(count));
       std::size_t start = 0;
-      for (std::size_t end; (end = buffer.find('\n', std::max(start, scanned))) != std::string::npos; start = end + 1) {
+      for (std::size_t end; (end = buffer.find('\n', std::max(start, scanned))) != std::string::npos;
+           start = end + 1) {
         if (receive(state, std::string_view(buffer).substr(start, end - start))) continue;
         logLine(LogLevel::error, "The service sent a line that is no message; the connection is closed");
         return;
@@ -220,9 +223,12 @@ struct ControlChannel::State {
 
 ControlChannel::ControlChannel(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
-ControlChannel::~ControlChannel() { close(); }
+ControlChannel::~ControlChannel() {
+  close();
+}
 
-Result<std::shared_ptr<ControlChannel>> ControlChannel::open(const std::string& socketPath, CallbackHandler handler) {
+Result<std::shared_ptr<ControlChannel>> ControlChannel::open(const std::string& socketPath,
+                                                             CallbackHandler handler) {
   auto socket = connectTo(socketPath);
   if (!socket) return tl::unexpected(socket.error());
   auto state = std::make_shared<State>();
@@ -258,6 +264,8 @@ bool ControlChannel::isOpen() const {
   return state_->open;
 }
 
-void ControlChannel::close() { state_->close(); }
+void ControlChannel::close() {
+  state_->close();
+}
 
 }  // namespace vornex

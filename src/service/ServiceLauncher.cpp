@@ -64,7 +64,8 @@ FileDescriptor aboveStandard(int descriptor) {
 
 Result<LaunchPlan> planLaunch(const std::string& executable) {
   LaunchPlan plan;
-  if (auto made = createDirectories(layout::serviceFolder(), 0700); !made) return tl::unexpected(made.error());
+  if (auto made = createDirectories(layout::serviceFolder(), 0700); !made)
+    return tl::unexpected(made.error());
   std::string logFile = layout::serviceLogFile();
   plan.log = aboveStandard(::open(logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
   if (!plan.log) return posixFailure(errno, "opening " + logFile);
@@ -163,7 +164,8 @@ OptionalString serviceExecutable() {
   for (const std::string& folder : {programFolder(), library, appendPathComponent(aboveLibrary, "bin"),
                                     appendPathComponent(aboveLibrary, "libexec/vornex")}) {
     std::string candidate = appendPathComponent(folder, kServiceName);
-    if (!folder.empty() && !isDirectory(candidate) && ::access(candidate.c_str(), X_OK) == 0) return candidate;
+    if (!folder.empty() && !isDirectory(candidate) && ::access(candidate.c_str(), X_OK) == 0)
+      return candidate;
   }
   return findProgram(kServiceName);
 }

@@ -8,8 +8,8 @@
 
 namespace vornex {
 
-/// What the local service calls. The calls come one after another, in the order the service made them, on worker
-/// threads; they may block and may call the service.
+/// What the local service calls. The calls come one after another, in the order the service made them, on
+/// worker threads; they may block and may call the service.
 class TQVornexClient {
  public:
   virtual ~TQVornexClient() = default;

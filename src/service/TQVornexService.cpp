@@ -34,7 +34,9 @@ TQErrorPtr unreachable(const std::string& message) {
   return errorFrom({kServerErrorDomain, static_cast<std::int64_t>(StatusCode::cannotConnectToHost), message});
 }
 
-std::string textOf(const Value& params, const char* key) { return coerce::string(params.find(key)).value_or(""); }
+std::string textOf(const Value& params, const char* key) {
+  return coerce::string(params.find(key)).value_or("");
+}
 
 Value librariesOf(const Value& params) {
   const Value* libraries = params.find("libraries");
@@ -57,8 +59,8 @@ Value dispatch(TQVornexClient& client, const std::string& method, const Value& p
   } else if (method == "vornexLibraryDeleted") {
     client.vornexLibraryDeletedWithLibraries(librariesOf(params));
   } else if (method == "vornexManualScanForLiveFolder") {
-    client.vornexManualScanForLiveFolder(textOf(params, "livefolderid"), coerce::string(params.find("filename")),
-                                         textOf(params, "dbname"));
+    client.vornexManualScanForLiveFolder(textOf(params, "livefolderid"),
+                                         coerce::string(params.find("filename")), textOf(params, "dbname"));
   } else if (method == "vornexScanStatusForLiveFolder") {
     client.vornexScanStatusForLiveFolder(textOf(params, "dbname"),
                                          [&](Dictionary status) { result.set("status", std::move(status)); });
@@ -101,20 +103,21 @@ ServiceProxy::ChannelPtr ServiceProxy::channel() {
   std::lock_guard lock(mutex_);
   if (disconnected_) return nullptr;
   if (channel_ && channel_->isOpen()) return channel_;
-  auto opened = ControlChannel::open(
-      layout::controlSocket(), [client = client_](const std::string& method, const Value& params) {
-        return dispatch(*client, method, params);
-      });
+  auto opened = ControlChannel::open(layout::controlSocket(),
+                                     [client = client_](const std::string& method, const Value& params) {
+                                       return dispatch(*client, method, params);
+                                     });
   if (!opened) {
     if (opened.error().code == EACCES) logLine(LogLevel::error, opened.error().message);
     return nullptr;
   }
   channel_ = std::move(*opened);
-  channel_->call("register",
-                 Dictionary{{"device", TQVornexUtil::systemUUID()}, {"clienttype", "Mac"}, {"pid", ::getpid()}},
-                 kQuickLimit, [](const Result<Value>& result) {
-                   if (!result) logLine(LogLevel::error, "Can't register: " + result.error().message);
-                 });
+  channel_->call(
+      "register",
+      Dictionary{{"device", TQVornexUtil::systemUUID()}, {"clienttype", "Mac"}, {"pid", ::getpid()}},
+      kQuickLimit, [](const Result<Value>& result) {
+        if (!result) logLine(LogLevel::error, "Can't register: " + result.error().message);
+      });
   return channel_;
 }
 
@@ -171,8 +174,9 @@ void ServiceProxy::call(const std::string& method, Dictionary params, std::chron
 }
 
 void ServiceProxy::work(const std::string& method, Dictionary params, Completed completion) {
-  call(method, std::move(params), kWorkLimit,
-       [completion = std::move(completion)](const Value&, TQErrorPtr error) { completion(std::move(error)); });
+  call(
+      method, std::move(params), kWorkLimit,
+      [completion = std::move(completion)](const Value&, TQErrorPtr error) { completion(std::move(error)); });
 }
 
 void ServiceProxy::launchWebServerWithPort(
@@ -187,7 +191,8 @@ void ServiceProxy::getWebServerState(
     std::function<void(std::int64_t state, std::int64_t port, TQErrorPtr error)> completion) {
   call("getWebServerState", {}, kQuickLimit,
        [completion = std::move(completion)](const Value& result, TQErrorPtr error) {
-         completion(coerce::integer(result.find("state")), coerce::integer(result.find("port")), std::move(error));
+         completion(coerce::integer(result.find("state")), coerce::integer(result.find("port")),
+                    std::move(error));
        });
 }
 
@@ -198,11 +203,11 @@ void ServiceProxy::getUserSessions(std::function<void(Array sessions, TQErrorPtr
        });
 }
 
-void ServiceProxy::getLocalAccountPassword(std::function<void(OptionalString password)> completion) {
+void ServiceProxy::getLocalAccountPassword(
+    std::function<void(OptionalString password, TQErrorPtr error)> completion) {
   call("getLocalAccountPassword", {}, kQuickLimit,
-       [completion = std::move(completion)](const Value& result, const TQErrorPtr& error) {
-         if (error) logLine(LogLevel::error, "Can't get the local password: " + error->description());
-         completion(coerce::string(result.find("password")));
+       [completion = std::move(completion)](const Value& result, TQErrorPtr error) {
+         completion(coerce::string(result.find("password")), std::move(error));
        });
 }
 
@@ -216,13 +221,27 @@ void ServiceProxy::getLibraryForDBName(const std::string& dbName,
        });
 }
 
-void ServiceProxy::loadLibrary(Completed completion) { work("loadLibrary", {}, std::move(completion)); }
-void ServiceProxy::stopWebServer(Completed completion) { work("stopWebServer", {}, std::move(completion)); }
-void ServiceProxy::shutdownDatabase(Completed completion) { work("shutdownDatabase", {}, std::move(completion)); }
-void ServiceProxy::updateLibrary(Completed completion) { work("updateLibrary", {}, std::move(completion)); }
-void ServiceProxy::updateUsers(Completed completion) { work("updateUsers", {}, std::move(completion)); }
-void ServiceProxy::startAllBoookmarks(Completed completion) { work("startAllBookmarks", {}, std::move(completion)); }
-void ServiceProxy::terminate(Completed completion) { work("terminate", {}, std::move(completion)); }
+void ServiceProxy::loadLibrary(Completed completion) {
+  work("loadLibrary", {}, std::move(completion));
+}
+void ServiceProxy::stopWebServer(Completed completion) {
+  work("stopWebServer", {}, std::move(completion));
+}
+void ServiceProxy::shutdownDatabase(Completed completion) {
+  work("shutdownDatabase", {}, std::move(completion));
+}
+void ServiceProxy::updateLibrary(Completed completion) {
+  work("updateLibrary", {}, std::move(completion));
+}
+void ServiceProxy::updateUsers(Completed completion) {
+  work("updateUsers", {}, std::move(completion));
+}
+void ServiceProxy::startAllBoookmarks(Completed completion) {
+  work("startAllBookmarks", {}, std::move(completion));
+}
+void ServiceProxy::terminate(Completed completion) {
+  work("terminate", {}, std::move(completion));
+}
 
 void ServiceProxy::addLibrary(const Dictionary& library, Completed completion) {
   work("addLibrary", {{"library", library}}, std::move(completion));

@@ -16,9 +16,9 @@ namespace vornex {
 
 /// The local service as this process sees it.
 ///
-/// Only start() starts the service. Every other operation goes to the service that runs; when none does, or when
-/// it goes away before it has answered, the operation fails with code 31. A service that comes back is found
-/// again by the next operation. Errors of the service are passed on unchanged; null is success.
+/// Only start() starts the service. Every other operation goes to the service that runs; when none does, or
+/// when it goes away before it has answered, the operation fails with code 31. A service that comes back is
+/// found again by the next operation. Errors of the service are passed on unchanged; null is success.
 ///
 /// Thread-safety: safe on any thread. Completions come exactly once, on worker threads, which they may block.
 class ServiceProxy {
@@ -28,8 +28,8 @@ class ServiceProxy {
   explicit ServiceProxy(std::shared_ptr<TQVornexClient> client) : client_(std::move(client)) {}
   ~ServiceProxy() { disconnect(); }
 
-  /// Connects to the service, starting it when it does not run, and waits until it answers. Blocks up to the time
-  /// limit. Null on success; code 31 when it cannot be started or reached; code 9 when it hangs.
+  /// Connects to the service, starting it when it does not run, and waits until it answers. Blocks up to the
+  /// time limit. Null on success; code 31 when it cannot be started or reached; code 9 when it hangs.
   TQErrorPtr start(std::chrono::milliseconds timeLimit = std::chrono::seconds(20));
   /// Connects when the service runs; whether there is a connection now.
   bool connect() { return channel() != nullptr; }
@@ -49,7 +49,7 @@ class ServiceProxy {
       std::function<void(std::int64_t state, std::int64_t port, TQErrorPtr error)> completion);
   void getUserSessions(std::function<void(Array sessions, TQErrorPtr error)> completion);
   /// Absent when the service has none to give.
-  void getLocalAccountPassword(std::function<void(OptionalString password)> completion);
+  void getLocalAccountPassword(std::function<void(OptionalString password, TQErrorPtr error)> completion);
   void updateLibrary(Completed completion);
   void updateUsers(Completed completion);
   void startAllBoookmarks(Completed completion);
@@ -78,16 +78,18 @@ class ServiceProxy {
   bool disconnected_ = false;
 };
 
-/// Makes the client the one that the service calls back, and connects when the service runs. An earlier client is
-/// replaced. Thread-safe.
+/// Makes the client the one that the service calls back, and connects when the service runs. An earlier
+/// client is replaced. Thread-safe.
 void TQVornexInitialize(std::shared_ptr<TQVornexClient> client);
-/// Ends the service process, then forgets it; TQVornexService() is null at once. Completes at once without one.
-/// Thread-safe.
+/// Ends the service process, then forgets it; TQVornexService() is null at once. Completes at once without
+/// one. Thread-safe.
 void TQVornexTerminate(std::function<void()> completion);
 /// Null before TQVornexInitialize and after TQVornexTerminate. Thread-safe.
 std::shared_ptr<ServiceProxy> TQVornexService();
 
 /// Whether the service reports a failure: an error of code 0 is none.
-inline bool isFailure(const TQErrorPtr& error) { return error && error->code() != 0; }
+inline bool isFailure(const TQErrorPtr& error) {
+  return error && error->code() != 0;
+}
 
 }  // namespace vornex
