@@ -41,6 +41,7 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// comes on the caller's thread.
   void updateNewName(OptionalString name, OptionalString desc, OptionalString mountPath, bool shared,
                      Completion completion);
+  /// The same; gives whether "library.plist" was written, too.
   bool updateNewName(OptionalString name, OptionalString desc, OptionalString mountPath, bool shared,
                      TQErrorPtr* error);
 
@@ -66,6 +67,16 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// and logged, when one cannot be made.
   AssetFolderPtr createAssetFolder() const;
   AssetFolderPtr createAssetLiveFolder() const;
+
+  // Lock files (TQLibraryLockFiles.cpp): each names a computer that uses the package folder.
+
+  /// Whether this computer may use the package folder: no lock file is in it, or this computer's. Writes
+  /// none. Error 10020 for another computer's; false without an error for a network library.
+  bool createLibaryLockFileWithError(TQErrorPtr* error) const;
+  /// Removes this computer's lock file; true when there is none.
+  bool removeLibraryLockFile() const;
+  /// Removes the first lock file of any computer; true when there is none.
+  bool removeLibraryLockFileAll() const;
 
   // Project tree (TQLibraryProjects.cpp)
 

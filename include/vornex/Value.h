@@ -36,7 +36,7 @@ class Dictionary {
   using Entry = std::pair<std::string, Value>;
   using const_iterator = std::vector<Entry>::const_iterator;
 
-  Dictionary() = default;
+  Dictionary();
   Dictionary(std::initializer_list<Entry> entries);
   Dictionary(const Dictionary& other);
   Dictionary(Dictionary&& other) noexcept;
@@ -44,8 +44,8 @@ class Dictionary {
   Dictionary& operator=(Dictionary&& other) noexcept;
   ~Dictionary();
 
-  std::size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
+  std::size_t size() const;
+  bool empty() const { return size() == 0; }
   bool contains(std::string_view key) const { return find(key) != nullptr; }
 
   /// The value under the key, or null when the key is absent. The pointer is valid until the next change.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "foundation/BinaryPropertyList.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 
@@ -220,8 +221,10 @@ bool fitsXml(const Value& value) {
 Result<Value> parsePropertyList(std::string_view bytes) {
   if (bytes.size() > std::numeric_limits<std::uint32_t>::max())
     return plistFailure("a property list is too large");
+  if (isBinaryPropertyList(bytes)) return parseBinaryPropertyList(bytes);
+  if (bytes.find('\0') != std::string_view::npos) return plistFailure("malformed property list");
   plist_t raw = nullptr;
-  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &raw);
+  plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &raw);
   if (!raw) return plistFailure("malformed property list");
   Node node(raw);
   return readNode(raw, 0);

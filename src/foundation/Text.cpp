@@ -10,6 +10,7 @@
 #include <unicode/utf8.h>
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -54,7 +55,20 @@ std::string randomHex(std::size_t bytes) {
   return hex(randomBytes(bytes).data(), bytes, "0123456789abcdef");
 }
 
+static bool isAscii(std::string_view text) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080;
+  std::size_t i = 0;
+  for (std::uint64_t word; i + sizeof word <= text.size(); i += sizeof word) {
+    std::memcpy(&word, text.data() + i, sizeof word);
+    if (word & kHighBits) return false;
+  }
+  for (; i < text.size(); ++i)
+    if (static_cast<unsigned char>(text[i]) >= 0x80) return false;
+  return true;
+}
+
 bool isValidUtf8(std::string_view text) {
+  if (isAscii(text)) return true;
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
   auto length = static_cast<std::int32_t>(text.size());
   for (std::int32_t i = 0; i < length;) {
@@ -73,12 +87,6 @@ static std::string utf8(const icu::UnicodeString& text) {
   std::string result;
   text.toUTF8String(result);
   return result;
-}
-
-static bool isAscii(std::string_view text) {
-  for (char c : text)
-    if (static_cast<unsigned char>(c) >= 0x80) return false;
-  return true;
 }
 
 std::string validUtf8(std::string_view text) {

@@ -6,6 +6,8 @@ namespace vornex {
 
 static constexpr std::size_t kNotFound = std::numeric_limits<std::size_t>::max();
 
+Dictionary::Dictionary() = default;
+
 Dictionary::Dictionary(std::initializer_list<Entry> entries) {
   entries_.reserve(entries.size());
   for (const Entry& entry : entries) set(entry.first, entry.second);
@@ -25,6 +27,10 @@ Dictionary& Dictionary::operator=(const Dictionary& other) {
 Dictionary& Dictionary::operator=(Dictionary&& other) noexcept = default;
 
 Dictionary::~Dictionary() = default;
+
+std::size_t Dictionary::size() const {
+  return entries_.size();
+}
 
 std::size_t Dictionary::position(std::string_view key) const {
   if (index_) {

@@ -8,14 +8,13 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+#include <vornex/Log.h>
 
 #include <cerrno>
 
-#include <vornex/Log.h>
-
+#include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
-#include "platform/Descriptor.h"
 
 namespace vornex {
 
@@ -55,7 +54,7 @@ Result<std::vector<std::string>> entryNames(int folder, const std::string& path)
 /// Removes an item and all below it; what cannot be removed stays.
 void removeTree(int folder, const std::string& name) {
   if (unlinkat(folder, name.c_str(), 0) == 0 || (errno != EISDIR && errno != EPERM)) return;
-  Descriptor inside(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  FileDescriptor inside(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (inside) {
     fchmod(inside.get(), S_IRWXU);
     if (auto names = entryNames(inside.get(), name)) {
@@ -129,12 +128,13 @@ class Copier {
     if (S_ISREG(status.st_mode)) total_ += static_cast<std::uint64_t>(status.st_size);
     if (!S_ISDIR(status.st_mode)) return {};
     if (depth > kMaxDepth) return posixFailure(ELOOP, path + " is nested too deeply");
-    Descriptor inside(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor inside(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!inside) return posixFailure(errno, "cannot open " + path);
     auto names = entryNames(inside.get(), path);
     if (!names) return tl::unexpected(names.error());
     for (const std::string& entry : *names) {
-      auto below = measure(inside.get(), entry, appendPathComponent(path, entry), AT_SYMLINK_NOFOLLOW, depth + 1);
+      auto below =
+          measure(inside.get(), entry, appendPathComponent(path, entry), AT_SYMLINK_NOFOLLOW, depth + 1);
       if (!below) return below;
     }
     return {};
@@ -159,7 +159,7 @@ class Copier {
     }
     // Not blocking: the item could have become a pipe by now.
     int mode = O_RDONLY | O_CLOEXEC | O_NONBLOCK | (follow ? 0 : O_NOFOLLOW);
-    Descriptor source(openat(from, name.c_str(), mode));
+    FileDescriptor source(openat(from, name.c_str(), mode));
     if (!source) return posixFailure(errno, "cannot open " + path);
     if (fstat(source.get(), &status) != 0) return posixFailure(errno, "cannot open " + path);
     if (S_ISDIR(status.st_mode)) return copyFolder(source.get(), status, to, newName, path);
@@ -168,13 +168,14 @@ class Copier {
   }
 
  private:
-  Done copyLink(int from, const std::string& name, int to, const std::string& newName, const struct stat& status,
-                const std::string& path) {
+  Done copyLink(int from, const std::string& name, int to, const std::string& newName,
+                const struct stat& status, const std::string& path) {
     std::string destination(PATH_MAX, '\0');
     ssize_t length = readlinkat(from, name.c_str(), destination.data(), destination.size());
     if (length < 0) return posixFailure(errno, "cannot read the link " + path);
     destination.resize(static_cast<std::size_t>(length));
-    if (symlinkat(destination.c_str(), to, newName.c_str()) != 0) return posixFailure(errno, "cannot copy " + path);
+    if (symlinkat(destination.c_str(), to, newName.c_str()) != 0)
+      return posixFailure(errno, "cannot copy " + path);
     const timespec times[2] = {status.st_atim, status.st_mtim};
     // Some file systems keep no times of links.
     utimensat(to, newName.c_str(), times, AT_SYMLINK_NOFOLLOW);
@@ -185,7 +186,7 @@ class Copier {
                   const std::string& path) {
     if (++depth_ > kMaxDepth) return posixFailure(ELOOP, path + " is nested too deeply");
     if (mkdirat(to, newName.c_str(), S_IRWXU) != 0) return posixFailure(errno, "cannot copy " + path);
-    Descriptor target(openat(to, newName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    FileDescriptor target(openat(to, newName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!target) return posixFailure(errno, "cannot copy " + path);
     auto names = entryNames(source, path);
     if (!names) return tl::unexpected(names.error());
@@ -197,8 +198,10 @@ class Copier {
     return finish(source, target.get(), status, path);
   }
 
-  Done copyFile(int source, const struct stat& status, int to, const std::string& newName, const std::string& path) {
-    Descriptor target(openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  Done copyFile(int source, const struct stat& status, int to, const std::string& newName,
+                const std::string& path) {
+    FileDescriptor target(
+        openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!target) return posixFailure(errno, "cannot copy " + path);
     if (auto moved = copyContent(source, target.get(), status, path); !moved) return moved;
 
@@ -217,7 +220,8 @@ class Copier {
       return report();
     }
     // Finds out now whether the space is there; not every file system can tell.
-    if (fallocate(target, 0, 0, status.st_size) != 0 && (errno == ENOSPC || errno == EFBIG || errno == EDQUOT)) {
+    if (fallocate(target, 0, 0, status.st_size) != 0 &&
+        (errno == ENOSPC || errno == EFBIG || errno == EDQUOT)) {
       return posixFailure(errno, "cannot copy " + path);
     }
     bool inKernel = true;
@@ -237,7 +241,8 @@ class Copier {
     return {};
   }
 
-  /// Moves up to `wanted` bytes; 0 at the end of the source. `inKernel` becomes false when that way is barred.
+  /// Moves up to `wanted` bytes; 0 at the end of the source. `inKernel` becomes false when that way is
+  /// barred.
   static Result<std::size_t> moveChunk(int source, int target, std::uint64_t offset, std::size_t wanted,
                                        bool& inKernel, std::string& buffer, const std::string& path) {
     while (inKernel) {
@@ -288,7 +293,8 @@ bool liesInside(const std::string& folder, const std::string& source) {
 /// Gives the finished copy its name, which nothing may have yet.
 Done place(int folder, const std::string& temporary, const std::string& name, const std::string& target) {
   if (renameat2(folder, temporary.c_str(), folder, name.c_str(), RENAME_NOREPLACE) == 0) return {};
-  if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return posixFailure(errno, "cannot place " + target);
+  if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
+    return posixFailure(errno, "cannot place " + target);
 
   // A file system without that operation: take the name with an empty item, then replace that.
   struct stat status {};
@@ -303,7 +309,8 @@ Done place(int folder, const std::string& temporary, const std::string& name, co
       return {};
     }
     if (errno == EEXIST) return posixFailure(errno, "cannot place " + target);
-    Descriptor taken(openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    FileDescriptor taken(
+        openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!taken) return posixFailure(errno, "cannot place " + target);
   }
   Provisional taken{folder, name};
@@ -316,13 +323,15 @@ Done place(int folder, const std::string& temporary, const std::string& name, co
 
 }  // namespace
 
-Result<std::uint64_t> copyItem(const std::string& source, const std::string& target, const CopyProgress& progress) {
+Result<std::uint64_t> copyItem(const std::string& source, const std::string& target,
+                               const CopyProgress& progress) {
   std::string name = lastPathComponent(target);
-  if (name.empty() || name == "." || name == "..") return posixFailure(EINVAL, "no name for the copy: " + target);
+  if (name.empty() || name == "." || name == "..")
+    return posixFailure(EINVAL, "no name for the copy: " + target);
   if (itemExists(target)) return posixFailure(EEXIST, "cannot copy to " + target);
   std::string parent = deletingLastPathComponent(target);
   if (parent.empty()) parent = ".";
-  Descriptor folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  FileDescriptor folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return posixFailure(errno, "cannot copy into " + parent);
   if (isDirectory(source) && liesInside(parent, source)) {
     return posixFailure(EINVAL, target + " lies inside " + source);
@@ -346,6 +355,8 @@ Result<std::uint64_t> copyItem(const std::string& source, const std::string& tar
   return copier.bytes();
 }
 
-bool isUnfinishedCopy(const std::string& fileName) { return fileName.starts_with(kTemporaryPrefix); }
+bool isUnfinishedCopy(const std::string& fileName) {
+  return fileName.starts_with(kTemporaryPrefix);
+}
 
 }  // namespace vornex

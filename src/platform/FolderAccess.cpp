@@ -15,8 +15,9 @@ namespace {
 
 constexpr std::int64_t kVersion = 1;
 
-/// Which item is at a path. A device number can change when a disk is plugged in again and an inode number can be
-/// given out again when an item is deleted, hence the identifier of the file system and the time of birth.
+/// Which item is at a path. A device number can change when a disk is plugged in again and an inode number
+/// can be given out again when an item is deleted, hence the identifier of the file system and the time of
+/// birth.
 struct Identity {
   std::uint64_t device = 0;
   std::uint64_t volume = 0;  // 0: the file system has none
@@ -36,7 +37,8 @@ Result<Identity> identityOf(const std::string& path) {
     return posixFailure(errno, "cannot find " + path);
   }
   int wanted = S_ISDIR(status.stx_mode) ? R_OK | X_OK : R_OK;
-  if (faccessat(AT_FDCWD, path.c_str(), wanted, AT_EACCESS) != 0) return posixFailure(errno, "cannot read " + path);
+  if (faccessat(AT_FDCWD, path.c_str(), wanted, AT_EACCESS) != 0)
+    return posixFailure(errno, "cannot read " + path);
 
   Identity identity;
   identity.device = (std::uint64_t{status.stx_dev_major} << 32) | status.stx_dev_minor;
@@ -62,7 +64,8 @@ std::uint64_t unsignedNumber(const Dictionary& dictionary, std::string_view key)
 Result<Data> makeAccessToken(const std::string& path) {
   std::error_code error;
   std::filesystem::path absolute = std::filesystem::absolute(path, error);
-  if (path.empty() || error) return posixFailure(path.empty() ? ENOENT : error.value(), "cannot find " + path);
+  if (path.empty() || error)
+    return posixFailure(path.empty() ? ENOENT : error.value(), "cannot find " + path);
   std::string absolutePath = absolute.lexically_normal().string();
 
   auto identity = identityOf(absolutePath);
@@ -92,7 +95,8 @@ Result<std::string> resolveAccessToken(const Data& token) {
   auto present = identityOf(stored);
   if (!present) return tl::unexpected(present.error());
   Identity remembered{unsignedNumber(*fields, "device"), unsignedNumber(*fields, "volume"),
-                      unsignedNumber(*fields, "inode"), static_cast<std::int64_t>(unsignedNumber(*fields, "birth"))};
+                      unsignedNumber(*fields, "inode"),
+                      static_cast<std::int64_t>(unsignedNumber(*fields, "birth"))};
   if (!present->matches(remembered)) return posixFailure(ESTALE, stored + " has been replaced");
   return stored;
 }

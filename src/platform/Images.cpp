@@ -85,12 +85,13 @@ Result<void> checkPixels(const VImage& image, double limit, const std::string& w
   return {};
 }
 
-vips::VOption* thumbnailOptions(int maxHeight, VipsSize size, VipsFailOn tolerance) {
-  return VImage::option()
-      ->set("height", maxHeight)
-      ->set("size", size)
-      ->set("export_profile", "srgb")
-      ->set("fail_on", tolerance);
+/// How to shrink the image with this header. Only colours that are no sRGB are converted: the way through a
+/// profile costs time, and without one it would shift them.
+vips::VOption* thumbnailOptions(const VImage& header, int maxHeight, VipsSize size, VipsFailOn tolerance) {
+  auto* options = VImage::option()->set("height", maxHeight)->set("size", size)->set("fail_on", tolerance);
+  bool managed =
+      header.get_typeof(VIPS_META_ICC_NAME) != 0 || header.interpretation() == VIPS_INTERPRETATION_CMYK;
+  return managed ? options->set("export_profile", "srgb") : options;
 }
 
 }  // namespace
@@ -100,20 +101,28 @@ Image::Image(std::shared_ptr<const Pixels> pixels) : pixels_(std::move(pixels)) 
 Result<Image> Image::fromRgb(int width, int height, const Data& pixels) {
   if (!startVips()) return failure("image", 0, "libvips does not start");
   if (width < 1 || height < 1 || pixels.size() != std::size_t(width) * std::size_t(height) * 3) {
-    return failure("image", 0, fmt::format("{} bytes are no picture of {} x {}", pixels.size(), width, height));
+    return failure("image", 0,
+                   fmt::format("{} bytes are no picture of {} x {}", pixels.size(), width, height));
   }
   return catchingVips("image from pixels", [&] {
-    VImage image = VImage::new_from_memory_copy(const_cast<std::uint8_t*>(pixels.data()), pixels.size(), width,
-                                                height, 3, VIPS_FORMAT_UCHAR);
-    return ImageAccess::make(image.copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB)), false);
+    VImage borrowed = VImage::new_from_memory(const_cast<std::uint8_t*>(pixels.data()), pixels.size(), width,
+                                              height, 3, VIPS_FORMAT_UCHAR);
+    auto asSrgb = VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB);
+    return ImageAccess::make(computed(borrowed.copy(asSrgb)), false);
   });
 }
 
-int Image::width() const { return pixels_->image.width(); }
+int Image::width() const {
+  return pixels_->image.width();
+}
 
-int Image::height() const { return pixels_->image.height(); }
+int Image::height() const {
+  return pixels_->image.height();
+}
 
-bool Image::isPartial() const { return pixels_->partial; }
+bool Image::isPartial() const {
+  return pixels_->partial;
+}
 
 Result<Image> Image::resizedTo(int width, int height) const {
   if (width < 1 || height < 1) return failure("image", 0, fmt::format("no size: {} x {}", width, height));
@@ -125,7 +134,8 @@ Result<Image> Image::resizedTo(int width, int height) const {
 }
 
 Result<Image> Image::fittedWithin(int maxWidth, int maxHeight) const {
-  if (maxWidth < 1 || maxHeight < 1) return failure("image", 0, fmt::format("no size: {} x {}", maxWidth, maxHeight));
+  if (maxWidth < 1 || maxHeight < 1)
+    return failure("image", 0, fmt::format("no size: {} x {}", maxWidth, maxHeight));
   double shrink = std::max({1.0, double(width()) / maxWidth, double(height()) / maxHeight});
   if (shrink == 1.0) return *this;
   auto shrunk = [&](int side) { return std::max(1, static_cast<int>(side / shrink + 0.5)); };
@@ -136,13 +146,15 @@ Result<Image> Image::rotated(int degrees) const {
   if (degrees % 90 != 0) return failure("image", 0, fmt::format("no right angle: {}", degrees));
   auto angle = static_cast<VipsAngle>(((degrees / 90) % 4 + 4) % 4);
   if (angle == VIPS_ANGLE_D0) return *this;
-  return catchingVips("rotate", [&] { return ImageAccess::make(computed(pixels_->image.rot(angle)), pixels_->partial); });
+  return catchingVips(
+      "rotate", [&] { return ImageAccess::make(computed(pixels_->image.rot(angle)), pixels_->partial); });
 }
 
 Result<std::string> Image::encodeJpeg() const {
   return catchingVips("encode JPEG", [&] {
     VImage image = pixels_->image;
-    if (image.has_alpha()) image = image.flatten(VImage::option()->set("background", std::vector<double>{255, 255, 255}));
+    if (image.has_alpha())
+      image = image.flatten(VImage::option()->set("background", std::vector<double>{255, 255, 255}));
     VipsBlob* blob = image.jpegsave_buffer(VImage::option()->set("Q", kJpegQuality)->set("strip", true));
     std::size_t size = 0;
     const void* bytes = vips_blob_get(blob, &size);
@@ -159,30 +171,35 @@ Result<void> Image::saveJpeg(const std::string& path) const {
 }
 
 Result<Image> loadThumbnail(const std::string& path, int maxWidth, int maxHeight) {
-  if (maxWidth < 1 || maxHeight < 1) return failure("image", 0, fmt::format("no size: {} x {}", maxWidth, maxHeight));
+  if (maxWidth < 1 || maxHeight < 1)
+    return failure("image", 0, fmt::format("no size: {} x {}", maxWidth, maxHeight));
   auto source = imageSource(path);
   if (!source) return tl::unexpected(source.error());
   auto header = catchingVips(path, [&] { return openImage(*source); });
   if (!header) return tl::unexpected(header.error());
   if (!source->drawing) {
-    if (auto fits = checkPixels(*header, kMaxThumbnailSource, path); !fits) return tl::unexpected(fits.error());
+    if (auto fits = checkPixels(*header, kMaxThumbnailSource, path); !fits)
+      return tl::unexpected(fits.error());
   }
   VipsSize size = source->drawing ? VIPS_SIZE_BOTH : VIPS_SIZE_DOWN;
   return decodeTolerantly(path, [&](VipsFailOn tolerance) {
-    return VImage::thumbnail(source->path.c_str(), maxWidth, thumbnailOptions(maxHeight, size, tolerance));
+    return VImage::thumbnail(source->path.c_str(), maxWidth,
+                             thumbnailOptions(*header, maxHeight, size, tolerance));
   });
 }
 
 Result<Image> decodeImage(std::string_view bytes) {
   if (auto checked = checkImageBytes(bytes); !checked) return tl::unexpected(checked.error());
   auto blob = std::unique_ptr<VipsBlob, void (*)(VipsBlob*)>(
-      vips_blob_new(nullptr, bytes.data(), bytes.size()), [](VipsBlob* area) { vips_area_unref(VIPS_AREA(area)); });
-  auto header = catchingVips("image data", [&] { return VImage::new_from_buffer(bytes.data(), bytes.size(), ""); });
+      vips_blob_new(nullptr, bytes.data(), bytes.size()),
+      [](VipsBlob* area) { vips_area_unref(VIPS_AREA(area)); });
+  auto header =
+      catchingVips("image data", [&] { return VImage::new_from_buffer(bytes.data(), bytes.size(), ""); });
   if (!header) return tl::unexpected(header.error());
   if (auto fits = checkPixels(*header, kMaxDecoded, "image data"); !fits) return tl::unexpected(fits.error());
   return decodeTolerantly("image data", [&](VipsFailOn tolerance) {
     return VImage::thumbnail_buffer(blob.get(), VIPS_MAX_COORD,
-                                    thumbnailOptions(VIPS_MAX_COORD, VIPS_SIZE_DOWN, tolerance));
+                                    thumbnailOptions(*header, VIPS_MAX_COORD, VIPS_SIZE_DOWN, tolerance));
   });
 }
 

@@ -4,15 +4,15 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 
+#include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
-#include "platform/Descriptor.h"
 
 namespace vornex {
 
@@ -21,15 +21,15 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 struct Pipe {
-  Descriptor reader;
-  Descriptor writer;
+  FileDescriptor reader;
+  FileDescriptor writer;
 };
 
 Result<Pipe> makePipe() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return posixFailure(errno, "cannot make a pipe");
   fcntl(ends[0], F_SETFL, O_NONBLOCK);
-  return Pipe{Descriptor(ends[0]), Descriptor(ends[1])};
+  return Pipe{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 /// Starts the program in a process group of its own; `output` is its standard output and error, -1 for none.
@@ -82,7 +82,8 @@ bool drain(int reader, std::size_t limit, std::string& output) {
 }
 
 /// Waits until the process has ended, collecting its output. Returns whether it ended before the deadline.
-bool waitForEnd(int process, Descriptor& reader, std::size_t limit, Clock::time_point deadline, std::string& output) {
+bool waitForEnd(int process, FileDescriptor& reader, std::size_t limit, Clock::time_point deadline,
+                std::string& output) {
   for (;;) {
     auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     if (left <= 0) return false;
@@ -101,7 +102,9 @@ bool waitForEnd(int process, Descriptor& reader, std::size_t limit, Clock::time_
 }  // namespace
 
 OptionalString findProgram(const std::string& name) {
-  auto executable = [](const std::string& path) { return !isDirectory(path) && access(path.c_str(), X_OK) == 0; };
+  auto executable = [](const std::string& path) {
+    return !isDirectory(path) && access(path.c_str(), X_OK) == 0;
+  };
   if (name.empty()) return std::nullopt;
   if (name.find('/') != std::string::npos) return executable(name) ? OptionalString(name) : std::nullopt;
   const char* variable = std::getenv("PATH");
@@ -130,7 +133,7 @@ Result<ProcessResult> runProcess(const std::string& program, const std::vector<s
 
   ProcessResult result;
   auto deadline = Clock::now() + options.timeLimit;
-  Descriptor handle(pidfd_open(*process, 0));
+  FileDescriptor handle(static_cast<int>(syscall(SYS_pidfd_open, *process, 0)));
   bool ended = handle.get() >= 0 &&
                waitForEnd(handle.get(), pipe->reader, options.outputLimit, deadline, result.output);
   result.timedOut = !ended;

@@ -1,12 +1,11 @@
 #include "platform/VipsSupport.h"
 
 #include <sys/stat.h>
+#include <vornex/Log.h>
 
 #include <array>
 #include <cerrno>
 #include <fstream>
-
-#include <vornex/Log.h>
 
 namespace vornex {
 
@@ -34,7 +33,8 @@ bool initialise() {
 
 enum class Loader { refused, bitmap, drawing, general };
 
-/// What we let libvips use. The others read numbers as pictures, are for microscopes, or follow odd file names.
+/// What we let libvips use. The others read numbers as pictures, are for microscopes, or follow odd file
+/// names.
 Loader loaderKind(std::string_view name) {
   constexpr std::string_view kPrefix = "VipsForeignLoad";
   constexpr std::array<std::string_view, 12> kBitmaps = {"Jpeg", "Png",  "Tiff", "Webp",    "Heif", "Nsgif",
@@ -43,15 +43,17 @@ Loader loaderKind(std::string_view name) {
   name.remove_prefix(kPrefix.size());
   if (name.starts_with("Svg") || name.starts_with("Pdf")) return Loader::drawing;
   if (name.starts_with("Magick")) return Loader::general;
-  bool known = std::any_of(kBitmaps.begin(), kBitmaps.end(), [&](auto known) { return name.starts_with(known); });
-  return known ? Loader::bitmap : Loader::refused;
+  bool isBitmap =
+      std::any_of(kBitmaps.begin(), kBitmaps.end(), [&](auto known) { return name.starts_with(known); });
+  return isBitmap ? Loader::bitmap : Loader::refused;
 }
 
 /// The general loader would start outside programs for all sorts of files; it gets these alone.
 bool isPlainBitmap(std::string_view head) {
   using namespace std::string_view_literals;
   constexpr std::array kSignatures = {"BM"sv, "8BPS"sv, "\0\0\1\0"sv, "DDS "sv, "icns"sv, "gimp xcf "sv};
-  return std::any_of(kSignatures.begin(), kSignatures.end(), [&](auto start) { return head.starts_with(start); });
+  return std::any_of(kSignatures.begin(), kSignatures.end(),
+                     [&](auto start) { return head.starts_with(start); });
 }
 
 Result<bool> isDrawing(const char* loader, std::string_view head, const std::string& what) {

@@ -3,7 +3,6 @@
 #include <functional>
 #include <string>
 #include <string_view>
-
 #include <vips/vips8>
 
 #include "foundation/Error.h"
@@ -12,7 +11,7 @@ namespace vornex {
 
 /// An image that libvips is ready to read: it found a loader for it that we trust with still images.
 struct ImageSource {
-  std::string path;  ///< as libvips wants it, without options
+  std::string path;      ///< as libvips wants it, without options
   bool drawing = false;  ///< has no pixels of its own: SVG, PDF
 };
 

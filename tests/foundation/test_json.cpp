@@ -16,14 +16,17 @@ TEST(Json, NumbersKeepTheirKindAndTheirDigits) {
   EXPECT_EQ(parsed("18446744073709551615"), Value(std::numeric_limits<std::uint64_t>::max()));
   EXPECT_EQ(parsed("18446744073709551616"), Value(18446744073709551616.0));
   EXPECT_EQ(parsed("1.0"), Value(1.0));
+  EXPECT_EQ(parsed("1e-999"), Value(0.0));
+  EXPECT_EQ(parsed("0E75"), Value(0.0));
   EXPECT_EQ(parsed("true"), Value(true));
 }
 
 TEST(Json, RefusesWhatIsNotOneDocument) {
   std::string deep(600, '[');
-  for (std::string text : {std::string(""), std::string("{"), std::string("[1,]"), std::string("{\"a\":1} x"),
-                           std::string("nul"), std::string("\"\xff\""), std::string("01"),
-                           std::string("1e999"), std::string("{\"a\" 1}"), deep + std::string(600, ']')}) {
+  for (std::string text :
+       {std::string(""), std::string("{"), std::string("[1,]"), std::string("{\"a\":1} x"),
+        std::string("nul"), std::string("\"\xff\""), std::string("01"), std::string("1e999"),
+        std::string("{\"a\" 1}"), std::string("\"\\udc00\""), deep + std::string(600, ']')}) {
     Result<Value> value = parseJson(text);
     ASSERT_FALSE(value) << text;
     EXPECT_EQ(value.error().domain, "json");

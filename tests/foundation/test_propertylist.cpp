@@ -75,3 +75,31 @@ TEST(PropertyList, PythonReadsBothFormats) {
     EXPECT_EQ(std::system(check.c_str()), 0);
   }
 }
+
+// Hostile binary lists: a container that holds itself, and twenty levels of arrays that each hold the next
+// one ten times.
+TEST(PropertyList, RefusesCyclesAndBombs) {
+  auto list = [](const std::vector<std::string>& objects) {
+    std::string bytes = "bplist00";
+    std::string offsets;
+    for (const std::string& object : objects) {
+      offsets += static_cast<char>(bytes.size() >> 8);
+      offsets += static_cast<char>(bytes.size());
+      bytes += object;
+    }
+    std::string trailer(32, '\0');
+    trailer[6] = 2;
+    trailer[7] = 1;
+    trailer[15] = static_cast<char>(objects.size());
+    trailer[30] = static_cast<char>(bytes.size() >> 8);
+    trailer[31] = static_cast<char>(bytes.size());
+    return bytes + offsets + trailer;
+  };
+  EXPECT_TRUE(parsePropertyList(list({std::string("\xa1\x01"), std::string("\x10\x05")})));
+  EXPECT_FALSE(parsePropertyList(list({std::string("\xa1\x00", 2)})));
+  EXPECT_FALSE(parsePropertyList(list({std::string("\xa1\x07")})));
+  std::vector<std::string> bomb;
+  for (char level = 1; level <= 20; ++level) bomb.push_back("\xaa" + std::string(10, level));
+  bomb.push_back("\x09");
+  EXPECT_FALSE(parsePropertyList(list(bomb)));
+}
