@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "sdk/ImportFixture.h"
 
@@ -103,6 +105,25 @@ TEST_F(Import, AFailedFileLeavesNothingAndTheBatchGoesOn) {
   EXPECT_EQ(assets_[source("a.jpg")]->importStatus(), -1);
   EXPECT_THAT(packageFiles(), ElementsAre(*assets_[source("b.txt")]->masterPath));
   EXPECT_EQ(server_.records().size(), 1U);
+}
+
+TEST_F(Import, ACopyThatCannotBeWrittenFailsByNameAndLeavesNothing) {
+  std::ofstream(source("big.bin")) << std::string(2 << 20, 'x');
+  writeText(source("small.txt"), "small");
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before;
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  rlimit small{1 << 20, before.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &small);
+  std::vector<Step> steps = import(items({"big.bin", "small.txt"}));
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  auto failed =
+      std::find_if(steps.begin(), steps.end(), [](const Step& step) { return step.error != nullptr; });
+  ASSERT_NE(failed, steps.end());
+  EXPECT_EQ(failed->error->domain(), "posix");
+  EXPECT_EQ(failed->error->code(), EFBIG);
+  EXPECT_THAT(failed->error->message(), ::testing::HasSubstr("big.bin"));
+  EXPECT_THAT(packageFiles(), ElementsAre(*assets_[source("small.txt")]->masterPath));
 }
 
 TEST_F(Import, ARecordWhoseAnswerWasLostIsTakenBack) {
