@@ -29,9 +29,11 @@ class ValueBuilder {
   bool Double(double) { return false; }
   bool RawNumber(const char* text, rapidjson::SizeType length, bool) { return addNumber({text, length}); }
   bool String(const char* text, rapidjson::SizeType length, bool) {
-    return add(Value(std::string(text, length)));
+    // Escapes may spell half a surrogate pair, which no text can hold.
+    return isValidUtf8({text, length}) && add(Value(std::string(text, length)));
   }
   bool Key(const char* text, rapidjson::SizeType length, bool) {
+    if (!isValidUtf8({text, length})) return false;
     open_.back().key.assign(text, length);
     return true;
   }
