@@ -1,11 +1,11 @@
 #pragma once
 
+#include <vornex/Value.h>
+
 #include <atomic>
 #include <map>
 #include <mutex>
 #include <string>
-
-#include <vornex/Value.h>
 
 #include "core/Coercion.h"
 #include "foundation/Json.h"

@@ -66,18 +66,21 @@ class ImportFixture : public ::testing::Test {
   std::string source(const std::string& name) const { return folder_ / ("source/" + name); }
   std::string inPackage(const OptionalString& path) const { return package() + path.value_or("/none"); }
 
+  /// Hears each step; true stops the batch.
+  using Watch = std::function<bool(const Step& step)>;
+
   /// Runs a batch to its end; the steps are those of the handler, in order.
   std::vector<Step> import(const std::vector<ImportAssetPtr>& items, ImportType type = ImportType::copy,
-                           bool shouldIndexing = false, TQProject::ImportProgress also = {}) {
+                           bool shouldIndexing = false, const Watch& watch = {}) {
     std::vector<Step> steps;
     int completions = 0;
     project_->createAssetsWithImportAssets(
         items, type, folder_ / "target", shouldIndexing,
         [&](const ImportAssetPtr& item, const AssetPtr& asset, double progress, std::int64_t finishedCount,
-            std::int64_t bytes, bool* stop, const TQErrorPtr& error) {
-          steps.push_back({lastPathComponent(*item->path), progress, finishedCount, error});
+            std::int64_t, bool* stop, const TQErrorPtr& error) {
+          steps.push_back({item->path->substr(source("").size()), progress, finishedCount, error});
           assets_[*item->path] = asset;
-          if (also) also(item, asset, progress, finishedCount, bytes, stop, error);
+          if (watch && watch(steps.back())) *stop = true;
         },
         [&](bool ok, const TQErrorPtr& error) {
           ++completions;
