@@ -31,7 +31,8 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   /// "name_id"
   std::string nameWithID() const;
 
-  /// Absolute paths; absent without library or masterPath. The origin is the source of a reference.
+  /// Absolute paths; absent without library or masterPath. The origin is the source of a reference, absent
+  /// when the link in the package is gone.
   OptionalString managedMasterPath() const;
   OptionalString originMasterPath() const;
   /// URLs as percent-encoded strings; absent on every failure.
@@ -105,6 +106,15 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
  private:
   TQAsset() = default;
 
+  void noteMetaData(const char* key, Value value);
+  /// The source file for a path in the package that holds a link, absent when it cannot be told; else the
+  /// path.
+  OptionalString resolvedPath(const std::string& path) const;
+  bool canHavePreview() const;
+  /// Asks the server for the address of a file.
+  OptionalString askForURL(const char* operation, const char* pathKey, const OptionalString& path,
+                           TQErrorPtr& error) const;
+
   OptionalString name_;
   std::int64_t importStatus_ = 0;
   bool isDeleted_ = false;
@@ -114,7 +124,8 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   std::vector<std::string> tags_;
 };
 
-/// Stores a value under a dotted key path, making the missing levels.
+/// Stores a value under a dotted key path, making the missing levels. A null value, an absent path and a
+/// level that is no dictionary are logged, and nothing changes.
 void setMetaValue(Dictionary& dictionary, const Value& value, const OptionalString& keyPath);
 
 }  // namespace vornex

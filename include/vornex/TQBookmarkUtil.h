@@ -22,43 +22,76 @@ struct TQBookmark {
 
 /// The folders that the user chose, kept in "bookmark.plist", and volume and alias helpers.
 ///
-/// Thread-safety: safe on any thread.
+/// A bookmark covers its folder and everything below it. Operations fail soft: false, absent or empty, and a
+/// log line.
+///
+/// Thread-safety: safe on any thread. Operations block on the file system only.
 class TQBookmarkUtil {
  public:
+  /// Made on first use, without bookmarks; lives until the process ends.
   static TQBookmarkUtil& sharedInstance();
 
+  /// Reads the file anew, keeps the entries whose folder is still there and open to this user, rewrites the
+  /// file with them and gives them. An entry that is no bookmark ends the reading; the file is left alone
+  /// then.
   std::vector<TQBookmark> loadBookmarks();
+  /// Ends the access to the folders; the list stays.
   void unloadBookmarks();
+  /// Writes the list; an empty list is not written, and is a success.
   bool saveBookmarks();
+  /// Adds the folder unless a bookmark covers it. The file is not written.
   bool addBookmarkWithFilePath(const OptionalString& path);
+  /// Adds the whole volume that holds the path. The file is not written.
   bool addBookmarkWithVolumePath(const OptionalString& path);
+  /// The first bookmark of exactly this path, compared as the user's language does.
   std::optional<TQBookmark> bookmarkWithFilePath(const OptionalString& path) const;
   bool existBookmarkWithFilePath(const OptionalString& path) const;
+  /// The topmost bookmarked folder that holds, or is, the path.
   OptionalString findParentFolderFromFilePath(const OptionalString& path) const;
+  /// Whether a bookmark covers the path and its folder is still there and open to this user.
   bool accessibilityBookmarkWithFilePath(const OptionalString& path) const;
+  /// Whether the path is, or lies in, the user's "Downloads".
   bool hasDownloadFolderWithFilePath(const OptionalString& path) const;
+  /// The description of the volume that holds the path.
   std::optional<Dictionary> volumeInfoWithPath(const OptionalString& path) const;
+  /// A token that names the folder or file.
   std::optional<Data> bookmarkDataFromFilePath(const OptionalString& path) const;
 
+  /// Whether the file was of a form that is not read any more: one without a version, or of version "1.0",
+  /// which is then removed.
+  bool needUpdateVersion();
+  /// Writes the current version with an empty list; false when there are bookmarks.
+  bool updateVersion();
+
+  /// Absent: programs belong to no application group here.
   static OptionalString groupIdentifier();
   static std::string rootFolder();
   static std::string preferenceFolder();
   static std::string preferencePlist();
   static std::string bookmarkPlist();
   static std::string sqliteFilePath();
+  /// Wakes the bookmarked folders, and their volumes, as the file lists them.
   static void startAllBookmarks();
+  /// A file URL, percent-encoded.
   static OptionalString bookmarkURLFromPath(const OptionalString& path);
+  /// "/Volumes/" and the name of the volume that holds the path.
   static OptionalString volumePathFromFilePath(const OptionalString& path);
+  /// Where the volume that holds the path is mounted.
   static OptionalString realVolumePathFromFilePath(const OptionalString& path);
   static std::string systemVolumeName();
+  /// The home folder of the user database.
   static std::vector<std::string> userFolders();
+  /// Whether the item is a symbolic link.
   static bool isAliasFileWithPath(const std::string& path);
-  /// The destination of a symbolic link as stored, possibly relative, or the path an alias file resolves to.
+  /// The destination of a symbolic link as stored, possibly relative.
   static OptionalString resolvingAliasFileWithPath(const OptionalString& path);
 
  private:
   TQBookmarkUtil() = default;
-  ~TQBookmarkUtil();
+  ~TQBookmarkUtil() = delete;
+
+  bool addBookmark(const std::string& path);
+
   mutable std::recursive_mutex monitor_;
   std::vector<TQBookmark> bookmarks_;
 };

@@ -41,6 +41,7 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// comes on the caller's thread.
   void updateNewName(OptionalString name, OptionalString desc, OptionalString mountPath, bool shared,
                      Completion completion);
+  /// The same; gives whether "library.plist" was written, too.
   bool updateNewName(OptionalString name, OptionalString desc, OptionalString mountPath, bool shared,
                      TQErrorPtr* error);
 
@@ -67,46 +68,103 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   AssetFolderPtr createAssetFolder() const;
   AssetFolderPtr createAssetLiveFolder() const;
 
-  // Project tree (TQLibraryProjects.cpp)
+  // Lock files (TQLibraryLockFiles.cpp): each names a computer that uses the package folder.
+
+  /// Whether this computer may use the package folder: no lock file is in it, or this computer's. Writes
+  /// none. Error 10020 for another computer's; false without an error for a network library.
+  bool createLibaryLockFileWithError(TQErrorPtr* error) const;
+  /// Removes this computer's lock file; true when there is none.
+  bool removeLibraryLockFile() const;
+  /// Removes the first lock file of any computer; true when there is none.
+  bool removeLibraryLockFileAll() const;
+
+  // Project tree (TQLibraryProjects.cpp). A local library's changes rewrite "project.plist"; a network
+  // library's are made by its server first. A change that fails leaves the tree as it was, unless stated
+  // otherwise.
 
   /// Loads the tree from the server on a worker thread and calls back there: the root projects, or an error.
-  /// Known root projects keep their objects; groups are built anew.
+  /// Known root projects keep their objects; groups are built anew. Errors: 10000 no connection or user,
+  /// 10004 a useless answer, or the request's.
   void loadProjects(
       std::function<void(std::optional<std::vector<ProjectPtr>> projects, TQErrorPtr error)> completion);
   /// The same, blocking. Absent on failure.
   std::optional<std::vector<ProjectPtr>> loadProjects(TQErrorPtr* error);
+  /// Builds a node's groups from its dictionary form, whose "group" holds its children.
   void loadGroups(const Dictionary& parent, const ProjectPtr& project, const ProjectPtr& rootProject);
   /// Adds a root project. Called back on a worker thread (main queue for a network library's answer). Errors:
-  /// 10000 no name, 10002 the name is taken, 10003 not saved, 10004 a useless answer.
+  /// 10000 no name, 10002 the name is taken, 10003 not saved, 10004 a useless answer, or the request's.
   void addProject(OptionalString name, std::function<void(ProjectPtr project, TQErrorPtr error)> completion);
-  /// Removes an empty root project of a local library. Errors: 10000, 10003, 10004 it holds assets, 10005
-  /// network.
+  /// Removes an empty root project of a local library; what lies in the trash does not count. Called back on
+  /// a worker thread. Errors: 10000, 10003, 10004 it holds assets, 10005 a network library, or those of
+  /// asking the server what it holds.
   void removeProject(ProjectPtr project, Completion completion);
   /// Index by identifier, or -1.
   std::int64_t indexOfProject(const ProjectPtr& project) const;
-  /// Reorders the root projects; the index counts positions before the move.
+  /// Reorders the root projects; the index counts positions before the move. Blocks for a network library.
+  /// False, and nothing changed, for an unknown item, an index out of range or a refusal of the server. A
+  /// local move that cannot be saved is kept, and logged.
   bool moveItem(const ProjectPtr& item, std::int64_t toIndex);
-  /// The project or group with the identifier, or null.
+  /// The project or group with the identifier, or null. Root projects come before groups.
   ProjectPtr projectWithID(const std::string& id) const;
+  /// Exact and case-sensitive.
   bool isExistNameInProjects(const std::string& name) const;
-  /// Writes "project.plist" with a new random hash.
+  /// Writes "project.plist" with a new random hash, keeping the keys that are not the tree's. The first save
+  /// of a library whose tree was never loaded takes over the tree of the file. False when the file cannot be
+  /// written, or is there and cannot be read.
   bool saveProjects();
+  /// Puts the node's children, if it has any, under "group" of its dictionary form.
   void loadGroup(const ProjectPtr& project, Dictionary& parent) const;
 
-  // Assets (TQLibraryAssets.cpp)
+  // Assets (TQLibraryAssets.cpp). The server changes first; the given assets follow where its answer confirms
+  // them, matched by position. Without further word, completions come on the main queue with an answer, on a
+  // worker thread with an error found before sending, and an error of a request that failed in part has the
+  // identifiers of the unconfirmed assets under "failAssets" in its userInfo.
 
-  /// Applies the change on the server and to the assets it confirms; blocking. Errors: 10000 without assets;
-  /// a failed request keeps its domain and code and names the failed assets under "failAssets".
+  /// Stores the values of the dictionary, whose values may be nested dictionaries. Blocking. Errors: 10000
+  /// without assets; a failed request's. A failed request whose answer names no assets still gives true.
   bool updateAssets(const std::vector<AssetPtr>& assets, const Dictionary& metaDictionary, TQErrorPtr* error);
-  /// The same on a worker thread; called back there.
+  /// The same on a worker thread; called back there. A failed request is always an error here.
   void updateAssets(const std::vector<AssetPtr>& assets, const Dictionary& metaDictionary,
                     Completion completion);
   /// Applies an answer to the assets by position and returns the ids that it does not confirm; absent when
   /// the answer has no "items".
   std::optional<std::vector<std::string>> updateAssets(const std::vector<AssetPtr>& assets,
                                                        const Dictionary& metaDict, const Value& response);
-  /// Deletes the record on the server. True at once for an asset without identifier.
+  void updateAssetsColor(const std::vector<AssetPtr>& assets, std::int64_t color, Completion completion);
+  void updateAssetsRating(const std::vector<AssetPtr>& assets, std::int64_t rating, Completion completion);
+  void updateAssetsFlagged(const std::vector<AssetPtr>& assets, bool flagged, Completion completion);
+  /// Appends the dotted paths of the dictionary's leaves, each led by the prefix unless that is empty.
+  static void parentKeyPath(const std::string& prefix, const Dictionary& dictionary,
+                            std::vector<std::string>& keyPathArray);
+  /// Stores a value under a dotted key path, making the missing levels. A level that is no dictionary is
+  /// kept, and nothing is stored.
+  static void updateMetaDataWithKeyPath(const std::string& keyPath, const Value& value, Dictionary& metaDict);
+
+  /// Deletes the record on the server, and the file too if wanted. Blocking. True at once for an asset
+  /// without identifier.
   bool deleteAsset(const AssetPtr& asset, bool wantRemoveOrignalFile, TQErrorPtr* error);
+
+  /// Assets of live folders and Final Cut Pro X are not trashed: they leave their project. Error 10000
+  /// without assets.
+  void moveAssetsToTrash(const std::vector<AssetPtr>& assets, Completion completion);
+  std::optional<std::vector<std::string>> moveAssetsToTrash(const std::vector<AssetPtr>& assets,
+                                                            const Value& response);
+  /// Assets whose project the library no longer holds fail; error 10007 when that leaves none.
+  void restoreAssets(const std::vector<AssetPtr>& assets, Completion completion);
+  std::optional<std::vector<std::string>> restoreAssets(const std::vector<AssetPtr>& assets,
+                                                        const Value& response);
+  /// Into a project or group, out of the trash. Error 10000 without assets or target.
+  void moveAssets(const std::vector<AssetPtr>& assets, const ProjectPtr& toProject, Completion completion);
+  std::optional<std::vector<std::string>> moveAssets(const std::vector<AssetPtr>& assets,
+                                                     const ProjectPtr& toProject, const Value& response);
+
+  // Import (src/import/ImportRecovery.cpp)
+
+  /// Tidies up after imports of a local library that were killed: a record without its file is deleted, a file
+  /// without a record is removed, a missing thumbnail or preview of a complete asset is made. Imports that run are
+  /// left alone. True when nothing is left to do; else what could not be settled stays for the next time, and
+  /// *error tells why (the server's or the request's error). Blocks; safe on any thread.
+  bool recoverInterruptedImports(TQErrorPtr* error);
 
   bool isShared = false;
   bool onlineStatus = false;
@@ -138,9 +196,41 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   bool serverRight(const char* key) const;
   AssetFolderPtr makeAssetFolder(const std::string& group, const char* operation) const;
 
+  void takeProjects(const Array& nodes);
+  /// Reads "project.plist" once: saving keeps its keys, and its tree stands in while none was loaded. False
+  /// when it is there but cannot be read; then it must not be overwritten.
+  bool readProjectFile();
+  TQErrorPtr projectsNotSaved() const;
+  void adoptProject(const ProjectPtr& project);
+  void addNetworkProject(const std::string& newName,
+                         const std::function<void(ProjectPtr project, TQErrorPtr error)>& completion);
+  ProjectPtr addLocalProject(const std::string& newName, TQErrorPtr& error);
+  TQErrorPtr removeLocalProject(const ProjectPtr& project);
+  /// Asks the server for one change of the tree, and takes over the hash that it answers. The answer's
+  /// identifier, or absent with an error.
+  OptionalString sendTreeChange(const std::string& operation, const Dictionary& item, TQErrorPtr& error);
+  void sendTreeChange(const std::string& operation, const Dictionary& item,
+                      std::function<void(OptionalString id, TQErrorPtr error)> completion);
+  OptionalString takeTreeChange(const Value& response, TQErrorPtr& error);
+  /// Whether the item may be moved: a network library asks its server.
+  bool confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex);
+  /// Saves a local library's tree after a move.
+  void saveMove();
+
+  using AssetIDs = std::optional<std::vector<std::string>>;
+  TQErrorPtr assetUpdateError(const std::vector<AssetPtr>& assets) const;
+  /// Sends the change for each asset, blocking, and applies the answer.
+  AssetIDs sendMetaData(const std::vector<AssetPtr>& assets, const Dictionary& metaDict, TQErrorPtr& error);
+  /// Sends changed items to the server and applies the answer.
+  void sendAssetUpdate(Array items, std::function<AssetIDs(const Value& response)> apply,
+                       Completion completion);
+
   /// In-memory copy of "project.plist"; keys other than the tree's are kept.
   Dictionary projectDict_;
+  bool isProjectFileRead_ = false;
+  bool isTreeLoaded_ = false;
 
+  friend class TQAsset;
   friend class TQProject;
   friend class TQSearchManager;
 };

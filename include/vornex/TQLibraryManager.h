@@ -11,8 +11,8 @@ class TQCopyInterface;
 
 /// Owner of the list of known libraries; the entry point of the SDK.
 ///
-/// Thread-safety: safe on any thread. Writers hold the list's monitor; lookups read a published snapshot and
-/// take no lock that a writer holds while it works.
+/// Thread-safety: safe on any thread. Operations that change the list hold its monitor, which one thread may
+/// enter repeatedly; lookups read a published snapshot and never wait for a writer.
 class TQLibraryManager {
  public:
   using SyncHandler = std::function<void(LibraryPtr library, bool syncing)>;
@@ -21,62 +21,90 @@ class TQLibraryManager {
   /// loadAllLibraries.
   static TQLibraryManager& sharedManager();
 
-  /// Reads both list files on a worker thread and calls back there, while the list's monitor is held.
+  /// Reads both list files on a worker thread and calls back there, while the list's monitor is held: the
+  /// completion must not wait for another thread that changes the list.
   void loadAllLibraries(std::function<void(std::vector<LibraryPtr> libraries)> completion);
-  /// Absent when the file cannot be read; the list is not touched.
+  /// The libraries of one list file, with their users; the list is not touched. Absent when the file cannot
+  /// be read. A row that is no library is logged and left out.
   std::optional<std::vector<LibraryPtr>> loadLibrariesFromPlistFile(const std::string& path);
 
   /// A snapshot, in list order: local before network, each by name.
   std::vector<LibraryPtr> libraries() const;
   std::vector<LibraryPtr> localLibraries() const;
   std::vector<LibraryPtr> networkLibraries() const;
+  /// By type, then by name, byte by byte.
   void sortLibraries();
 
   /// The first library with the database name, or null.
   LibraryPtr libraryForDBName(const OptionalString& dbName) const;
+  /// Whether a library of the same database name is in the list.
   bool findLibrary(const LibraryPtr& library) const;
+  /// Each is empty for an absent argument.
   std::vector<LibraryPtr> findNetworkLibrariesWithBonjourName(const OptionalString& name) const;
   std::vector<LibraryPtr> findNetworkLibrariesWithIP(const OptionalString& address) const;
 
   /// Adds the libraries that are not in the list, keeps the credentials of network ones, and saves both
-  /// lists.
+  /// lists. False as soon as a list cannot be saved; the libraries stay in the list.
   bool addLibraries(const std::vector<LibraryPtr>& libraries);
-  /// Writes the local (0) or the network (any other type) list and has the local service reload its own.
+  /// Writes the libraries of the type to the local (0) or the network (any other type) list and has the
+  /// service, if there is a connection to it, read its list again.
   bool saveLibrariesFileWithType(std::int64_t type);
 
+  /// Keeps the user's ID and password for the library. False when either argument or one of the values is
+  /// missing, or the file cannot be written.
   bool saveNetworkUserFile(const UserPtr& user, const LibraryPtr& library);
   void deleteNetworkUserWithDBName(const OptionalString& dbName);
-  UserPtr networkUserWithDBName(const OptionalString& dbName);
+  /// The user whose credentials are kept for the library; without any, a user without ID and password.
+  UserPtr networkUserWithDBName(const OptionalString& dbName) const;
+  /// The same from the host application's own file, read anew on each call.
+  UserPtr networkUseFromBrindleWithDBName(const OptionalString& dbName) const;
 
+  /// Takes the library out of the list and saves the list of its type; false when that fails.
   bool deleteLibraryPlist(const LibraryPtr& library);
+  /// The same, and forgets the credentials kept for it.
   bool deleteRemoteLibrary(const LibraryPtr& library);
+  /// Removes the file of the local list; false when there is none.
   bool deleteLocalPlist();
 
+  /// Gives the connections of local libraries the local user with the current password.
   void updateLocalPassword();
+  /// Checks the lock files of the local libraries.
   void createLockFiles();
   void deleteLockFiles();
+  /// Starts what needs the local account: the copy service opens its folders.
   void startWorkflows();
+  /// Has the service and the copy service open the bookmarked folders.
   void startAllBookmarks();
 
   // Life cycle (TQLibraryManagerLifecycle.cpp)
 
-  /// Makes the package folder, the library's files and its database. Runs on a worker thread and calls back
-  /// on a worker or the service's thread. Errors: 10000 a missing argument, 10001 a network library, 10002
-  /// the package folder exists, 10003 a file could not be written, 10010 the folder could not be made, 10011
-  /// and 10012 no access to the place, or the service's error.
+  /// Makes the package folder, the library's files and its database, and adds the library to the list. The
+  /// folder that is to contain the package folder must exist. Called back on a worker thread. Errors: 10000 a
+  /// missing argument, 10001 a network library, 10002 the package folder exists, 10003 a file could not be
+  /// written, 10010 the package folder could not be made, 10011 and 10012 no access to the folder above it, a
+  /// "posix" error when a folder inside could not be made, or the service's error. Nothing stays behind when
+  /// the service refuses or a step before it fails. False without an error: another computer's lock file.
   void createLibrary(LibraryPtr library, Completion completion);
-  /// With allDelete the package folder and the database are removed too. Called back on a worker or the
-  /// service's thread.
+
+  /// Takes a library out of the list. With allDelete its database and its package folder are removed first.
+  /// Without it, a network library's credentials are forgotten; a local library must have lost its package
+  /// folder. Called back on a worker thread, or on the caller's when nothing but the list changes. Errors:
+  /// 10000 no library, or a package folder that is still there without allDelete; a "posix" error when the
+  /// package folder cannot be removed; or the service's error. False without an error: the list cannot be
+  /// saved.
   void deleteLibrary(LibraryPtr library, bool allDelete, SyncHandler syncHandler, Completion completion);
 
-  /// The process's copy service; never null.
+  /// Whether any computer's lock file is in the package folder; false when there is no library in it.
+  bool alreadyUsingLibraryWithPackageFolder(const std::string& packageFolder) const;
+
+  /// The process's copy service.
   TQCopyInterface& copyInterface();
 
  private:
   TQLibraryManager();
-  ~TQLibraryManager();
+  ~TQLibraryManager() = delete;
   struct State;
-  std::unique_ptr<State> state_;
+  const std::unique_ptr<State> state_;
 };
 
 }  // namespace vornex

@@ -32,60 +32,126 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   std::optional<Dictionary> projectDictionary() const;
   void setDictionary(const Dictionary& dictionary);
 
+  /// Among the direct children, by identifier; -1 when unknown.
   std::int64_t indexOfGroup(const Ptr& group) const;
   /// Depth first, the receiver included; null when unknown.
   Ptr groupWithID(const std::string& id);
+  /// The search below a node; *findGroup must be null before and stays so when nothing is found.
   void findGroupWithID(const std::string& id, const Ptr& parent, Ptr* findGroup);
   /// Among the direct children.
   Ptr findGroupWithName(const OptionalString& name) const;
+  /// The project at the top of the node's tree; null when a node on the way up is no group.
   static Ptr findProjectWithGroup(const Ptr& group);
+  /// Names are compared exactly.
   bool isExistNameInChildGroups(const std::string& name) const;
   bool isExistNameInChildGroups(const std::string& name, const Ptr& parent) const;
+  /// All nodes below this one.
   std::int64_t descendantCount() const;
 
-  /// Reorders within this node; the index counts positions before the move.
+  // Changes. A local library's rewrite its "project.plist"; a network library's are made by its server first,
+  // and the moves and the second rename block meanwhile. A change that fails leaves the tree as it was, but a
+  // local move that cannot be saved is kept, and logged. Completions come on the caller's thread, for a
+  // network library's answer on the main queue.
+
+  /// Reorders within this node; the index counts positions before the move. False for an unknown item, an
+  /// index out of range or a refusal of the server.
   bool moveItem(const Ptr& item, std::int64_t toIndex);
-  /// Moves a child of this node into another parent, at an index of that parent's list.
+  /// Moves a child of this node into another parent, at an index of that parent's list. Also false for a
+  /// parent that lies within the item.
   bool moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent);
+  /// Errors: 10000 no name, 10002 the name is taken (a network library leaves that to its server), 10003 not
+  /// saved, 10004 a useless answer, or the request's.
   void rename(const OptionalString& name, Completion completion);
   bool rename(const OptionalString& name, TQErrorPtr* error);
+  /// Errors as of rename.
   void addGroupWithName(const OptionalString& name,
                         std::function<void(Ptr group, TQErrorPtr error)> completion);
+  /// Errors: 10000 no group, or one that its parent does not list, 10003 not saved, 10005 a network library.
+  /// Whether the group holds assets is not asked.
   void removeGroup(const Ptr& group, Completion completion);
+  /// The dictionary form as text.
   std::string description() const;
 
-  // Import (src/import/TQProjectImport.cpp)
+  // Import (src/import/TQProjectImport.cpp). Local libraries only. The host's main queue must be pumped while
+  // an import runs: the server's answers pass through it. Callbacks come on worker threads, never two at a
+  // time for one batch. Failures of the file system have the domain "posix" and errno as code.
 
-  /// progress in percent; finished ends the file; error null on success.
+  /// progress in percent, below 100 until the file has ended well; finished ends the file, error null on
+  /// success.
   using FileCallback = std::function<void(AssetPtr asset, double progress, std::int64_t bytes, bool finished,
                                           TQErrorPtr error)>;
-  /// The host's view of one file; setting *stop ends the batch after the current file.
+  /// The host's view of one file, finishedCount being the files ended before it. A file that ends well gives
+  /// 100 last, one that fails gives 0 and the error. Setting *stop, which is valid during the call, cancels
+  /// the current file, takes it back from the library, and ends the batch.
   using ImportProgress =
       std::function<void(ImportAssetPtr item, AssetPtr asset, double progress, std::int64_t finishedCount,
                          std::int64_t bytes, bool* stop, TQErrorPtr error)>;
 
+  /// Imports the files strictly one after another, up to the first item without a path. Returns at once; the
+  /// completion comes once: (true, null) when the batch has ended, failed files or not, or on the caller's
+  /// thread (false, error): 10009 the package folder, or the target folder of an indexed reference, is
+  /// missing; 10005 a network library. A failed file leaves neither a record nor files behind. What an
+  /// earlier batch that was killed left behind is tidied up first.
   void createAssetsWithImportAssets(std::vector<ImportAssetPtr> items, ImportType importType,
                                     OptionalString targetDir, bool shouldIndexing,
                                     ImportProgress progressHandler, Completion completion);
+  /// One file outside a batch, never copied into the package. The folders must belong to the caller alone.
   void importAssetWithSourcePath(const std::string& path, AssetFolderPtr assetFolder,
                                  const Dictionary& metaDict, ImportType importType, OptionalString targetDir,
                                  bool shouldIndexing, FileCallback completion);
+  /// One file: the record, the file in the package, the server's record, the thumbnail, in this order. Blocks
+  /// for the metadata; the rest follows on other threads. Errors: 10000 a missing argument, 10001 a folder
+  /// outside the package, 10006 a useless answer, 10009 a missing file, 10011 a source that may not be read.
+  /// What a failed file leaves behind is tidied up by the next batch.
   void createAssetWithFolder(AssetFolderPtr folder, OptionalString srcPath, OptionalString destDir,
                              bool shouldIndexing, bool doCopy, ImportType importType,
                              ImportAssetPtr importAsset, FileCallback completion);
+  /// A new record for the file, placed in this project or group. Bytes of its name that are not UTF-8 are
+  /// written as %XX.
   AssetPtr createAssetWithSrcPath(const std::string& srcPath, OptionalString masterPath,
                                   OptionalString thumbnailPath, OptionalString previewPath);
+  /// The name, or "stem n.ext" with the first free n, when something is there in the folder; absent for
+  /// absent arguments. Numbers end at 10000.
   static OptionalString availableFileNameWithPath(const OptionalString& dir, const OptionalString& fileName);
+  /// Makes the server's record and sets the asset's id. Called back on the main queue, or at once with error
+  /// 10000 without a connection. Error 10006 for a useless answer.
   void createAsset(AssetPtr asset, std::function<void(AssetPtr asset, TQErrorPtr error)> completion);
+  /// The "_id" of the last element of "items".
   static OptionalString extractAssetIDWithResponse(const Value& response);
+  /// Makes the catalog folder of a video and stores its path in the record; blocks. The path relative to the
+  /// package folder, absent for other types and on failure (logged).
+  OptionalString createCatalogPathWithAssetID(const std::string& assetID, std::int64_t type,
+                                              const std::string& catalogFolderPath);
+  /// Asks which referenced files the server cannot reach; called back on the main queue with those. When the
+  /// server cannot tell, ok is false and all paths come back.
+  void accessibilityForReferenceFilePaths(
+      const std::vector<std::string>& paths,
+      std::function<void(bool ok, TQErrorPtr error, std::vector<std::string> paths)> completion);
+  /// Replaces whatever is at toPath by a symbolic link to the source. False without a source or path.
   static bool createLinkFileAtPath(const OptionalString& source, const OptionalString& toPath,
                                    TQErrorPtr* error);
+  /// Hands the file to the copy service with the asset's two copy handlers. The completion tells only whether
+  /// the job was taken; 10011 when the source may not be read.
   void copyFileAtPath(const std::string& src, const std::string& toPath, AssetPtr asset,
                       Completion completion);
+  /// Cancels the copy service's running job.
   void cancelFile();
+  /// Removes the asset's preview, master and thumbnail from the package. Nothing without master or thumbnail
+  /// path.
   void deleteFileAsset(const AssetPtr& asset);
+  /// Called back on a worker thread: whether a thumbnail was written. The error is always null.
   void extractThumbnail(const std::string& source, const std::string& toPath, Completion completion);
+  /// Writes the preview that a large or referenced image needs; blocks.
   void extractPreviewImageFromAsset(const AssetPtr& asset);
+  /// Names of RED clips: see the operations of the same meaning in src/import/FileNames.h.
+  static OptionalString reelNameForREDFileName(const OptionalString& name);
+  static OptionalString availableREDFolderNameWithPath(const OptionalString& dir,
+                                                       const OptionalString& folderName);
+  static OptionalString referenceREDFileFromFolderPath(const OptionalString& folder,
+                                                       const OptionalString& targetDir);
+
+  /// Source folder of RED clips to the folder chosen for its copy; present while a batch runs.
+  std::optional<std::map<std::string, std::string>> availableTargetREDFolders;
 
   std::weak_ptr<TQLibrary> library;
   std::weak_ptr<TQProject> rootProject;
@@ -100,6 +166,14 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
 
  private:
   TQProject() = default;
+
+  /// The parent that a change names to the server: the node's own for a project.
+  OptionalString parentID() const;
+  Dictionary renameRequest(const std::string& newName) const;
+  TQErrorPtr renameLocally(const std::string& newName, TQLibrary& owner);
+  void adoptGroup(const Ptr& group);
+
+  friend class TQLibrary;
 };
 
 }  // namespace vornex

@@ -22,7 +22,8 @@ class TQUser {
   /// or password.
   std::optional<Dictionary> userDictionary() const;
 
-  /// Sets the name if given and the MD5 string of the password if given, then saves the users file.
+  /// Sets the name if given and the MD5 string of the password if given, then saves the users file. Called
+  /// back on the caller's thread. Error 10003 when the file cannot be written; the new values stay.
   void updateNewName(OptionalString name, OptionalString password, Completion completion);
 
   /// Whether the database name is among the libraries.

@@ -2,24 +2,27 @@
 
 #include <vornex/Types.h>
 
-#include <mutex>
 #include <vector>
 
 namespace vornex {
 
-/// The users of the local libraries, kept in "users.plist".
+/// The users of the local libraries, kept in "users.plist", and the local account.
 ///
-/// Thread-safety: loadUsers, saveUsersFile, createUser, deleteUsers and the local password are safe on any
-/// thread; the other operations read a snapshot of the list.
+/// Thread-safety: safe on any thread. Operations that change the list hold its monitor, which one thread may
+/// enter repeatedly; lookups read a published snapshot and never wait for a writer. The users themselves are
+/// changed by whoever holds them, one thread at a time.
 class TQUserManager {
  public:
-  /// Made on first use; lives until the process ends.
+  /// Made on first use; lives until the process ends. The list is empty until loadUsers.
   static TQUserManager& sharedManager();
 
-  /// Reads "users.plist" on a worker thread; a missing file gives an empty list. Called back there.
+  /// Reads "users.plist" on a worker thread, in the order of the names; a missing file gives an empty list.
+  /// Called back there, while the list's monitor is held: the completion must not wait for another thread
+  /// that changes the list.
   void loadUsers(std::function<void(std::vector<UserPtr> users)> completion);
 
-  /// Writes every user but the local owner, atomically, and tells the local service.
+  /// Writes every user but the local owner, atomically, and has the service, if there is a connection to it,
+  /// read the file again.
   bool saveUsersFile();
 
   bool findUserID(const std::string& id) const;
@@ -27,15 +30,18 @@ class TQUserManager {
   UserPtr userForID(const std::string& id) const;
   /// The users of type 1, in list order.
   std::vector<UserPtr> reviewers() const;
+  /// A snapshot, in list order.
   std::vector<UserPtr> users() const;
 
   /// Takes the user with the clear password and keeps its MD5 string. Errors: 10000 no user, 10002 the ID is
-  /// taken, 10003 the file could not be written. Called back on the caller's thread.
+  /// taken, 10003 the file could not be written; the user stays in the list then. Called back on the caller's
+  /// thread.
   void createUser(UserPtr user, Completion completion);
 
   /// Errors: 10000 an empty list, 10003 the file could not be written. Called back on the caller's thread.
   void deleteUsers(const std::vector<UserPtr>& users, Completion completion);
 
+  /// By name, byte by byte; users without a name come first.
   static std::vector<UserPtr> sortedUsers(std::vector<UserPtr> users);
 
   /// The local account password and its MD5 string; absent until the local service has been launched.
@@ -44,12 +50,10 @@ class TQUserManager {
   void setLocalPassword(OptionalString password);
 
  private:
-  TQUserManager() = default;
-
-  mutable std::recursive_mutex monitor_;
-  std::vector<UserPtr> users_;
-  OptionalString localPassword_;
-  OptionalString localPasswordMD5_;
+  TQUserManager();
+  ~TQUserManager() = delete;
+  struct State;
+  const std::unique_ptr<State> state_;
 };
 
 }  // namespace vornex

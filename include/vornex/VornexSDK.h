@@ -19,39 +19,48 @@ inline constexpr const char* kTQLibraryDidDeleteNotification = "TQLibraryDidDele
 
 /// Starts and stops the local service, and receives its callbacks.
 ///
-/// Thread-safety: safe on any thread. Completions come on the thread that reads the service's control
-/// channel, which they may block only for as long as they need no further answer of the service, unless
-/// stated otherwise.
+/// The service is one process for each root folder, shared by every process that uses the folder. It is known
+/// to this process from initializeWAS to terminateWAS.
+///
+/// Thread-safety: safe on any thread. Completions come on worker threads, which they may block, unless stated
+/// otherwise.
 class VornexSDK {
  public:
   /// Made on first use; lives until the process ends.
   static VornexSDK& sharedInstance();
 
-  /// Loads the bookmarks and registers this object as the service's client.
+  /// Loads the bookmarks and registers this object as the service's client. Starts nothing.
   void initializeWAS();
 
-  /// Starts the service if it does not run, has it serve HTTP on the port and load its libraries. Called back
-  /// with (true, null) only when both succeeded.
+  /// Starts the service if it does not run, has it serve HTTP on the port (0: the port on which it serves
+  /// already, else any free one) and load its libraries. Sets WASPort to the port in use. Called back with
+  /// (true, null) only when all succeeded; then the local password is known and local libraries carry it.
+  /// Errors: 10 the service serves on another port or the port is taken, 31 the service cannot be started or
+  /// went away, 9 it hangs, or the service's own. Never called back before initializeWAS.
   void startWASServiceWithPort(std::int64_t port, Completion completion);
 
   /// Stops the web server and the databases; the service process stays. Called back at once without a
   /// service.
   void stopWASService(std::function<void()> completion);
 
-  /// Removes lock files, stops the web server and the databases, and ends the service process.
+  /// Removes lock files, stops the web server and the databases, and ends the service process, for every
+  /// process that uses it. Called back at once without a service.
   void terminateWAS(std::function<void()> completion);
 
-  /// False at once without a service; true exactly when the web server runs.
+  /// False at once before initializeWAS, and when no service runs; true exactly when the web server runs.
   void isRunning(std::function<void(bool running)> completion);
 
-  /// The sessions in the order reported. Never called back without a service.
+  /// The same with the port of the web server; 0 when it does not run.
+  void serviceState(std::function<void(bool running, std::int64_t port)> completion);
+
+  /// The sessions in the order reported; none with an error. Never called back before initializeWAS.
   void getUserSessions(std::function<void(std::vector<TQSession> sessions, TQErrorPtr error)> completion);
 
   /// TCP port of the local service, 38317 until startWASServiceWithPort sets another.
   std::atomic<std::int64_t> WASPort{38317};
 
  private:
-  VornexSDK();
+  VornexSDK() = default;
 };
 
 }  // namespace vornex

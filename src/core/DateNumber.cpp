@@ -1,5 +1,7 @@
 #include "core/DateNumber.h"
 
+#include <chrono>
+
 namespace vornex {
 
 namespace chrono = std::chrono;

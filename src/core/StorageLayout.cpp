@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "foundation/Files.h"

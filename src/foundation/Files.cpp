@@ -68,9 +68,16 @@ static Result<void> writeSynced(const std::string& path, std::string_view bytes,
   return {};
 }
 
+static constexpr const char* kUnfinishedPrefix = ".vornex-";
+static constexpr const char* kUnfinishedSuffix = ".tmp";
+
+bool isUnfinishedWrite(std::string_view fileName) {
+  return fileName.starts_with(kUnfinishedPrefix) && fileName.ends_with(kUnfinishedSuffix);
+}
+
 Result<void> writeFileAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
   std::string folder = deletingLastPathComponent(path);
-  std::string beside = appendPathComponent(folder, ".vornex-" + randomHex(8) + ".tmp");
+  std::string beside = appendPathComponent(folder, kUnfinishedPrefix + randomHex(8) + kUnfinishedSuffix);
   Result<void> written = writeSynced(beside, bytes, mode);
   if (written && ::rename(beside.c_str(), path.c_str()) != 0)
     written = posixFailure(errno, "rename to " + path);

@@ -21,6 +21,10 @@ bool isDirectory(const std::string& path);
 [[nodiscard]] Result<void> writeFileAtomically(const std::string& path, std::string_view bytes,
                                                unsigned mode = 0644);
 
+/// Whether a file name is one that `writeFileAtomically` gives to what it writes beside. After a crash such
+/// files may be removed.
+bool isUnfinishedWrite(std::string_view fileName);
+
 /// Makes the folder and the missing ones above it. A folder that exists is a success.
 [[nodiscard]] Result<void> createDirectories(const std::string& path, unsigned mode = 0755);
 

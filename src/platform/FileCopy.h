@@ -13,10 +13,10 @@ namespace vornex {
 using CopyProgress = std::function<bool(std::uint64_t bytesDone, std::uint64_t bytesTotal)>;
 
 /// Copies a file or a folder with all it holds, and returns the number of bytes. The copy appears at the
-/// target at once and whole, after it has reached the disk: it is made beside the target under the name
-/// ".<target name>.<random>.vornex-copy" and renamed. The target's folder must exist.
-/// Permissions, times and extended attributes are kept. A symbolic link given as source is followed; links
-/// inside a folder are copied as links. Space is shared with the source where the file system can.
+/// target at once and whole, after it has reached the disk: it is made beside the target under a hidden
+/// temporary name and renamed. The target's folder must exist. Permissions, times and extended attributes are
+/// kept. A symbolic link given as source is followed; links inside a folder are copied as links. Space is
+/// shared with the source where the file system can.
 ///
 /// Errors, after which nothing is left behind; domain "posix": EEXIST when something is at the target (it is
 /// never replaced), ECANCELED, ENOSPC, ENOENT for a source that is not there or vanishes, ESTALE for a source

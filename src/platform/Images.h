@@ -25,6 +25,8 @@ class Image {
 
   /// Stretched or shrunk to exactly this size.
   [[nodiscard]] Result<Image> resizedTo(int width, int height) const;
+  /// Turned clockwise by a multiple of 90 degrees.
+  [[nodiscard]] Result<Image> rotated(int degrees) const;
   /// Shrunk, keeping the aspect ratio, to lie within the bound; an image that does already is returned as it
   /// is.
   [[nodiscard]] Result<Image> fittedWithin(int maxWidth, int maxHeight) const;

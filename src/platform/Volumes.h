@@ -8,20 +8,26 @@ namespace vornex {
 
 /// The keys of a volume description. A fact that the system does not know has no entry.
 namespace volumeKey {
-inline constexpr const char* name =
-    "VolumeName";  ///< string: the label, else the mount folder's name ("/" for the root)
-inline constexpr const char* path = "VolumePath";  ///< string: where it is mounted; always there
-inline constexpr const char* kind =
-    "VolumeKind";  ///< string: file-system kind ("ext4", "nfs4", "overlay", ...); always there
-inline constexpr const char* network = "VolumeNetwork";  ///< boolean: on another machine; always there
-inline constexpr const char* uuid = "VolumeUUID";        ///< string: the file system's identifier
-inline constexpr const char* source =
-    "VolumeSource";  ///< string: what is mounted ("/dev/sdb1", "server:/share", ...)
-inline constexpr const char* model = "DeviceModel";    ///< string: device model, without surrounding blanks
-inline constexpr const char* vendor = "DeviceVendor";  ///< string: device vendor
-inline constexpr const char* protocol =
-    "DeviceProtocol";  ///< string: bus ("USB", "SATA", "NVMe", "SCSI", "MMC", ...)
-inline constexpr const char* removable = "DeviceRemovable";  ///< boolean: can be taken out or unplugged
+/// String: the label, else the name of the folder it is mounted on ("/" for the root).
+inline constexpr const char* name = "VolumeName";
+/// String: where it is mounted; always there.
+inline constexpr const char* path = "VolumePath";
+/// String: file-system kind ("ext4", "nfs4", "overlay", ...); always there.
+inline constexpr const char* kind = "VolumeKind";
+/// Boolean: on another machine; always there.
+inline constexpr const char* network = "VolumeNetwork";
+/// String: the file system's identifier.
+inline constexpr const char* uuid = "VolumeUUID";
+/// String: what is mounted ("/dev/sdb1", "server:/share", ...).
+inline constexpr const char* source = "VolumeSource";
+/// String: without surrounding blanks.
+inline constexpr const char* model = "DeviceModel";
+/// String: without surrounding blanks.
+inline constexpr const char* vendor = "DeviceVendor";
+/// String: the bus ("USB", "SATA", "NVMe", "SCSI", "MMC", ...).
+inline constexpr const char* protocol = "DeviceProtocol";
+/// Boolean: can be taken out or unplugged.
+inline constexpr const char* removable = "DeviceRemovable";
 }  // namespace volumeKey
 
 /// Describes the volume that holds the path, from the mount table and the device database. Device facts are

@@ -1,0 +1,236 @@
+#include <vornex/Log.h>
+#include <vornex/TQAsset.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQProject.h>
+
+#include "core/Coercion.h"
+#include "core/DateNumber.h"
+#include "platform/MediaInformation.h"
+#include "platform/Xmp.h"
+
+namespace vornex {
+
+namespace {
+
+std::optional<Date> readDate(const Value* number) {
+  if (!number || !(number->isNumber() || number->ifString())) return std::nullopt;
+  return dateFromDateNumber(coerce::integer(number));
+}
+
+/// A size that is missing or negative is 0.
+std::uint64_t readSize(const Value* number) {
+  if (number && number->ifUnsigned()) return *number->ifUnsigned();
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(coerce::integer(number), 0));
+}
+
+std::vector<std::string> readStrings(const Value* array) {
+  std::vector<std::string> strings;
+  for (const Value& element : coerce::array(array))
+    if (const std::string* string = element.ifString()) strings.push_back(*string);
+  return strings;
+}
+
+Array writeStrings(const std::vector<std::string>& strings) {
+  return Array(strings.begin(), strings.end());
+}
+
+/// A missing date is written as now; absent when the date is beyond what date numbers can say.
+std::optional<std::int64_t> writeDate(const std::optional<Date>& date) {
+  Date now = std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now());
+  std::int64_t number = dateNumber(date.value_or(now));
+  return number == 0 ? std::nullopt : std::optional(number);
+}
+
+std::string identifier(const ProjectPtr& node) {
+  return node ? node->id.value_or("") : "";
+}
+
+}  // namespace
+
+AssetPtr TQAsset::assetWithName(OptionalString name) {
+  if (!name) return nullptr;
+  Ptr asset(new TQAsset);
+  asset->name_ = std::move(name);
+  return asset;
+}
+
+AssetPtr TQAsset::assetWithDictionary(const Dictionary& dictionary) {
+  if (!coerce::string(dictionary.find("_id"))) return nullptr;
+  Ptr asset = assetWithName(coerce::string(dictionary.find("name")));
+  if (asset) asset->setAssetDictionary(dictionary);
+  return asset;
+}
+
+bool TQAsset::setAssetDictionary(const Dictionary& dictionary) {
+  auto value = [&](const char* key) { return dictionary.find(key); };
+  OptionalString newID = coerce::string(value("_id"));
+  if (!newID || !coerce::string(value("name"))) return false;
+  id = std::move(newID);
+  originID = coerce::string(value("originid"));
+  frameioID = coerce::string(value("frameio_id"));
+  masterPath = coerce::string(value("masterpath"));
+  thumbnailPath = coerce::string(value("thumbnailpath"));
+  previewPath = coerce::string(value("previewpath"));
+  catalogPath = coerce::string(value("catalogpath"));
+  setIsDeleted(coerce::boolean(value("trash")));
+  type = coerce::integer(value("type"));
+  fileSize = readSize(value("filesize"));
+  fileExtension = coerce::string(value("fileext"));
+  setTags(readStrings(value("tags")));
+  createDate = readDate(value("createdate"));
+  modifyDate = readDate(value("modifydate"));
+  importDate = readDate(value("importdate"));
+  updateDate = readDate(value("updatedate"));
+  setColorType(coerce::integer(value("colorlabel")));
+  wantReview = coerce::boolean(value("wantreview"));
+  setFlagged(coerce::boolean(value("flagged")));
+  setRating(coerce::integer(value("rating")));
+  calendarEventID = coerce::string(value("calendar"));
+  hasPreview = coerce::boolean(value("haspreview"));
+  hasCatalog = coerce::boolean(value("hascatalog"));
+  hasLocation = coerce::boolean(value("haslocation"));
+  latitude = coerce::real(value("latitude"));
+  longitude = coerce::real(value("longitude"));
+  if (const Value* status = value("importstatus")) setImportStatus(coerce::integer(status));
+  importer = coerce::string(value("importer"));
+  importerDesc = coerce::string(value("importerdesc"));
+  importType = coerce::integer(value("importtype"));
+  importDiskLabel = coerce::string(value("importdisklabel"));
+  importVolume = coerce::string(value("importvolume"));
+  importFromPath = coerce::string(value("importfrompath"));
+  isDuplicated = coerce::boolean(value("duplicated"));
+  std::int64_t thumbnailVersion = coerce::integer(value("versionthumbnail"));
+  versionThumbnail = thumbnailVersion == -1 ? 0 : thumbnailVersion;
+  // Whoever owns the asset sets these after reading it.
+  isLiveFolder = false;
+  isFCPXLibrary = false;
+  metaDataDictionary = dictionary;
+  if (!(latitude >= -90 && latitude <= 90 && longitude >= -180 && longitude <= 180)) hasLocation = false;
+  return true;
+}
+
+std::optional<Dictionary> TQAsset::assetDictionary() const {
+  auto created = writeDate(createDate), modified = writeDate(modifyDate);
+  auto imported = writeDate(importDate), updated = writeDate(updateDate);
+  if (!mediaInfo || !created || !modified || !imported || !updated) {
+    logLine(LogLevel::error, std::string("assetDict exception: ") +
+                                 (mediaInfo ? "a date has no date number" : "there is no media information"));
+    return std::nullopt;
+  }
+  // Assets of live folders and Final Cut Pro X name their owner instead of a project.
+  const bool isElsewhere = isLiveFolder != isFCPXLibrary;
+  Dictionary result;
+  result.reserve(48);
+  auto setText = [&](const char* key, const OptionalString& text) { result.set(key, text.value_or("")); };
+  setText("originid", originID);
+  setText("frameio_id", frameioID);
+  setText("name", name_);
+  result.set("type", type);
+  setText("project", isElsewhere ? "" : identifier(project));
+  setText("group", isElsewhere ? "" : identifier(group));
+  setText("masterpath", masterPath);
+  setText("thumbnailpath", thumbnailPath);
+  setText("previewpath", previewPath);
+  setText("catalogpath", catalogPath);
+  result.set("trash", isDeleted_);
+  result.set("wantreview", wantReview);
+  setText("fileext", fileExtension);
+  result.set("filesize", fileSize);
+  result.set("tags", writeStrings(tags_));
+  result.set("createdate", *created);
+  result.set("modifydate", *modified);
+  result.set("importdate", *imported);
+  result.set("updatedate", *updated);
+  result.set("colorlabel", colorType_);
+  result.set("mediainfo", *mediaInfo);
+  result.set("flagged", flagged_);
+  result.set("rating", rating_);
+  setText("calendar", calendarEventID);
+  result.set("hascatalog", hasCatalog);
+  result.set("haslocation", hasLocation);
+  result.set("importstatus", importStatus_);
+  setText("importer", importer);
+  setText("importerdesc", importerDesc);
+  result.set("importtype", importType);
+  result.set("duplicated", static_cast<std::int64_t>(isDuplicated));
+  result.set("islivefolder", isLiveFolder);
+  for (const char* key : {"livefolder", "livesubfolder"}) result.set(key, "");
+  result.set("isfcpxlibrary", isFCPXLibrary);
+  for (const char* key : {"fcpx_library", "fcpx_event", "fcpx_multicam_uid"}) result.set(key, "");
+  if (id) result.set("_id", *id);
+  result.merge(xmpMeta);
+  result.merge(redInfo);
+  if (hasLocation) {
+    result.set("latitude", latitude);
+    result.set("longitude", longitude);
+  }
+  return result;
+}
+
+LibraryPtr TQAsset::library() const {
+  return project ? project->library.lock() : nullptr;
+}
+
+std::string TQAsset::nameWithID() const {
+  return name_.value_or("") + "_" + id.value_or("");
+}
+
+void TQAsset::noteMetaData(const char* key, Value value) {
+  if (metaDataDictionary) metaDataDictionary->set(key, std::move(value));
+}
+
+void TQAsset::setName(OptionalString newName) {
+  name_ = std::move(newName);
+  if (name_) noteMetaData("name", *name_);
+}
+
+void TQAsset::setImportStatus(std::int64_t status) {
+  importStatus_ = status;
+  noteMetaData("importstatus", status);
+}
+
+void TQAsset::setIsDeleted(bool deleted) {
+  isDeleted_ = deleted;
+  noteMetaData("trash", deleted);
+}
+
+void TQAsset::setRating(std::int64_t newRating) {
+  rating_ = newRating;
+  noteMetaData("rating", newRating);
+}
+
+void TQAsset::setFlagged(bool isFlagged) {
+  flagged_ = isFlagged;
+  noteMetaData("flagged", static_cast<std::int64_t>(isFlagged));
+}
+
+void TQAsset::setColorType(std::int64_t newColorType) {
+  updateColorLabel(newColorType);
+  colorType_ = newColorType;
+  noteMetaData("colorlabel", newColorType);
+}
+
+void TQAsset::setTags(std::vector<std::string> newTags) {
+  updateTags(newTags);
+  tags_ = std::move(newTags);
+  if (!tags_.empty()) noteMetaData("tags", writeStrings(tags_));
+}
+
+std::optional<Dictionary> TQAsset::xmpMetaWithPath(const std::string& path) const {
+  return xmpMetadata(path);
+}
+
+std::optional<Dictionary> TQAsset::mediaInfoWithPath(const std::string& path) const {
+  switch (type) {
+    case kAssetTypeVideo:
+      return videoInformation(path);
+    case kAssetTypeAudio:
+      return audioInformation(path);
+    case kAssetTypeImage:
+      return imageInformation(path);
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace vornex

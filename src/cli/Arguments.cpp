@@ -1,0 +1,145 @@
+#include "cli/Arguments.h"
+
+#include <CLI/CLI.hpp>
+#include <sstream>
+
+namespace vornex::cli {
+namespace {
+
+const CLI::Range kPorts(0, 65535);
+
+/// Gives the parent a subcommand that, when it is on the command line, is what the arguments ask for.
+template <typename C>
+std::pair<CLI::App*, std::shared_ptr<C>> addCommand(CLI::App& parent, Arguments& arguments,
+                                                    const std::string& name, const std::string& description) {
+  auto command = std::make_shared<C>();
+  CLI::App* app = parent.add_subcommand(name, description);
+  app->callback([command, &arguments] { arguments.command = *command; });
+  return {app, command};
+}
+
+void addLibraryOption(CLI::App* app, OptionalString& library) {
+  app->add_option("-L,--library", library,
+                  "Library, by name, path or database name (needed if there are several)");
+}
+
+void addServiceCommands(CLI::App& app, Arguments& arguments) {
+  const auto [serve, options] = addCommand<ServeCommand>(app, arguments, "serve", "Start the service");
+  serve->add_flag("--foreground", options->foreground,
+                  "Become the service instead of starting it in the background");
+  addCommand<StopCommand>(app, arguments, "stop", "End the service");
+  addCommand<StatusCommand>(app, arguments, "status", "Say whether the service runs, and where");
+}
+
+void addLibraryCommands(CLI::App& app, Arguments& arguments) {
+  CLI::App* library = app.add_subcommand("library", "Create and look at libraries");
+  library->require_subcommand(1);
+  const auto [create, creation] =
+      addCommand<LibraryCreateCommand>(*library, arguments, "create", "Create local libraries");
+  create
+      ->add_option("PLACE", creation->places, "Folder to create, or a plain name for a folder below ~/Vornex")
+      ->required();
+  create->add_option("--name", creation->name, "Name of the library (default: that of its folder)");
+  create->add_option("--description", creation->description, "Description of the library");
+  create->callback([&arguments, command = creation] {
+    if (command->name && command->places.size() > 1)
+      throw CLI::ValidationError("--name", "names one library only");
+    arguments.command = *command;
+  });
+  addCommand<LibraryListCommand>(*library, arguments, "list", "List the known libraries");
+  const auto [show, shown] =
+      addCommand<LibraryShowCommand>(*library, arguments, "show", "Show a library and what it holds");
+  show->add_option("LIBRARY", shown->library, "Name, path or database name (needed if there are several)");
+}
+
+void addProjectCommands(CLI::App& app, Arguments& arguments) {
+  CLI::App* project = app.add_subcommand("project", "Add and list the projects of a library");
+  project->require_subcommand(1);
+  const auto [add, addition] =
+      addCommand<ProjectAddCommand>(*project, arguments, "add", "Add a project, or a group");
+  add->add_option("PROJECT", addition->path, "\"name\", or \"name/group/group\"; missing levels are made")
+      ->required();
+  addLibraryOption(add, addition->library);
+  const auto [list, listing] =
+      addCommand<ProjectListCommand>(*project, arguments, "list", "List the project tree");
+  addLibraryOption(list, listing->library);
+}
+
+void addImportCommand(CLI::App& app, Arguments& arguments) {
+  const auto [import, command] =
+      addCommand<ImportCommand>(app, arguments, "import", "Import files, and every file below folders");
+  import->add_option("PATH", command->paths, "Files and folders")->required();
+  addLibraryOption(import, command->library);
+  import->add_option("-P,--project", command->project,
+                     "Project, by name or as \"name/group/group\" (needed if there are several)");
+  CLI::Option* reference = import->add_flag("--reference", command->reference,
+                                            "Leave the files where they are and keep links to them");
+  CLI::Option* target =
+      import
+          ->add_option("--target", command->target,
+                       "With --reference: copy the files to this folder first, link to the copies")
+          ->needs(reference);
+  import->add_option("--tags", command->tags, "Tags for every file, separated by commas")->delimiter(',');
+  import
+      ->add_flag("--resume", command->resume,
+                 "Skip what the library holds already, judged by path, size and modification time")
+      ->excludes(target);
+  import->add_flag("--hidden", command->hidden, "Take hidden files and folders too");
+}
+
+void addSearchCommand(CLI::App& app, Arguments& arguments) {
+  const auto [search, command] = addCommand<SearchCommand>(app, arguments, "search", "Find assets");
+  search->add_option("TEXT", command->text, "Words, \"quoted phrases\", AND, OR; nothing finds every asset");
+  search->add_option("--type", command->type, "Only assets of this type")
+      ->check(CLI::IsMember({"video", "audio", "image", "document", "extra"}));
+  addLibraryOption(search, command->library);
+  search->add_option("--page", command->page, "Page of the result, from 0")->check(CLI::NonNegativeNumber);
+  search->add_option("--limit", command->limit, "Assets a page")
+      ->check(CLI::Range(1, 1000))
+      ->capture_default_str();
+  search->add_option("--sort", command->sort, "Field to sort by, for example name, filesize or importdate");
+  search->add_flag("--descending", command->descending, "Sort downwards")->needs("--sort");
+  search->add_flag("--trash", command->trash, "Search the trash instead");
+}
+
+void addAssetCommands(CLI::App& app, Arguments& arguments) {
+  CLI::App* asset = app.add_subcommand("asset", "Look at single assets");
+  asset->require_subcommand(1);
+  const auto [show, command] =
+      addCommand<AssetShowCommand>(*asset, arguments, "show", "Show everything about an asset");
+  show->add_option("ID", command->id, "Identifier of the asset")->required();
+  addLibraryOption(show, command->library);
+}
+
+}  // namespace
+
+std::variant<Arguments, EarlyEnd> parseArguments(int count, const char* const* values) {
+  Arguments arguments;
+  CLI::App app("Keeps libraries of video, audio, image and document files.", "vornex");
+  app.set_version_flag("--version", "vornex " VORNEX_VERSION);
+  app.fallthrough();
+  app.require_subcommand(1);
+  app.add_option("--root", arguments.root, "Folder of the service's own data (default: $VORNEX_ROOT)");
+  app.add_option("--port", arguments.port, "TCP port of a service that is to be started; 0: any free port")
+      ->envname("VORNEX_PORT")
+      ->check(kPorts)
+      ->capture_default_str();
+  app.add_flag("--json", arguments.json, "Print JSON Lines, and nothing but data, on standard output");
+  app.footer("Commands start the service when it does not run. Exit codes: 0 done, 1 failed, 2 wrong usage.");
+  addServiceCommands(app, arguments);
+  addLibraryCommands(app, arguments);
+  addProjectCommands(app, arguments);
+  addImportCommand(app, arguments);
+  addSearchCommand(app, arguments);
+  addAssetCommands(app, arguments);
+  try {
+    app.parse(count, values);
+  } catch (const CLI::ParseError& error) {
+    std::ostringstream output, errors;
+    const bool informative = app.exit(error, output, errors) == 0;
+    return informative ? EarlyEnd{output.str(), 0} : EarlyEnd{errors.str(), 2};
+  }
+  return arguments;
+}
+
+}  // namespace vornex::cli

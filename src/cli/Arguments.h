@@ -1,0 +1,87 @@
+#pragma once
+
+#include <vornex/Types.h>
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace vornex::cli {
+
+struct ServeCommand {
+  bool foreground = false;
+};
+struct StopCommand {};
+struct StatusCommand {};
+
+struct LibraryCreateCommand {
+  /// Folders to be, or names of folders below "~/Vornex".
+  std::vector<std::string> places;
+  OptionalString name;
+  OptionalString description;
+};
+struct LibraryListCommand {};
+struct LibraryShowCommand {
+  OptionalString library;
+};
+
+struct ProjectAddCommand {
+  /// "name" or "name/group/group"; missing levels are made.
+  std::string path;
+  OptionalString library;
+};
+struct ProjectListCommand {
+  OptionalString library;
+};
+
+struct ImportCommand {
+  std::vector<std::string> paths;
+  OptionalString library;
+  OptionalString project;
+  bool reference = false;
+  OptionalString target;
+  std::vector<std::string> tags;
+  bool resume = false;
+  bool hidden = false;
+};
+
+struct SearchCommand {
+  std::string text;
+  OptionalString type;
+  OptionalString library;
+  std::int64_t page = 0;
+  std::int64_t limit = 100;
+  OptionalString sort;
+  bool descending = false;
+  bool trash = false;
+};
+
+struct AssetShowCommand {
+  std::string id;
+  OptionalString library;
+};
+
+using Command = std::variant<ServeCommand, StopCommand, StatusCommand, LibraryCreateCommand,
+                             LibraryListCommand, LibraryShowCommand, ProjectAddCommand, ProjectListCommand,
+                             ImportCommand, SearchCommand, AssetShowCommand>;
+
+/// What a command line asks for.
+struct Arguments {
+  OptionalString root;
+  /// 0: any free port.
+  std::int64_t port = 38317;
+  bool json = false;
+  Command command;
+};
+
+/// What to print instead of running a command: help or version (exit code 0), or a mistake in usage (2).
+struct EarlyEnd {
+  std::string text;
+  int exitCode = 0;
+};
+
+/// Reads the command line and $VORNEX_PORT.
+std::variant<Arguments, EarlyEnd> parseArguments(int count, const char* const* values);
+
+}  // namespace vornex::cli

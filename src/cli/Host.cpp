@@ -1,0 +1,177 @@
+#include "cli/Host.h"
+
+#include <fmt/format.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQProject.h>
+#include <vornex/VornexSDK.h>
+
+#include <mutex>
+
+#include "cli/Await.h"
+#include "cli/Paths.h"
+
+namespace vornex::cli {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kQuestionLimit = 1min;
+// Opening many or large databases may take a while; the SDK gives up by itself when the service hangs.
+constexpr auto kWorkLimit = 30min;
+
+Error failureOf(const std::string& message) {
+  return {"vornex", 0, message};
+}
+
+tl::unexpected<Error> noAnswer() {
+  return tl::unexpected(failureOf("the service does not answer"));
+}
+
+VornexSDK& sdk() {
+  static std::once_flag once;
+  std::call_once(once, [] { VornexSDK::sharedInstance().initializeWAS(); });
+  return VornexSDK::sharedInstance();
+}
+
+Result<std::int64_t> serveOn(std::int64_t port) {
+  const auto started = await<bool, TQErrorPtr>(
+      kWorkLimit, [&](Completion done) { sdk().startWASServiceWithPort(port, std::move(done)); });
+  if (!started) return noAnswer();
+  if (const auto& [ok, error] = *started; !ok) return tl::unexpected(fromSDK(error));
+  return sdk().WASPort.load();
+}
+
+template <typename Item>
+std::string namesOf(const std::vector<std::shared_ptr<Item>>& items) {
+  constexpr std::size_t kMost = 10;
+  std::string names;
+  for (std::size_t i = 0; i < std::min(items.size(), kMost); ++i) {
+    names += fmt::format("{}\"{}\"", i > 0 ? ", " : "", items[i]->name.value_or(""));
+  }
+  return items.size() > kMost ? names + ", …" : names;
+}
+
+std::vector<LibraryPtr> matching(const std::vector<LibraryPtr>& libraries, const std::string& wanted) {
+  const std::string path = absolutePath(wanted);
+  std::vector<LibraryPtr> byName;
+  for (const LibraryPtr& library : libraries) {
+    if (library->dbName == wanted || library->packageFolder == path) return {library};
+    if (library->name == wanted) byName.push_back(library);
+  }
+  return byName;
+}
+
+Result<LibraryPtr> choose(const std::vector<LibraryPtr>& libraries, const OptionalString& wanted) {
+  if (libraries.empty()) {
+    return tl::unexpected(failureOf("there is no library yet; make one with: vornex library create PLACE"));
+  }
+  if (!wanted) {
+    if (libraries.size() == 1) return libraries.front();
+    return tl::unexpected(
+        failureOf(fmt::format("say which library with --library; there are {}", namesOf(libraries))));
+  }
+  const std::vector<LibraryPtr> found = matching(libraries, *wanted);
+  if (found.size() == 1) return found.front();
+  if (found.empty()) {
+    return tl::unexpected(
+        failureOf(fmt::format("there is no library \"{}\"; there are {}", *wanted, namesOf(libraries))));
+  }
+  return tl::unexpected(
+      failureOf(fmt::format("{} libraries are named \"{}\"; give the path of one", found.size(), *wanted)));
+}
+
+}  // namespace
+
+std::optional<std::int64_t> Host::servicePort() {
+  const auto state = await<bool, std::int64_t>(kQuestionLimit, [](auto done) { sdk().serviceState(done); });
+  if (!state) return std::nullopt;
+  const auto& [running, port] = *state;
+  return running ? std::optional(port) : std::nullopt;
+}
+
+Result<std::int64_t> Host::startService() {
+  // Asked for port 0, a service that serves already stays where it is.
+  return serveOn(servicePort() ? 0 : port_);
+}
+
+Result<void> Host::restoreService() {
+  auto port = serveOn(sdk().WASPort);
+  if (!port) return tl::unexpected(port.error());
+  return {};
+}
+
+Result<bool> Host::stopService() {
+  const bool ran = servicePort().has_value();
+  const auto ended = await<>(kWorkLimit, [](auto done) { sdk().terminateWAS(done); });
+  if (!ended) return noAnswer();
+  return ran;
+}
+
+Result<std::vector<LibraryPtr>> Host::libraries() {
+  if (auto started = startService(); !started) return tl::unexpected(started.error());
+  auto loaded = await<std::vector<LibraryPtr>>(
+      kWorkLimit, [](auto done) { TQLibraryManager::sharedManager().loadAllLibraries(done); });
+  if (!loaded) return noAnswer();
+  return std::get<0>(std::move(*loaded));
+}
+
+Result<LibraryPtr> Host::library(const OptionalString& wanted) {
+  auto known = libraries();
+  if (!known) return tl::unexpected(known.error());
+  auto library = choose(*known, wanted);
+  if (!library) return library;
+  TQErrorPtr error;
+  if (!(*library)->loadProjects(&error)) return tl::unexpected(fromSDK(error));
+  return library;
+}
+
+Result<ProjectPtr> Host::project(const LibraryPtr& library, const OptionalString& wanted) {
+  const std::string name = library->name.value_or("");
+  if (library->projects.empty()) {
+    return tl::unexpected(failureOf(fmt::format(
+        "the library \"{}\" has no project yet; make one with: vornex project add NAME --library \"{}\"",
+        name, name)));
+  }
+  if (!wanted) {
+    if (library->projects.size() == 1) return library->projects.front();
+    return tl::unexpected(
+        failureOf(fmt::format("say which project with --project; there are {}", namesOf(library->projects))));
+  }
+  if (ProjectPtr found = findProject(library, *wanted)) return found;
+  return tl::unexpected(failureOf(fmt::format(
+      "there is no project \"{}\" in \"{}\"; make it with: vornex project add \"{}\" --library \"{}\"",
+      *wanted, name, *wanted, name)));
+}
+
+std::string projectPath(const ProjectPtr& project) {
+  if (!project) return "-";
+  const std::string name = project->name.value_or("");
+  const ProjectPtr parent = project->parent.lock();
+  return parent ? projectPath(parent) + "/" + name : name;
+}
+
+std::vector<std::string> projectNames(const std::string& path) {
+  std::vector<std::string> names;
+  for (std::size_t start = 0; start <= path.size();) {
+    const std::size_t end = std::min(path.find('/', start), path.size());
+    if (end > start) names.push_back(path.substr(start, end - start));
+    start = end + 1;
+  }
+  return names;
+}
+
+ProjectPtr findProject(const LibraryPtr& library, const std::string& path) {
+  ProjectPtr node;
+  for (const std::string& name : projectNames(path)) {
+    const auto& children = node ? node->childGroups : library->projects;
+    const auto child = std::find_if(children.begin(), children.end(),
+                                    [&](const ProjectPtr& each) { return each->name == name; });
+    if (child == children.end()) return nullptr;
+    node = *child;
+  }
+  return node;
+}
+
+}  // namespace vornex::cli

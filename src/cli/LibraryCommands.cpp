@@ -1,0 +1,116 @@
+#include <fmt/format.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQVornexUtil.h>
+
+#include <cstdlib>
+
+#include "cli/Await.h"
+#include "cli/Commands.h"
+#include "cli/Format.h"
+#include "cli/Host.h"
+#include "cli/Output.h"
+#include "cli/Paths.h"
+#include "cli/Search.h"
+#include "cli/Table.h"
+#include "foundation/Files.h"
+
+namespace vornex::cli {
+namespace {
+
+constexpr const char* kDefaultFolder = "Vornex";
+
+Dictionary facts(const LibraryPtr& library) {
+  return {{"name", library->name},
+          {"dbname", library->dbName},
+          {"type", library->libraryType == kLibraryTypeLocal ? "local" : "network"},
+          {"path", library->packageFolder},
+          {"description", library->desc}};
+}
+
+/// A plain name stands for a folder below the default folder, which is made when it is missing.
+Result<std::string> packageFolder(const std::string& place) {
+  if (place.find('/') != std::string::npos) return absolutePath(place);
+  const char* home = std::getenv("HOME");
+  if (!home || !*home) return failure("vornex", 0, "HOME is not set; give the library's folder as a path");
+  const std::string parent = appendPathComponent(home, kDefaultFolder);
+  if (auto made = createDirectories(parent); !made) return tl::unexpected(made.error());
+  return appendPathComponent(parent, place);
+}
+
+Result<LibraryPtr> createLibrary(const std::string& place, const LibraryCreateCommand& command) {
+  auto folder = packageFolder(place);
+  if (!folder) return tl::unexpected(folder.error());
+  const std::string name = command.name.value_or(lastPathComponent(*folder));
+  const LibraryPtr library =
+      TQLibrary::libraryWithName(name, command.description.value_or(""), kLibraryTypeLocal, false, true, true,
+                                 *folder, std::nullopt, std::make_shared<TQConnection>());
+  if (!library) return failure("vornex", 0, "a library needs a name and a folder");
+  const auto created = await<bool, TQErrorPtr>(std::chrono::minutes(10), [&](Completion done) {
+    TQLibraryManager::sharedManager().createLibrary(library, std::move(done));
+  });
+  if (!created) return failure("vornex", 0, "the service does not answer");
+  const auto& [ok, error] = *created;
+  if (ok) return library;
+  const std::string reason = error ? fromSDK(error).message : "another computer uses its folder";
+  return failure("vornex", error ? error->code() : 0, fmt::format("cannot create {}: {}", *folder, reason));
+}
+
+}  // namespace
+
+Result<void> run(const LibraryCreateCommand& command, Host& host, const Output& output) {
+  if (auto known = host.libraries(); !known) return tl::unexpected(known.error());
+  for (const std::string& place : command.places) {
+    auto library = createLibrary(place, command);
+    if (!library) return tl::unexpected(library.error());
+    output.record("library", facts(*library));
+    output.text(fmt::format("Created the library \"{}\" in {}.", (*library)->name.value_or(""),
+                            (*library)->packageFolder.value_or("")));
+  }
+  return {};
+}
+
+Result<void> run(const LibraryListCommand&, Host& host, const Output& output) {
+  auto libraries = host.libraries();
+  if (!libraries) return tl::unexpected(libraries.error());
+  Table table({{"NAME", Table::Kind::text}, {"TYPE"}, {"DATABASE"}, {"PATH", Table::Kind::path}});
+  for (const LibraryPtr& library : *libraries) {
+    output.record("library", facts(library));
+    table.addRow({library->name.value_or(""), library->libraryType == kLibraryTypeLocal ? "local" : "network",
+                  library->dbName.value_or(""), library->packageFolder.value_or("")});
+  }
+  if (table.empty()) {
+    output.text("There is no library yet.");
+  } else {
+    output.table(table);
+  }
+  return {};
+}
+
+Result<void> run(const LibraryShowCommand& command, Host& host, const Output& output) {
+  auto library = host.library(command.library);
+  if (!library) return tl::unexpected(library.error());
+  auto counts = countAssets(*library);
+  if (!counts) return tl::unexpected(counts.error());
+
+  Dictionary record = facts(*library);
+  record.set("projects", static_cast<std::int64_t>((*library)->projects.size()));
+  record.set("assets", counts->total);
+  Dictionary byType;
+  for (const auto& [type, count] : counts->byType) byType.set(type, count);
+  record.set("types", byType);
+  output.record("library", record);
+
+  Table table({{"LIBRARY"}, {(*library)->name.value_or(""), Table::Kind::path}});
+  table.addRow({"path", (*library)->packageFolder.value_or("")});
+  table.addRow({"database", (*library)->dbName.value_or("")});
+  if (!(*library)->desc.value_or("").empty()) table.addRow({"description", *(*library)->desc});
+  table.addRow({"projects", std::to_string((*library)->projects.size())});
+  table.addRow({"assets", std::to_string(counts->total)});
+  for (const auto& [type, count] : counts->byType) table.addRow({"  " + type, std::to_string(count)});
+  output.table(table);
+  return {};
+}
+
+}  // namespace vornex::cli

@@ -1,0 +1,138 @@
+#include "core/ServerRequest.h"
+
+#include <vornex/TQVornexUtil.h>
+
+#include <new>
+
+#include "core/HttpExchange.h"
+#include "core/StatusCode.h"
+#include "foundation/Json.h"
+#include "foundation/Text.h"
+
+namespace vornex {
+namespace {
+
+constexpr const char* kClientType = "Mac";
+
+HttpExchange makeExchange(const ServerRequest& request) {
+  HttpExchange exchange;
+  exchange.url = request.url;
+  exchange.method = request.method;
+  exchange.userName = request.userID;
+  exchange.password = request.userPassword;
+  exchange.timeLimit = request.timeLimit;
+  exchange.answerLimit = request.answerLimit;
+  // Without "Expect" a large body is sent at once.
+  exchange.headers = {"Accept: application/json", "Expect:", std::string("X-Vornex-Client: ") + kClientType};
+  if (OptionalString device = TQVornexUtil::systemUUID())
+    exchange.headers.push_back("X-Vornex-Device: " + *device);
+  // Without a body the header is taken out: it would name a form.
+  exchange.headers.push_back(request.body ? "Content-Type: application/json" : "Content-Type:");
+  if (request.body) exchange.body = writeJson(*request.body, JsonStyle::pretty);
+  return exchange;
+}
+
+bool isSuccess(long status) {
+  return status >= 200 && status < 300;
+}
+
+StatusCode codeForHttpStatus(long status) {
+  switch (status) {
+    case 401:
+      return StatusCode::authenticationFailed;
+    case 403:
+      return StatusCode::noAuthority;
+    case 404:
+      return StatusCode::databaseNotFound;
+    default:
+      return StatusCode::internalError;
+  }
+}
+
+TQErrorPtr serverError(StatusCode code, const char* messageKey, const std::string& detail) {
+  return TQVornexUtil::errorWithCode(static_cast<std::int64_t>(code),
+                                     LocalizedString(messageKey) + " (" + detail + ")", kServerErrorDomain);
+}
+
+TQErrorPtr transportError(const Error& error) {
+  if (error.code == kUnusableRequest) {
+    return TQVornexUtil::errorWithCode(
+        10001, LocalizedString("request.error.param.invalid") + " (" + error.message + ")");
+  }
+  if (error.code == kAnswerTooLong) {
+    return serverError(StatusCode::limitExceeded, "response.error.invalid", error.message);
+  }
+  return serverError(StatusCode::cannotConnectToHost, "request.error.transport", error.message);
+}
+
+/// "application/json", with parameters or not.
+bool isJson(const std::string& contentType) {
+  std::string type = trimmedWhitespace(contentType.substr(0, contentType.find(';')));
+  return lowercased(type) == "application/json";
+}
+
+ServerReply failureReply(const HttpAnswer& answer, const Result<Value>& decoded) {
+  std::string status = "HTTP " + std::to_string(answer.status);
+  TQErrorPtr error = decoded ? TQVornexUtil::errorWithResponse(*decoded) : nullptr;
+  if (!error || error->code() < 0)
+    error = serverError(codeForHttpStatus(answer.status), "request.error.status", status);
+  return {decoded ? *decoded : Value(), error};
+}
+
+ServerReply readAnswer(const HttpAnswer& answer) {
+  if (answer.status == 204) return {};
+  Result<Value> decoded = isJson(answer.contentType)
+                              ? parseJson(answer.body)
+                              : failure("http", answer.status, "content type \"" + answer.contentType + "\"");
+  if (!isSuccess(answer.status)) return failureReply(answer, decoded);
+  if (!decoded) {
+    return {Value(),
+            serverError(StatusCode::internalError, "response.error.invalid", decoded.error().message)};
+  }
+  return {*decoded, TQVornexUtil::errorWithResponse(*decoded)};
+}
+
+ServerReply obtainReply(const ServerRequest& request) {
+  try {
+    Result<HttpAnswer> answer = exchangeHttp(makeExchange(request));
+    return answer ? readAnswer(*answer) : ServerReply{Value(), transportError(answer.error())};
+  } catch (const std::bad_alloc&) {
+    // Whoever waits for the answer must hear of it.
+    return {Value(), serverError(StatusCode::internalError, "response.error.invalid", "out of memory")};
+  }
+}
+
+/// The component after "libraries" in ".../vornex/libraries/NAME/...".
+OptionalString libraryName(const std::string& url) {
+  constexpr std::string_view kPrefix = "/vornex/libraries/";
+  std::optional<UrlParts> parts = parseHttpUrl(url);
+  if (!parts || !parts->path.starts_with(kPrefix)) return std::nullopt;
+  std::string_view rest = std::string_view(parts->path).substr(kPrefix.size());
+  std::string name = percentDecoded(rest.substr(0, rest.find('/')));
+  return name.empty() ? std::nullopt : OptionalString(name);
+}
+
+TQErrorPtr withLibraryName(const TQErrorPtr& error, const std::string& url) {
+  OptionalString name = libraryName(url);
+  if (!name) return error;
+  Dictionary userInfo = error->userInfo();
+  userInfo.set("dbname", *name);
+  return std::make_shared<const TQError>(error->domain(), error->code(), std::move(userInfo));
+}
+
+}  // namespace
+
+ServerReply sendServerRequest(const ServerRequest& request) {
+  ServerReply reply = obtainReply(request);
+  if (!reply.error) return reply;
+  reply.error = withLibraryName(reply.error, request.url);
+  if (!reply.response.find("items")) reply.response = Value();
+  return reply;
+}
+
+bool announcesErrors(const std::string& url) {
+  std::optional<UrlParts> parts = parseHttpUrl(url);
+  return !parts || parts->path.find("login") == std::string::npos;
+}
+
+}  // namespace vornex

@@ -1,0 +1,78 @@
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+#include <vornex/TQVornexUtil.h>
+
+#include "core/ServerRequest.h"
+#include "core/StatusCode.h"
+
+namespace vornex {
+namespace {
+
+/// Absent when a required argument is.
+std::optional<ServerRequest> makeRequest(const OptionalString& url, const OptionalString& userID,
+                                         const OptionalString& userPassword, const OptionalString& method,
+                                         const std::optional<Value>& params) {
+  if (!url || !userID || !userPassword || !method) return std::nullopt;
+  ServerRequest request;
+  request.url = *url;
+  request.userID = *userID;
+  request.userPassword = *userPassword;
+  request.method = *method;
+  request.body = params;
+  return request;
+}
+
+/// These concern the whole session, so the host may react in one place.
+bool concernsSession(std::int64_t code) {
+  return code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost) ||
+         code == static_cast<std::int64_t>(StatusCode::alreadyLoggedIn) ||
+         code == static_cast<std::int64_t>(StatusCode::tooManySessions) ||
+         code == static_cast<std::int64_t>(StatusCode::clientTooOld);
+}
+
+void announce(const TQErrorPtr& error, const std::string& url) {
+  if (error && concernsSession(error->code()) && announcesErrors(url))
+    TQVornexUtil::sendNotificationWithError(error);
+}
+
+void finish(const ServerReply& reply, const std::string& url,
+            const TQVornexUtil::RequestCompletion& completion) {
+  if (!reply.error) {
+    completion(reply.response, nullptr);
+    return;
+  }
+  logLine(LogLevel::info, "Vornex Error:" + reply.error->description());
+  completion(Value(), reply.error);
+  announce(reply.error, url);
+}
+
+}  // namespace
+
+void TQVornexUtil::requestURL(const OptionalString& url, const OptionalString& userID,
+                              const OptionalString& userPassword, const OptionalString& method,
+                              const std::optional<Value>& params, RequestCompletion completion) {
+  std::optional<ServerRequest> request = makeRequest(url, userID, userPassword, method, params);
+  if (!request) {
+    completion(Value(), errorWithCode(10000, LocalizedString("request.error.param.nil")));
+    return;
+  }
+  GlobalQueue::shared().async([request = std::move(*request), completion = std::move(completion)] {
+    MainQueue::shared().async([reply = sendServerRequest(request), url = request.url, completion] {
+      finish(reply, url, completion);
+    });
+  });
+}
+
+Value TQVornexUtil::syncRequestURL(const OptionalString& url, const OptionalString& userID,
+                                   const OptionalString& userPassword, const OptionalString& method,
+                                   const std::optional<Value>& params, TQErrorPtr* error) {
+  std::optional<ServerRequest> request = makeRequest(url, userID, userPassword, method, params);
+  if (!request) return Value();
+  ServerReply reply = sendServerRequest(*request);
+  if (!error) return reply.response;
+  *error = reply.error;
+  announce(reply.error, request->url);
+  return reply.response;
+}
+
+}  // namespace vornex

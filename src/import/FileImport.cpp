@@ -1,0 +1,320 @@
+#include "import/FileImport.h"
+
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+#include <vornex/TQAsset.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+
+#include "foundation/Files.h"
+#include "foundation/Text.h"
+#include "import/FileCopying.h"
+#include "import/FileNames.h"
+#include "import/ImportError.h"
+#include "import/PackagePath.h"
+
+namespace vornex {
+
+FileImport::FileImport(Request request, std::shared_ptr<ImportJournal> journal,
+                       TQProject::FileCallback callback)
+    : request_(std::move(request)), journal_(std::move(journal)), callback_(std::move(callback)) {}
+
+void FileImport::start() {
+  guarded([this] {
+    if (request_.source) asset_ = request_.project->createAssetWithSrcPath(*request_.source, {}, {}, {});
+    if (!nameFiles() || !checkPaths()) return;
+    describe();
+    progress(0, 0);
+    if (endedByCancel()) return;
+    readMetadata();
+    chooseTarget();
+    if (endedByCancel() || !recordInJournal()) return;
+    place();
+  });
+}
+
+void FileImport::cancel() {
+  cancelled_ = true;
+  if (TQCopyInterface::JobID job = copyJob_) TQLibraryManager::sharedManager().copyInterface().cancel(job);
+}
+
+// Names and checks
+
+std::string FileImport::freeMasterName(const std::string& name) const {
+  // A name that the journal still holds belongs to a record that may exist without its file.
+  const std::string& packageFolder = request_.library->packageFolder.value_or("");
+  return availableFileName(name, [&](const std::string& candidate) {
+    std::string path = appendPathComponent(request_.folder->masterPath, candidate);
+    return itemExists(path) || journal_->isPending(packageRelativePath(path, packageFolder).value_or(""));
+  });
+}
+
+bool FileImport::nameFiles() {
+  const AssetFolderPtr& folder = request_.folder;
+  if (!request_.source || !asset_) {
+    fail(10000, "request.error.param.nil");
+    return false;
+  }
+  linkSource_ = *request_.source;
+  importedFrom_ = *request_.source;
+  if (isReference()) {
+    chooseREDFolder();
+    noteReference();
+  }
+  if (!folder || !request_.library) return true;
+  std::string name = recordText(lastPathComponent(*request_.source));
+  bool takesNameAsItIs = !isReference() && !request_.doCopy;
+  masterName_ = takesNameAsItIs ? name : freeMasterName(name);
+  masterFull_ = appendPathComponent(folder->masterPath, *masterName_);
+  auto beside = [&](const std::string& directory, const char* suffix) {
+    OptionalString free =
+        TQProject::availableFileNameWithPath(directory, fittingFileName(*masterName_, suffix));
+    return appendPathComponent(directory, *free);
+  };
+  thumbnailFull_ = beside(folder->thumbnailPath, ".jpg");
+  previewFull_ = beside(folder->previewPath, ".mp4");
+  return true;
+}
+
+void FileImport::chooseREDFolder() {
+  const std::string& source = *request_.source;
+  if (!request_.shouldIndexing || !request_.item || !request_.item->isREDFile || !isDirectory(source)) return;
+  redTarget_ =
+      TQProject::availableREDFolderNameWithPath(request_.targetFolder, recordText(lastPathComponent(source)));
+  redFile_ = TQProject::referenceREDFileFromFolderPath(source, redTarget_);
+  if (request_.project->availableTargetREDFolders && redTarget_)
+    (*request_.project->availableTargetREDFolders)[source] = *redTarget_;
+  if (!redFile_) return;
+  AssetPtr clip = request_.project->createAssetWithSrcPath(*redFile_, {}, {}, {});
+  if (!clip) return;
+  asset_ = clip;
+  asset_->setName(TQProject::reelNameForREDFileName(recordText(lastPathComponent(*redFile_))));
+  asset_->fileSize = static_cast<std::uint64_t>(request_.item->fileSize);
+  linkSource_ = *redFile_;
+}
+
+void FileImport::noteReference() {
+  const LibraryPtr& library = request_.library;
+  if (!library || library->hasReferenceFile) return;
+  library->hasReferenceFile = true;
+  library->writeToFile();
+  TQLibraryManager::sharedManager().saveLibrariesFileWithType(kLibraryTypeLocal);
+}
+
+bool FileImport::checkPaths() {
+  if (!masterFull_ || !request_.library || !request_.library->packageFolder) {
+    fail(10000, "request.error.param.nil");
+    return false;
+  }
+  if (!fileExists(*request_.source)) {
+    logLine(LogLevel::error, "file not found : " + *request_.source);
+    std::string message = LocalizedString("error.not.found.file") + " (" + *request_.source + ")";
+    fail(TQVornexUtil::errorWithCode(10009, message));
+    return false;
+  }
+  const std::string& packageFolder = *request_.library->packageFolder;
+  asset_->masterPath = packageRelativePath(*masterFull_, packageFolder);
+  asset_->thumbnailPath = packageRelativePath(*thumbnailFull_, packageFolder);
+  asset_->previewPath = packageRelativePath(*previewFull_, packageFolder);
+  if (asset_->masterPath && asset_->thumbnailPath && asset_->previewPath) return true;
+  asset_->masterPath = asset_->thumbnailPath = asset_->previewPath = std::nullopt;
+  fail(10001, "request.error.param.invalid");
+  return false;
+}
+
+// The record
+
+void FileImport::describe() {
+  if (asset_->type == kAssetTypeImage)
+    asset_->previewPath = deletingPathExtension(*asset_->previewPath);
+  else if (asset_->type != kAssetTypeVideo)
+    asset_->previewPath = std::nullopt;
+  asset_->importer = "Mac";
+  asset_->importType = static_cast<std::int64_t>(request_.type);
+  asset_->importFromPath = recordText(*request_.source);
+}
+
+static void addLocation(TQAsset& asset, const Dictionary& xmp) {
+  const Value* exif = xmp.find("exif");
+  if (!exif) return;
+  OptionalString latitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLatitude"));
+  OptionalString longitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLongitude"));
+  if (!latitude || !longitude) return;
+  asset.hasLocation = true;
+  asset.latitude = TQVornexUtil::convertFromGPSString(*latitude);
+  asset.longitude = TQVornexUtil::convertFromGPSString(*longitude);
+}
+
+void FileImport::readMetadata() {
+  const std::string& source = *request_.source;
+  if (asset_->type == kAssetTypeImage) {
+    if (std::optional<Dictionary> xmp = asset_->xmpMetaWithPath(source)) {
+      addLocation(*asset_, *xmp);
+      asset_->setXMPData(std::move(*xmp));
+    }
+  }
+  asset_->mediaInfo = asset_->mediaInfoWithPath(source).value_or(Dictionary());
+
+  if (!asset_->metaDataDictionary) asset_->metaDataDictionary.emplace();
+  Dictionary& metadata = *asset_->metaDataDictionary;
+  if (std::optional<Dictionary> record = asset_->assetDictionary()) metadata.merge(*record);
+  if (request_.item) metadata.merge(request_.item->metaData);
+  if (const Value* importer = metadata.find("importer"))
+    asset_->importer = TQVornexUtil::stringValueFromObject(importer);
+  metadata.set("importfrompath", recordText(source));
+  if (lowercased(pathExtension(source)) == "r3d")
+    asset_->setName(TQProject::reelNameForREDFileName(recordText(lastPathComponent(source))));
+}
+
+void FileImport::chooseTarget() {
+  if (!copiesToTarget()) return;
+  const std::string& source = *request_.source;
+  if (redTarget_) {
+    target_ = redTarget_;
+    return;
+  }
+  if (!request_.doCopy) {
+    const auto& folders = request_.project->availableTargetREDFolders;
+    auto found = folders ? folders->find(deletingLastPathComponent(source)) : decltype(folders->end())();
+    std::string folder = folders && found != folders->end() ? found->second : "";
+    target_ = appendPathComponent(folder, lastPathComponent(source));
+    linkSource_ = *target_;
+  } else {
+    std::string folder = request_.targetFolder.value_or("");
+    target_ = appendPathComponent(folder, *TQProject::availableFileNameWithPath(folder, *masterName_));
+  }
+  asset_->metaDataDictionary->set("importfrompath", recordText(*target_));
+}
+
+// Placing the file
+
+bool FileImport::recordInJournal() {
+  if (!isReference() && !request_.doCopy) return true;
+  ImportJournalEntry entry{*asset_->masterPath, *asset_->thumbnailPath, asset_->previewPath.value_or(""),
+                           request_.doCopy ? target_.value_or("") : ""};
+  Result<void> begun = journal_->begin(entry);
+  if (begun) return true;
+  fail(hostError(begun.error()));
+  return false;
+}
+
+void FileImport::place() {
+  if (!isReference() && request_.doCopy)
+    placeByCopy(*masterFull_);
+  else if (!isReference())
+    createRecord();
+  else if (request_.doCopy && request_.shouldIndexing)
+    placeByCopy(*target_);
+  else
+    placeByLink();
+}
+
+void FileImport::placeByCopy(const std::string& target) {
+  auto self = shared_from_this();
+  asset_->copyProgressHandler = [self](double percent, std::int64_t bytes) {
+    self->progress(percent, bytes);
+  };
+  asset_->copyReportHandler = [self](const Value&, const TQErrorPtr& error) {
+    self->guarded([&] { self->copyEnded(error); });
+  };
+  copyJob_ = startCopy(*request_.source, target, asset_->copyProgressHandler, asset_->copyReportHandler,
+                       [self](bool started, const TQErrorPtr& error) {
+                         if (!started) self->fail(error);
+                       });
+  // A cancel that came before the job had its number has not reached the job.
+  if (cancelled_) cancel();
+}
+
+void FileImport::copyEnded(const TQErrorPtr& error) {
+  if (error) return fail(error);
+  if (!isReference()) {
+    placedFiles_ = true;
+    return createRecord();
+  }
+  linkToTarget();
+}
+
+void FileImport::linkToTarget() {
+  const ImportAssetPtr& item = request_.item;
+  if (item && item->isREDFile && redFile_) {
+    target_ = redFile_;
+    Dictionary& metadata = *asset_->metaDataDictionary;
+    if (std::optional<Dictionary> record = asset_->assetDictionary()) metadata.merge(*record);
+    metadata.set("name", Value(asset_->name()));
+    metadata.set("importfrompath", recordText(*target_));
+  }
+  if (item && item->isSequentialREDFile) return end(0, 0, nullptr);
+  if (!fileExists(*target_)) return fail(10009, "library.error.target.path.no.exist");
+  TQErrorPtr error;
+  placedFiles_ = true;
+  if (!TQProject::createLinkFileAtPath(target_, masterFull_, &error)) return fail(error);
+  createRecord();
+}
+
+void FileImport::placeByLink() {
+  placedFiles_ = true;
+  // A link that cannot be made ends the file without an error: hosts rely on it.
+  TQErrorPtr error;
+  if (TQProject::createLinkFileAtPath(linkSource_, masterFull_, &error)) return createRecord();
+  logLine(LogLevel::error, error ? error->description() : "createLinkFileAtPath failed");
+  end(0, 0, nullptr);
+}
+
+// The server's record and the thumbnail
+
+void FileImport::createRecord() {
+  if (endedByCancel()) return;
+  asset_->setImportStatus(0);
+  mayHaveLostRecord_ = true;
+  request_.project->createAsset(
+      asset_, [self = shared_from_this()](const AssetPtr&, const TQErrorPtr& error) {
+        // The answer comes on the main queue, which must not wait for what follows.
+        GlobalQueue::shared().async([self, error] { self->guarded([&] { self->recordEnded(error); }); });
+      });
+}
+
+void FileImport::recordEnded(const TQErrorPtr& error) {
+  if (error) return fail(error);
+  mayHaveLostRecord_ = false;
+  request_.project->extractThumbnail(
+      linkSource_, *thumbnailFull_, [self = shared_from_this()](bool, const TQErrorPtr&) {
+        self->guarded([&] { self->end(100.0, static_cast<std::int64_t>(self->asset_->fileSize), nullptr); });
+      });
+}
+
+// The callback
+
+void FileImport::progress(double percent, std::int64_t bytes) {
+  if (!ended_) callback_(asset_, percent, bytes, false, nullptr);
+}
+
+void FileImport::end(double percent, std::int64_t bytes, const TQErrorPtr& error) {
+  if (ended_.exchange(true)) return;
+  // The handlers hold this object.
+  if (asset_) {
+    asset_->copyProgressHandler = nullptr;
+    asset_->copyReportHandler = nullptr;
+  }
+  callback_(asset_, percent, bytes, true, error);
+}
+
+void FileImport::fail(std::int64_t code, const char* messageKey) {
+  fail(localizedError(code, messageKey));
+}
+
+bool FileImport::endedByCancel() {
+  if (!cancelled_) return false;
+  fail(posixError(ECANCELED, "import " + *request_.source));
+  return true;
+}
+
+void FileImport::guarded(const std::function<void()>& step) {
+  try {
+    step();
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error, std::string("createAsset exception : ") + exception.what());
+    fail(10001, "request.error.param.invalid");
+  }
+}
+
+}  // namespace vornex

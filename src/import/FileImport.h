@@ -1,0 +1,100 @@
+#pragma once
+
+#include <vornex/TQCopyInterface.h>
+#include <vornex/TQImportAsset.h>
+#include <vornex/TQProject.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "import/ImportJournal.h"
+
+namespace vornex {
+
+/// The import of one file: record, file in the package, server record, thumbnail. It keeps itself alive until
+/// it has ended, and ends exactly once, with a callback that says finished.
+///
+/// Thread-safety: start() once; cancel() and the accessors on any thread. Callbacks come one at a time, on
+/// the caller's thread of start() or on worker threads.
+class FileImport : public std::enable_shared_from_this<FileImport> {
+ public:
+  struct Request {
+    ProjectPtr project;
+    LibraryPtr library;
+    AssetFolderPtr folder;
+    OptionalString source;
+    OptionalString targetFolder;
+    bool shouldIndexing = false;
+    bool doCopy = true;
+    ImportType type = ImportType::copy;
+    ImportAssetPtr item;
+  };
+
+  /// The journal gets an entry before a file is placed; ending the entry is the owner's part.
+  FileImport(Request request, std::shared_ptr<ImportJournal> journal, TQProject::FileCallback callback);
+
+  void start();
+
+  /// Ends the file with ECANCELED before its next step; a running copy is stopped.
+  void cancel();
+
+  /// Whether what is at the asset's paths in the package was put there by this import.
+  bool placedFiles() const { return placedFiles_; }
+  /// Whether the server may hold a record of which no identifier has arrived.
+  bool mayHaveLostRecord() const { return mayHaveLostRecord_; }
+
+ private:
+  // The steps, in order. Each gives false when it has ended the file.
+  bool nameFiles();
+  bool checkPaths();
+  void describe();
+  void readMetadata();
+  void chooseTarget();
+  bool recordInJournal();
+  void place();
+
+  void chooseREDFolder();
+  void noteReference();
+  void placeByCopy(const std::string& target);
+  void placeByLink();
+  void linkToTarget();
+  void copyEnded(const TQErrorPtr& error);
+  void createRecord();
+  void recordEnded(const TQErrorPtr& error);
+
+  bool isReference() const { return request_.type != ImportType::copy; }
+  bool copiesToTarget() const { return isReference() && request_.shouldIndexing; }
+  std::string freeMasterName(const std::string& name) const;
+
+  void progress(double percent, std::int64_t bytes);
+  void end(double percent, std::int64_t bytes, const TQErrorPtr& error);
+  void fail(const TQErrorPtr& error) { end(0, 0, error); }
+  void fail(std::int64_t code, const char* messageKey);
+  /// Ends the file when it was cancelled, and says so.
+  bool endedByCancel();
+  /// Runs a step; what it throws ends the file.
+  void guarded(const std::function<void()>& step);
+
+  const Request request_;
+  const std::shared_ptr<ImportJournal> journal_;
+  const TQProject::FileCallback callback_;
+
+  AssetPtr asset_;
+  /// What the master links to, and what the thumbnail is made of.
+  std::string linkSource_;
+  OptionalString masterName_;
+  OptionalString masterFull_, thumbnailFull_, previewFull_;
+  std::string importedFrom_;
+  /// The copy outside the package that a reference points at.
+  OptionalString target_;
+  OptionalString redTarget_, redFile_;
+
+  std::atomic<bool> cancelled_ = false;
+  std::atomic<bool> ended_ = false;
+  std::atomic<bool> placedFiles_ = false;
+  std::atomic<bool> mayHaveLostRecord_ = false;
+  std::atomic<TQCopyInterface::JobID> copyJob_ = 0;
+};
+
+}  // namespace vornex

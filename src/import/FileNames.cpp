@@ -1,0 +1,90 @@
+#include "import/FileNames.h"
+
+#include <fmt/format.h>
+#include <unicode/utf8.h>
+
+#include <filesystem>
+
+#include "foundation/Files.h"
+#include "foundation/Text.h"
+
+namespace vornex {
+
+static constexpr std::size_t kLongestName = 255;
+static constexpr int kLastNumber = 10000;
+
+std::string recordText(std::string_view bytes) {
+  std::string text;
+  auto length = static_cast<std::int32_t>(bytes.size());
+  for (std::int32_t next = 0; next < length;) {
+    std::int32_t start = next;
+    UChar32 character;
+    U8_NEXT(bytes.data(), next, length, character);
+    if (character >= 0) {
+      text.append(bytes, static_cast<std::size_t>(start), static_cast<std::size_t>(next - start));
+      continue;
+    }
+    for (; start < next; ++start)
+      text += fmt::format("%{:02X}", static_cast<unsigned char>(bytes[static_cast<std::size_t>(start)]));
+  }
+  return text;
+}
+
+std::string fittingFileName(std::string_view name, std::string_view suffix) {
+  std::size_t room = kLongestName > suffix.size() ? kLongestName - suffix.size() : 0;
+  if (name.size() > room) {
+    while (room > 0 && U8_IS_TRAIL(name[room])) --room;
+    name = name.substr(0, room);
+  }
+  return std::string(name).append(suffix);
+}
+
+std::string availableFileName(const std::string& name,
+                              const std::function<bool(const std::string&)>& isTaken) {
+  if (!isTaken(name)) return name;
+  std::string stem = deletingPathExtension(name);
+  std::string extension = pathExtension(name);
+  std::string candidate;
+  for (int number = 1; number <= kLastNumber; ++number) {
+    candidate = fittingFileName(stem, fmt::format(" {}.{}", number, extension));
+    if (!isTaken(candidate)) break;
+  }
+  return candidate;
+}
+
+static bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+OptionalString reelName(const std::string& fileName) {
+  std::string extension = pathExtension(fileName);
+  for (std::size_t start = 0; (start = fileName.find('_', start)) != std::string::npos; ++start) {
+    std::size_t end = start + 1;
+    while (end < fileName.size() && isDigit(fileName[end])) ++end;
+    // Any one character stands between the number and the extension; the number's last digit may be it.
+    for (std::size_t last = end; last > start + 1; --last) {
+      if (last < fileName.size() && fileName.compare(last + 1, extension.size(), extension) == 0)
+        return fileName.substr(0, start);
+    }
+  }
+  return std::nullopt;
+}
+
+std::string availableREDFolder(const std::string& folder, const std::string& name) {
+  std::string path = appendPathComponent(folder, name);
+  for (int number = 1; number <= kLastNumber && itemExists(path); ++number)
+    path = appendPathComponent(folder, fmt::format("{} {}.RDC", deletingPathExtension(name), number));
+  return path;
+}
+
+OptionalString referenceREDFile(const std::string& folder, const std::string& target) {
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::string name = entry->path().filename().string();
+    if (lowercased(pathExtension(name)) == "r3d" && reelName(name)) return appendPathComponent(target, name);
+  }
+  return std::nullopt;
+}
+
+}  // namespace vornex

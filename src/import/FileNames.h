@@ -1,0 +1,34 @@
+#pragma once
+
+#include <vornex/Value.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace vornex {
+
+// File names and the texts made of them. Names on disk are bytes; whatever goes into a record is UTF-8.
+
+/// The text with every byte that is not part of valid UTF-8 written as %XX, so that the bytes can be told
+/// from it. Valid text is returned as it is.
+std::string recordText(std::string_view bytes);
+
+/// The name and what follows it, the name cut at a character so that both fit in one file name (255 bytes).
+std::string fittingFileName(std::string_view name, std::string_view suffix);
+
+/// The name, or the first of "stem 1.ext", "stem 2.ext", ... that is not taken; after "stem 10000.ext" that
+/// one, taken or not. A name without extension gets the dot all the same.
+std::string availableFileName(const std::string& name,
+                              const std::function<bool(const std::string&)>& isTaken);
+
+/// The reel that a RED clip file belongs to: the name before "_" and the part number, absent without one.
+OptionalString reelName(const std::string& fileName);
+
+/// folder/name, or folder/"stem n.RDC" while something is there.
+std::string availableREDFolder(const std::string& folder, const std::string& name);
+
+/// target/clip for the first clip file in the folder; absent when there is none or the folder cannot be read.
+OptionalString referenceREDFile(const std::string& folder, const std::string& target);
+
+}  // namespace vornex

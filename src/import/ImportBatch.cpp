@@ -1,0 +1,137 @@
+#include "import/ImportBatch.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+#include <vornex/TQAsset.h>
+#include <vornex/TQLibrary.h>
+
+#include <cerrno>
+#include <thread>
+
+#include "core/Coercion.h"
+#include "foundation/Files.h"
+#include "foundation/Text.h"
+#include "import/PackagePath.h"
+
+namespace vornex {
+
+ImportBatch::ImportBatch(ProjectPtr project, LibraryPtr library, ImportType type, OptionalString targetFolder,
+                         bool shouldIndexing, TQProject::ImportProgress progress, Completion completion)
+    : project_(std::move(project)),
+      library_(std::move(library)),
+      type_(type),
+      targetFolder_(std::move(targetFolder)),
+      shouldIndexing_(shouldIndexing),
+      progress_(std::move(progress)),
+      completion_(std::move(completion)),
+      journal_(std::make_shared<ImportJournal>(importJournalFolder(*library_->packageFolder))) {}
+
+void ImportBatch::start(std::vector<ImportAssetPtr> items) {
+  claimFolder();
+  project_->availableTargetREDFolders.emplace();
+  GlobalQueue::shared().async([self = shared_from_this(), items = std::move(items)] { self->run(items); });
+}
+
+void ImportBatch::claimFolder() {
+  // The folder is named by the second: a batch that starts in the same second waits for the next one.
+  for (;;) {
+    folder_ = library_->createAssetFolder();
+    if (!folder_) return;
+    folderClaim_ = FileDescriptor(::open(folder_->masterPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folderClaim_ || ::flock(folderClaim_.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+}
+
+void ImportBatch::run(const std::vector<ImportAssetPtr>& items) {
+  recover();
+  for (const ImportAssetPtr& item : items) {
+    if (!item || !item->path || stop_) break;
+    importFile(item);
+    ++finishedCount_;
+  }
+  project_->availableTargetREDFolders.reset();
+  bool isUnsettled = journal_->hasPending();
+  journal_->close();
+  folderClaim_.close();
+  if (isUnsettled) recover();
+  if (completion_) completion_(true, nullptr);
+}
+
+void ImportBatch::recover() {
+  TQErrorPtr error;
+  if (!library_->recoverInterruptedImports(&error))
+    logLine(LogLevel::warning,
+            "recoverInterruptedImports: " + (error ? error->description() : "not settled"));
+}
+
+void ImportBatch::importFile(const ImportAssetPtr& item) {
+  bool isSideFile = lowercased(pathExtension(*item->path)) == "rmd" && !item->isSeparateRMDFile;
+  FileImport::Request request{project_,        library_,    folder_, item->path, targetFolder_,
+                              shouldIndexing_, !isSideFile, type_,   item};
+  auto changed = [self = shared_from_this(), item](const AssetPtr& asset, double percent, std::int64_t bytes,
+                                                   bool finished, const TQErrorPtr& error) {
+    self->fileChanged(item, asset, percent, bytes, finished, error);
+  };
+  file_ = std::make_shared<FileImport>(std::move(request), journal_, std::move(changed));
+  file_->start();
+  fileEnded_.acquire();
+  file_.reset();
+}
+
+void ImportBatch::fileChanged(const ImportAssetPtr& item, const AssetPtr& asset, double percent,
+                              std::int64_t bytes, bool finished, const TQErrorPtr& error) {
+  bool ended = finished || error;
+  try {
+    report(item, asset, percent, bytes, error);
+    settle(item, asset, ended, error);
+  } catch (const std::exception& exception) {
+    // The journal still has the file; the batch must go on.
+    logLine(LogLevel::error, std::string("createAsset exception : ") + exception.what());
+  }
+  if (ended) fileEnded_.release();
+}
+
+void ImportBatch::settle(const ImportAssetPtr& item, const AssetPtr& asset, bool ended,
+                         const TQErrorPtr& error) {
+  if (stop_) file_->cancel();
+  if (ended && !error) keep(item, asset);
+  if (error && asset) asset->setImportStatus(-1);
+  if (error || stop_)
+    takeBack(asset, ended);
+  else if (ended && asset && asset->masterPath)
+    journal_->end(*asset->masterPath);
+}
+
+void ImportBatch::report(const ImportAssetPtr& item, const AssetPtr& asset, double percent,
+                         std::int64_t bytes, const TQErrorPtr& error) {
+  if (percent != 0 && percent == lastProgress_) return;
+  lastProgress_ = percent;
+  if (!progress_) return;
+  bool stop = stop_;
+  progress_(item, asset, percent, finishedCount_, bytes, &stop, error);
+  if (stop) stop_ = true;
+}
+
+void ImportBatch::keep(const ImportAssetPtr& item, const AssetPtr& asset) {
+  if (!asset) return;
+  if (asset->type == kAssetTypeImage) project_->extractPreviewImageFromAsset(asset);
+  const Value* tags = item->metaData.find("tags");
+  if (!tags) return;
+  std::vector<std::string> names;
+  for (const Value& tag : coerce::array(tags))
+    if (OptionalString name = coerce::string(&tag)) names.push_back(*name);
+  asset->setTags(std::move(names));
+}
+
+void ImportBatch::takeBack(const AssetPtr& asset, bool ended) {
+  if (!asset) return;
+  bool isRecordGone = library_->deleteAsset(asset, false, nullptr) && !file_->mayHaveLostRecord();
+  if (file_->placedFiles()) project_->deleteFileAsset(asset);
+  // What the server could not be told stays in the journal for recovery.
+  if (ended && isRecordGone && asset->masterPath) journal_->end(*asset->masterPath);
+}
+
+}  // namespace vornex

@@ -1,0 +1,142 @@
+#include <vornex/Queue.h>
+#include <vornex/TQBookmarkUtil.h>
+#include <vornex/TQCopyInterface.h>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+#include "import/ImportError.h"
+#include "platform/FileCopy.h"
+#include "platform/FolderAccess.h"
+
+namespace vornex {
+
+struct CopyJob {
+  TQCopyInterface::JobID id;
+  std::string source;
+  std::string target;
+  TQCopyInterface::ProgressHandler progress;
+  TQCopyInterface::ReportHandler report;
+  std::atomic<bool> cancelled = false;
+};
+using CopyJobPtr = std::shared_ptr<CopyJob>;
+
+struct TQCopyInterface::State {
+  std::mutex mutex;
+  std::condition_variable idle;
+  ProgressHandler progress;
+  ReportHandler report;
+  JobID lastID = 0;
+  // The running job is the first one.
+  std::deque<CopyJobPtr> jobs;
+};
+
+static Result<std::uint64_t> copy(CopyJob& job) {
+  if (job.cancelled) return posixFailure(ECANCELED, "copy " + job.source);
+  return copyItem(job.source, job.target, [&job](std::uint64_t done, std::uint64_t total) {
+    if (job.progress && (done < total || done == 0)) {
+      double percent = total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total);
+      job.progress(percent, static_cast<std::int64_t>(done));
+    }
+    return !job.cancelled;
+  });
+}
+
+static void run(CopyJob& job) {
+  Result<std::uint64_t> copied;
+  try {
+    copied = copy(job);
+  } catch (const std::exception& exception) {
+    copied = failure("posix", ECANCELED, "copy " + job.source + ": " + exception.what());
+  }
+  if (!job.report) return;
+  if (copied)
+    job.report(static_cast<std::int64_t>(*copied), nullptr);
+  else
+    job.report(nullptr, hostError(copied.error()));
+}
+
+TQCopyInterface::TQCopyInterface() : state_(std::make_shared<State>()) {}
+
+TQCopyInterface::~TQCopyInterface() {
+  std::unique_lock lock(state_->mutex);
+  for (const CopyJobPtr& job : state_->jobs) job->cancelled = true;
+  state_->idle.wait(lock, [this] { return state_->jobs.empty(); });
+}
+
+void TQCopyInterface::setProgressHandler(ProgressHandler handler) {
+  std::lock_guard lock(state_->mutex);
+  std::swap(state_->progress, handler);
+}
+
+void TQCopyInterface::setReportHandler(ReportHandler handler) {
+  std::lock_guard lock(state_->mutex);
+  std::swap(state_->report, handler);
+}
+
+void TQCopyInterface::copyFileAtPath(const std::string& source, const std::string& toPath,
+                                     const Data& bookmarkData, Completion completion) {
+  std::unique_lock lock(state_->mutex);
+  ProgressHandler progress = state_->progress;
+  ReportHandler report = state_->report;
+  lock.unlock();
+  copyFileAtPath(source, toPath, bookmarkData, std::move(progress), std::move(report), std::move(completion));
+}
+
+TQCopyInterface::JobID TQCopyInterface::copyFileAtPath(const std::string& source, const std::string& toPath,
+                                                       const Data& bookmarkData, ProgressHandler progress,
+                                                       ReportHandler report, Completion completion) {
+  Result<std::string> reached = resolveAccessToken(bookmarkData);
+  if (!reached) {
+    if (completion) completion(false, hostError(reached.error()));
+    return 0;
+  }
+  auto job = std::make_shared<CopyJob>();
+  job->source = source;
+  job->target = toPath;
+  job->progress = std::move(progress);
+  job->report = std::move(report);
+
+  std::unique_lock lock(state_->mutex);
+  job->id = ++state_->lastID;
+  lock.unlock();
+  if (completion) completion(true, nullptr);
+
+  lock.lock();
+  state_->jobs.push_back(job);
+  if (state_->jobs.size() > 1) return job->id;
+  lock.unlock();
+  GlobalQueue::shared().async([state = state_] {
+    std::unique_lock jobsLock(state->mutex);
+    while (!state->jobs.empty()) {
+      CopyJobPtr next = state->jobs.front();
+      jobsLock.unlock();
+      run(*next);
+      // What the handlers hold must not be released under the lock.
+      next->progress = nullptr;
+      next->report = nullptr;
+      jobsLock.lock();
+      state->jobs.pop_front();
+    }
+    state->idle.notify_all();
+  });
+  return job->id;
+}
+
+void TQCopyInterface::cancel() {
+  std::lock_guard lock(state_->mutex);
+  if (!state_->jobs.empty()) state_->jobs.front()->cancelled = true;
+}
+
+void TQCopyInterface::cancel(JobID id) {
+  std::lock_guard lock(state_->mutex);
+  for (const CopyJobPtr& job : state_->jobs)
+    if (job->id == id) job->cancelled = true;
+}
+
+void TQCopyInterface::startAllBookmarks() {
+  TQBookmarkUtil::startAllBookmarks();
+}
+
+}  // namespace vornex

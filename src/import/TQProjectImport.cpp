@@ -1,0 +1,250 @@
+#include <fmt/format.h>
+#include <unistd.h>
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+#include <vornex/TQAsset.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQCopyInterface.h>
+#include <vornex/TQImportAsset.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQProject.h>
+#include <vornex/TQUser.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "core/StatusCode.h"
+#include "foundation/Files.h"
+#include "foundation/Text.h"
+#include "import/FileCopying.h"
+#include "import/FileFacts.h"
+#include "import/FileImport.h"
+#include "import/FileNames.h"
+#include "import/ImportBatch.h"
+#include "import/ImportError.h"
+#include "import/ImportJournal.h"
+#include "import/PackagePath.h"
+#include "import/Thumbnail.h"
+
+namespace vornex {
+
+void TQProject::createAssetsWithImportAssets(std::vector<ImportAssetPtr> items, ImportType importType,
+                                             OptionalString targetDir, bool shouldIndexing,
+                                             ImportProgress progressHandler, Completion completion) {
+  LibraryPtr owner = library.lock();
+  if (!owner || !owner->packageFolder || !fileExists(*owner->packageFolder))
+    return completion(false, localizedError(10009, "library.error.path.no.exist"));
+  bool copiesToTarget = importType == ImportType::reference && shouldIndexing;
+  if (copiesToTarget && !(targetDir && fileExists(*targetDir)))
+    return completion(false, localizedError(10009, "library.error.target.path.no.exist"));
+  if (owner->libraryType == kLibraryTypeNetwork)
+    return completion(false, localizedError(10005, "library.error.no.authority.network"));
+  auto batch =
+      std::make_shared<ImportBatch>(shared_from_this(), owner, importType, std::move(targetDir),
+                                    shouldIndexing, std::move(progressHandler), std::move(completion));
+  batch->start(std::move(items));
+}
+
+void TQProject::importAssetWithSourcePath(const std::string& path, AssetFolderPtr assetFolder,
+                                          const Dictionary& metaDict, ImportType importType,
+                                          OptionalString targetDir, bool shouldIndexing,
+                                          FileCallback completion) {
+  ImportAssetPtr item = TQImportAsset::importAssetWithPath(path);
+  item->metaData = metaDict;
+  createAssetWithFolder(std::move(assetFolder), path, std::move(targetDir), shouldIndexing, false, importType,
+                        item, std::move(completion));
+}
+
+void TQProject::createAssetWithFolder(AssetFolderPtr folder, OptionalString srcPath, OptionalString destDir,
+                                      bool shouldIndexing, bool doCopy, ImportType importType,
+                                      ImportAssetPtr importAsset, FileCallback completion) {
+  LibraryPtr owner = library.lock();
+  std::string journals = owner && owner->packageFolder ? importJournalFolder(*owner->packageFolder) : "";
+  auto journal = std::make_shared<ImportJournal>(journals);
+  FileImport::Request request{shared_from_this(), owner,  folder,     srcPath,    destDir,
+                              shouldIndexing,     doCopy, importType, importAsset};
+  auto report = [journal, completion = std::move(completion)](const AssetPtr& asset, double progress,
+                                                              std::int64_t bytes, bool finished,
+                                                              const TQErrorPtr& error) {
+    if (finished && !error && asset && asset->masterPath) journal->end(*asset->masterPath);
+    completion(asset, progress, bytes, finished, error);
+  };
+  std::make_shared<FileImport>(std::move(request), journal, std::move(report))->start();
+}
+
+AssetPtr TQProject::createAssetWithSrcPath(const std::string& srcPath, OptionalString masterPath,
+                                           OptionalString thumbnailPath, OptionalString previewPath) {
+  try {
+    AssetPtr asset = TQAsset::assetWithName(recordText(deletingPathExtension(lastPathComponent(srcPath))));
+    asset->masterPath = std::move(masterPath);
+    asset->thumbnailPath = std::move(thumbnailPath);
+    asset->previewPath = std::move(previewPath);
+    std::string extension = recordText(pathExtension(srcPath));
+    asset->type = TQVornexUtil::assetTypeFromExtension(extension);
+    asset->fileExtension = lowercased(extension);
+    asset->importDate = std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
+    asset->updateDate = asset->importDate;
+    asset->setImportStatus(1);
+    if (std::optional<FileFacts> facts = fileFacts(srcPath)) {
+      asset->createDate = facts->created;
+      asset->modifyDate = facts->modified;
+      TQErrorPtr unreadable;
+      asset->fileSize = facts->isDirectory ? sizeForFolderAtPath(srcPath, &unreadable) : facts->size;
+      if (unreadable) asset->fileSize = facts->size;
+    }
+    if (level == 0) {
+      asset->project = shared_from_this();
+    } else {
+      asset->group = shared_from_this();
+      asset->project = rootProject.lock();
+    }
+    return asset;
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error, std::string("createAsset exception : ") + exception.what());
+    return nullptr;
+  }
+}
+
+OptionalString TQProject::availableFileNameWithPath(const OptionalString& dir,
+                                                    const OptionalString& fileName) {
+  if (!dir || !fileName) return std::nullopt;
+  return availableFileName(
+      *fileName, [&](const std::string& name) { return itemExists(appendPathComponent(*dir, name)); });
+}
+
+void TQProject::createAsset(AssetPtr asset, std::function<void(AssetPtr, TQErrorPtr)> completion) {
+  LibraryPtr owner = library.lock();
+  UserPtr user = owner && owner->connection ? owner->connection->user : nullptr;
+  Dictionary items{{"items", Array{asset->metaDataDictionary ? Value(*asset->metaDataDictionary) : Value()}}};
+  TQVornexUtil::requestURL(owner ? owner->serverURL("/assets/create") : std::nullopt,
+                           user ? user->id : std::nullopt, user ? user->password : std::nullopt, "POST",
+                           Value(std::move(items)), [asset, completion](Value response, TQErrorPtr error) {
+                             if (error) return completion(asset, error);
+                             OptionalString assetID = extractAssetIDWithResponse(response);
+                             if (!assetID)
+                               return completion(asset, localizedError(10006, "response.error.invalid"));
+                             asset->id = assetID;
+                             completion(asset, nullptr);
+                           });
+}
+
+OptionalString TQProject::extractAssetIDWithResponse(const Value& response) {
+  const Value* items = response.find("items");
+  const Array* list = items ? items->ifArray() : nullptr;
+  if (!list || list->empty()) return std::nullopt;
+  return TQVornexUtil::stringValueFromObject(list->back().find("_id"));
+}
+
+OptionalString TQProject::createCatalogPathWithAssetID(const std::string& assetID, std::int64_t type,
+                                                       const std::string& catalogFolderPath) {
+  LibraryPtr owner = library.lock();
+  if (type != kAssetTypeVideo || !owner || !owner->packageFolder) return std::nullopt;
+  std::string folder = appendPathComponent(catalogFolderPath, assetID);
+  Result<void> made = createDirectories(folder);
+  if (!made) {
+    logLine(LogLevel::error, "createCatalogPathWithAssetID, Can't create directory:" + folder);
+    return std::nullopt;
+  }
+  OptionalString relative = packageRelativePath(folder, *owner->packageFolder);
+  if (!relative) return std::nullopt;
+  UserPtr user = owner->connection ? owner->connection->user : nullptr;
+  Dictionary item{{"_id", assetID}, {"catalogpath", *relative}};
+  TQErrorPtr error;
+  TQVornexUtil::syncRequestURL(owner->serverURL("/assets/update"), user ? user->id : std::nullopt,
+                               user ? user->password : std::nullopt, "POST",
+                               Value(Dictionary{{"items", Array{std::move(item)}}}), &error);
+  if (error) logLine(LogLevel::error, "update Catalog failed:" + error->description());
+  return relative;
+}
+
+static std::vector<std::string> failedPaths(const Value& response) {
+  std::vector<std::string> paths;
+  for (const Value& failure : TQVornexUtil::arrayValueFromObject(response.find("failures")))
+    if (OptionalString path = TQVornexUtil::stringValueFromObject(failure.find("path")))
+      paths.push_back(*path);
+  return paths;
+}
+
+void TQProject::accessibilityForReferenceFilePaths(
+    const std::vector<std::string>& paths,
+    std::function<void(bool, TQErrorPtr, std::vector<std::string>)> completion) {
+  LibraryPtr owner = library.lock();
+  UserPtr user = owner && owner->connection ? owner->connection->user : nullptr;
+  Array items;
+  for (const std::string& path : paths) items.push_back(Dictionary{{"path", path}});
+  auto answered = [paths, completion = std::move(completion)](Value response, TQErrorPtr error) {
+    if (!error) return completion(true, nullptr, failedPaths(response));
+    if (error->code() == static_cast<std::int64_t>(StatusCode::referenceUnreachable)) error = nullptr;
+    if (error && error->code() == static_cast<std::int64_t>(StatusCode::clientRefused))
+      error = localizedError(10022, "version.need.update");
+    completion(false, error, paths);
+  };
+  TQVornexUtil::requestURL(owner ? owner->serverURL("/assets/access") : std::nullopt,
+                           user ? user->id : std::nullopt, user ? user->password : std::nullopt, "POST",
+                           Value(Dictionary{{"items", std::move(items)}}), std::move(answered));
+}
+
+bool TQProject::createLinkFileAtPath(const OptionalString& source, const OptionalString& toPath,
+                                     TQErrorPtr* error) {
+  if (!source || !toPath) return false;
+  std::error_code ignored;
+  std::filesystem::remove_all(*toPath, ignored);
+  if (::symlink(source->c_str(), toPath->c_str()) == 0) return true;
+  if (error) *error = posixError(errno, "link " + *toPath);
+  return false;
+}
+
+void TQProject::copyFileAtPath(const std::string& src, const std::string& toPath, AssetPtr asset,
+                               Completion completion) {
+  startCopy(src, toPath, asset->copyProgressHandler, asset->copyReportHandler, std::move(completion));
+}
+
+void TQProject::cancelFile() {
+  TQLibraryManager::sharedManager().copyInterface().cancel();
+}
+
+void TQProject::deleteFileAsset(const AssetPtr& asset) {
+  LibraryPtr owner = library.lock();
+  if (!asset || !asset->masterPath || !asset->thumbnailPath || !owner || !owner->packageFolder) return;
+  for (const OptionalString& path : {asset->previewPath, asset->masterPath, asset->thumbnailPath}) {
+    std::error_code ignored;
+    if (path && !path->empty())
+      std::filesystem::remove_all(appendPathComponent(*owner->packageFolder, *path), ignored);
+  }
+}
+
+void TQProject::extractThumbnail(const std::string& source, const std::string& toPath,
+                                 Completion completion) {
+  GlobalQueue::shared().async([source, toPath, completion = std::move(completion)] {
+    completion(writeThumbnail(source, toPath), nullptr);
+  });
+}
+
+void TQProject::extractPreviewImageFromAsset(const AssetPtr& asset) {
+  LibraryPtr owner = library.lock();
+  if (!asset || !owner || !owner->packageFolder || owner->libraryType == kLibraryTypeNetwork) return;
+  if (!asset->metaDataDictionary || !needsPreview(*asset->metaDataDictionary, asset->importType)) return;
+  if (!asset->previewPath || asset->previewPath->empty()) return;
+  OptionalString master = asset->originMasterPath();
+  ImagePtr image = master ? previewOfFile(*master) : nullptr;
+  if (image) image->saveJPEGWithPath(appendPathComponent(*owner->packageFolder, *asset->previewPath));
+}
+
+OptionalString TQProject::reelNameForREDFileName(const OptionalString& name) {
+  return name ? reelName(*name) : std::nullopt;
+}
+
+OptionalString TQProject::availableREDFolderNameWithPath(const OptionalString& dir,
+                                                         const OptionalString& folderName) {
+  if (!dir || !folderName) return std::nullopt;
+  return availableREDFolder(*dir, *folderName);
+}
+
+OptionalString TQProject::referenceREDFileFromFolderPath(const OptionalString& folder,
+                                                         const OptionalString& targetDir) {
+  if (!folder || !targetDir) return std::nullopt;
+  return referenceREDFile(*folder, *targetDir);
+}
+
+}  // namespace vornex

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <vornex/Value.h>
+
+#include <string>
+
+#include "foundation/Error.h"
+
+namespace vornex {
+
+/// Writes a property list that holds passwords: atomically, readable by this user only.
+[[nodiscard]] Result<void> writeCredentialFile(const std::string& path, const Value& value);
+
+}  // namespace vornex

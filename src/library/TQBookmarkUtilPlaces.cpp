@@ -1,0 +1,82 @@
+#include <pwd.h>
+#include <unistd.h>
+#include <vornex/Log.h>
+#include <vornex/TQBookmarkUtil.h>
+
+#include <filesystem>
+
+#include "core/Coercion.h"
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
+#include "platform/Volumes.h"
+
+namespace vornex {
+
+static OptionalString volumeName(const std::string& path) {
+  auto volume = volumeDescription(path);
+  return volume ? coerce::string(volume->find(volumeKey::name)) : std::nullopt;
+}
+
+OptionalString TQBookmarkUtil::groupIdentifier() {
+  return std::nullopt;
+}
+std::string TQBookmarkUtil::rootFolder() {
+  return layout::rootFolder();
+}
+std::string TQBookmarkUtil::preferenceFolder() {
+  return layout::preferenceFolder();
+}
+std::string TQBookmarkUtil::bookmarkPlist() {
+  return layout::bookmarkPlist();
+}
+std::string TQBookmarkUtil::preferencePlist() {
+  return appendPathComponent(preferenceFolder(), "preference.plist");
+}
+std::string TQBookmarkUtil::sqliteFilePath() {
+  return appendPathComponent(preferenceFolder(), "workflow/workflow.sqlite");
+}
+
+std::optional<Dictionary> TQBookmarkUtil::volumeInfoWithPath(const OptionalString& path) const {
+  return path ? volumeDescription(*path) : std::nullopt;
+}
+
+OptionalString TQBookmarkUtil::volumePathFromFilePath(const OptionalString& path) {
+  OptionalString name = path ? volumeName(*path) : std::nullopt;
+  if (!name) return std::nullopt;
+  return "/Volumes/" + *name;
+}
+
+OptionalString TQBookmarkUtil::realVolumePathFromFilePath(const OptionalString& path) {
+  return path ? mountPath(*path) : std::nullopt;
+}
+
+std::string TQBookmarkUtil::systemVolumeName() {
+  return volumeName("/").value_or("");
+}
+
+std::vector<std::string> TQBookmarkUtil::userFolders() {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
+  if (!found || !found->pw_dir) return {};
+  return {found->pw_dir};
+}
+
+bool TQBookmarkUtil::isAliasFileWithPath(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::is_symlink(path, ignored);
+}
+
+OptionalString TQBookmarkUtil::resolvingAliasFileWithPath(const OptionalString& path) {
+  if (!path) {
+    logLine(LogLevel::error, "resolvingAliasFileWithPath file path nil");
+    return std::nullopt;
+  }
+  std::error_code error;
+  std::filesystem::path target = std::filesystem::read_symlink(*path, error);
+  if (error) return std::nullopt;
+  return target.string();
+}
+
+}  // namespace vornex

@@ -1,0 +1,254 @@
+#include <fmt/format.h>
+#include <unistd.h>
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQUser.h>
+#include <vornex/TQUserManager.h>
+#include <vornex/TQVornexUtil.h>
+#include <vornex/VornexSDK.h>
+
+#include <algorithm>
+#include <tuple>
+
+#include "core/Coercion.h"
+#include "foundation/Files.h"
+#include "foundation/PropertyList.h"
+#include "library/ManagerState.h"
+#include "service/TQVornexService.h"
+
+namespace vornex {
+namespace {
+
+constexpr const char* kSharedDatabaseVersion = "1.1";
+
+UserPtr localUser() {
+  return TQUser::userWithID(kTQLocalUserID, kTQLocalUserID, kUserTypeLocalOwner,
+                            TQUserManager::sharedManager().localPasswordMD5());
+}
+
+void createDefaultFolders() {
+  for (const std::string& folder :
+       {TQVornexUtil::rootFolder(), TQVornexUtil::preferenceFolder(), TQVornexUtil::dbFolder()}) {
+    if (createDirectories(folder)) continue;
+    logLine(LogLevel::error, fmt::format("createDefaultFolder, Can't create directory:{}", folder));
+    return;
+  }
+}
+
+std::vector<LibraryPtr> sorted(std::vector<LibraryPtr> libraries) {
+  std::stable_sort(libraries.begin(), libraries.end(), [](const LibraryPtr& a, const LibraryPtr& b) {
+    return std::tie(a->libraryType, a->name) < std::tie(b->libraryType, b->name);
+  });
+  return libraries;
+}
+
+// The version tells a later load that the database lives in the shared database folder.
+void markSharedDatabase(Dictionary& row) {
+  OptionalString dbName = coerce::string(row.find("dbname"));
+  if (coerce::string(row.find("version")) == kSharedDatabaseVersion || !dbName || dbName->empty()) return;
+  if (fileExists(appendPathComponent(TQVornexUtil::mongoDBFolder(), *dbName)))
+    row.set("version", kSharedDatabaseVersion);
+}
+
+}  // namespace
+
+void connectLocally(const LibraryPtr& library) {
+  library->connection->user = localUser();
+  library->connection->port = VornexSDK::sharedInstance().WASPort;
+}
+
+TQLibraryManager& TQLibraryManager::sharedManager() {
+  static auto* manager = new TQLibraryManager;
+  return *manager;
+}
+
+TQLibraryManager::TQLibraryManager() : state_(std::make_unique<State>()) {
+  createDefaultFolders();
+  if (auto users = readDictionaryFile(TQVornexUtil::networkUserPlist()))
+    state_->networkUsers = std::move(*users);
+}
+
+TQCopyInterface& TQLibraryManager::copyInterface() {
+  return state_->copyInterface;
+}
+
+void TQLibraryManager::loadAllLibraries(std::function<void(std::vector<LibraryPtr> libraries)> completion) {
+  GlobalQueue::shared().async([this, completion = std::move(completion)] {
+    std::lock_guard lock(state_->monitor);
+    std::vector<LibraryPtr> loaded;
+    for (const std::string& file : {TQVornexUtil::localLibraryPlist(), TQVornexUtil::networkLibraryPlist()}) {
+      auto rows = loadLibrariesFromPlistFile(file);
+      if (rows) loaded.insert(loaded.end(), rows->begin(), rows->end());
+    }
+    state_->libraries.publish(sorted(std::move(loaded)));
+    createLockFiles();
+    completion(libraries());
+  });
+}
+
+std::optional<std::vector<LibraryPtr>> TQLibraryManager::loadLibrariesFromPlistFile(const std::string& path) {
+  auto file = readDictionaryFile(path);
+  if (!file) {
+    if (fileExists(path)) logLine(LogLevel::error, "Can't read Library Plist: " + file.error().message);
+    return std::nullopt;
+  }
+  std::vector<LibraryPtr> result;
+  std::lock_guard lock(state_->monitor);
+  for (const Value& row : coerce::array(file->find("library"))) {
+    LibraryPtr library = row.ifDictionary() ? TQLibrary::libraryWithDictionary(*row.ifDictionary()) : nullptr;
+    if (!library) {
+      logLine(LogLevel::error, "libraryWithDictionary exception:a row of " + path + " is no library");
+      continue;
+    }
+    if (library->libraryType == kLibraryTypeNetwork)
+      library->connection->user = networkUserWithDBName(library->dbName);
+    else if (library->libraryType == kLibraryTypeLocal)
+      connectLocally(library);
+    result.push_back(std::move(library));
+  }
+  return result;
+}
+
+std::vector<LibraryPtr> TQLibraryManager::libraries() const {
+  return *state_->libraries.read();
+}
+
+std::vector<LibraryPtr> TQLibraryManager::localLibraries() const {
+  std::vector<LibraryPtr> result = libraries();
+  std::erase_if(result, [](const LibraryPtr& library) { return library->libraryType != kLibraryTypeLocal; });
+  return result;
+}
+
+std::vector<LibraryPtr> TQLibraryManager::networkLibraries() const {
+  std::vector<LibraryPtr> result = libraries();
+  std::erase_if(result,
+                [](const LibraryPtr& library) { return library->libraryType != kLibraryTypeNetwork; });
+  return result;
+}
+
+void TQLibraryManager::sortLibraries() {
+  std::lock_guard lock(state_->monitor);
+  state_->libraries.publish(sorted(libraries()));
+}
+
+LibraryPtr TQLibraryManager::libraryForDBName(const OptionalString& dbName) const {
+  if (!dbName) return nullptr;
+  auto list = state_->libraries.read();
+  auto found = std::find_if(list->begin(), list->end(),
+                            [&](const LibraryPtr& library) { return library->dbName == dbName; });
+  return found == list->end() ? nullptr : *found;
+}
+
+bool TQLibraryManager::findLibrary(const LibraryPtr& library) const {
+  return library && libraryForDBName(library->dbName) != nullptr;
+}
+
+std::vector<LibraryPtr> TQLibraryManager::findNetworkLibrariesWithBonjourName(
+    const OptionalString& name) const {
+  if (!name) return {};
+  std::vector<LibraryPtr> result = networkLibraries();
+  std::erase_if(result, [&](const LibraryPtr& library) { return library->bonjourName != name; });
+  return result;
+}
+
+std::vector<LibraryPtr> TQLibraryManager::findNetworkLibrariesWithIP(const OptionalString& address) const {
+  if (!address) return {};
+  std::vector<LibraryPtr> result = networkLibraries();
+  std::erase_if(result, [&](const LibraryPtr& library) { return library->connection->address != address; });
+  return result;
+}
+
+bool TQLibraryManager::addLibraries(const std::vector<LibraryPtr>& added) {
+  {
+    std::lock_guard lock(state_->monitor);
+    for (const LibraryPtr& library : added) {
+      if (!library) continue;
+      if (!findLibrary(library)) state_->append(library);
+      if (library->libraryType == kLibraryTypeNetwork)
+        saveNetworkUserFile(library->connection->user, library);
+    }
+    sortLibraries();
+  }
+  return saveLibrariesFileWithType(kLibraryTypeLocal) && saveLibrariesFileWithType(kLibraryTypeNetwork);
+}
+
+bool TQLibraryManager::saveLibrariesFileWithType(std::int64_t type) {
+  {
+    // The file must never be older than the list, so two saves must not overtake each other.
+    std::lock_guard lock(state_->monitor);
+    Array rows;
+    for (const LibraryPtr& library : libraries()) {
+      if (library->libraryType != type) continue;
+      auto row = library->libDictionary();
+      if (!row) return false;
+      markSharedDatabase(*row);
+      rows.emplace_back(std::move(*row));
+    }
+    std::string path = type ? TQVornexUtil::networkLibraryPlist() : TQVornexUtil::localLibraryPlist();
+    auto written = writePropertyListFile(path, Dictionary{{"library", std::move(rows)}});
+    if (!written) {
+      logLine(LogLevel::error, written.error().message);
+      return false;
+    }
+  }
+  auto service = TQVornexService();
+  if (service && service->isConnected()) service->updateLibrary([](const TQErrorPtr&) {});
+  return true;
+}
+
+bool TQLibraryManager::deleteLibraryPlist(const LibraryPtr& library) {
+  if (!library) return false;
+  {
+    std::lock_guard lock(state_->monitor);
+    std::vector<LibraryPtr> next = libraries();
+    auto found = std::find_if(next.begin(), next.end(),
+                              [&](const LibraryPtr& known) { return known->dbName == library->dbName; });
+    if (found != next.end()) next.erase(found);
+    state_->libraries.publish(std::move(next));
+  }
+  return saveLibrariesFileWithType(library->libraryType);
+}
+
+bool TQLibraryManager::deleteRemoteLibrary(const LibraryPtr& library) {
+  if (!library) return false;
+  deleteNetworkUserWithDBName(library->dbName);
+  return deleteLibraryPlist(library);
+}
+
+bool TQLibraryManager::deleteLocalPlist() {
+  return ::unlink(TQVornexUtil::localLibraryPlist().c_str()) == 0;
+}
+
+void TQLibraryManager::updateLocalPassword() {
+  std::lock_guard lock(state_->monitor);
+  UserPtr current = localUser();
+  for (const LibraryPtr& library : localLibraries()) {
+    // A connection that is right already is left alone: requests may be reading it.
+    UserPtr& user = library->connection->user;
+    if (!user || user->id != current->id || user->password != current->password) user = localUser();
+  }
+}
+
+void TQLibraryManager::createLockFiles() {
+  for (const LibraryPtr& library : localLibraries()) library->createLibaryLockFileWithError(nullptr);
+}
+
+void TQLibraryManager::deleteLockFiles() {
+  for (const LibraryPtr& library : libraries())
+    if (library->libraryType != kLibraryTypeNetwork) library->removeLibraryLockFile();
+}
+
+void TQLibraryManager::startWorkflows() {
+  copyInterface().startAllBookmarks();
+}
+
+void TQLibraryManager::startAllBookmarks() {
+  auto service = TQVornexService();
+  if (service && service->isConnected()) service->startAllBoookmarks([](const TQErrorPtr&) {});
+  copyInterface().startAllBookmarks();
+}
+
+}  // namespace vornex

@@ -1,0 +1,77 @@
+#include <vornex/Log.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQUser.h>
+#include <vornex/TQUserManager.h>
+#include <vornex/TQVornexUtil.h>
+
+#include "core/Coercion.h"
+
+namespace vornex {
+
+UserPtr TQUser::userWithID(OptionalString id, OptionalString name, std::int64_t type,
+                           OptionalString password) {
+  auto user = std::make_shared<TQUser>();
+  user->id = std::move(id);
+  user->name = std::move(name);
+  user->userType = type;
+  user->password = std::move(password);
+  return user;
+}
+
+UserPtr TQUser::userWithDictionary(const Dictionary& dictionary) {
+  OptionalString id = coerce::string(dictionary.find("id"));
+  OptionalString password = coerce::string(dictionary.find("password"));
+  if (!id || !password) return nullptr;
+  UserPtr user = userWithID(std::move(id), coerce::string(dictionary.find("name")),
+                            coerce::integer(dictionary.find("type")), std::move(password));
+  const Value* libraries = dictionary.find("libraries");
+  if (libraries && libraries->ifDictionary()) user->libraries = *libraries->ifDictionary();
+  return user;
+}
+
+std::optional<Dictionary> TQUser::userDictionary() const {
+  if (!id || !password) {
+    logLine(LogLevel::error, std::string("userDictionary exception: no ") + (id ? "password" : "id"));
+    return std::nullopt;
+  }
+  return Dictionary{{"id", id},
+                    {"name", name.value_or("")},
+                    {"password", password},
+                    {"type", userType},
+                    {"libraries", libraries}};
+}
+
+void TQUser::updateNewName(OptionalString newName, OptionalString newPassword, Completion completion) {
+  if (newName) name = std::move(newName);
+  if (newPassword) password = MD5String(*newPassword);
+  if (TQUserManager::sharedManager().saveUsersFile()) return completion(true, nullptr);
+  logLine(LogLevel::error, "updateNewName, Can't save User Plist");
+  completion(false, TQVornexUtil::errorWithCode(10003, LocalizedString("user.error.cannot.save")));
+}
+
+bool TQUser::findLibraryName(const std::string& dbName) const {
+  return libraries.contains(dbName);
+}
+
+void TQUser::addLibraries(const std::vector<LibraryPtr>& added) {
+  for (const LibraryPtr& library : added) {
+    if (!library || !library->dbName || !library->name)
+      logLine(LogLevel::error, "addLibraries exception:a library without database name or name");
+    else if (libraries.contains(*library->dbName))
+      logLine(LogLevel::info, "Already exist library : " + *library->dbName);
+    else
+      libraries.set(*library->dbName, library->name);
+  }
+  TQUserManager::sharedManager().saveUsersFile();
+}
+
+void TQUser::removeLibraries(const std::vector<LibraryPtr>& removed) {
+  for (const LibraryPtr& library : removed) {
+    if (library && library->dbName)
+      libraries.erase(*library->dbName);
+    else
+      logLine(LogLevel::error, "removeLibraries exception:a library without database name");
+  }
+}
+
+}  // namespace vornex

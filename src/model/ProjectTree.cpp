@@ -1,0 +1,34 @@
+#include "model/ProjectTree.h"
+
+#include <vornex/TQProject.h>
+#include <vornex/TQVornexUtil.h>
+
+namespace vornex::tree {
+
+TQErrorPtr error(std::int64_t code, const std::string& key) {
+  return TQVornexUtil::errorWithCode(code, LocalizedString(key));
+}
+
+std::int64_t indexOf(const Nodes& nodes, const OptionalString& id) {
+  if (!id) return -1;
+  auto found =
+      std::find_if(nodes.begin(), nodes.end(), [&](const ProjectPtr& node) { return node->id == id; });
+  return found == nodes.end() ? -1 : found - nodes.begin();
+}
+
+bool hasName(const Nodes& nodes, const OptionalString& name) {
+  return name &&
+         std::any_of(nodes.begin(), nodes.end(), [&](const ProjectPtr& node) { return node->name == name; });
+}
+
+bool isInsertionIndex(const Nodes& nodes, std::int64_t index) {
+  return index >= 0 && index <= static_cast<std::int64_t>(nodes.size());
+}
+
+void reorder(Nodes& nodes, std::int64_t from, std::int64_t to) {
+  ProjectPtr node = nodes[static_cast<std::size_t>(from)];
+  nodes.insert(nodes.begin() + to, std::move(node));
+  nodes.erase(nodes.begin() + (from < to ? from : from + 1));
+}
+
+}  // namespace vornex::tree

@@ -1,0 +1,266 @@
+#include <fmt/format.h>
+#include <vornex/Log.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQImportAsset.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQUser.h>
+#include <vornex/TQUserManager.h>
+#include <vornex/TQVornexUtil.h>
+
+#include <algorithm>
+
+#include "core/Coercion.h"
+#include "foundation/Files.h"
+#include "foundation/Json.h"
+#include "foundation/PropertyList.h"
+
+namespace vornex {
+namespace {
+
+constexpr const char* kFormatVersion = "1.1";
+
+}  // namespace
+
+TQLibrary::Ptr TQLibrary::libraryWithName(OptionalString name, OptionalString desc, std::int64_t libType,
+                                          bool shared, bool creatable, bool editable,
+                                          OptionalString packageFolder, OptionalString mountPath,
+                                          ConnectionPtr connection) {
+  if (!name || !packageFolder || !connection) return nullptr;
+  Ptr library(new TQLibrary);
+  library->dbName = TQVornexUtil::UUIDString();
+  library->name = std::move(name);
+  library->desc = std::move(desc);
+  library->libraryType = libType;
+  library->isShared = shared;
+  library->storedIsCreatable = creatable;
+  library->storedIsEditable = editable;
+  library->packageFolder = std::move(packageFolder);
+  library->mountPath = std::move(mountPath);
+  library->connection = std::move(connection);
+  return library;
+}
+
+TQLibrary::Ptr TQLibrary::libraryWithDictionary(const Dictionary& dictionary) {
+  auto text = [&](const char* key) { return coerce::string(dictionary.find(key)); };
+  auto number = [&](const char* key) { return coerce::integer(dictionary.find(key)); };
+  auto flag = [&](const char* key) { return coerce::boolean(dictionary.find(key)); };
+
+  OptionalString dbName = text("dbname");
+  if (!dbName) return nullptr;
+  Ptr library =
+      libraryWithName(text("name"), text("desc"), number("type"), flag("shared"), flag("uploadable"),
+                      flag("editable"), text("packagefolder"), text("mountpath"),
+                      TQConnection::connectionWithAddress(text("address"), number("port"), nullptr));
+  if (!library) return nullptr;
+  library->dbName = std::move(dbName);
+  library->projectHashValue = text("projecthash");
+  library->versionNumber = text("version");
+  library->hasReferenceFile = flag("hasreffile");
+  library->liveFolderHashValue = text("livefolderhash");
+  library->fcpxLibraryHashValue = text("fcpxlibraryhash");
+  if (library->libraryType == kLibraryTypeLocal)
+    library->onlineStatus = fileExists(*library->packageFolder);
+  else
+    library->bonjourName = text("bonjourname");
+  return library;
+}
+
+std::optional<Dictionary> TQLibrary::libDictionary() const {
+  const char* missing = !dbName                               ? "dbname"
+                        : !name                               ? "name"
+                        : !packageFolder                      ? "packagefolder"
+                        : !connection || !connection->address ? "address"
+                                                              : nullptr;
+  if (missing) {
+    logLine(LogLevel::error, fmt::format("libDictionary exception: no {}", missing));
+    return std::nullopt;
+  }
+  return Dictionary{{"dbname", dbName},
+                    {"name", name},
+                    {"desc", desc.value_or("")},
+                    {"packagefolder", packageFolder},
+                    {"mountpath", mountPath.value_or("")},
+                    {"type", libraryType},
+                    {"address", connection->address},
+                    {"port", connection->port},
+                    {"shared", isShared},
+                    {"projecthash", projectHashValue.value_or("")},
+                    {"version", versionNumber.value_or(kFormatVersion)},
+                    {"hasreffile", hasReferenceFile},
+                    {"uploadable", storedIsCreatable},
+                    {"editable", storedIsEditable},
+                    {"livefolderhash", liveFolderHashValue.value_or("")},
+                    {"bonjourname", bonjourName.value_or("")},
+                    {"fcpxlibraryhash", fcpxLibraryHashValue.value_or("")}};
+}
+
+bool TQLibrary::writeToFile() const {
+  if (!packageFolder || !fileExists(*packageFolder)) return false;
+  auto row = libDictionary();
+  if (!row) return false;
+  auto written = writePropertyListFile(*TQVornexUtil::libraryPlistWithPackageFolder(packageFolder), *row);
+  if (!written) logLine(LogLevel::error, written.error().message);
+  return written.has_value();
+}
+
+bool TQLibrary::saveFieldChange(const char* operation, bool sorts) {
+  TQLibraryManager& manager = TQLibraryManager::sharedManager();
+  if (!manager.saveLibrariesFileWithType(libraryType)) {
+    logLine(LogLevel::error, fmt::format("{}, Can't save Library Plist", operation));
+    return false;
+  }
+  if (sorts) manager.sortLibraries();
+  return libraryType != kLibraryTypeLocal || writeToFile();
+}
+
+bool TQLibrary::updateName(OptionalString value) {
+  if (!value) return false;
+  name = std::move(value);
+  return saveFieldChange("updateName", true);
+}
+
+bool TQLibrary::updateDesc(OptionalString value) {
+  if (!value) return false;
+  desc = std::move(value);
+  return saveFieldChange("updateDesc", false);
+}
+
+bool TQLibrary::updateMountPath(OptionalString value) {
+  if (!value) return false;
+  mountPath = std::move(value);
+  return saveFieldChange("updateMountPath", false);
+}
+
+bool TQLibrary::updateShared(bool value) {
+  isShared = value;
+  return saveFieldChange("updateShared", false);
+}
+
+bool TQLibrary::updateCreatable(bool value) {
+  storedIsCreatable = value;
+  return saveFieldChange("updateCreatable", false);
+}
+
+bool TQLibrary::updateEditable(bool value) {
+  storedIsEditable = value;
+  return saveFieldChange("updateEditable", false);
+}
+
+bool TQLibrary::updateNewName(OptionalString newName, OptionalString newDesc, OptionalString newMountPath,
+                              bool shared, TQErrorPtr* error) {
+  if (newName) name = std::move(newName);
+  if (newDesc) desc = std::move(newDesc);
+  if (newMountPath) mountPath = std::move(newMountPath);
+  isShared = shared;
+  TQLibraryManager& manager = TQLibraryManager::sharedManager();
+  if (!manager.saveLibrariesFileWithType(libraryType)) {
+    logLine(LogLevel::error, "updateNewName, Can't save Library Plist");
+    if (error) *error = TQVornexUtil::errorWithCode(10003, LocalizedString("library.error.cannot.save"));
+    return false;
+  }
+  bool written = writeToFile();
+  manager.sortLibraries();
+  return written;
+}
+
+void TQLibrary::updateNewName(OptionalString newName, OptionalString newDesc, OptionalString newMountPath,
+                              bool shared, Completion completion) {
+  TQErrorPtr error;
+  updateNewName(std::move(newName), std::move(newDesc), std::move(newMountPath), shared, &error);
+  completion(!error, error);
+}
+
+OptionalString TQLibrary::serverURL(const std::string& path) const {
+  if (!connection || !connection->address || !dbName) return std::nullopt;
+  return fmt::format("http://{}:{}/vornex/libraries/{}{}", *connection->address, connection->port, *dbName,
+                     path);
+}
+
+// The server is asked each time: the answer is not kept.
+bool TQLibrary::serverRight(const char* key) const {
+  UserPtr user = connection ? connection->user : nullptr;
+  if (!user) return false;
+  Value response =
+      TQVornexUtil::syncRequestURL(serverURL(""), user->id, user->password, "GET", std::nullopt, nullptr);
+  Array items = coerce::array(response.find("items"));
+  return !items.empty() && coerce::boolean(items.front().find(key));
+}
+
+bool TQLibrary::isCreatable() const {
+  if (libraryType == kLibraryTypeNetwork) return serverRight("uploadable");
+  return libraryType == kLibraryTypeLocal && storedIsCreatable;
+}
+
+bool TQLibrary::isEditable() const {
+  if (libraryType == kLibraryTypeNetwork) return serverRight("editable");
+  return libraryType == kLibraryTypeLocal && storedIsEditable;
+}
+
+std::string TQLibrary::libraryTypeString() const {
+  if (libraryType == kLibraryTypeLocal) return LocalizedString("library.desc.local");
+  if (libraryType == kLibraryTypeNetwork) return LocalizedString("library.desc.shared");
+  return "";
+}
+
+std::string TQLibrary::description() const {
+  auto row = libDictionary();
+  return row ? writeJson(*row, JsonStyle::pretty) : "(null)";
+}
+
+bool TQLibrary::findLibrary(const Dictionary& libraries) const {
+  return dbName && libraries.contains(*dbName);
+}
+
+std::vector<UserPtr> TQLibrary::users() const {
+  std::vector<UserPtr> result = TQUserManager::sharedManager().users();
+  std::erase_if(result, [this](const UserPtr& user) { return !findLibrary(user->libraries); });
+  return result;
+}
+
+std::vector<UserPtr> TQLibrary::reviewers() const {
+  std::vector<UserPtr> result = TQUserManager::sharedManager().reviewers();
+  std::erase_if(result, [this](const UserPtr& user) { return !findLibrary(user->libraries); });
+  return result;
+}
+
+void TQLibrary::addUsers(const std::vector<UserPtr>& added) {
+  if (libraryType == kLibraryTypeNetwork) return logLine(LogLevel::info, "library type is network");
+  for (const UserPtr& user : added)
+    if (user) user->addLibraries({shared_from_this()});
+}
+
+void TQLibrary::removeUsers(const std::vector<UserPtr>& removed) {
+  if (libraryType == kLibraryTypeNetwork) return logLine(LogLevel::info, "library type is network");
+  for (const UserPtr& user : removed)
+    if (user) user->removeLibraries({shared_from_this()});
+}
+
+AssetFolderPtr TQLibrary::makeAssetFolder(const std::string& group, const char* operation) const {
+  OptionalString folder = TQVornexUtil::assetFolderWithGroupName(group);
+  if (!packageFolder || !folder) return nullptr;
+  std::string master =
+      appendPathComponent(*TQVornexUtil::assetMasterFolderWithPackageFolder(packageFolder), *folder);
+  std::string thumbnail =
+      appendPathComponent(*TQVornexUtil::assetThumbnailFolderWithPackageFolder(packageFolder), *folder);
+  std::string preview =
+      appendPathComponent(*TQVornexUtil::assetPreviewFolderWithPackageFolder(packageFolder), *folder);
+  std::string catalog =
+      appendPathComponent(*TQVornexUtil::assetCatalogFolderWithPackageFolder(packageFolder), *folder);
+  for (const std::string& path : {master, thumbnail, preview}) {
+    if (createDirectories(path)) continue;
+    logLine(LogLevel::error, fmt::format("{}, Can't create directory:{}", operation, path));
+    return nullptr;
+  }
+  return TQAssetFolder::assetFolderWithMasterpath(master, thumbnail, preview, catalog);
+}
+
+AssetFolderPtr TQLibrary::createAssetFolder() const {
+  return makeAssetFolder(TQVornexUtil::assetGroupFolder(), "createAssetFolder");
+}
+
+AssetFolderPtr TQLibrary::createAssetLiveFolder() const {
+  return makeAssetFolder(TQVornexUtil::assetLiveFolder(), "createAssetLiveFolder");
+}
+
+}  // namespace vornex

@@ -1,0 +1,116 @@
+#include <vornex/Log.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQProject.h>
+#include <vornex/TQVornexUtil.h>
+
+#include "core/Coercion.h"
+#include "foundation/Json.h"
+#include "model/ProjectTree.h"
+
+namespace vornex {
+
+TQProject::Ptr TQProject::projectWithID(OptionalString id, OptionalString name, OptionalString dbName,
+                                        std::int64_t type) {
+  if (!id || !name || !dbName) return nullptr;
+  Ptr node(new TQProject);
+  node->id = std::move(id);
+  node->name = std::move(name);
+  node->dbName = std::move(dbName);
+  node->projectType = type;
+  return node;
+}
+
+TQProject::Ptr TQProject::projectWithName(OptionalString name, OptionalString dbName, std::int64_t type) {
+  return projectWithID(TQVornexUtil::UUIDString(), std::move(name), std::move(dbName), type);
+}
+
+TQProject::Ptr TQProject::projectWithDictionary(const Dictionary& dictionary) {
+  return projectWithID(coerce::string(dictionary.find("id")), coerce::string(dictionary.find("name")),
+                       coerce::string(dictionary.find("dbname")), coerce::integer(dictionary.find("type")));
+}
+
+TQProject::Ptr TQProject::undefinedProjectWithLibrary(const LibraryPtr& library) {
+  static std::mutex mutex;
+  static const Ptr undefined = projectWithID("UnDefined UUID", "Undefined Name", "", kProjectTypeProject);
+  std::lock_guard lock(mutex);
+  if (!undefined->rootProject.lock()) undefined->rootProject = undefined;
+  // Readers need no lock as long as one library is searched: nothing is written twice.
+  if (undefined->library.lock() != library || !library) {
+    undefined->dbName = library ? library->dbName : std::nullopt;
+    undefined->library = library;
+  }
+  return undefined;
+}
+
+std::optional<Dictionary> TQProject::projectDictionary() const {
+  if (!id || !name || !dbName) {
+    logLine(LogLevel::error, "libDictionary exception: a project has no identifier, name or database");
+    return std::nullopt;
+  }
+  return Dictionary{{"id", *id}, {"name", *name}, {"dbname", *dbName}, {"type", projectType}};
+}
+
+void TQProject::setDictionary(const Dictionary& dictionary) {
+  OptionalString newID = coerce::string(dictionary.find("id"));
+  OptionalString newName = coerce::string(dictionary.find("name"));
+  OptionalString newDBName = coerce::string(dictionary.find("dbname"));
+  if (!newID || !newName || !newDBName) return;
+  id = std::move(newID);
+  name = std::move(newName);
+  dbName = std::move(newDBName);
+  projectType = coerce::integer(dictionary.find("type"));
+}
+
+std::string TQProject::description() const {
+  std::optional<Dictionary> dictionary = projectDictionary();
+  return dictionary ? writeJson(*dictionary, JsonStyle::pretty) : "";
+}
+
+std::int64_t TQProject::indexOfGroup(const Ptr& group) const {
+  return group ? tree::indexOf(childGroups, group->id) : -1;
+}
+
+TQProject::Ptr TQProject::groupWithID(const std::string& wanted) {
+  if (id == wanted) return shared_from_this();
+  Ptr found;
+  findGroupWithID(wanted, shared_from_this(), &found);
+  return found;
+}
+
+void TQProject::findGroupWithID(const std::string& wanted, const Ptr& from, Ptr* findGroup) {
+  for (const Ptr& child : from->childGroups) {
+    if (child->id == wanted) *findGroup = child;
+    if (!*findGroup) findGroupWithID(wanted, child, findGroup);
+    if (*findGroup) return;
+  }
+}
+
+TQProject::Ptr TQProject::findGroupWithName(const OptionalString& wanted) const {
+  if (!wanted) return nullptr;
+  for (const Ptr& child : childGroups)
+    if (child->name == wanted) return child;
+  return nullptr;
+}
+
+TQProject::Ptr TQProject::findProjectWithGroup(const Ptr& group) {
+  if (!group) return nullptr;
+  Ptr above = group->parent.lock();
+  if (!above) return group;
+  return group->projectType == kProjectTypeGroup ? findProjectWithGroup(above) : nullptr;
+}
+
+bool TQProject::isExistNameInChildGroups(const std::string& wanted) const {
+  return tree::hasName(childGroups, wanted);
+}
+
+bool TQProject::isExistNameInChildGroups(const std::string& wanted, const Ptr& in) const {
+  return in && tree::hasName(in->childGroups, wanted);
+}
+
+std::int64_t TQProject::descendantCount() const {
+  auto count = static_cast<std::int64_t>(childGroups.size());
+  for (const Ptr& child : childGroups) count += child->descendantCount();
+  return count;
+}
+
+}  // namespace vornex

@@ -1,0 +1,154 @@
+#include <vornex/Log.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQProject.h>
+
+#include "model/ProjectTree.h"
+
+namespace vornex {
+
+static bool isWithin(ProjectPtr node, const ProjectPtr& tree) {
+  for (; node; node = node->parent.lock())
+    if (node == tree) return true;
+  return false;
+}
+
+OptionalString TQProject::parentID() const {
+  if (Ptr above = parent.lock()) return above->id;
+  Ptr root = rootProject.lock();
+  return root ? root->id : id;
+}
+
+bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex) {
+  LibraryPtr owner = library.lock();
+  std::int64_t from = indexOfGroup(item);
+  if (!owner || from < 0 || !tree::isInsertionIndex(childGroups, toIndex)) return false;
+  if (!owner->confirmMove(*item, item->parentID(), toIndex)) return false;
+  tree::reorder(childGroups, from, toIndex);
+  owner->saveMove();
+  return true;
+}
+
+bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent) {
+  LibraryPtr owner = library.lock();
+  auto place = std::find(childGroups.begin(), childGroups.end(), item);
+  // Below itself a node would be cut off from the tree, with all that it holds.
+  if (!owner || !inParent || place == childGroups.end() || isWithin(inParent, item)) return false;
+  tree::Nodes left(childGroups);
+  left.erase(left.begin() + (place - childGroups.begin()));
+  const bool sameParent = inParent.get() == this;
+  if (!tree::isInsertionIndex(sameParent ? left : inParent->childGroups, toIndex)) return false;
+  if (!owner->confirmMove(*item, inParent->id, toIndex)) return false;
+  Ptr moved = item;
+  childGroups = std::move(left);
+  inParent->childGroups.insert(inParent->childGroups.begin() + toIndex, moved);
+  moved->parent = inParent;
+  owner->saveMove();
+  return true;
+}
+
+Dictionary TQProject::renameRequest(const std::string& newName) const {
+  return {{"name", newName}, {"parentid", parentID()}, {"id", id}, {"type", projectType}};
+}
+
+TQErrorPtr TQProject::renameLocally(const std::string& newName, TQLibrary& owner) {
+  bool isGroup = projectType != kProjectTypeProject;
+  bool isTaken =
+      isGroup ? isExistNameInChildGroups(newName, parent.lock()) : owner.isExistNameInProjects(newName);
+  if (isTaken) {
+    const char* what = isGroup ? "Already exist name : " : "Already exist project name : ";
+    logLine(LogLevel::warning, what + name.value_or("") + ", " + newName);
+    return tree::error(10002, isGroup ? "group.message.exist" : "project.message.exist");
+  }
+  OptionalString oldName = std::exchange(name, newName);
+  if (owner.saveProjects()) return nullptr;
+  name = oldName;
+  return owner.projectsNotSaved();
+}
+
+void TQProject::rename(const OptionalString& newName, Completion completion) {
+  LibraryPtr owner = library.lock();
+  if (!owner || !newName || newName->empty())
+    return completion(false, tree::error(10000, "request.error.param.nil"));
+  if (owner->libraryType != kLibraryTypeNetwork) {
+    TQErrorPtr error = renameLocally(*newName, *owner);
+    return completion(!error, error);
+  }
+  Dictionary item = renameRequest(*newName);
+  OptionalString oldName = std::exchange(name, newName);
+  owner->sendTreeChange(
+      "update", item,
+      [self = shared_from_this(), oldName, completion](OptionalString sentID, TQErrorPtr error) {
+        if (!sentID) self->name = oldName;
+        completion(sentID.has_value(), error);
+      });
+}
+
+bool TQProject::rename(const OptionalString& newName, TQErrorPtr* error) {
+  TQErrorPtr failure;
+  LibraryPtr owner = library.lock();
+  if (!owner || !newName || newName->empty()) {
+    failure = tree::error(10000, "request.error.param.nil");
+  } else if (owner->libraryType != kLibraryTypeNetwork) {
+    failure = renameLocally(*newName, *owner);
+  } else {
+    Dictionary item = renameRequest(*newName);
+    OptionalString oldName = std::exchange(name, newName);
+    if (!owner->sendTreeChange("update", item, failure)) name = oldName;
+  }
+  if (error) *error = failure;
+  return !failure;
+}
+
+void TQProject::adoptGroup(const Ptr& group) {
+  Ptr self = shared_from_this();
+  group->rootProject = projectType == kProjectTypeProject ? self : findProjectWithGroup(self);
+  group->parent = self;
+  group->library = library;
+  childGroups.push_back(group);
+}
+
+void TQProject::addGroupWithName(const OptionalString& groupName,
+                                 std::function<void(Ptr group, TQErrorPtr error)> completion) {
+  LibraryPtr owner = library.lock();
+  if (!owner || !groupName) return completion(nullptr, tree::error(10000, "request.error.param.nil"));
+  if (owner->libraryType == kLibraryTypeNetwork) {
+    Dictionary item = {{"name", *groupName}, {"parentid", id}, {"type", kProjectTypeGroup}};
+    owner->sendTreeChange(
+        "create", item,
+        [self = shared_from_this(), groupName, completion](OptionalString newID, TQErrorPtr error) {
+          if (!newID) return completion(nullptr, error);
+          Ptr group = projectWithID(newID, groupName, self->dbName, kProjectTypeGroup);
+          if (group) self->adoptGroup(group);
+          completion(group, nullptr);
+        });
+    return;
+  }
+  if (isExistNameInChildGroups(*groupName)) {
+    logLine(LogLevel::warning, "Already exist project name : " + *groupName);
+    return completion(nullptr, tree::error(10002, "group.message.exist"));
+  }
+  Ptr group = projectWithName(groupName, dbName, kProjectTypeGroup);
+  if (!group) return completion(nullptr, tree::error(10000, "request.error.param.nil"));
+  adoptGroup(group);
+  if (owner->saveProjects()) return completion(group, nullptr);
+  childGroups.pop_back();
+  completion(nullptr, owner->projectsNotSaved());
+}
+
+void TQProject::removeGroup(const Ptr& group, Completion completion) {
+  LibraryPtr owner = library.lock();
+  if (!owner || !group) return completion(false, tree::error(10000, "request.error.param.nil"));
+  if (owner->libraryType == kLibraryTypeNetwork)
+    return completion(false, tree::error(10005, "library.error.no.authority.network"));
+  Ptr above = group->parent.lock();
+  std::int64_t index = above ? above->indexOfGroup(group) : -1;
+  if (index < 0) return completion(false, tree::error(10000, "request.error.param.nil"));
+  auto place = above->childGroups.begin() + index;
+  Ptr removed = *place;
+  above->childGroups.erase(place);
+  if (owner->saveProjects()) return completion(true, nullptr);
+  above->childGroups.insert(above->childGroups.begin() + index, removed);
+  completion(false, owner->projectsNotSaved());
+}
+
+}  // namespace vornex

@@ -1,0 +1,362 @@
+#include "platform/FileCopy.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <stdio.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+#include <vornex/Log.h>
+
+#include <cerrno>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Files.h"
+#include "foundation/Text.h"
+
+namespace vornex {
+
+namespace {
+
+constexpr std::string_view kTemporaryPrefix = ".vornex-copy-";
+constexpr std::size_t kChunk = std::size_t{1} << 20;
+constexpr std::uint64_t kReportBytes = std::uint64_t{16} << 20;
+constexpr std::chrono::milliseconds kReportInterval{100};
+constexpr int kMaxDepth = 200;
+constexpr mode_t kPermissions = 0777;
+
+using Clock = std::chrono::steady_clock;
+using Done = Result<void>;
+
+/// The names in an open folder, "." and ".." left out.
+Result<std::vector<std::string>> entryNames(int folder, const std::string& path) {
+  int duplicate = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* listing = duplicate >= 0 ? fdopendir(duplicate) : nullptr;
+  if (!listing) {
+    int reason = errno;
+    if (duplicate >= 0) close(duplicate);
+    return posixFailure(reason, "cannot list " + path);
+  }
+  std::vector<std::string> names;
+  errno = 0;
+  while (const dirent* entry = readdir(listing)) {
+    std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  int reason = errno;
+  closedir(listing);
+  if (reason != 0) return posixFailure(reason, "cannot list " + path);
+  return names;
+}
+
+/// Removes an item and all below it; what cannot be removed stays.
+void removeTree(int folder, const std::string& name) {
+  if (unlinkat(folder, name.c_str(), 0) == 0 || (errno != EISDIR && errno != EPERM)) return;
+  FileDescriptor inside(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (inside) {
+    fchmod(inside.get(), S_IRWXU);
+    if (auto names = entryNames(inside.get(), name)) {
+      for (const std::string& entry : *names) removeTree(inside.get(), entry);
+    }
+  }
+  unlinkat(folder, name.c_str(), AT_REMOVEDIR);
+}
+
+/// An item that is removed at the end of the scope unless it is kept.
+struct Provisional {
+  int folder;
+  std::string name;
+  bool kept = false;
+  ~Provisional() {
+    if (!kept) removeTree(folder, name);
+  }
+};
+
+bool isUnchanged(const struct stat& before, const struct stat& after) {
+  return before.st_size == after.st_size && before.st_mtim.tv_sec == after.st_mtim.tv_sec &&
+         before.st_mtim.tv_nsec == after.st_mtim.tv_nsec;
+}
+
+Done copyAttributes(int source, int target, const std::string& path) {
+  ssize_t size = flistxattr(source, nullptr, 0);
+  std::string names(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
+  if (!names.empty()) size = flistxattr(source, names.data(), names.size());
+  if (size < 0 && errno != ENOTSUP) return posixFailure(errno, "cannot read the attributes of " + path);
+  for (ssize_t start = 0; start < size;) {
+    const char* name = names.data() + start;
+    start += static_cast<ssize_t>(std::string_view(name).size()) + 1;
+    if (!std::string_view(name).starts_with("user.")) continue;
+    ssize_t length = fgetxattr(source, name, nullptr, 0);
+    std::string value(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+    if (!value.empty()) length = fgetxattr(source, name, value.data(), value.size());
+    if (length < 0 && errno == ENODATA) continue;
+    if (length < 0) return posixFailure(errno, "cannot read the attributes of " + path);
+    if (fsetxattr(target, name, value.data(), static_cast<std::size_t>(length), 0) == 0) continue;
+    if (errno != ENOTSUP) return posixFailure(errno, "cannot copy the attributes of " + path);
+    logLine(LogLevel::warning, "the target keeps no extended attributes of " + path);
+    return {};
+  }
+  return {};
+}
+
+/// Attributes, permissions and times, and all of it to the disk.
+Done finish(int source, int target, const struct stat& status, const std::string& path) {
+  if (auto copied = copyAttributes(source, target, path); !copied) return copied;
+  const timespec times[2] = {status.st_atim, status.st_mtim};
+  // File systems without permissions refuse; times cannot be refused to the owner.
+  if (fchmod(target, status.st_mode & kPermissions) != 0 && errno != EPERM && errno != ENOTSUP) {
+    return posixFailure(errno, "cannot set the permissions of the copy of " + path);
+  }
+  if (futimens(target, times) != 0) return posixFailure(errno, "cannot set the times of the copy of " + path);
+  if (fsync(target) != 0) return posixFailure(errno, "cannot write the copy of " + path);
+  return {};
+}
+
+/// One run of copyItem. Paths are for messages; items are reached through their open folders.
+class Copier {
+ public:
+  explicit Copier(const CopyProgress& progress) : progress_(progress) {}
+
+  std::uint64_t bytes() const { return done_; }
+
+  /// Adds up the bytes to copy.
+  Done measure(int folder, const std::string& name, const std::string& path, int flags, int depth = 0) {
+    struct stat status {};
+    if (fstatat(folder, name.c_str(), &status, flags) != 0) return posixFailure(errno, "cannot find " + path);
+    if (S_ISREG(status.st_mode)) total_ += static_cast<std::uint64_t>(status.st_size);
+    if (!S_ISDIR(status.st_mode)) return {};
+    if (depth > kMaxDepth) return posixFailure(ELOOP, path + " is nested too deeply");
+    FileDescriptor inside(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!inside) return posixFailure(errno, "cannot open " + path);
+    auto names = entryNames(inside.get(), path);
+    if (!names) return tl::unexpected(names.error());
+    for (const std::string& entry : *names) {
+      auto below =
+          measure(inside.get(), entry, appendPathComponent(path, entry), AT_SYMLINK_NOFOLLOW, depth + 1);
+      if (!below) return below;
+    }
+    return {};
+  }
+
+  Done report() {
+    lastReport_ = Clock::now();
+    lastReportedBytes_ = done_;
+    if (progress_ && !progress_(done_, std::max(total_, done_))) return posixFailure(ECANCELED, "copy");
+    return {};
+  }
+
+  /// Copies whatever is under the name; `follow` for a link at the top.
+  Done copy(int from, const std::string& name, int to, const std::string& newName, const std::string& path,
+            bool follow) {
+    struct stat status {};
+    int flags = follow ? 0 : AT_SYMLINK_NOFOLLOW;
+    if (fstatat(from, name.c_str(), &status, flags) != 0) return posixFailure(errno, "cannot find " + path);
+    if (S_ISLNK(status.st_mode)) return copyLink(from, name, to, newName, status, path);
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+      return posixFailure(ENOTSUP, path + " is neither file nor folder");
+    }
+    // Not blocking: the item could have become a pipe by now.
+    int mode = O_RDONLY | O_CLOEXEC | O_NONBLOCK | (follow ? 0 : O_NOFOLLOW);
+    FileDescriptor source(openat(from, name.c_str(), mode));
+    if (!source) return posixFailure(errno, "cannot open " + path);
+    if (fstat(source.get(), &status) != 0) return posixFailure(errno, "cannot open " + path);
+    if (S_ISDIR(status.st_mode)) return copyFolder(source.get(), status, to, newName, path);
+    if (S_ISREG(status.st_mode)) return copyFile(source.get(), status, to, newName, path);
+    return posixFailure(ESTALE, path + " has been replaced");
+  }
+
+ private:
+  Done copyLink(int from, const std::string& name, int to, const std::string& newName,
+                const struct stat& status, const std::string& path) {
+    std::string destination(PATH_MAX, '\0');
+    ssize_t length = readlinkat(from, name.c_str(), destination.data(), destination.size());
+    if (length < 0) return posixFailure(errno, "cannot read the link " + path);
+    destination.resize(static_cast<std::size_t>(length));
+    if (symlinkat(destination.c_str(), to, newName.c_str()) != 0)
+      return posixFailure(errno, "cannot copy " + path);
+    const timespec times[2] = {status.st_atim, status.st_mtim};
+    // Some file systems keep no times of links.
+    utimensat(to, newName.c_str(), times, AT_SYMLINK_NOFOLLOW);
+    return {};
+  }
+
+  Done copyFolder(int source, const struct stat& status, int to, const std::string& newName,
+                  const std::string& path) {
+    if (++depth_ > kMaxDepth) return posixFailure(ELOOP, path + " is nested too deeply");
+    if (mkdirat(to, newName.c_str(), S_IRWXU) != 0) return posixFailure(errno, "cannot copy " + path);
+    FileDescriptor target(openat(to, newName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!target) return posixFailure(errno, "cannot copy " + path);
+    auto names = entryNames(source, path);
+    if (!names) return tl::unexpected(names.error());
+    for (const std::string& name : *names) {
+      auto copied = copy(source, name, target.get(), name, appendPathComponent(path, name), false);
+      if (!copied) return copied;
+    }
+    --depth_;
+    return finish(source, target.get(), status, path);
+  }
+
+  Done copyFile(int source, const struct stat& status, int to, const std::string& newName,
+                const std::string& path) {
+    FileDescriptor target(
+        openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!target) return posixFailure(errno, "cannot copy " + path);
+    if (auto moved = copyContent(source, target.get(), status, path); !moved) return moved;
+
+    struct stat after {};
+    if (fstat(source, &after) != 0) return posixFailure(errno, "cannot read " + path);
+    if (after.st_nlink == 0) return posixFailure(ENOENT, path + " has vanished");
+    if (!isUnchanged(status, after)) return posixFailure(ESTALE, path + " has changed");
+    return finish(source, target.get(), status, path);
+  }
+
+  Done copyContent(int source, int target, const struct stat& status, const std::string& path) {
+    auto size = static_cast<std::uint64_t>(status.st_size);
+    if (size == 0) return {};
+    if (ioctl(target, FICLONE, source) == 0) {
+      done_ += size;
+      return report();
+    }
+    // Finds out now whether the space is there; not every file system can tell.
+    if (fallocate(target, 0, 0, status.st_size) != 0 &&
+        (errno == ENOSPC || errno == EFBIG || errno == EDQUOT)) {
+      return posixFailure(errno, "cannot copy " + path);
+    }
+    bool inKernel = true;
+    std::string buffer;
+    for (std::uint64_t offset = 0; offset < size;) {
+      auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size - offset));
+      auto moved = moveChunk(source, target, offset, wanted, inKernel, buffer, path);
+      if (!moved) return tl::unexpected(moved.error());
+      if (*moved == 0) return posixFailure(ESTALE, path + " has become shorter");
+      offset += *moved;
+      done_ += *moved;
+      bool due = done_ - lastReportedBytes_ >= kReportBytes || Clock::now() - lastReport_ >= kReportInterval;
+      if (due) {
+        if (auto goOn = report(); !goOn) return goOn;
+      }
+    }
+    return {};
+  }
+
+  /// Moves up to `wanted` bytes; 0 at the end of the source. `inKernel` becomes false when that way is
+  /// barred.
+  static Result<std::size_t> moveChunk(int source, int target, std::uint64_t offset, std::size_t wanted,
+                                       bool& inKernel, std::string& buffer, const std::string& path) {
+    while (inKernel) {
+      auto from = static_cast<off64_t>(offset);
+      auto to = from;
+      ssize_t moved = copy_file_range(source, &from, target, &to, wanted, 0);
+      if (moved > 0) return static_cast<std::size_t>(moved);
+      if (moved < 0 && errno == EINTR) continue;
+      if (moved < 0 && (errno == EIO || errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
+        return posixFailure(errno, "cannot copy " + path);
+      }
+      inKernel = false;
+    }
+    buffer.resize(kChunk);
+    ssize_t count = 0;
+    do {
+      count = pread(source, buffer.data(), wanted, static_cast<off_t>(offset));
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) return posixFailure(errno, "cannot read " + path);
+    for (ssize_t written = 0; written < count;) {
+      ssize_t step = pwrite(target, buffer.data() + written, static_cast<std::size_t>(count - written),
+                            static_cast<off_t>(offset) + written);
+      if (step < 0 && errno == EINTR) continue;
+      if (step < 0) return posixFailure(errno, "cannot write the copy of " + path);
+      written += step;
+    }
+    return static_cast<std::size_t>(count);
+  }
+
+  const CopyProgress& progress_;
+  std::uint64_t total_ = 0;
+  std::uint64_t done_ = 0;
+  std::uint64_t lastReportedBytes_ = 0;
+  Clock::time_point lastReport_ = Clock::now();
+  int depth_ = 0;
+};
+
+/// Whether the folder lies in the source or is it.
+bool liesInside(const std::string& folder, const std::string& source) {
+  std::error_code error;
+  auto inner = std::filesystem::canonical(folder, error);
+  if (error) return false;
+  auto outer = std::filesystem::canonical(source, error);
+  if (error) return false;
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+/// Gives the finished copy its name, which nothing may have yet.
+Done place(int folder, const std::string& temporary, const std::string& name, const std::string& target) {
+  if (renameat2(folder, temporary.c_str(), folder, name.c_str(), RENAME_NOREPLACE) == 0) return {};
+  if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
+    return posixFailure(errno, "cannot place " + target);
+
+  // A file system without that operation: take the name with an empty item, then replace that.
+  struct stat status {};
+  if (fstatat(folder, temporary.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return posixFailure(errno, "cannot place " + target);
+  }
+  if (S_ISDIR(status.st_mode)) {
+    if (mkdirat(folder, name.c_str(), S_IRWXU) != 0) return posixFailure(errno, "cannot place " + target);
+  } else {
+    if (linkat(folder, temporary.c_str(), folder, name.c_str(), 0) == 0) {
+      unlinkat(folder, temporary.c_str(), 0);
+      return {};
+    }
+    if (errno == EEXIST) return posixFailure(errno, "cannot place " + target);
+    FileDescriptor taken(
+        openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!taken) return posixFailure(errno, "cannot place " + target);
+  }
+  Provisional taken{folder, name};
+  if (renameat(folder, temporary.c_str(), folder, name.c_str()) != 0) {
+    return posixFailure(errno, "cannot place " + target);
+  }
+  taken.kept = true;
+  return {};
+}
+
+}  // namespace
+
+Result<std::uint64_t> copyItem(const std::string& source, const std::string& target,
+                               const CopyProgress& progress) {
+  std::string name = lastPathComponent(target);
+  if (name.empty() || name == "." || name == "..")
+    return posixFailure(EINVAL, "no name for the copy: " + target);
+  if (itemExists(target)) return posixFailure(EEXIST, "cannot copy to " + target);
+  std::string parent = deletingLastPathComponent(target);
+  if (parent.empty()) parent = ".";
+  FileDescriptor folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) return posixFailure(errno, "cannot copy into " + parent);
+  if (isDirectory(source) && liesInside(parent, source)) {
+    return posixFailure(EINVAL, target + " lies inside " + source);
+  }
+
+  Copier copier(progress);
+  if (auto measured = copier.measure(AT_FDCWD, source, source, 0); !measured) {
+    return tl::unexpected(measured.error());
+  }
+  if (auto goOn = copier.report(); !goOn) return tl::unexpected(goOn.error());
+
+  Provisional copy{folder.get(), std::string(kTemporaryPrefix) + randomHex(8)};
+  auto copied = copier.copy(AT_FDCWD, source, folder.get(), copy.name, source, true);
+  if (!copied) return tl::unexpected(copied.error());
+  if (auto goOn = copier.report(); !goOn) return tl::unexpected(goOn.error());
+  auto placed = place(folder.get(), copy.name, name, target);
+  if (!placed) return tl::unexpected(placed.error());
+  copy.name = name;
+  if (fsync(folder.get()) != 0) return posixFailure(errno, "cannot write " + parent);
+  copy.kept = true;
+  return copier.bytes();
+}
+
+bool isUnfinishedCopy(const std::string& fileName) {
+  return fileName.starts_with(kTemporaryPrefix);
+}
+
+}  // namespace vornex

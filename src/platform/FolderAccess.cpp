@@ -1,0 +1,105 @@
+#include "platform/FolderAccess.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "foundation/PropertyList.h"
+
+namespace vornex {
+
+namespace {
+
+constexpr std::int64_t kVersion = 1;
+
+/// Which item is at a path. A device number can change when a disk is plugged in again and an inode number
+/// can be given out again when an item is deleted, hence the identifier of the file system and the time of
+/// birth.
+struct Identity {
+  std::uint64_t device = 0;
+  std::uint64_t volume = 0;  // 0: the file system has none
+  std::uint64_t inode = 0;
+  std::int64_t birth = 0;  // nanoseconds; 0: the file system does not keep it
+
+  bool matches(const Identity& other) const {
+    bool sameVolume = device == other.device || (volume != 0 && volume == other.volume);
+    bool sameBirth = birth == other.birth || birth == 0 || other.birth == 0;
+    return sameVolume && inode == other.inode && sameBirth;
+  }
+};
+
+Result<Identity> identityOf(const std::string& path) {
+  struct statx status {};
+  if (statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE | STATX_INO | STATX_BTIME, &status) != 0) {
+    return posixFailure(errno, "cannot find " + path);
+  }
+  int wanted = S_ISDIR(status.stx_mode) ? R_OK | X_OK : R_OK;
+  if (faccessat(AT_FDCWD, path.c_str(), wanted, AT_EACCESS) != 0)
+    return posixFailure(errno, "cannot read " + path);
+
+  Identity identity;
+  identity.device = (std::uint64_t{status.stx_dev_major} << 32) | status.stx_dev_minor;
+  identity.inode = status.stx_ino;
+  if (status.stx_mask & STATX_BTIME) {
+    identity.birth = status.stx_btime.tv_sec * 1'000'000'000 + status.stx_btime.tv_nsec;
+  }
+  struct statvfs volume {};
+  if (statvfs(path.c_str(), &volume) == 0) identity.volume = volume.f_fsid;
+  return identity;
+}
+
+std::uint64_t unsignedNumber(const Dictionary& dictionary, std::string_view key) {
+  const Value* value = dictionary.find(key);
+  if (!value) return 0;
+  if (auto number = value->ifInteger()) return static_cast<std::uint64_t>(*number);
+  if (auto number = value->ifUnsigned()) return *number;
+  return 0;
+}
+
+}  // namespace
+
+Result<Data> makeAccessToken(const std::string& path) {
+  std::error_code error;
+  std::filesystem::path absolute = std::filesystem::absolute(path, error);
+  if (path.empty() || error)
+    return posixFailure(path.empty() ? ENOENT : error.value(), "cannot find " + path);
+  std::string absolutePath = absolute.lexically_normal().string();
+
+  auto identity = identityOf(absolutePath);
+  if (!identity) return tl::unexpected(identity.error());
+  auto bytes = writePropertyList(Dictionary{{"version", kVersion},
+                                            // Data, for a path need not be UTF-8.
+                                            {"path", Data(absolutePath.begin(), absolutePath.end())},
+                                            {"device", static_cast<std::int64_t>(identity->device)},
+                                            {"volume", static_cast<std::int64_t>(identity->volume)},
+                                            {"inode", static_cast<std::int64_t>(identity->inode)},
+                                            {"birth", identity->birth}},
+                                 PropertyListFormat::binary);
+  if (!bytes) return tl::unexpected(bytes.error());
+  return Data(bytes->begin(), bytes->end());
+}
+
+Result<std::string> resolveAccessToken(const Data& token) {
+  auto value = parsePropertyList({reinterpret_cast<const char*>(token.data()), token.size()});
+  const Dictionary* fields = value ? value->ifDictionary() : nullptr;
+  const Value* version = fields ? fields->find("version") : nullptr;
+  const Value* path = fields ? fields->find("path") : nullptr;
+  if (!version || !path || !path->ifData() || path->ifData()->empty()) {
+    return failure("access", 1, "not an access token");
+  }
+  if (*version != Value(kVersion)) return failure("access", 2, "access token of an unknown version");
+
+  std::string stored(path->ifData()->begin(), path->ifData()->end());
+  auto present = identityOf(stored);
+  if (!present) return tl::unexpected(present.error());
+  Identity remembered{unsignedNumber(*fields, "device"), unsignedNumber(*fields, "volume"),
+                      unsignedNumber(*fields, "inode"),
+                      static_cast<std::int64_t>(unsignedNumber(*fields, "birth"))};
+  if (!present->matches(remembered)) return posixFailure(ESTALE, stored + " has been replaced");
+  return stored;
+}
+
+}  // namespace vornex

@@ -1,0 +1,115 @@
+#include <vornex/Log.h>
+#include <vornex/TQAsset.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQProject.h>
+#include <vornex/TQSearchManager.h>
+#include <vornex/TQVornexUtil.h>
+
+#include "core/Coercion.h"
+#include "search/TreeLookup.h"
+
+namespace vornex {
+
+namespace {
+
+constexpr const char* kNotADictionary = "the answer is not a dictionary";
+
+std::int64_t integerOr(const Value* value, std::int64_t fallback) {
+  return value ? coerce::integer(value) : fallback;
+}
+
+/// Everything of a page but its assets. What an answer does not tell keeps its default.
+TQSearchResponse readPage(const Value& response, std::int64_t tag) {
+  TQSearchResponse page;
+  page.pageIndex = integerOr(response.find("page"), 0);
+  page.pageLimit = integerOr(response.find("limit"), 0);
+  page.totalCount = integerOr(response.find("total"), 0);
+  page.tag = tag;
+  page.elapsedTime = coerce::real(response.find("elapsed"));
+  page.projectHashValue = coerce::string(response.find("projecthash"));
+  page.liveFolderHashValue = coerce::string(response.find("livefolderhash"));
+  page.fcpxLibraryHashValue = coerce::string(response.find("fcpxlibraryhash"));
+  return page;
+}
+
+void linkProject(TQAsset& asset, const Value& item, const LibraryPtr& library, TreeLookup& tree) {
+  asset.project = tree.project(coerce::string(item.find("project")));
+  if (!asset.project) asset.project = TQProject::undefinedProjectWithLibrary(library);
+  asset.group = tree.group(asset.project, coerce::string(item.find("group")));
+}
+
+/// An asset that belongs elsewhere may lie in a project besides.
+void linkOptionalProject(TQAsset& asset, const Value& item, TreeLookup& tree) {
+  ProjectPtr project = tree.project(coerce::string(item.find("project")));
+  if (!project) return;
+  asset.project = project;
+  if (ProjectPtr group = tree.group(project, coerce::string(item.find("group")))) asset.group = group;
+}
+
+AssetPtr makeAsset(const Value& item, const LibraryPtr& library, TreeLookup& tree) {
+  const Dictionary* dictionary = item.ifDictionary();
+  AssetPtr asset = dictionary ? TQAsset::assetWithDictionary(*dictionary) : nullptr;
+  if (!asset) return nullptr;
+  bool isLiveFolder = coerce::boolean(item.find("islivefolder"));
+  bool isFCPXLibrary = coerce::boolean(item.find("isfcpxlibrary"));
+  if (!isLiveFolder && !isFCPXLibrary) {
+    linkProject(*asset, item, library, tree);
+  } else if (isLiveFolder != isFCPXLibrary) {
+    asset->isLiveFolder = isLiveFolder;
+    asset->isFCPXLibrary = isFCPXLibrary;
+    linkOptionalProject(*asset, item, tree);
+  }
+  return asset;
+}
+
+}  // namespace
+
+std::vector<AssetPtr> TQSearchManager::extractAssetInfo(const Value& response,
+                                                        const LibraryPtr& library) const {
+  std::vector<AssetPtr> assets;
+  const Value* value = response.find("items");
+  const Array* items = value ? value->ifArray() : nullptr;
+  if (!items || !library) return assets;
+  assets.reserve(items->size());
+  TreeLookup tree(*library, *items);
+  for (const Value& item : *items) {
+    if (AssetPtr asset = makeAsset(item, library, tree))
+      assets.push_back(std::move(asset));
+    else
+      logLine(LogLevel::error, "extractAssetInfo : an item has no identifier or name");
+  }
+  return assets;
+}
+
+void TQSearchManager::assetResultWithResponse(const Value& response, const LibraryPtr& library,
+                                              const TQErrorPtr& error, std::int64_t currentTag,
+                                              const SearchCompletion& completion) const {
+  TQSearchResponse page = readPage(response, integerOr(response.find("tag"), currentTag));
+  if (error) {
+    page.pageIndex = page.pageLimit = page.totalCount = 0;
+    page.elapsedTime = -1;
+    page.error = error;
+    TQVornexUtil::sendNotificationWithError(error);
+    return completion(std::move(page));
+  }
+  if (!response.ifDictionary())
+    logLine(LogLevel::error, std::string("assetResultWithResponse exception:") + kNotADictionary);
+  page.result = extractAssetInfo(response, library);
+  completion(std::move(page));
+}
+
+TQSearchResponse TQSearchManager::syncSearchResponseWithLibrary(const LibraryPtr& library,
+                                                                const Value& response,
+                                                                std::int64_t tag) const {
+  if (!response.ifDictionary()) {
+    logLine(LogLevel::error, std::string("searchSyncResponse exception :") + kNotADictionary);
+    return TQSearchResponse::searchResponseWithError(TQVornexUtil::errorWithCode(10017, kNotADictionary),
+                                                     tag);
+  }
+  TQSearchResponse page = readPage(response, tag);
+  page.version = coerce::string(response.find("version"));
+  page.result = extractAssetInfo(response, library);
+  return page;
+}
+
+}  // namespace vornex

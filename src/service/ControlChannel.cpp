@@ -1,0 +1,271 @@
+#include "service/ControlChannel.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "core/StatusCode.h"
+#include "foundation/FileDescriptor.h"
+#include "foundation/Json.h"
+#include "service/SerialQueue.h"
+
+namespace vornex {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kLineLimit = std::size_t{16} << 20;
+// A service that does not take a message for this long is taken for dead.
+constexpr timeval kSendLimit{10, 0};
+
+tl::unexpected<Error> serviceFailure(StatusCode code, std::string message) {
+  return failure(kServerErrorDomain, static_cast<std::int64_t>(code), std::move(message));
+}
+
+Result<void> checkPeer(int socket, const std::string& path) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+    return posixFailure(errno, "identifying the process behind " + path);
+  if (peer.uid != ::geteuid())
+    return posixFailure(EACCES, "the process behind " + path + " is another user's");
+  return {};
+}
+
+Result<FileDescriptor> connectTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) return posixFailure(ENAMETOOLONG, "connecting to " + path);
+  std::memcpy(address.sun_path, path.data(), path.size());
+  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!socket) return posixFailure(errno, "making a socket");
+  // The limit holds for connecting, too.
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendLimit, sizeof kSendLimit);
+  if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    return posixFailure(errno, "connecting to " + path);
+  if (auto admitted = checkPeer(socket.get(), path); !admitted) return tl::unexpected(admitted.error());
+  return socket;
+}
+
+bool sendAll(int socket, std::string_view bytes) {
+  while (!bytes.empty()) {
+    ssize_t sent = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(sent));
+  }
+  return true;
+}
+
+Error callError(const Value& error) {
+  Error result{"", static_cast<std::int64_t>(StatusCode::internalError), ""};
+  if (const Value* code = error.find("code"); code && code->ifInteger()) result.code = *code->ifInteger();
+  if (const Value* message = error.find("message"); message && message->ifString())
+    result.message = *message->ifString();
+  const Value* data = error.find("data");
+  const Value* domain = data ? data->find("domain") : nullptr;
+  if (domain && domain->ifString()) result.domain = *domain->ifString();
+  return result;
+}
+
+}  // namespace
+
+// The reader thread shares the state, so that the channel may be released anywhere. It never runs foreign
+// code: answers and callbacks go to other threads.
+struct ControlChannel::State {
+  struct Pending {
+    Answer answer;
+    Clock::time_point deadline;
+  };
+
+  FileDescriptor socket;
+  CallbackHandler handler;
+  SerialQueue callbacks;
+  std::mutex sending;
+  mutable std::mutex mutex;
+  std::map<std::int64_t, Pending> pending;
+  std::int64_t nextId = 1;
+  bool open = true;
+
+  void send(const Value& message) {
+    std::string line = writeJson(message) + '\n';
+    bool sent = false;
+    if (line.size() <= kLineLimit) {
+      std::lock_guard lock(sending);
+      sent = sendAll(socket.get(), line);
+    }
+    // A message cut short cannot be mended.
+    if (!sent) close();
+  }
+
+  void close() {
+    std::map<std::int64_t, Pending> lost;
+    {
+      std::lock_guard lock(mutex);
+      open = false;
+      lost.swap(pending);
+    }
+    ::shutdown(socket.get(), SHUT_RDWR);
+    for (auto& entry : lost)
+      deliver(std::move(entry.second.answer),
+              serviceFailure(StatusCode::cannotConnectToHost, "the connection to the service was lost"));
+  }
+
+  static void deliver(Answer answer, Result<Value> result) {
+    GlobalQueue::shared().async(
+        [answer = std::move(answer), result = std::move(result)]() mutable { answer(std::move(result)); });
+  }
+
+  Answer take(std::int64_t id) {
+    std::lock_guard lock(mutex);
+    auto found = pending.find(id);
+    if (found == pending.end()) return nullptr;
+    Answer answer = std::move(found->second.answer);
+    pending.erase(found);
+    return answer;
+  }
+
+  void expire() {
+    std::vector<Answer> expired;
+    {
+      std::lock_guard lock(mutex);
+      for (auto entry = pending.begin(); entry != pending.end();) {
+        if (entry->second.deadline > Clock::now()) {
+          ++entry;
+          continue;
+        }
+        expired.push_back(std::move(entry->second.answer));
+        entry = pending.erase(entry);
+      }
+    }
+    for (Answer& answer : expired)
+      deliver(std::move(answer), serviceFailure(StatusCode::timedOut, "the service did not answer in time"));
+  }
+
+  static void answerCallback(const std::shared_ptr<State>& state, const Value& message,
+                             const std::string& method) {
+    Value none;
+    const Value* params = message.find("params");
+    Value result = state->handler(method, params ? *params : none);
+    if (const Value* id = message.find("id"))
+      state->send(Dictionary{{"jsonrpc", "2.0"}, {"id", *id}, {"result", std::move(result)}});
+  }
+
+  // False when the line is no message.
+  static bool receive(const std::shared_ptr<State>& state, std::string_view line) {
+    auto message = parseJson(line);
+    if (!message || !message->ifDictionary()) return false;
+    if (const Value* method = message->find("method")) {
+      if (!method->ifString()) return false;
+      std::string name = *method->ifString();
+      state->callbacks.async([state, name = std::move(name), message = std::move(*message)] {
+        answerCallback(state, message, name);
+      });
+      return true;
+    }
+    const Value* id = message->find("id");
+    Answer answer = id && id->ifInteger() ? state->take(*id->ifInteger()) : nullptr;
+    if (!answer) return true;  // The call has timed out.
+    if (const Value* error = message->find("error"); error && !error->isNull()) {
+      deliver(std::move(answer), tl::unexpected(callError(*error)));
+    } else {
+      const Value* result = message->find("result");
+      deliver(std::move(answer), result ? *result : Value());
+    }
+    return true;
+  }
+
+  // Whether the socket has more; calls fail at their time limit meanwhile.
+  bool awaitInput() {
+    pollfd wanted{socket.get(), POLLIN, 0};
+    for (;;) {
+      int ready = ::poll(&wanted, 1, 1000);
+      if (ready > 0) return true;
+      if (ready < 0 && errno != EINTR) return false;
+      expire();
+    }
+  }
+
+  static void readLines(const std::shared_ptr<State>& state) {
+    std::string buffer;
+    std::vector<char> chunk(64 << 10);
+    while (state->awaitInput()) {
+      ssize_t count = ::recv(state->socket.get(), chunk.data(), chunk.size(), 0);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) break;
+      std::size_t scanned = buffer.size();
+      buffer.append(chunk.data(), static_cast<std::size_t>(count));
+      std::size_t start = 0;
+      for (std::size_t end; (end = buffer.find('\n', std::max(start, scanned))) != std::string::npos;
+           start = end + 1) {
+        if (receive(state, std::string_view(buffer).substr(start, end - start))) continue;
+        logLine(LogLevel::error, "The service sent a line that is no message; the connection is closed");
+        return;
+      }
+      buffer.erase(0, start);
+      if (buffer.size() <= kLineLimit) continue;
+      logLine(LogLevel::error, "The service sent a line that is too long; the connection is closed");
+      return;
+    }
+  }
+};
+
+ControlChannel::ControlChannel(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+ControlChannel::~ControlChannel() {
+  close();
+}
+
+Result<std::shared_ptr<ControlChannel>> ControlChannel::open(const std::string& socketPath,
+                                                             CallbackHandler handler) {
+  auto socket = connectTo(socketPath);
+  if (!socket) return tl::unexpected(socket.error());
+  auto state = std::make_shared<State>();
+  state->socket = std::move(*socket);
+  state->handler = std::move(handler);
+  std::thread([state] {
+    State::readLines(state);
+    state->close();
+  }).detach();
+  return std::shared_ptr<ControlChannel>(new ControlChannel(std::move(state)));
+}
+
+void ControlChannel::call(const std::string& method, Value params, std::chrono::milliseconds timeLimit,
+                          Answer answer) {
+  std::int64_t id = 0;
+  {
+    std::lock_guard lock(state_->mutex);
+    if (state_->open) {
+      id = state_->nextId++;
+      state_->pending.emplace(id, State::Pending{std::move(answer), Clock::now() + timeLimit});
+    }
+  }
+  if (id == 0) {
+    State::deliver(std::move(answer),
+                   serviceFailure(StatusCode::cannotConnectToHost, "the connection to the service was lost"));
+    return;
+  }
+  state_->send(Dictionary{{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", std::move(params)}});
+}
+
+bool ControlChannel::isOpen() const {
+  std::lock_guard lock(state_->mutex);
+  return state_->open;
+}
+
+void ControlChannel::close() {
+  state_->close();
+}
+
+}  // namespace vornex

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <vornex/TQError.h>
+
+#include "service/TQVornexClient.h"
+
+namespace vornex {
+
+/// Turns what the service reports into notifications on the main queue and into the state of the SDK.
+///
+/// Thread-safety: safe on any thread.
+class ServiceCallbacks : public TQVornexClient {
+ public:
+  void vornexServiceLaunched() override;
+  void vornexLibraryDidLoad() override {}
+  void vornexLibraryDidChangeState(const std::string& dbName, std::int64_t state) override;
+  void vornexLibraryUpdatedWithLibraries(const Value& libraries) override;
+  void vornexLibraryCreatedWithLibraries(const Value& libraries) override;
+  void vornexLibraryDeletedWithLibraries(const Value& libraries) override;
+  void vornexManualScanForLiveFolder(const std::string& liveFolderID, const OptionalString& fileName,
+                                     const std::string& dbName) override;
+  void vornexScanStatusForLiveFolder(const std::string& dbName,
+                                     const std::function<void(Dictionary status)>& resultHandler) override;
+};
+
+/// Asks the service for the local password and gives it to the users and libraries that need it. Calls `done`
+/// when that has happened, on a worker thread: null, also when the service has no password to give (which is
+/// logged), or why it could not be asked.
+void fetchLocalPassword(std::function<void(TQErrorPtr error)> done);
+
+}  // namespace vornex

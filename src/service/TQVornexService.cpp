@@ -1,0 +1,298 @@
+#include "service/TQVornexService.h"
+
+#include <unistd.h>
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+#include <vornex/TQVornexUtil.h>
+
+#include <future>
+#include <optional>
+#include <thread>
+
+#include "core/Coercion.h"
+#include "core/StatusCode.h"
+#include "core/StorageLayout.h"
+#include "service/ServiceLauncher.h"
+
+namespace vornex {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// For questions, and for work that may take as long as the disks do.
+constexpr std::chrono::milliseconds kQuickLimit = 30s;
+constexpr std::chrono::milliseconds kWorkLimit = 10min;
+
+TQErrorPtr errorFrom(const Error& error) {
+  OptionalString domain;
+  if (!error.domain.empty()) domain = error.domain;
+  return TQVornexUtil::errorWithCode(error.code, error.message, domain);
+}
+
+TQErrorPtr unreachable(const std::string& message) {
+  return errorFrom({kServerErrorDomain, static_cast<std::int64_t>(StatusCode::cannotConnectToHost), message});
+}
+
+std::string textOf(const Value& params, const char* key) {
+  return coerce::string(params.find(key)).value_or("");
+}
+
+Value librariesOf(const Value& params) {
+  const Value* libraries = params.find("libraries");
+  return libraries ? *libraries : Value();
+}
+
+// Answers one call of the service.
+Value dispatch(TQVornexClient& client, const std::string& method, const Value& params) {
+  Dictionary result;
+  if (method == "vornexServiceLaunched") {
+    client.vornexServiceLaunched();
+  } else if (method == "vornexLibraryDidLoad") {
+    client.vornexLibraryDidLoad();
+  } else if (method == "vornexLibraryDidChangeState") {
+    client.vornexLibraryDidChangeState(textOf(params, "dbname"), coerce::integer(params.find("state")));
+  } else if (method == "vornexLibraryUpdated") {
+    client.vornexLibraryUpdatedWithLibraries(librariesOf(params));
+  } else if (method == "vornexLibraryCreated") {
+    client.vornexLibraryCreatedWithLibraries(librariesOf(params));
+  } else if (method == "vornexLibraryDeleted") {
+    client.vornexLibraryDeletedWithLibraries(librariesOf(params));
+  } else if (method == "vornexManualScanForLiveFolder") {
+    client.vornexManualScanForLiveFolder(textOf(params, "livefolderid"),
+                                         coerce::string(params.find("filename")), textOf(params, "dbname"));
+  } else if (method == "vornexScanStatusForLiveFolder") {
+    client.vornexScanStatusForLiveFolder(textOf(params, "dbname"),
+                                         [&](Dictionary status) { result.set("status", std::move(status)); });
+  } else {
+    logLine(LogLevel::warning, "The service calls an unknown operation: " + method);
+  }
+  return result;
+}
+
+// Starts the service again when it has ended: it may have met one that was about to leave, or lost the race
+// against one that another process started.
+class Starter {
+ public:
+  // Null unless the service cannot be started any more.
+  TQErrorPtr startIfNeeded() {
+    if (process_ && !process_->hasEnded()) return nullptr;
+    if (Clock::now() < nextStart_) return nullptr;
+    if (starts_ == kMostStarts) return unreachable("the service ends as soon as it is started, see " + log());
+    OptionalString executable = serviceExecutable();
+    if (!executable) return unreachable("vornexd is not installed; $VORNEX_WASD can name it");
+    auto started = startService(*executable);
+    if (!started) return unreachable(started.error().message);
+    process_ = std::move(*started);
+    nextStart_ = Clock::now() + ++starts_ * 300ms;
+    return nullptr;
+  }
+
+  static std::string log() { return layout::serviceLogFile(); }
+
+ private:
+  static constexpr int kMostStarts = 5;
+  std::optional<ServiceProcess> process_;
+  int starts_ = 0;
+  Clock::time_point nextStart_ = Clock::time_point::min();
+};
+
+}  // namespace
+
+ServiceProxy::ChannelPtr ServiceProxy::channel() {
+  std::lock_guard lock(mutex_);
+  if (disconnected_) return nullptr;
+  if (channel_ && channel_->isOpen()) return channel_;
+  auto opened = ControlChannel::open(layout::controlSocket(),
+                                     [client = client_](const std::string& method, const Value& params) {
+                                       return dispatch(*client, method, params);
+                                     });
+  if (!opened) {
+    if (opened.error().code == EACCES) logLine(LogLevel::error, opened.error().message);
+    return nullptr;
+  }
+  channel_ = std::move(*opened);
+  channel_->call(
+      "register",
+      Dictionary{{"device", TQVornexUtil::systemUUID()}, {"clienttype", "Mac"}, {"pid", ::getpid()}},
+      kQuickLimit, [](const Result<Value>& result) {
+        if (!result) logLine(LogLevel::error, "Can't register: " + result.error().message);
+      });
+  return channel_;
+}
+
+bool ServiceProxy::isConnected() const {
+  std::lock_guard lock(mutex_);
+  return channel_ && channel_->isOpen();
+}
+
+void ServiceProxy::disconnect() {
+  ChannelPtr closing;
+  {
+    std::lock_guard lock(mutex_);
+    disconnected_ = true;
+    closing = std::move(channel_);
+  }
+  if (closing) closing->close();
+}
+
+TQErrorPtr ServiceProxy::start(std::chrono::milliseconds timeLimit) {
+  Starter starter;
+  Clock::time_point deadline = Clock::now() + timeLimit;
+  for (;;) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left <= 0ms) return unreachable("the service did not start in time, see " + Starter::log());
+    if (ChannelPtr open = channel()) {
+      auto answer = std::make_shared<std::promise<Result<Value>>>();
+      auto answered = answer->get_future();
+      open->call("getWebServerState", Dictionary(), left,
+                 [answer](Result<Value> result) { answer->set_value(std::move(result)); });
+      Result<Value> result = answered.get();
+      if (result) return nullptr;
+      if (open->isOpen()) return errorFrom(result.error());
+    } else if (TQErrorPtr error = starter.startIfNeeded()) {
+      return error;
+    }
+    std::this_thread::sleep_for(20ms);
+  }
+}
+
+void ServiceProxy::call(const std::string& method, Dictionary params, std::chrono::milliseconds timeLimit,
+                        Answer answer) {
+  ChannelPtr open = channel();
+  if (!open) {
+    GlobalQueue::shared().async(
+        [answer = std::move(answer)] { answer(Value(), unreachable("the service does not run")); });
+    return;
+  }
+  open->call(method, std::move(params), timeLimit, [answer = std::move(answer)](Result<Value> result) {
+    if (result)
+      answer(std::move(*result), nullptr);
+    else
+      answer(Value(), errorFrom(result.error()));
+  });
+}
+
+void ServiceProxy::work(const std::string& method, Dictionary params, Completed completion) {
+  call(
+      method, std::move(params), kWorkLimit,
+      [completion = std::move(completion)](const Value&, TQErrorPtr error) { completion(std::move(error)); });
+}
+
+void ServiceProxy::launchWebServerWithPort(
+    std::int64_t port, std::function<void(std::int64_t port, TQErrorPtr error)> completion) {
+  call("launchWebServer", {{"port", port}}, kWorkLimit,
+       [completion = std::move(completion)](const Value& result, TQErrorPtr error) {
+         completion(coerce::integer(result.find("port")), std::move(error));
+       });
+}
+
+void ServiceProxy::getWebServerState(
+    std::function<void(std::int64_t state, std::int64_t port, TQErrorPtr error)> completion) {
+  call("getWebServerState", {}, kQuickLimit,
+       [completion = std::move(completion)](const Value& result, TQErrorPtr error) {
+         completion(coerce::integer(result.find("state")), coerce::integer(result.find("port")),
+                    std::move(error));
+       });
+}
+
+void ServiceProxy::getUserSessions(std::function<void(Array sessions, TQErrorPtr error)> completion) {
+  call("getUserSessions", {}, kQuickLimit,
+       [completion = std::move(completion)](const Value& result, TQErrorPtr error) {
+         completion(coerce::array(result.find("sessions")), std::move(error));
+       });
+}
+
+void ServiceProxy::getLocalAccountPassword(
+    std::function<void(OptionalString password, TQErrorPtr error)> completion) {
+  call("getLocalAccountPassword", {}, kQuickLimit,
+       [completion = std::move(completion)](const Value& result, TQErrorPtr error) {
+         completion(coerce::string(result.find("password")), std::move(error));
+       });
+}
+
+void ServiceProxy::getLibraryForDBName(const std::string& dbName,
+                                       std::function<void(Dictionary library, TQErrorPtr error)> completion) {
+  call("getLibraryForDBName", {{"dbname", dbName}}, kQuickLimit,
+       [completion = std::move(completion)](const Value& result, TQErrorPtr error) {
+         const Value* library = result.find("library");
+         const Dictionary* known = library ? library->ifDictionary() : nullptr;
+         completion(known ? *known : Dictionary(), std::move(error));
+       });
+}
+
+void ServiceProxy::loadLibrary(Completed completion) {
+  work("loadLibrary", {}, std::move(completion));
+}
+void ServiceProxy::stopWebServer(Completed completion) {
+  work("stopWebServer", {}, std::move(completion));
+}
+void ServiceProxy::shutdownDatabase(Completed completion) {
+  work("shutdownDatabase", {}, std::move(completion));
+}
+void ServiceProxy::updateLibrary(Completed completion) {
+  work("updateLibrary", {}, std::move(completion));
+}
+void ServiceProxy::updateUsers(Completed completion) {
+  work("updateUsers", {}, std::move(completion));
+}
+void ServiceProxy::startAllBoookmarks(Completed completion) {
+  work("startAllBookmarks", {}, std::move(completion));
+}
+void ServiceProxy::terminate(Completed completion) {
+  work("terminate", {}, std::move(completion));
+}
+
+void ServiceProxy::addLibrary(const Dictionary& library, Completed completion) {
+  work("addLibrary", {{"library", library}}, std::move(completion));
+}
+void ServiceProxy::launchLibraryForDBName(const std::string& dbName, Completed completion) {
+  work("launchLibraryForDBName", {{"dbname", dbName}}, std::move(completion));
+}
+void ServiceProxy::terminateLibraryForDBName(const std::string& dbName, Completed completion) {
+  work("terminateLibraryForDBName", {{"dbname", dbName}}, std::move(completion));
+}
+void ServiceProxy::removeLibraryWithDBName(const std::string& dbName, Completed completion) {
+  work("removeLibraryWithDBName", {{"dbname", dbName}}, std::move(completion));
+}
+
+// The process's proxy; the holder is never destroyed, since completions may run while the process ends.
+namespace {
+struct ProxyHolder {
+  std::mutex mutex;
+  std::shared_ptr<ServiceProxy> proxy;
+
+  static ProxyHolder& shared() {
+    static auto* holder = new ProxyHolder;
+    return *holder;
+  }
+
+  std::shared_ptr<ServiceProxy> exchange(std::shared_ptr<ServiceProxy> next) {
+    std::lock_guard lock(mutex);
+    return std::exchange(proxy, std::move(next));
+  }
+};
+}  // namespace
+
+void TQVornexInitialize(std::shared_ptr<TQVornexClient> client) {
+  auto proxy = std::make_shared<ServiceProxy>(std::move(client));
+  if (auto former = ProxyHolder::shared().exchange(proxy)) former->disconnect();
+  proxy->connect();
+}
+
+void TQVornexTerminate(std::function<void()> completion) {
+  auto proxy = ProxyHolder::shared().exchange(nullptr);
+  if (!proxy) return completion();
+  proxy->terminate([proxy, completion = std::move(completion)](const TQErrorPtr&) {
+    proxy->disconnect();
+    completion();
+  });
+}
+
+std::shared_ptr<ServiceProxy> TQVornexService() {
+  ProxyHolder& holder = ProxyHolder::shared();
+  std::lock_guard lock(holder.mutex);
+  return holder.proxy;
+}
+
+}  // namespace vornex

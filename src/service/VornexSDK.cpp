@@ -1,0 +1,95 @@
+#include <vornex/Queue.h>
+#include <vornex/TQBookmarkUtil.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/VornexSDK.h>
+
+#include "core/Coercion.h"
+#include "core/DateNumber.h"
+#include "service/ServiceCallbacks.h"
+#include "service/TQVornexService.h"
+
+namespace vornex {
+namespace {
+
+TQSession sessionOf(const Value& entry) {
+  auto text = [&](const char* key) { return coerce::string(entry.find(key)); };
+  return {text("userid"),     text("username"),
+          text("host"),       text("deviceuuid"),
+          text("clienttype"), dateFromDateNumber(coerce::integer(entry.find("logindate")))};
+}
+
+void loadLibraries(const std::shared_ptr<ServiceProxy>& service, const Completion& completion) {
+  service->loadLibrary([completion](const TQErrorPtr& error) {
+    if (isFailure(error)) return completion(false, error);
+    // The service reports its launch as well, but requests may follow the completion at once.
+    fetchLocalPassword([completion](const TQErrorPtr& failure) { completion(!isFailure(failure), failure); });
+  });
+}
+
+}  // namespace
+
+VornexSDK& VornexSDK::sharedInstance() {
+  static auto* instance = new VornexSDK;
+  return *instance;
+}
+
+void VornexSDK::initializeWAS() {
+  TQBookmarkUtil::sharedInstance().loadBookmarks();
+  TQVornexInitialize(std::make_shared<ServiceCallbacks>());
+}
+
+void VornexSDK::startWASServiceWithPort(std::int64_t port, Completion completion) {
+  if (port != 0) WASPort = port;
+  auto service = TQVornexService();
+  if (!service) return;
+  GlobalQueue::shared().async([this, service, port, completion = std::move(completion)] {
+    if (TQErrorPtr error = service->start()) return completion(false, error);
+    service->launchWebServerWithPort(
+        port, [this, service, completion](std::int64_t portInUse, const TQErrorPtr& error) {
+          if (isFailure(error)) return completion(false, error);
+          if (portInUse > 0) WASPort = portInUse;
+          loadLibraries(service, completion);
+        });
+  });
+}
+
+void VornexSDK::stopWASService(std::function<void()> completion) {
+  auto service = TQVornexService();
+  if (!service) return completion();
+  service->stopWebServer([service, completion = std::move(completion)](const TQErrorPtr&) {
+    service->shutdownDatabase([completion](const TQErrorPtr&) { completion(); });
+  });
+}
+
+void VornexSDK::terminateWAS(std::function<void()> completion) {
+  TQLibraryManager::sharedManager().deleteLockFiles();
+  stopWASService([completion = std::move(completion)] { TQVornexTerminate(completion); });
+}
+
+void VornexSDK::serviceState(std::function<void(bool running, std::int64_t port)> completion) {
+  auto service = TQVornexService();
+  if (!service) return completion(false, 0);
+  service->getWebServerState(
+      [completion = std::move(completion)](std::int64_t state, std::int64_t port, const TQErrorPtr&) {
+        completion(state == 1, state == 1 ? port : 0);
+      });
+}
+
+void VornexSDK::isRunning(std::function<void(bool running)> completion) {
+  serviceState([completion = std::move(completion)](bool running, std::int64_t) {
+    if (completion) completion(running);
+  });
+}
+
+void VornexSDK::getUserSessions(
+    std::function<void(std::vector<TQSession> sessions, TQErrorPtr error)> completion) {
+  auto service = TQVornexService();
+  if (!service) return;
+  service->getUserSessions([completion = std::move(completion)](const Array& entries, TQErrorPtr error) {
+    std::vector<TQSession> sessions;
+    for (const Value& entry : entries) sessions.push_back(sessionOf(entry));
+    completion(std::move(sessions), std::move(error));
+  });
+}
+
+}  // namespace vornex

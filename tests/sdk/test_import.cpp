@@ -1,0 +1,255 @@
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "sdk/ImportFixture.h"
+
+namespace vornex::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Creating = FakeAssetServer::Creating;
+
+class Import : public ImportFixture {};
+
+TEST_F(Import, PlacesEveryFileWithItsRecordAndPictures) {
+  // Blank, quotes, line break, emoji, a decomposed accent and a byte that is no UTF-8.
+  const std::string odd = "a \"b\" 'c'\n\xF0\x9F\x8E\xAC e\xCC\x81 \xE9.txt";
+  writePicture(source("wide.jpg"), 2400, 600);
+  writePicture(source("small.jpg"), 400, 800);
+  writeClip(source("clip.mp4"), "640x320");
+  writeText(source(odd), "text");
+  writeText(source("empty.jpg"), "");
+  auto list = items({"wide.jpg", "small.jpg", "clip.mp4", odd, "empty.jpg"});
+  list[0]->metaData = {{"importer", "Someone"}, {"tags", Array{"one", "two"}}, {"custom", 7}};
+  std::vector<Step> steps = import(list);
+
+  // Every file is told at 0, then in rising steps to 100, and none before the one before it has ended.
+  std::int64_t ended = 0;
+  double last = 0;
+  for (const Step& step : steps) {
+    EXPECT_FALSE(step.error) << step.error->description();
+    EXPECT_EQ(step.finishedCount, ended);
+    EXPECT_GE(step.progress, last);
+    last = step.progress;
+    if (step.progress == 100) {
+      ++ended;
+      last = 0;
+    }
+  }
+  EXPECT_EQ(ended, 5);
+
+  for (const auto& [path, asset] : assets_) {
+    ASSERT_TRUE(asset->id);
+    Dictionary record = server_.records().at(*asset->id);
+    EXPECT_EQ(*record.find("masterpath"), Value(*asset->masterPath));
+    EXPECT_EQ(*record.find("importstatus"), Value(0));
+    EXPECT_EQ(*record.find("importtype"), Value(1));
+    EXPECT_EQ(*record.find("project"), Value(*project_->id));
+    EXPECT_EQ(readFile(inPackage(asset->masterPath)).value(), readFile(path).value());
+  }
+  AssetPtr wide = assets_[source("wide.jpg")];
+  Dictionary wideRecord = server_.records().at(*wide->id);
+  EXPECT_EQ(*wideRecord.find("importer"), Value("Someone"));
+  EXPECT_EQ(*wideRecord.find("custom"), Value(7));
+  EXPECT_EQ(*wideRecord.find("importfrompath"), Value(source("wide.jpg")));
+  EXPECT_THAT(wide->tags(), ElementsAre("one", "two"));
+
+  ImageSize thumbnail = imageSize(inPackage(wide->thumbnailPath)).value();
+  EXPECT_EQ(thumbnail.width, 300);
+  EXPECT_EQ(thumbnail.height, 75);
+  EXPECT_EQ(imageSize(inPackage(wide->previewPath)).value().width, 1600);
+  EXPECT_TRUE(wide->previewPath->ends_with("/wide.jpg"));
+  EXPECT_FALSE(fileExists(inPackage(assets_[source("small.jpg")]->previewPath)));
+  ImageSize frame = imageSize(inPackage(assets_[source("clip.mp4")]->thumbnailPath)).value();
+  EXPECT_EQ(frame.width, 600);
+  EXPECT_EQ(frame.height, 300);
+  EXPECT_TRUE(assets_[source("clip.mp4")]->thumbnailPath->ends_with("/clip.mp4.jpg"));
+
+  AssetPtr text = assets_[source(odd)];
+  EXPECT_EQ(lastPathComponent(*text->masterPath), "a \"b\" 'c'\n\xF0\x9F\x8E\xAC e\xCC\x81 %E9.txt");
+  EXPECT_FALSE(text->previewPath);
+  EXPECT_FALSE(fileExists(inPackage(assets_[source("empty.jpg")]->thumbnailPath)));
+  EXPECT_THAT(packageFiles(), ::testing::Not(::testing::Contains(::testing::HasSubstr("journal"))));
+}
+
+TEST_F(Import, NamesThatClashAreNumbered) {
+  std::filesystem::create_directory(source("other"));
+  std::filesystem::create_directory(source("third"));
+  for (const char* name : {"notes", "a.txt", "other/a.txt", "third/a.txt", "other/notes"})
+    writeText(source(name), name);
+  import(items({"a.txt", "other/a.txt", "third/a.txt", "notes", "other/notes"}));
+  EXPECT_EQ(lastPathComponent(*assets_[source("third/a.txt")]->masterPath), "a 2.txt");
+  EXPECT_EQ(lastPathComponent(*assets_[source("third/a.txt")]->thumbnailPath), "a 2.txt.jpg");
+  EXPECT_EQ(lastPathComponent(*assets_[source("other/notes")]->masterPath), "notes 1.");
+  EXPECT_EQ(readFile(inPackage(assets_[source("other/a.txt")]->masterPath)).value(), "other/a.txt");
+}
+
+TEST_F(Import, AFailedFileLeavesNothingAndTheBatchGoesOn) {
+  writePicture(source("a.jpg"), 100, 100);
+  writeText(source("b.txt"), "b");
+  std::filesystem::create_symlink(source("loop"), source("loop"));
+  server_.creating = Creating::refuses;
+  std::vector<Step> steps = import(items({"missing.jpg", "loop", "a.jpg", "b.txt"}), ImportType::copy, false,
+                                   [this](const Step& step) {
+                                     if (step.file == "b.txt") server_.creating = Creating::works;
+                                     return false;
+                                   });
+  std::vector<std::int64_t> codes;
+  for (const Step& step : steps)
+    if (step.error) codes.push_back(step.error->code());
+  EXPECT_THAT(codes, ElementsAre(10009, 10009, 16));
+  EXPECT_EQ(assets_[source("a.jpg")]->importStatus(), -1);
+  EXPECT_THAT(packageFiles(), ElementsAre(*assets_[source("b.txt")]->masterPath));
+  EXPECT_EQ(server_.records().size(), 1U);
+}
+
+TEST_F(Import, ACopyThatCannotBeWrittenFailsByNameAndLeavesNothing) {
+  std::ofstream(source("big.bin")) << std::string(2 << 20, 'x');
+  writeText(source("small.txt"), "small");
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before;
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  rlimit small{1 << 20, before.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &small);
+  std::vector<Step> steps = import(items({"big.bin", "small.txt"}));
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  auto failed =
+      std::find_if(steps.begin(), steps.end(), [](const Step& step) { return step.error != nullptr; });
+  ASSERT_NE(failed, steps.end());
+  EXPECT_EQ(failed->error->domain(), "posix");
+  EXPECT_EQ(failed->error->code(), EFBIG);
+  EXPECT_THAT(failed->error->message(), ::testing::HasSubstr("big.bin"));
+  EXPECT_THAT(packageFiles(), ElementsAre(*assets_[source("small.txt")]->masterPath));
+}
+
+TEST_F(Import, ARecordWhoseAnswerWasLostIsTakenBack) {
+  writeText(source("a.txt"), "a");
+  std::filesystem::create_directory(source("other"));
+  writeText(source("other/a.txt"), "other");
+  server_.creating = Creating::losesAnswer;
+  import(items({"a.txt", "other/a.txt"}), ImportType::copy, false,
+         [this](const Step& step) {
+           if (step.file == "other/a.txt") server_.creating = Creating::works;
+  return false;
+});
+// The lost record keeps its name, so the second file cannot be taken for it.
+EXPECT_EQ(lastPathComponent(*assets_[source("other/a.txt")]->masterPath), "a 1.txt");
+ASSERT_EQ(server_.records().size(), 1U);
+EXPECT_THAT(packageFiles(), ElementsAre(*assets_[source("other/a.txt")]->masterPath));
+}  // namespace
+
+TEST_F(Import, StopTakesTheCurrentFileBackAndEndsTheBatch) {
+  writeText(source("first.txt"), "first");
+  std::ofstream(source("big.bin")) << std::string(64 << 20, 'x');
+  writeText(source("last.txt"), "last");
+  std::vector<Step> steps =
+      import(items({"first.txt", "big.bin", "last.txt"}), ImportType::copy, false,
+             [](const Step& step) { return step.file == "big.bin" && step.progress > 0; });
+  EXPECT_EQ(steps.back().file, "big.bin");
+  // Where the file system shares the space of both files, the copy may have ended before it is stopped.
+  if (steps.back().error) {
+    EXPECT_EQ(steps.back().error->domain(), "posix");
+    EXPECT_EQ(steps.back().error->code(), ECANCELED);
+  }
+  EXPECT_THAT(packageFiles(), ElementsAre(*assets_[source("first.txt")]->masterPath));
+
+  // At the first word of a file nothing of it is placed; at its last, everything is taken back.
+  for (double when : {0.0, 100.0}) {
+    import(items({"last.txt", "first.txt"}), ImportType::copy, false,
+           [when](const Step& step) { return !step.error && step.progress == when;
+  });
+  EXPECT_EQ(packageFiles().size(), 1U);
+  EXPECT_EQ(server_.records().size(), 1U);
+}
+}  // namespace vornex::testing
+
+TEST_F(Import, ReferencesAreLinksToTheSourceOrToItsIndexedCopy) {
+  writePicture(source("a.jpg"), 200, 100);
+  import(items({"a.jpg"}), ImportType::reference);
+  AssetPtr asset = assets_[source("a.jpg")];
+  EXPECT_EQ(std::filesystem::read_symlink(inPackage(asset->masterPath)), source("a.jpg"));
+  EXPECT_TRUE(library_->hasReferenceFile);
+  // A reference may be offline: even a small image gets a preview.
+  EXPECT_TRUE(fileExists(inPackage(asset->previewPath)));
+
+  import(items({"a.jpg"}), ImportType::reference, true);
+  asset = assets_[source("a.jpg")];
+  std::string copy = folder_ / ("target/" + lastPathComponent(*asset->masterPath));
+  EXPECT_EQ(std::filesystem::read_symlink(inPackage(asset->masterPath)), copy);
+  EXPECT_EQ(*server_.records().at(*asset->id).find("importfrompath"), Value(copy));
+  EXPECT_EQ(readFile(copy).value(), readFile(source("a.jpg")).value());
+}
+
+TEST_F(Import, SideFilesAreRecordedOrPlacedOnTheirOwn) {
+  writeText(source("clip.rmd"), "side");
+  auto list = items({"clip.rmd", "clip.rmd"});
+  list[1]->isSeparateRMDFile = true;
+  import(list);
+  EXPECT_EQ(server_.records().size(), 2U);
+  EXPECT_EQ(packageFiles().size(), 1U);
+}
+
+TEST_F(Import, RefusesAtOnceWhatCannotBegin) {
+  auto refusal = [this](ImportType type, const OptionalString& target) {
+    std::int64_t code = 0;
+    project_->createAssetsWithImportAssets(
+        {}, type, target, true, {}, [&](bool ok, const TQErrorPtr& error) { code = ok ? 0 : error->code(); });
+    return code;
+  };
+  EXPECT_EQ(refusal(ImportType::reference, folder_ / "none"), 10009);
+  library_->libraryType = kLibraryTypeNetwork;
+  EXPECT_EQ(refusal(ImportType::copy, {}), 10005);
+  library_->packageFolder = folder_ / "none";
+  EXPECT_EQ(refusal(ImportType::copy, {}), 10009);
+}
+
+TEST_F(Import, BatchesSideBySideKeepApart) {
+  writeText(source("a.txt"), "a");
+  std::atomic<int> open = 4;
+  for (int i = 0; i < 4; ++i)
+    project_->createAssetsWithImportAssets(items({"a.txt"}), ImportType::copy, {}, false, {},
+                                           [&](bool, const TQErrorPtr&) {
+                                             if (--open == 0) MainQueue::shared().stop();
+                                           });
+  MainQueue::shared().run();
+  std::set<std::string> masters;
+  for (const auto& [id, record] : server_.records()) masters.insert(*record.find("masterpath")->ifString());
+  EXPECT_EQ(masters.size(), 4U);
+  EXPECT_EQ(packageFiles().size(), 4U);
+}
+
+TEST_F(Import, OneFileOutsideABatch) {
+  writeText(source("a.txt"), "a");
+  TQErrorPtr failure;
+  int ends = 0;
+  auto callback = [&](const AssetPtr&, double, std::int64_t, bool finished, const TQErrorPtr& error) {
+    if (!finished) return;
+    ++ends;
+    failure = error;
+    if (!error) MainQueue::shared().stop();
+  };
+  project_->importAssetWithSourcePath(source("a.txt"), library_->createAssetFolder(), {{"rating", 3}},
+                                      ImportType::reference, {}, false, callback);
+  MainQueue::shared().run();
+  EXPECT_FALSE(failure);
+  ASSERT_EQ(server_.records().size(), 1U);
+  EXPECT_EQ(*server_.records().begin()->second.find("rating"), Value(3));
+
+  AssetFolderPtr outside =
+      TQAssetFolder::assetFolderWithMasterpath(folder_ / "x", folder_ / "y", folder_ / "z", "");
+  project_->importAssetWithSourcePath(source("a.txt"), outside, {}, ImportType::reference, {}, false,
+                                      callback);
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(failure->code(), 10001);
+  project_->importAssetWithSourcePath(source("a.txt"), nullptr, {}, ImportType::reference, {}, false,
+                                      callback);
+  EXPECT_EQ(failure->code(), 10000);
+  EXPECT_EQ(ends, 3);
+}
+
+}  // namespace
+}  // namespace vornex::testing

@@ -1,0 +1,331 @@
+#include <filesystem>
+#include <fstream>
+
+#include "foundation/Files.h"
+#include "foundation/PropertyList.h"
+#include "sdk/ServedLibrary.h"
+
+namespace vornex::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using NewNode = std::tuple<ProjectPtr, TQErrorPtr>;
+using Outcome = std::tuple<bool, TQErrorPtr>;
+
+std::vector<std::string> names(const std::vector<ProjectPtr>& nodes) {
+  std::vector<std::string> result;
+  for (const ProjectPtr& node : nodes) result.push_back(*node->name);
+  return result;
+}
+
+class ProjectTree : public ServedLibrary {
+ protected:
+  void SetUp() override {
+    ServedLibrary::SetUp();
+    std::filesystem::create_directory(folder_ / "Project");
+  }
+
+  Dictionary file() const { return readDictionaryFile(folder_ / "Project/project.plist").value(); }
+  void writeFile(const Value& content) const {
+    ASSERT_TRUE(writePropertyListFile(folder_ / "Project/project.plist", content));
+  }
+  /// Nothing can be written where a file stands instead of the folder.
+  void blockSaving() const {
+    std::filesystem::remove_all(folder_ / "Project");
+    std::ofstream(folder_ / "Project") << "in the way";
+  }
+
+  NewNode addProject(const OptionalString& name) {
+    return await<ProjectPtr, TQErrorPtr>([&](auto finish) { library_->addProject(name, finish); });
+  }
+  NewNode addGroup(const ProjectPtr& parent, const OptionalString& name) {
+    return await<ProjectPtr, TQErrorPtr>([&](auto finish) { parent->addGroupWithName(name, finish); });
+  }
+  Outcome removeProject(const ProjectPtr& project) {
+    return await<bool, TQErrorPtr>([&](auto finish) { library_->removeProject(project, finish); });
+  }
+  Outcome removeGroup(const ProjectPtr& group) {
+    return await<bool, TQErrorPtr>([&](auto finish) { library_->projects[0]->removeGroup(group, finish); });
+  }
+  /// The code that both forms of renaming give.
+  std::int64_t renameCode(const ProjectPtr& node, const OptionalString& name) {
+    OptionalString before = node->name;
+    TQErrorPtr error;
+    bool ok = node->rename(name, &error);
+    node->name = before;
+    auto [okLater, laterError] = await<bool, TQErrorPtr>([&](auto finish) { node->rename(name, finish); });
+    EXPECT_EQ(ok, !error);
+    EXPECT_EQ(okLater, ok);
+    EXPECT_EQ(codeOf(laterError), codeOf(error));
+    return codeOf(error);
+  }
+};
+
+TEST_F(ProjectTree, ReadsAndWritesNodes) {
+  const Dictionary form = {{"id", "1"}, {"name", "n"}, {"dbname", "d"}, {"type", 1}};
+  EXPECT_EQ(TQProject::projectWithDictionary(form)->projectDictionary(), form);
+  for (const char* key : {"id", "name", "dbname"}) {
+    Dictionary broken = form;
+    broken.set(key, 5);
+    EXPECT_FALSE(TQProject::projectWithDictionary(broken));
+    ProjectPtr kept = TQProject::projectWithDictionary(form);
+    kept->setDictionary(broken);
+    EXPECT_EQ(kept->projectDictionary(), form);
+  }
+  ProjectPtr untyped = TQProject::projectWithDictionary({{"id", "1"}, {"name", "n"}, {"dbname", "d"}});
+  EXPECT_EQ(untyped->projectType, -1);
+  untyped->name = std::nullopt;
+  EXPECT_EQ(untyped->projectDictionary(), std::nullopt);
+}
+
+TEST_F(ProjectTree, HasOneUndefinedProject) {
+  ProjectPtr undefined = TQProject::undefinedProjectWithLibrary(library_);
+  LibraryPtr first = library_;
+  useLibrary(kLibraryTypeNetwork);
+  library_->dbName = "second";
+  EXPECT_EQ(TQProject::undefinedProjectWithLibrary(library_), undefined);
+  EXPECT_EQ(undefined->library.lock(), library_);
+  EXPECT_EQ(undefined->dbName, "second");
+  EXPECT_EQ(undefined->id, "UnDefined UUID");
+  EXPECT_EQ(undefined->rootProject.lock(), undefined);
+}
+
+TEST_F(ProjectTree, LoadsFromTheServerAndKeepsRootObjects) {
+  answer(R"({"hash": "h1", "projects": [
+      {"id": "A", "name": "a", "dbname": "db", "type": 0, "group": [
+        {"id": "G", "name": "g", "dbname": "db", "type": 1, "group": [
+          {"id": "H", "name": "h", "dbname": "db", "type": 1}, {"name": "no identifier"}]}]},
+      {"name": "no identifier"}, 7,
+      {"id": "B", "name": "b", "dbname": "db", "type": 0}]})");
+  TQErrorPtr error;
+  ASSERT_TRUE(library_->loadProjects(&error));
+  EXPECT_EQ(lastTarget(), "GET /vornex/libraries/db/projects");
+  EXPECT_THAT(names(library_->projects), ElementsAre("a", "b"));
+  EXPECT_EQ(library_->projectHashValue, "h1");
+  ProjectPtr root = library_->projects[0];
+  ProjectPtr deep = library_->projectWithID("H");
+  ASSERT_TRUE(deep);
+  EXPECT_EQ(deep->level, 2);
+  EXPECT_EQ(deep->rootProject.lock(), root);
+  EXPECT_EQ(deep->parent.lock(), library_->projectWithID("G"));
+  EXPECT_EQ(TQProject::findProjectWithGroup(deep), root);
+  EXPECT_EQ(root->descendantCount(), 2);
+  deep->parent.lock()->projectType = -1;
+  EXPECT_FALSE(TQProject::findProjectWithGroup(deep));
+
+  answer(R"({"hash": "h2", "projects": [
+      {"id": "B", "name": "b", "dbname": "db", "type": 0},
+      {"id": "A", "name": "renamed", "dbname": "db", "type": 0, "group": [
+        {"id": "G", "name": "g", "dbname": "db", "type": 1}]}]})");
+  auto loaded = await<std::optional<std::vector<ProjectPtr>>, TQErrorPtr>(
+      [&](auto finish) { library_->loadProjects(finish); });
+  EXPECT_THAT(names(*std::get<0>(loaded)), ElementsAre("b", "renamed"));
+  EXPECT_EQ(library_->projects[1], root);
+  EXPECT_NE(library_->projectWithID("G"), deep->parent.lock());
+  EXPECT_FALSE(library_->projectWithID("H"));
+}
+
+TEST_F(ProjectTree, KeepsTheTreeWhenLoadingFails) {
+  addRoot("A", "a");
+  TQErrorPtr error;
+  for (const char* useless : {"{}", "[]", R"({"projects": 3})"}) {
+    answer(useless);
+    EXPECT_FALSE(library_->loadProjects(&error));
+    EXPECT_EQ(codeOf(error), 10004);
+  }
+  refuse(4);
+  EXPECT_FALSE(library_->loadProjects(&error));
+  EXPECT_EQ(codeOf(error), 4);
+  library_->connection->user = nullptr;
+  EXPECT_FALSE(library_->loadProjects(&error));
+  EXPECT_EQ(codeOf(error), 10000);
+  EXPECT_THAT(names(library_->projects), ElementsAre("a"));
+}
+
+TEST_F(ProjectTree, SavesWithAFreshHashAndKeepsOtherKeys) {
+  writeFile(Dictionary{{"projects", Array{}}, {"hash", "old"}, {"of the future", 1}});
+  ProjectPtr root = addRoot("A", "a");
+  addBelow(root, "G", "g");
+  addRoot("B", "b");
+  ASSERT_TRUE(library_->saveProjects());
+  Dictionary first = file();
+  EXPECT_EQ(first.find("hash")->ifString()->size(), 32U);
+  EXPECT_EQ(*first.find("hash")->ifString(), library_->projectHashValue);
+  EXPECT_TRUE(first.contains("of the future"));
+  const Array& roots = *first.find("projects")->ifArray();
+  ASSERT_EQ(roots.size(), 2U);
+  EXPECT_EQ(*roots[0].find("group"),
+            Value(Array{Dictionary{{"id", "G"}, {"name", "g"}, {"dbname", "db"}, {"type", 1}}}));
+  EXPECT_EQ(roots[1].find("group"), nullptr);
+  ASSERT_TRUE(library_->saveProjects());
+  EXPECT_NE(*file().find("hash"), *first.find("hash"));
+}
+
+TEST_F(ProjectTree, NeverLosesATreeThatWasNotLoaded) {
+  addRoot("A", "a");
+  ASSERT_TRUE(library_->saveProjects());
+  useLibrary(kLibraryTypeLocal);
+  EXPECT_TRUE(std::get<0>(addProject("b")));
+  EXPECT_THAT(names(library_->projects), ElementsAre("a", "b"));
+
+  std::ofstream(folder_ / "Project/project.plist") << "damaged";
+  useLibrary(kLibraryTypeLocal);
+  EXPECT_EQ(codeOf(std::get<1>(addProject("c"))), 10003);
+  EXPECT_THAT(library_->projects, IsEmpty());
+  EXPECT_EQ(readFile(folder_ / "Project/project.plist").value(), "damaged");
+}
+
+TEST_F(ProjectTree, ReordersByPositionsBeforeTheMove) {
+  struct Case {
+    const char* item;
+    std::int64_t to;
+    std::vector<std::string> order;
+  };
+  for (const Case& move :
+       {Case{"a", 0, {"a", "b", "c"}}, Case{"a", 1, {"a", "b", "c"}}, Case{"a", 2, {"b", "a", "c"}},
+        Case{"a", 3, {"b", "c", "a"}}, Case{"c", 0, {"c", "a", "b"}}, Case{"b", 2, {"a", "b", "c"}}}) {
+    useLibrary(kLibraryTypeLocal);
+    ProjectPtr root = addRoot("root", "root");
+    for (const char* name : {"a", "b", "c"}) {
+      addRoot(name, name);
+      addBelow(root, std::string("below ") + name, name);
+    }
+    library_->projects.erase(library_->projects.begin());
+    EXPECT_TRUE(library_->moveItem(library_->projectWithID(move.item), move.to));
+    EXPECT_EQ(names(library_->projects), move.order);
+    EXPECT_TRUE(root->moveItem(root->findGroupWithName(move.item), move.to));
+    EXPECT_EQ(names(root->childGroups), move.order);
+    EXPECT_FALSE(library_->moveItem(library_->projects[0], 4));
+    EXPECT_FALSE(root->moveItem(root->childGroups[0], -1));
+    EXPECT_FALSE(root->moveItem(root, 0));
+  }
+}
+
+TEST_F(ProjectTree, MovesGroupsIntoOtherParents) {
+  ProjectPtr root = addRoot("A", "a");
+  ProjectPtr other = addRoot("B", "b");
+  ProjectPtr group = addBelow(root, "G", "g");
+  ProjectPtr inner = addBelow(group, "H", "h");
+  addBelow(other, "I", "i");
+  EXPECT_FALSE(root->moveItem(group, 0, group));
+  EXPECT_FALSE(root->moveItem(group, 0, inner));
+  EXPECT_FALSE(root->moveItem(group, 2, other));
+  EXPECT_FALSE(root->moveItem(inner, 0, other));
+  EXPECT_TRUE(root->moveItem(group, 1, other));
+  EXPECT_THAT(root->childGroups, IsEmpty());
+  EXPECT_THAT(names(other->childGroups), ElementsAre("i", "g"));
+  EXPECT_EQ(group->parent.lock(), other);
+  EXPECT_TRUE(other->moveItem(group, 0, other));
+  EXPECT_THAT(names(other->childGroups), ElementsAre("g", "i"));
+  EXPECT_EQ(file().find("projects")->ifArray()->at(0).find("group"), nullptr);
+}
+
+TEST_F(ProjectTree, ChangesALocalTree) {
+  ProjectPtr root = std::get<0>(addProject("a"));
+  ASSERT_TRUE(root);
+  EXPECT_EQ(root->rootProject.lock(), root);
+  EXPECT_EQ(codeOf(std::get<1>(addProject("a"))), 10002);
+  EXPECT_EQ(codeOf(std::get<1>(addProject(std::nullopt))), 10000);
+  ASSERT_TRUE(std::get<0>(addProject("A")));
+  ProjectPtr group = std::get<0>(addGroup(root, "g"));
+  ProjectPtr inner = std::get<0>(addGroup(group, "g"));
+  ASSERT_TRUE(inner);
+  EXPECT_EQ(inner->rootProject.lock(), root);
+  EXPECT_EQ(inner->level, 0);
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(root, "g"))), 10002);
+  ASSERT_TRUE(std::get<0>(addGroup(root, "h")));
+  EXPECT_EQ(renameCode(group, "h"), 10002);
+  EXPECT_EQ(renameCode(group, "g"), 10002);
+  EXPECT_EQ(renameCode(root, "A"), 10002);
+  EXPECT_EQ(renameCode(root, ""), 10000);
+  EXPECT_EQ(renameCode(root, std::nullopt), 10000);
+  EXPECT_EQ(renameCode(group, "new"), 0);
+  EXPECT_EQ(requestCount(), 0U);
+  EXPECT_TRUE(std::get<0>(removeGroup(inner)));
+  EXPECT_THAT(group->childGroups, IsEmpty());
+  EXPECT_EQ(codeOf(std::get<1>(removeGroup(inner))), 10000);
+  const Value& saved = file().find("projects")->ifArray()->at(0);
+  EXPECT_EQ(*saved.find("group")->ifArray()->at(0).find("name"), Value("new"));
+}
+
+TEST_F(ProjectTree, TakesChangesBackThatCannotBeSaved) {
+  ProjectPtr root = addRoot("A", "a");
+  ProjectPtr group = addBelow(root, "G", "g");
+  ASSERT_TRUE(library_->saveProjects());
+  blockSaving();
+  answer(R"({"items": [], "total": 0})");
+  EXPECT_EQ(codeOf(std::get<1>(addProject("b"))), 10003);
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(root, "h"))), 10003);
+  EXPECT_EQ(renameCode(group, "new"), 10003);
+  EXPECT_EQ(codeOf(std::get<1>(removeGroup(group))), 10003);
+  EXPECT_EQ(codeOf(std::get<1>(removeProject(root))), 10003);
+  EXPECT_THAT(names(library_->projects), ElementsAre("a"));
+  EXPECT_THAT(names(root->childGroups), ElementsAre("g"));
+  EXPECT_EQ(group->name, "g");
+}
+
+TEST_F(ProjectTree, RemovesOnlyEmptyProjects) {
+  ProjectPtr root = addRoot("A", "a");
+  answer(R"({"items": [{"_id": "1", "name": "x"}], "total": 1})");
+  EXPECT_EQ(codeOf(std::get<1>(removeProject(root))), 10004);
+  EXPECT_EQ(*lastBody().find("query"), Value(R"(project == "A" AND trash == 0)"));
+  EXPECT_EQ(*lastBody().find("limit"), Value(1));
+  refuse(2);
+  EXPECT_EQ(codeOf(std::get<1>(removeProject(root))), 2);
+  EXPECT_THAT(names(library_->projects), ElementsAre("a"));
+  answer(R"({"items": [], "total": 0})");
+  EXPECT_TRUE(std::get<0>(removeProject(root)));
+  EXPECT_THAT(library_->projects, IsEmpty());
+  EXPECT_THAT(*file().find("projects")->ifArray(), IsEmpty());
+}
+
+TEST_F(ProjectTree, ChangesANetworkTreeOnItsServerFirst) {
+  useLibrary(kLibraryTypeNetwork);
+  answer(R"({"id": "N", "hash": "h"})");
+  ProjectPtr root = std::get<0>(addProject("a"));
+  ASSERT_TRUE(root);
+  EXPECT_EQ(root->id, "N");
+  EXPECT_EQ(library_->projectHashValue, "h");
+  EXPECT_EQ(lastTarget(), "POST /vornex/libraries/db/projects/create");
+  EXPECT_EQ(lastItem(), Value(Dictionary{{"name", "a"}, {"parentid", ""}, {"type", 0}}));
+  ProjectPtr group = std::get<0>(addGroup(root, "g"));
+  ASSERT_TRUE(group);
+  EXPECT_EQ(lastItem(), Value(Dictionary{{"name", "g"}, {"parentid", "N"}, {"type", 1}}));
+  EXPECT_EQ(group->rootProject.lock(), root);
+  EXPECT_EQ(renameCode(group, "new"), 0);
+  EXPECT_EQ(group->name, "new");
+  EXPECT_EQ(lastTarget(), "POST /vornex/libraries/db/projects/update");
+  EXPECT_EQ(lastItem(), Value(Dictionary{{"name", "new"}, {"parentid", "N"}, {"id", "N"}, {"type", 1}}));
+  EXPECT_TRUE(library_->moveItem(root, 1));
+  EXPECT_EQ(lastTarget(), "POST /vornex/libraries/db/projects/move");
+  EXPECT_EQ(lastItem(), Value(Dictionary{{"id", "N"}, {"parentid", "N"}, {"toindex", 1}, {"type", 0}}));
+  EXPECT_EQ(codeOf(std::get<1>(removeProject(root))), 10005);
+  EXPECT_EQ(codeOf(std::get<1>(removeGroup(group))), 10005);
+  EXPECT_FALSE(itemExists(folder_ / "Project/project.plist"));
+}
+
+TEST_F(ProjectTree, LeavesANetworkTreeAsItWasWhenTheServerDoesNotFollow) {
+  useLibrary(kLibraryTypeNetwork);
+  ProjectPtr root = addRoot("A", "a");
+  ProjectPtr other = addRoot("B", "b");
+  ProjectPtr group = addBelow(root, "G", "g");
+  auto expectNoChange = [&](std::int64_t code) {
+    EXPECT_EQ(codeOf(std::get<1>(addProject("c"))), code);
+    EXPECT_EQ(codeOf(std::get<1>(addGroup(root, "h"))), code);
+    EXPECT_EQ(renameCode(group, "new"), code);
+    EXPECT_FALSE(library_->moveItem(root, 2));
+    EXPECT_FALSE(root->moveItem(group, 0, other));
+    EXPECT_THAT(names(library_->projects), ElementsAre("a", "b"));
+    EXPECT_THAT(names(root->childGroups), ElementsAre("g"));
+  };
+  refuse(4);
+  expectNoChange(4);
+  answer(R"({"hash": "h"})");
+  expectNoChange(10004);
+  EXPECT_EQ(library_->projectHashValue, std::nullopt);
+}
+
+}  // namespace
+}  // namespace vornex::testing
