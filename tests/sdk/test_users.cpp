@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 #include <vornex/TQConnection.h>
 #include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
 #include <vornex/TQUser.h>
 #include <vornex/TQUserManager.h>
 #include <vornex/TQVornexUtil.h>
@@ -15,6 +16,9 @@ namespace {
 
 class UsersTest : public vornex::testing::SdkTest {
  protected:
+  // The library manager makes the preference folder.
+  UsersTest() { TQLibraryManager::sharedManager(); }
+
   std::vector<UserPtr> load() {
     std::promise<std::vector<UserPtr>> promise;
     manager.loadUsers([&](std::vector<UserPtr> users) { promise.set_value(std::move(users)); });
