@@ -82,8 +82,7 @@ class TQVornexUtil {
   static TQErrorPtr errorWithCode(std::int64_t code, const std::string& message);
   static TQErrorPtr errorWithCode(std::int64_t code, const std::string& message, OptionalString domain);
   /// The error in the "Status" of an answer, or the first one in the elements of an array; null for success,
-  /// for an answer without "Status" and for a "Status" that is not an object. A "Status" without a code has
-  /// code -1.
+  /// without a "Status" and when it is not an object (which is logged). Without its "code" the code is -1.
   static TQErrorPtr errorWithResponse(const Value& response);
   /// Posts the notification that belongs to the error's code, if there is one, on this thread. Its object is
   /// the library's database name (std::string) where the error's userInfo has "dbname". Null does nothing.
@@ -93,9 +92,8 @@ class TQVornexUtil {
   // machine's UUID and the client type. Present params are the body, as JSON; absent ones send none. It ends
   // within 30 seconds. The errors of both forms:
   // - the server's own, with its code, message and domain, whatever the HTTP status;
-  // - of the domain "VORNEX SERVER": 26, 4 and 8 for the HTTP statuses 401, 403 and 404, else 1, when the
-  // answer
-  //   gives no code; 1 for an answer that is not JSON; 31 when no answer arrived;
+  // - of the domain "VORNEX SERVER" when the answer gives no code: 26, 4 and 8 for the HTTP statuses 401, 403
+  //   and 404, 7 for an answer over the size limit, 31 when no whole answer arrived, else 1;
   // - 10001 of the SDK's domain for a URL or method that cannot be sent.
   // When the URL names a library, userInfo has its database name under "dbname". Errors with code 31, 38, 39
   // and 40 are announced with sendNotificationWithError, unless the URL's path contains "login".
@@ -104,7 +102,7 @@ class TQVornexUtil {
 
   /// Sends from a worker and returns at once; the completion is called once, on the main queue, with null and
   /// the error or with the answer, before the error is announced. A missing argument calls it at once, on
-  /// this thread, with error 10000.
+  /// this thread, with error 10000. The completion must not be empty.
   static void requestURL(const OptionalString& url, const OptionalString& userID,
                          const OptionalString& userPassword, const OptionalString& method,
                          const std::optional<Value>& params, RequestCompletion completion);
@@ -121,8 +119,7 @@ class TQVornexUtil {
   static OptionalString stringValueFromObject(const Value* object);
   /// Arrays only, else an empty one.
   static Array arrayValueFromObject(const Value* object);
-  /// Numbers, booleans and the leading digits of strings (0 without any). -1 for everything else, absent
-  /// included.
+  /// Numbers, booleans and the leading digits of strings (0 without any); -1 for everything else.
   static std::int64_t integerValueFromObject(const Value* object);
   static std::int64_t longlongValueFromObject(const Value* object);
   static double doubleValueFromObject(const Value* object);
@@ -136,8 +133,7 @@ class TQVornexUtil {
   /// Absent for an absent number and for digits that are not a date number.
   static std::optional<Date> dateFromNumber(std::optional<std::int64_t> number);
 
-  /// 0 video, 1 audio, 2 image, 3 document; 4 for side files and unknown extensions. Letter case does not
-  /// count.
+  /// 0 video, 1 audio, 2 image, 3 document, 4 for all others. Letter case does not count.
   static std::int64_t assetTypeFromExtension(const std::string& extension);
   /// The kind of file in words, for an extension spelled exactly as listed (lower case); else empty.
   static std::string descriptionFromExtension(const OptionalString& extension);
@@ -159,8 +155,7 @@ class TQVornexUtil {
 };
 
 /// The sum of the sizes of everything below the folder, folders included, links not followed; 0 when there is
-/// no folder. What cannot be read adds nothing; *error, unless null, is then the last failure. Blocks;
-/// thread-safe.
+/// no folder. What cannot be read adds nothing; *error, unless null, is then the last failure. Blocks.
 std::uint64_t sizeForFolderAtPath(const std::string& path, TQErrorPtr* error);
 
 /// The text of a localisation key in the user's language, English otherwise; empty for an unknown key.

@@ -9,8 +9,6 @@
 namespace vornex {
 namespace {
 
-constexpr std::size_t kHeaderLimit = std::size_t{1} << 20;
-
 struct FreeEasy {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
 };
@@ -58,20 +56,12 @@ class HandlePool {
   std::vector<Easy> idle_;
 };
 
-/// What arrives of one answer.
+/// What arrives of one answer's body. (curl itself bounds the headers.)
 struct Arrival {
   std::string body;
   std::size_t limit = 0;
-  std::size_t headerBytes = 0;
   bool isTooLong = false;
 };
-
-std::size_t takeHeader(char*, std::size_t size, std::size_t count, void* target) {
-  auto& arrival = *static_cast<Arrival*>(target);
-  arrival.headerBytes += size * count;
-  arrival.isTooLong = arrival.headerBytes > kHeaderLimit;
-  return arrival.isTooLong ? 0 : size * count;
-}
 
 std::size_t takeBody(char* bytes, std::size_t size, std::size_t count, void* target) {
   auto& arrival = *static_cast<Arrival*>(target);
@@ -136,15 +126,13 @@ void configure(CURL* handle, const HttpExchange& exchange, const UrlParts& url, 
   curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(exchange.timeLimit.count()));
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(handle, CURLOPT_TCP_KEEPALIVE, 1L);
-  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, takeHeader);
-  curl_easy_setopt(handle, CURLOPT_HEADERDATA, &arrival);
   curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, takeBody);
   curl_easy_setopt(handle, CURLOPT_WRITEDATA, &arrival);
 }
 
 Result<HttpAnswer> perform(CURL* handle, Arrival& arrival) {
   CURLcode code = curl_easy_perform(handle);
-  if (arrival.isTooLong) return failure("curl", code, "the answer is too long");
+  if (arrival.isTooLong) return failure("curl", kAnswerTooLong, "the answer is too long");
   if (code != CURLE_OK) return failure("curl", code, curl_easy_strerror(code));
   HttpAnswer answer;
   curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer.status);

@@ -38,10 +38,12 @@ struct UrlParts {
 /// Absent for anything but a well-formed http or https URL.
 std::optional<UrlParts> parseHttpUrl(const std::string& url);
 
+/// Codes of failures that are not curl's own.
+inline constexpr std::int64_t kUnusableRequest = -1;
+inline constexpr std::int64_t kAnswerTooLong = -2;
+
 /// Runs the request and blocks until its answer is complete, whatever its status. Domain "curl" on failure;
 /// code kUnusableRequest when nothing can be sent for such a URL or method. Thread-safe.
 [[nodiscard]] Result<HttpAnswer> exchangeHttp(const HttpExchange& exchange);
-
-inline constexpr std::int64_t kUnusableRequest = -1;
 
 }  // namespace vornex

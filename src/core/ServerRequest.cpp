@@ -59,6 +59,9 @@ TQErrorPtr transportError(const Error& error) {
     return TQVornexUtil::errorWithCode(
         10001, LocalizedString("request.error.param.invalid") + " (" + error.message + ")");
   }
+  if (error.code == kAnswerTooLong) {
+    return serverError(StatusCode::limitExceeded, "response.error.invalid", error.message);
+  }
   return serverError(StatusCode::cannotConnectToHost, "request.error.transport", error.message);
 }
 

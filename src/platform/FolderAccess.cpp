@@ -71,7 +71,8 @@ Result<Data> makeAccessToken(const std::string& path) {
   auto identity = identityOf(absolutePath);
   if (!identity) return tl::unexpected(identity.error());
   auto bytes = writePropertyList(Dictionary{{"version", kVersion},
-                                            {"path", absolutePath},
+                                            // Data, for a path need not be UTF-8.
+                                            {"path", Data(absolutePath.begin(), absolutePath.end())},
                                             {"device", static_cast<std::int64_t>(identity->device)},
                                             {"volume", static_cast<std::int64_t>(identity->volume)},
                                             {"inode", static_cast<std::int64_t>(identity->inode)},
@@ -86,12 +87,12 @@ Result<std::string> resolveAccessToken(const Data& token) {
   const Dictionary* fields = value ? value->ifDictionary() : nullptr;
   const Value* version = fields ? fields->find("version") : nullptr;
   const Value* path = fields ? fields->find("path") : nullptr;
-  if (!version || !path || !path->ifString() || path->ifString()->empty()) {
+  if (!version || !path || !path->ifData() || path->ifData()->empty()) {
     return failure("access", 1, "not an access token");
   }
   if (*version != Value(kVersion)) return failure("access", 2, "access token of an unknown version");
 
-  const std::string& stored = *path->ifString();
+  std::string stored(path->ifData()->begin(), path->ifData()->end());
   auto present = identityOf(stored);
   if (!present) return tl::unexpected(present.error());
   Identity remembered{unsignedNumber(*fields, "device"), unsignedNumber(*fields, "volume"),

@@ -32,9 +32,12 @@ void stopWhenLate(VipsImage* image, VipsProgress*, void* deadline) {
   if (Clock::now() > *static_cast<Clock::time_point*>(deadline)) vips_image_set_kill(image, TRUE);
 }
 
-/// Computes the pixels of a pipeline; gives up at the time limit.
-VImage computed(const VImage& image) {
-  auto deadline = Clock::now() + kTimeLimit;
+Clock::time_point timeLimit() {
+  return Clock::now() + kTimeLimit;
+}
+
+/// Computes the pixels of a pipeline; gives up at the deadline.
+VImage computed(const VImage& image, Clock::time_point deadline = timeLimit()) {
   vips_image_set_progress(image.get_image(), TRUE);
   gulong handler = g_signal_connect(image.get_image(), "eval", G_CALLBACK(stopWhenLate), &deadline);
   struct Disconnect {
@@ -68,9 +71,10 @@ bool isBlank(const VImage& image) {
 /// Decodes strictly; a source that is broken, again as far as it goes. `load` gets the loader's tolerance.
 template <typename Load>
 Result<Image> decodeTolerantly(const std::string& what, Load load) {
-  auto whole = catchingVips(what, [&] { return computed(inSrgb(load(VIPS_FAIL_ON_ERROR))); });
+  auto deadline = timeLimit();
+  auto whole = catchingVips(what, [&] { return computed(inSrgb(load(VIPS_FAIL_ON_ERROR)), deadline); });
   if (whole) return ImageAccess::make(*whole, false);
-  auto part = catchingVips(what, [&] { return computed(inSrgb(load(VIPS_FAIL_ON_NONE))); });
+  auto part = catchingVips(what, [&] { return computed(inSrgb(load(VIPS_FAIL_ON_NONE)), deadline); });
   if (!part) return tl::unexpected(part.error());
   auto blank = catchingVips(what, [&] { return isBlank(*part); });
   if (!blank || *blank) return tl::unexpected(whole.error());

@@ -22,8 +22,9 @@ OptionalString uuidInFile(const std::string& path) {
     }
   }
   if (digits.size() != kDigits || digits.find_first_not_of('0') == std::string::npos) return std::nullopt;
-  for (std::size_t position : {20, 16, 12, 8}) digits.insert(position, "-");
-  return digits;
+  std::string_view all = digits;
+  return fmt::format("{}-{}-{}-{}-{}", all.substr(0, 8), all.substr(8, 4), all.substr(12, 4),
+                     all.substr(16, 4), all.substr(20));
 }
 
 }  // namespace

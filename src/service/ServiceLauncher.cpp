@@ -3,7 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -184,7 +184,7 @@ Result<ServiceProcess> startService(const std::string& executable) {
   Report answer = readReport(plan->reportRead.get());
   if (answer.errorNumber != 0 || answer.process <= 0)
     return posixFailure(answer.errorNumber != 0 ? answer.errorNumber : EIO, "starting " + executable);
-  FileDescriptor process(::pidfd_open(answer.process, 0));
+  FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, answer.process, 0)));
   if (!process && errno != ESRCH) return posixFailure(errno, "watching " + executable);
   return ServiceProcess(std::move(process));
 }

@@ -1,8 +1,7 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 #include <unistd.h>
-
-#include <regex>
 
 #include "Fixtures.h"
 #include "platform/FileTags.h"
@@ -19,8 +18,7 @@ TEST(Machine, IdentifierIsAnUpperCaseUuid) {
   auto identifier = machineIdentifier();
   if (!fs::exists("/etc/machine-id")) GTEST_SKIP() << "no machine identifier here";
   ASSERT_TRUE(identifier);
-  EXPECT_TRUE(std::regex_match(*identifier, std::regex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}")))
-      << *identifier;
+  EXPECT_THAT(*identifier, ::testing::MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
 }
 
 TEST(Volumes, DescribesMountedFileSystems) {

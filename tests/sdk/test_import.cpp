@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "sdk/ImportFixture.h"
 
@@ -105,6 +107,25 @@ TEST_F(Import, AFailedFileLeavesNothingAndTheBatchGoesOn) {
   EXPECT_EQ(server_.records().size(), 1U);
 }
 
+TEST_F(Import, ACopyThatCannotBeWrittenFailsByNameAndLeavesNothing) {
+  std::ofstream(source("big.bin")) << std::string(2 << 20, 'x');
+  writeText(source("small.txt"), "small");
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before;
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  rlimit small{1 << 20, before.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &small);
+  std::vector<Step> steps = import(items({"big.bin", "small.txt"}));
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  auto failed =
+      std::find_if(steps.begin(), steps.end(), [](const Step& step) { return step.error != nullptr; });
+  ASSERT_NE(failed, steps.end());
+  EXPECT_EQ(failed->error->domain(), "posix");
+  EXPECT_EQ(failed->error->code(), EFBIG);
+  EXPECT_THAT(failed->error->message(), ::testing::HasSubstr("big.bin"));
+  EXPECT_THAT(packageFiles(), ElementsAre(*assets_[source("small.txt")]->masterPath));
+}
+
 TEST_F(Import, ARecordWhoseAnswerWasLostIsTakenBack) {
   writeText(source("a.txt"), "a");
   std::filesystem::create_directory(source("other"));
@@ -157,7 +178,7 @@ TEST_F(Import, ReferencesAreLinksToTheSourceOrToItsIndexedCopy) {
 
   import(items({"a.jpg"}), ImportType::reference, true);
   asset = assets_[source("a.jpg")];
-  std::string copy = folder_ / "target/a.jpg";
+  std::string copy = folder_ / ("target/" + lastPathComponent(*asset->masterPath));
   EXPECT_EQ(std::filesystem::read_symlink(inPackage(asset->masterPath)), copy);
   EXPECT_EQ(*server_.records().at(*asset->id).find("importfrompath"), Value(copy));
   EXPECT_EQ(readFile(copy).value(), readFile(source("a.jpg")).value());
@@ -209,7 +230,7 @@ TEST_F(Import, OneFileOutsideABatch) {
     if (!finished) return;
     ++ends;
     failure = error;
-    MainQueue::shared().stop();
+    if (!error) MainQueue::shared().stop();
   };
   project_->importAssetWithSourcePath(source("a.txt"), library_->createAssetFolder(), {{"rating", 3}},
                                       ImportType::reference, {}, false, callback);

@@ -12,6 +12,9 @@
 
 namespace vornex::server {
 
+/// The largest document, in bytes of compact JSON.
+inline constexpr std::size_t kMaximumDocumentSize = std::size_t{16} << 20;
+
 /// One page of a search.
 struct SearchPage {
   /// Complete asset documents as compact JSON, "_id" included, in order.
@@ -23,9 +26,11 @@ struct SearchPage {
 struct SearchRequest {
   std::int64_t page = 0;
   std::int64_t limit = 100;
-  /// A predicate in the published textual format; empty matches everything.
+  /// A predicate in its textual format (see PredicateParser.h); empty matches everything.
   std::string query;
-  /// Empty: by import date. Ties are broken by identifier.
+  /// A key, nested ones with dots. Empty: by import date. Documents without the key come first, then numbers
+  /// (booleans as 1 and 0), then text without regard to case; ties are broken by identifier. Descending is
+  /// exactly the reverse.
   std::string sortField;
   bool ascending = true;
 };
@@ -44,21 +49,23 @@ class AssetStore {
   [[nodiscard]] virtual Result<std::vector<Result<std::string>>> create(const Array& documents) = 0;
 
   /// Merges the keys of each item into the document named by its "_id" (dictionaries by key, everything else
-  /// replaced) and gives the identifiers by position.
+  /// replaced) and gives the identifiers by position. Items fail as in create(), and with `itemNotFound`.
   [[nodiscard]] virtual Result<std::vector<Result<std::string>>> update(const Array& items) = 0;
 
-  /// Removes the documents and gives what each was, by position.
+  /// Removes the documents and gives what each was, by position; `itemNotFound` for those there were none of.
   [[nodiscard]] virtual Result<std::vector<Result<Dictionary>>> remove(
       const std::vector<std::string>& ids) = 0;
 
   /// The document as compact JSON, "_id" included; absent when unknown.
   [[nodiscard]] virtual Result<std::optional<std::string>> document(const std::string& id) = 0;
 
+  /// `queryInvalid` with the mistake's position, `invalidRequest` for negative paging, `timedOut` for a
+  /// search that takes too long.
   [[nodiscard]] virtual Result<SearchPage> search(const SearchRequest& request) = 0;
 
   [[nodiscard]] virtual Result<std::int64_t> count() = 0;
 
-  /// Whether the database is sound.
+  /// Whether the database is sound. Reads all of it.
   [[nodiscard]] virtual Result<void> checkIntegrity() = 0;
 
   /// Writes a consistent copy of the database into the folder, which must exist and be empty.

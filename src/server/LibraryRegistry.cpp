@@ -1,0 +1,358 @@
+#include "server/LibraryRegistry.h"
+
+#include <vornex/Log.h>
+#include <vornex/Types.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
+#include "core/Coercion.h"
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
+#include "foundation/PropertyList.h"
+#include "foundation/Text.h"
+#include "server/ServerError.h"
+
+namespace vornex::server {
+namespace {
+
+constexpr std::size_t kLongestName = 128;
+constexpr std::size_t kMostOpeners = 8;
+constexpr const char* kRemovedPrefix = ".removed-";
+
+bool isNameCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
+         c == '.';
+}
+
+Result<void> checkRecord(const Dictionary& record) {
+  OptionalString dbName = coerce::string(record.find("dbname"));
+  OptionalString name = coerce::string(record.find("name"));
+  OptionalString folder = coerce::string(record.find("packagefolder"));
+  if (!dbName || !isValidDatabaseName(*dbName)) {
+    return serverFailure(StatusCode::invalidRequest,
+                         "The library's database name is missing or not allowed.");
+  }
+  if (!name || !folder || !folder->starts_with('/')) {
+    return serverFailure(StatusCode::invalidRequest,
+                         fmt::format("The library {} lacks a name or an absolute package folder.", *dbName));
+  }
+  return {};
+}
+
+/// The usable local libraries of the list file by database name.
+Result<std::map<std::string, Dictionary>> readListFile() {
+  std::map<std::string, Dictionary> libraries;
+  std::string path = layout::localLibraryPlist();
+  if (!itemExists(path)) return libraries;
+  auto file = readDictionaryFile(path);
+  if (!file) return tl::unexpected(file.error());
+  for (const Value& value : coerce::array(file->find("library"))) {
+    const Dictionary* record = value.ifDictionary();
+    if (!record || coerce::integer(record->find("type")) != kLibraryTypeLocal) continue;
+    if (auto checked = checkRecord(*record); !checked) {
+      logLine(LogLevel::warning, path + ": " + checked.error().message);
+      continue;
+    }
+    libraries.emplace(*record->find("dbname")->ifString(), *record);
+  }
+  return libraries;
+}
+
+/// Takes the folder out of the way in one step, so that a removal that is cut short leaves no half database.
+Result<void> removeDatabaseFolder(const std::string& dbName) {
+  std::string folder = layout::databaseFolder(dbName);
+  if (!itemExists(folder)) return {};
+  std::string grave = appendPathComponent(layout::databaseRoot(), kRemovedPrefix + makeUUID());
+  std::error_code error;
+  std::filesystem::rename(folder, grave, error);
+  if (error) return posixFailure(error.value(), "Cannot remove " + folder);
+  if (auto synced = syncDirectory(layout::databaseRoot()); !synced) return synced;
+  std::filesystem::remove_all(grave, error);
+  if (error) logLine(LogLevel::warning, fmt::format("Cannot remove {} yet: {}", grave, error.message()));
+  return {};
+}
+
+void finishRemovals() {
+  std::error_code error;
+  std::filesystem::directory_iterator folders(layout::databaseRoot(), error);
+  if (error) return;
+  for (const auto& folder : folders) {
+    if (folder.path().filename().string().starts_with(kRemovedPrefix))
+      std::filesystem::remove_all(folder, error);
+  }
+}
+
+std::shared_ptr<AssetStore> shareUntil(std::unique_ptr<AssetStore> store,
+                                       std::shared_ptr<std::latch> closed) {
+  return {store.release(), [closed = std::move(closed)](AssetStore* last) {
+            delete last;
+            closed->count_down();
+          }};
+}
+
+}  // namespace
+
+bool isValidDatabaseName(std::string_view name) {
+  return !name.empty() && name.size() <= kLongestName && name.front() != '.' &&
+         std::all_of(name.begin(), name.end(), isNameCharacter);
+}
+
+LibraryTrees::LibraryTrees(const std::string& packageFolder)
+    : projects(layout::projectPlist(packageFolder)),
+      liveFolders(layout::liveFolderPlist(packageFolder)),
+      fcpxLibraries(layout::fcpxLibraryPlist(packageFolder)) {}
+
+/// The exclusive right to change one library.
+class LibraryRegistry::Turn {
+ public:
+  Turn(LibraryRegistry& registry, std::string dbName) : registry_(registry), dbName_(std::move(dbName)) {
+    std::unique_lock lock(registry_.mutex_);
+    registry_.turnEnded_.wait(lock, [this] { return !registry_.busy_.contains(dbName_); });
+    registry_.busy_.insert(dbName_);
+  }
+  ~Turn() {
+    {
+      std::lock_guard lock(registry_.mutex_);
+      registry_.busy_.erase(dbName_);
+    }
+    registry_.turnEnded_.notify_all();
+  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  LibraryRegistry& registry_;
+  const std::string dbName_;
+};
+
+Result<void> LibraryRegistry::readList() {
+  std::lock_guard reading(listMutex_);
+  auto fresh = takeListFile();
+  if (!fresh) return tl::unexpected(fresh.error());
+  if (loaded_) (void)openEach(*fresh);  // a failure has become the library's state
+  return {};
+}
+
+/// Brings the entries in line with the list file; gives the libraries that are new.
+Result<std::vector<std::string>> LibraryRegistry::takeListFile() {
+  auto listed = readListFile();
+  if (!listed) return tl::unexpected(listed.error());
+  std::vector<std::string> gone;
+  {
+    std::lock_guard lock(mutex_);
+    for (const auto& [dbName, entry] : entries_) {
+      if (entry.listed && !listed->contains(dbName)) gone.push_back(dbName);
+    }
+  }
+  for (const std::string& dbName : gone) {
+    Turn turn(*this, dbName);
+    closeLocked(dbName);
+    forgetLocked(dbName);
+  }
+  std::vector<std::string> fresh;
+  for (const auto& [dbName, record] : *listed) {
+    Turn turn(*this, dbName);
+    if (takeRecord(record, true)) fresh.push_back(dbName);
+  }
+  return fresh;
+}
+
+/// Stores the record under its database name. Returns whether the library is new.
+bool LibraryRegistry::takeRecord(const Dictionary& record, bool listed) {
+  const std::string& dbName = *record.find("dbname")->ifString();
+  const std::string& packageFolder = *record.find("packagefolder")->ifString();
+  bool isNew = false;
+  bool changed = false;
+  {
+    std::lock_guard lock(mutex_);
+    isNew = !entries_.contains(dbName);
+    Entry& entry = entries_[dbName];
+    entry.listed = entry.listed || listed;
+    changed = !isNew && !(*entry.library.record == record);
+    if (isNew || entry.library.packageFolder != packageFolder) {
+      entry.library.trees = std::make_shared<LibraryTrees>(packageFolder);
+    }
+    entry.library.dbName = dbName;
+    entry.library.packageFolder = packageFolder;
+    entry.library.record = std::make_shared<const Dictionary>(record);
+  }
+  if (changed) events_.updated({record});
+  return isNew;
+}
+
+Result<LibraryRegistry::LoadReport> LibraryRegistry::load() {
+  std::lock_guard reading(listMutex_);
+  finishRemovals();
+  if (auto fresh = takeListFile(); !fresh) return tl::unexpected(fresh.error());
+  LoadReport report = openEach(names());
+  loaded_ = true;
+  events_.loaded();
+  return report;
+}
+
+LibraryRegistry::LoadReport LibraryRegistry::openEach(const std::vector<std::string>& dbNames) {
+  LoadReport report;
+  std::mutex reportMutex;
+  std::atomic<std::size_t> next = 0;
+  auto openNext = [&] {
+    for (std::size_t i = next++; i < dbNames.size(); i = next++) {
+      auto opened = open(dbNames[i], false);
+      std::lock_guard lock(reportMutex);
+      if (opened) {
+        ++report.open;
+      } else {
+        report.failures.push_back({dbNames[i], opened.error()});
+      }
+    }
+  };
+  {
+    std::vector<std::jthread> openers;
+    for (std::size_t i = 1; i < std::min(dbNames.size(), kMostOpeners); ++i) openers.emplace_back(openNext);
+    openNext();
+  }
+  std::sort(report.failures.begin(), report.failures.end(),
+            [](const Failure& a, const Failure& b) { return a.dbName < b.dbName; });
+  return report;
+}
+
+Result<void> LibraryRegistry::add(const Dictionary& record) {
+  if (auto checked = checkRecord(record); !checked) return checked;
+  const std::string& dbName = *record.find("dbname")->ifString();
+  Turn turn(*this, dbName);
+  bool isNew = takeRecord(record, false);
+  auto opened = openLocked(dbName, true);
+  if (!opened && isNew) {
+    std::lock_guard lock(mutex_);
+    entries_.erase(dbName);
+  }
+  if (opened && isNew) events_.created({record});
+  return opened;
+}
+
+Result<void> LibraryRegistry::launch(const std::string& dbName) {
+  return open(dbName, false);
+}
+
+Result<void> LibraryRegistry::open(const std::string& dbName, bool mayCreate) {
+  Turn turn(*this, dbName);
+  return openLocked(dbName, mayCreate);
+}
+
+/// Only the holder of the library's turn may call this.
+Result<void> LibraryRegistry::openLocked(const std::string& dbName, bool mayCreate) {
+  auto library = find(dbName);
+  if (!library)
+    return serverFailure(StatusCode::databaseNotFound, fmt::format("There is no library {}.", dbName));
+  if (library->state == LibraryState::open) return {};
+
+  std::string folder = layout::databaseFolder(dbName);
+  if (!mayCreate && !isDirectory(folder)) {
+    logLine(LogLevel::error, fmt::format("The database of library {} is missing", dbName));
+    setFailed(dbName);
+    return serverFailure(StatusCode::databaseNotFound,
+                         fmt::format("The database of library {} is missing.", dbName));
+  }
+  auto store = openStore_(folder);
+  if (!store) {
+    logLine(LogLevel::error,
+            fmt::format("Cannot open the database of library {}: {}", dbName, store.error().message));
+    setFailed(dbName);
+    return tl::unexpected(store.error());
+  }
+  {
+    std::lock_guard lock(mutex_);
+    Entry& entry = entries_.at(dbName);
+    entry.storeClosed = std::make_shared<std::latch>(1);
+    entry.library.store = shareUntil(std::move(*store), entry.storeClosed);
+    entry.library.state = LibraryState::open;
+  }
+  events_.stateChanged(dbName, LibraryState::open);
+  return {};
+}
+
+void LibraryRegistry::setFailed(const std::string& dbName) {
+  {
+    std::lock_guard lock(mutex_);
+    entries_.at(dbName).library.state = LibraryState::failed;
+  }
+  events_.stateChanged(dbName, LibraryState::failed);
+}
+
+void LibraryRegistry::close(const std::string& dbName) {
+  Turn turn(*this, dbName);
+  closeLocked(dbName);
+}
+
+/// Only the holder of the library's turn may call this.
+void LibraryRegistry::closeLocked(const std::string& dbName) {
+  std::shared_ptr<AssetStore> store;
+  std::shared_ptr<std::latch> closed;
+  {
+    std::lock_guard lock(mutex_);
+    auto found = entries_.find(dbName);
+    if (found == entries_.end()) return;
+    store = std::move(found->second.library.store);
+    closed = std::move(found->second.storeClosed);
+    found->second.library.store.reset();
+    found->second.storeClosed.reset();
+    found->second.library.state = LibraryState::closed;
+  }
+  if (!store) return;
+  store.reset();
+  closed->wait();
+  events_.stateChanged(dbName, LibraryState::closed);
+}
+
+void LibraryRegistry::closeAll() {
+  for (const std::string& dbName : names()) close(dbName);
+}
+
+Result<void> LibraryRegistry::remove(const std::string& dbName) {
+  if (!isValidDatabaseName(dbName)) {
+    return serverFailure(StatusCode::invalidRequest, "The database name is not allowed.");
+  }
+  Turn turn(*this, dbName);
+  closeLocked(dbName);
+  if (auto removed = removeDatabaseFolder(dbName); !removed) return removed;
+  forgetLocked(dbName);
+  return {};
+}
+
+/// Only the holder of the library's turn may call this.
+void LibraryRegistry::forgetLocked(const std::string& dbName) {
+  std::shared_ptr<const Dictionary> record;
+  {
+    std::lock_guard lock(mutex_);
+    auto found = entries_.find(dbName);
+    if (found == entries_.end()) return;
+    record = found->second.library.record;
+    entries_.erase(found);
+  }
+  events_.deleted({*record});
+}
+
+std::optional<Library> LibraryRegistry::find(const std::string& dbName) const {
+  std::lock_guard lock(mutex_);
+  auto found = entries_.find(dbName);
+  if (found == entries_.end()) return {};
+  return found->second.library;
+}
+
+std::vector<Library> LibraryRegistry::all() const {
+  std::lock_guard lock(mutex_);
+  std::vector<Library> libraries;
+  for (const auto& [dbName, entry] : entries_) libraries.push_back(entry.library);
+  return libraries;
+}
+
+std::vector<std::string> LibraryRegistry::names() const {
+  std::lock_guard lock(mutex_);
+  std::vector<std::string> result;
+  for (const auto& [dbName, entry] : entries_) result.push_back(dbName);
+  return result;
+}
+
+}  // namespace vornex::server

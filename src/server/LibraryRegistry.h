@@ -1,0 +1,138 @@
+#pragma once
+
+#include <vornex/Value.h>
+
+#include <condition_variable>
+#include <functional>
+#include <latch>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "foundation/Error.h"
+#include "server/TreeFile.h"
+#include "server/store/AssetStore.h"
+
+namespace vornex::server {
+
+/// A name that may become a folder: up to 128 letters, digits, "-", "_" and ".", not starting with a dot.
+bool isValidDatabaseName(std::string_view name);
+
+enum class LibraryState { closed = 0, open = 1, failed = 2 };
+
+/// The trees in a package folder.
+struct LibraryTrees {
+  explicit LibraryTrees(const std::string& packageFolder);
+  TreeFile projects;
+  TreeFile liveFolders;
+  TreeFile fcpxLibraries;
+};
+
+/// A library as one request sees it. While somebody holds it, its database stays open.
+struct Library {
+  std::string dbName;
+  std::string packageFolder;
+  /// The 17-key dictionary.
+  std::shared_ptr<const Dictionary> record;
+  LibraryState state = LibraryState::closed;
+  /// Null unless the state is open.
+  std::shared_ptr<AssetStore> store;
+  std::shared_ptr<LibraryTrees> trees;
+};
+
+/// What happens to libraries, told to the clients of the control channel.
+struct LibraryEvents {
+  std::function<void(const std::string& dbName, LibraryState state)> stateChanged = [](auto&&...) {};
+  std::function<void()> loaded = [] {};
+  std::function<void(Array records)> created = [](auto&&...) {};
+  std::function<void(Array records)> updated = [](auto&&...) {};
+  std::function<void(Array records)> deleted = [](auto&&...) {};
+};
+
+/// The local libraries: those of the list file and those added since, each with its database.
+///
+/// Thread-safety: safe on any thread, but for listen(), during which no library may be changing. Changes of
+/// one library wait for one another; those of different libraries run side by side. Events are delivered on
+/// the changing thread, without locks.
+class LibraryRegistry {
+ public:
+  using StoreOpener = std::function<Result<std::unique_ptr<AssetStore>>(const std::string& folder)>;
+
+  struct Failure {
+    std::string dbName;
+    Error error;
+  };
+  struct LoadReport {
+    /// How many libraries are open.
+    std::size_t open = 0;
+    std::vector<Failure> failures;
+  };
+
+  explicit LibraryRegistry(StoreOpener opener) : openStore_(std::move(opener)) {}
+  ~LibraryRegistry() { closeAll(); }
+
+  void listen(LibraryEvents events) { events_ = std::move(events); }
+
+  /// Reads the list file: libraries that left it are closed and forgotten, changed records are taken over,
+  /// and new ones are known, and open when load() has run. Libraries that add() brought and that the file
+  /// never named stay.
+  [[nodiscard]] Result<void> readList();
+
+  /// Reads the list file and opens every library that is not open, several at a time. A library whose
+  /// database is missing or damaged is a failure and does not stop the others.
+  [[nodiscard]] Result<LoadReport> load();
+
+  /// Takes the library in and opens its database, made when it is missing. A known one gets the new record.
+  [[nodiscard]] Result<void> add(const Dictionary& record);
+
+  /// Opens the database of a known library; `databaseNotFound` when the library or its database is unknown.
+  [[nodiscard]] Result<void> launch(const std::string& dbName);
+
+  /// Closes the database after the requests that use it have ended. Closing what is closed is a success.
+  void close(const std::string& dbName);
+  void closeAll();
+
+  /// Closes, forgets and removes the database folder, also of a library that is unknown.
+  [[nodiscard]] Result<void> remove(const std::string& dbName);
+
+  std::optional<Library> find(const std::string& dbName) const;
+  std::vector<Library> all() const;
+
+ private:
+  struct Entry {
+    Library library;
+    /// Named by the list file.
+    bool listed = false;
+    /// Counted down when the last holder of the open store lets go of it.
+    std::shared_ptr<std::latch> storeClosed;
+  };
+  class Turn;
+
+  [[nodiscard]] Result<void> open(const std::string& dbName, bool mayCreate);
+  [[nodiscard]] Result<void> openLocked(const std::string& dbName, bool mayCreate);
+  void closeLocked(const std::string& dbName);
+  void forgetLocked(const std::string& dbName);
+  void setFailed(const std::string& dbName);
+  std::vector<std::string> names() const;
+  Result<std::vector<std::string>> takeListFile();
+  LoadReport openEach(const std::vector<std::string>& dbNames);
+  bool takeRecord(const Dictionary& record, bool listed);
+
+  const StoreOpener openStore_;
+  LibraryEvents events_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable turnEnded_;
+  std::map<std::string, Entry> entries_;
+  /// The libraries that are being changed.
+  std::set<std::string> busy_;
+  /// One reading of the list file at a time; guards loaded_.
+  std::mutex listMutex_;
+  bool loaded_ = false;
+};
+
+}  // namespace vornex::server

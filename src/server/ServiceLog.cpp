@@ -1,0 +1,69 @@
+#include "server/ServiceLog.h"
+
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
+#include "server/ServerError.h"
+
+namespace vornex::server {
+namespace {
+
+constexpr std::size_t kFileSize = 5 * 1024 * 1024;
+constexpr std::size_t kGenerations = 3;
+
+spdlog::level::level_enum spdlogLevel(LogLevel level) {
+  switch (level) {
+    case LogLevel::debug:
+      return spdlog::level::debug;
+    case LogLevel::info:
+      return spdlog::level::info;
+    case LogLevel::warning:
+      return spdlog::level::warn;
+    case LogLevel::error:
+      return spdlog::level::err;
+  }
+  return spdlog::level::err;
+}
+
+/// A line stays one line, whatever a client put into it.
+std::string withoutControls(std::string line) {
+  std::replace_if(
+      line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
+  return line;
+}
+
+}  // namespace
+
+Result<LogLevel> logLevelNamed(const std::string& name) {
+  if (name == "debug") return LogLevel::debug;
+  if (name == "info") return LogLevel::info;
+  if (name == "warning") return LogLevel::warning;
+  if (name == "error") return LogLevel::error;
+  return serverFailure(StatusCode::invalidRequest, "There is no log level \"" + name + "\".");
+}
+
+Result<void> startServiceLog(LogLevel level) {
+  if (auto made = createDirectories(layout::serviceFolder(), 0700); !made) return made;
+  try {
+    auto errors = std::make_shared<spdlog::sinks::stderr_sink_mt>();
+    auto file = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(layout::serviceLogFile(), kFileSize,
+                                                                       kGenerations);
+    auto logger = std::make_shared<spdlog::logger>("vornexd", spdlog::sinks_init_list{errors, file});
+    logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %l %v");
+    logger->set_level(spdlogLevel(level));
+    logger->flush_on(spdlog::level::info);
+    setLogSink([logger](LogLevel lineLevel, const std::string& line) {
+      logger->log(spdlogLevel(lineLevel), "{}", withoutControls(line));
+    });
+  } catch (const spdlog::spdlog_ex& exception) {
+    return failure("log", 0, exception.what());
+  }
+  return {};
+}
+
+}  // namespace vornex::server

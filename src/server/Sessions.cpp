@@ -1,0 +1,118 @@
+#include "server/Sessions.h"
+
+#include <algorithm>
+
+#include "core/DateNumber.h"
+#include "server/ServerError.h"
+
+namespace vornex::server {
+namespace {
+
+constexpr auto kIdleLimit = std::chrono::hours(12);
+constexpr auto kForgiveAfter = std::chrono::minutes(15);
+constexpr int kFreeFailures = 3;
+constexpr auto kFirstDelay = std::chrono::milliseconds(200);
+constexpr auto kLongestDelay = std::chrono::milliseconds(5000);
+constexpr std::size_t kMostRecords = 4096;
+
+Date now() {
+  return std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+}
+
+tl::unexpected<Error> loggedInElsewhere(const User& user) {
+  return serverFailure(StatusCode::alreadyLoggedIn,
+                       fmt::format("The user {} is logged in from another device.", user.id));
+}
+
+}  // namespace
+
+Result<void> Sessions::login(const User& user, const Client& client, bool force, Clock::time_point at) {
+  std::lock_guard lock(mutex_);
+  dropIdle(at);
+  if (!user.isOwner()) {
+    for (auto& [key, session] : sessions_) {
+      if (key.first != user.id || key.second == client.device || session.displaced) continue;
+      if (!force) return loggedInElsewhere(user);
+      session.displaced = true;
+    }
+  }
+  Key key{user.id, client.device};
+  if (!sessions_.contains(key)) {
+    makeRoom();
+    if (sessions_.size() >= limit_) {
+      return serverFailure(StatusCode::tooManySessions,
+                           fmt::format("The server has {} sessions already.", limit_));
+    }
+  }
+  sessions_.insert_or_assign(key, Session{user.name, client, now(), at, false});
+  return {};
+}
+
+void Sessions::logout(const User& user, const Client& client) {
+  std::lock_guard lock(mutex_);
+  sessions_.erase({user.id, client.device});
+}
+
+Result<void> Sessions::admit(const User& user, const Client& client, Clock::time_point at) {
+  std::lock_guard lock(mutex_);
+  auto found = sessions_.find({user.id, client.device});
+  if (found == sessions_.end()) return {};
+  if (found->second.displaced) return loggedInElsewhere(user);
+  found->second.lastSeen = at;
+  return {};
+}
+
+Array Sessions::list() const {
+  std::lock_guard lock(mutex_);
+  Array result;
+  for (const auto& [key, session] : sessions_) {
+    if (session.displaced) continue;
+    result.push_back(Dictionary{{"userid", key.first},
+                                {"username", session.userName},
+                                {"host", session.client.host},
+                                {"deviceuuid", session.client.device},
+                                {"clienttype", session.client.type},
+                                {"logindate", dateNumber(session.loginDate)}});
+  }
+  return result;
+}
+
+void Sessions::dropIdle(Clock::time_point at) {
+  std::erase_if(sessions_, [at](const auto& entry) { return at - entry.second.lastSeen > kIdleLimit; });
+}
+
+/// Displaced sessions are only kept as long as nobody needs their place.
+void Sessions::makeRoom() {
+  while (sessions_.size() >= limit_) {
+    auto displaced = std::find_if(sessions_.begin(), sessions_.end(),
+                                  [](const auto& entry) { return entry.second.displaced; });
+    if (displaced == sessions_.end()) return;
+    sessions_.erase(displaced);
+  }
+}
+
+std::chrono::milliseconds FailedLogins::count(const std::string& userID, const std::string& host,
+                                              Clock::time_point at) {
+  std::lock_guard lock(mutex_);
+  std::erase_if(records_, [at](const auto& entry) { return at - entry.second.last > kForgiveAfter; });
+  if (records_.size() >= kMostRecords) {
+    records_.erase(std::min_element(records_.begin(), records_.end(), [](const auto& a, const auto& b) {
+      return a.second.last < b.second.last;
+    }));
+  }
+  Record& record = records_[{userID, host}];
+  record.last = at;
+  ++record.failures;
+  auto delay = std::chrono::milliseconds(0);
+  for (int failure = kFreeFailures; failure < record.failures && delay < kLongestDelay; ++failure) {
+    delay = delay.count() == 0 ? kFirstDelay : std::min(delay * 2, kLongestDelay);
+  }
+  return delay;
+}
+
+void FailedLogins::forget(const std::string& userID, const std::string& host) {
+  std::lock_guard lock(mutex_);
+  records_.erase({userID, host});
+}
+
+}  // namespace vornex::server

@@ -1,0 +1,256 @@
+#include "server/control/ControlProtocol.h"
+
+#include <unistd.h>
+#include <vornex/Log.h>
+
+#include <exception>
+
+#include "core/Coercion.h"
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
+#include "foundation/Json.h"
+#include "server/ServerError.h"
+
+namespace vornex::server {
+namespace {
+
+// JSON-RPC's own codes.
+constexpr std::int64_t kParseError = -32700;
+constexpr std::int64_t kInvalidRequest = -32600;
+constexpr std::int64_t kMethodNotFound = -32601;
+constexpr std::int64_t kInvalidParams = -32602;
+
+Error rpcError(std::int64_t code, std::string message) {
+  return {kServerErrorDomain, code, std::move(message)};
+}
+
+std::string errorMessage(const Value& id, const Error& error) {
+  Dictionary details{
+      {"code", error.code}, {"message", error.message}, {"data", Dictionary{{"domain", error.domain}}}};
+  return writeJson(Dictionary{{"jsonrpc", "2.0"}, {"id", id}, {"error", std::move(details)}});
+}
+
+std::string resultMessage(const Value& id, Value result) {
+  return writeJson(Dictionary{{"jsonrpc", "2.0"}, {"id", id}, {"result", std::move(result)}});
+}
+
+std::string notification(const char* method, Dictionary params = {}) {
+  return writeJson(Dictionary{{"jsonrpc", "2.0"}, {"method", method}, {"params", std::move(params)}});
+}
+
+Result<std::string> dbNameOf(const Dictionary& params) {
+  OptionalString dbName = coerce::string(params.find("dbname"));
+  if (dbName) return *dbName;
+  return tl::unexpected(rpcError(kInvalidParams, "\"dbname\" is missing."));
+}
+
+Result<Value> emptyResult(const Result<void>& done) {
+  if (!done) return tl::unexpected(done.error());
+  return Value(Dictionary{});
+}
+
+}  // namespace
+
+struct ControlProtocol::Method {
+  const char* name;
+  Reply (ControlProtocol::*call)(const Dictionary& params);
+};
+
+const ControlProtocol::Method* ControlProtocol::methodNamed(const std::string& name) {
+  using P = ControlProtocol;
+  static constexpr Method kMethods[] = {
+      {"register", &P::registerClient},
+      {"launchWebServer", &P::launchWebServer},
+      {"loadLibrary", &P::loadLibrary},
+      {"stopWebServer", &P::stopWebServer},
+      {"shutdownDatabase", &P::shutdownDatabase},
+      {"getWebServerState", &P::getWebServerState},
+      {"getUserSessions", &P::getUserSessions},
+      {"getLocalAccountPassword", &P::getLocalAccountPassword},
+      {"updateLibrary", &P::updateLibrary},
+      {"updateUsers", &P::updateUsers},
+      {"addLibrary", &P::addLibrary},
+      {"getLibraryForDBName", &P::getLibraryForDBName},
+      {"launchLibraryForDBName", &P::launchLibraryForDBName},
+      {"terminateLibraryForDBName", &P::terminateLibraryForDBName},
+      {"removeLibraryWithDBName", &P::removeLibraryWithDBName},
+      {"startAllBookmarks", &P::startAllBookmarks},
+      {"terminate", &P::terminate},
+  };
+  for (const Method& method : kMethods) {
+    if (name == method.name) return &method;
+  }
+  return nullptr;
+}
+
+void ControlProtocol::sendEventsTo(std::function<void(std::string)> broadcast) {
+  broadcast_ = std::move(broadcast);
+  auto sendLibraries = [this](const char* method) {
+    return [this, method](Array records) {
+      broadcast_(notification(method, {{"libraries", std::move(records)}}));
+    };
+  };
+  LibraryEvents events;
+  events.stateChanged = [this](const std::string& dbName, LibraryState state) {
+    broadcast_(notification("vornexLibraryDidChangeState",
+                            {{"dbname", dbName}, {"state", static_cast<int>(state)}}));
+  };
+  events.loaded = [this] { broadcast_(notification("vornexLibraryDidLoad")); };
+  events.created = sendLibraries("vornexLibraryCreated");
+  events.updated = sendLibraries("vornexLibraryUpdated");
+  events.deleted = sendLibraries("vornexLibraryDeleted");
+  service_.libraries().listen(std::move(events));
+}
+
+std::string ControlProtocol::launchedNotification() {
+  return notification("vornexServiceLaunched");
+}
+
+ControlProtocol::Outcome ControlProtocol::handle(std::string_view text) {
+  auto message = parseJson(text);
+  if (!message) return {errorMessage({}, rpcError(kParseError, message.error().message))};
+  const Value* id = message->find("id");
+  const Value* method = message->find("method");
+  // An answer to a call of the service; it makes none that takes one.
+  if (!method && (message->find("result") || message->find("error"))) return {};
+  if (!method || !method->ifString()) {
+    return {errorMessage(id ? *id : Value(), rpcError(kInvalidRequest, "The message is no JSON-RPC call."))};
+  }
+  const Method* known = methodNamed(*method->ifString());
+  const Value* params = message->find("params");
+  Reply result = Value(Dictionary{});
+  if (!known) {
+    result = tl::unexpected(rpcError(kMethodNotFound, "There is no method \"" + *method->ifString() + "\"."));
+  } else if (params && !params->ifDictionary()) {
+    result = tl::unexpected(rpcError(kInvalidParams, "\"params\" is no object."));
+  } else {
+    try {
+      result = (this->*known->call)(params ? *params->ifDictionary() : Dictionary{});
+    } catch (const std::exception& exception) {
+      result = failure("exception", 0, fmt::format("{}: {}", known->name, exception.what()));
+    }
+  }
+  Outcome outcome;
+  if (id)
+    outcome.reply =
+        result ? resultMessage(*id, std::move(*result)) : errorMessage(*id, publicError(result.error()));
+  outcome.registered = known && result && std::string_view(known->name) == "register";
+  outcome.terminate = known && result && std::string_view(known->name) == "terminate";
+  return outcome;
+}
+
+ControlProtocol::Reply ControlProtocol::registerClient(const Dictionary& params) {
+  logLine(LogLevel::info,
+          fmt::format("Process {} registers as a client", coerce::integer(params.find("pid"))));
+  return Dictionary{
+      {"version", serverVersion()}, {"pid", std::int64_t{::getpid()}}, {"root", layout::rootFolder()}};
+}
+
+ControlProtocol::Reply ControlProtocol::launchWebServer(const Dictionary& params) {
+  const Value* port = params.find("port");
+  const std::int64_t* number = port ? port->ifInteger() : nullptr;
+  if (!number || *number < 0 || *number > 65535) {
+    return tl::unexpected(rpcError(kInvalidParams, "\"port\" is no port number."));
+  }
+  bool wasServing = webServer_.port() != 0;
+  auto launched = webServer_.launch(static_cast<std::uint16_t>(*number));
+  if (!launched) return tl::unexpected(launched.error());
+  if (!wasServing) broadcast_(launchedNotification());
+  return Dictionary{{"port", std::int64_t{*launched}}};
+}
+
+ControlProtocol::Reply ControlProtocol::loadLibrary(const Dictionary&) {
+  auto report = service_.libraries().load();
+  if (!report) return tl::unexpected(report.error());
+  Array failures;
+  for (const auto& [dbName, error] : report->failures) {
+    Error shown = publicError(error);
+    failures.push_back(Dictionary{{"dbname", dbName}, {"code", shown.code}, {"msg", shown.message}});
+  }
+  return Dictionary{{"libraries", static_cast<std::int64_t>(report->open)},
+                    {"failures", std::move(failures)}};
+}
+
+ControlProtocol::Reply ControlProtocol::stopWebServer(const Dictionary&) {
+  webServer_.stop();
+  return Dictionary{};
+}
+
+ControlProtocol::Reply ControlProtocol::shutdownDatabase(const Dictionary&) {
+  service_.libraries().closeAll();
+  return Dictionary{};
+}
+
+ControlProtocol::Reply ControlProtocol::getWebServerState(const Dictionary&) {
+  std::int64_t port = webServer_.port();
+  return Dictionary{{"state", port != 0 ? 1 : 0}, {"port", port}};
+}
+
+ControlProtocol::Reply ControlProtocol::getUserSessions(const Dictionary&) {
+  return Dictionary{{"sessions", service_.sessions().list()}};
+}
+
+ControlProtocol::Reply ControlProtocol::getLocalAccountPassword(const Dictionary&) {
+  return Dictionary{{"password", service_.users().localPassword()}};
+}
+
+ControlProtocol::Reply ControlProtocol::updateLibrary(const Dictionary&) {
+  return emptyResult(service_.libraries().readList());
+}
+
+ControlProtocol::Reply ControlProtocol::updateUsers(const Dictionary&) {
+  return emptyResult(service_.users().reload());
+}
+
+ControlProtocol::Reply ControlProtocol::addLibrary(const Dictionary& params) {
+  const Value* library = params.find("library");
+  if (!library || !library->ifDictionary())
+    return tl::unexpected(rpcError(kInvalidParams, "\"library\" is no object."));
+  return emptyResult(service_.libraries().add(*library->ifDictionary()));
+}
+
+ControlProtocol::Reply ControlProtocol::getLibraryForDBName(const Dictionary& params) {
+  auto dbName = dbNameOf(params);
+  if (!dbName) return tl::unexpected(dbName.error());
+  auto library = service_.libraries().find(*dbName);
+  if (!library) return Dictionary{{"library", Value()}};
+  Dictionary record = *library->record;
+  record.set("dbport", library->state == LibraryState::open ? std::int64_t{webServer_.port()} : 0);
+  return Dictionary{{"library", std::move(record)}};
+}
+
+ControlProtocol::Reply ControlProtocol::launchLibraryForDBName(const Dictionary& params) {
+  auto dbName = dbNameOf(params);
+  if (!dbName) return tl::unexpected(dbName.error());
+  return emptyResult(service_.libraries().launch(*dbName));
+}
+
+ControlProtocol::Reply ControlProtocol::terminateLibraryForDBName(const Dictionary& params) {
+  auto dbName = dbNameOf(params);
+  if (!dbName) return tl::unexpected(dbName.error());
+  service_.libraries().close(*dbName);
+  return Dictionary{};
+}
+
+ControlProtocol::Reply ControlProtocol::removeLibraryWithDBName(const Dictionary& params) {
+  auto dbName = dbNameOf(params);
+  if (!dbName) return tl::unexpected(dbName.error());
+  return emptyResult(service_.libraries().remove(*dbName));
+}
+
+/// Access to folders needs no opening on this platform; what cannot be reached is worth a line in the log.
+ControlProtocol::Reply ControlProtocol::startAllBookmarks(const Dictionary&) {
+  for (const Library& library : service_.libraries().all()) {
+    if (isDirectory(library.packageFolder)) continue;
+    logLine(LogLevel::warning, fmt::format("The package folder of library {} cannot be reached: {}",
+                                           library.dbName, library.packageFolder));
+  }
+  return Dictionary{};
+}
+
+ControlProtocol::Reply ControlProtocol::terminate(const Dictionary&) {
+  logLine(LogLevel::info, "A client ends the service");
+  return Dictionary{};
+}
+
+}  // namespace vornex::server

@@ -1,0 +1,309 @@
+#include "server/control/ControlServer.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vornex/Log.h>
+
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/thread_pool.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+#include <cerrno>
+#include <deque>
+#include <future>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
+#include "server/ServerError.h"
+
+namespace vornex::server {
+
+namespace asio = boost::asio;
+using boost::system::error_code;
+using Unix = asio::local::stream_protocol;
+
+namespace {
+
+constexpr std::size_t kWorkers = 4;
+/// Calls of one client that are worked on or wait.
+constexpr std::size_t kMostCalls = 256;
+/// Bytes that may wait for a client that does not read.
+constexpr std::size_t kMostWaiting = std::size_t{64} << 20;
+/// How long a stop waits for clients to take their answers.
+constexpr auto kFarewell = std::chrono::seconds(1);
+constexpr auto kPauseAfterFailedAccept = std::chrono::milliseconds(100);
+
+/// The socket's folder, private to this user.
+Result<void> preparePrivateFolder(const std::string& folder) {
+  if (auto made = createDirectories(folder, 0700); !made) return made;
+  struct stat info {};
+  if (::lstat(folder.c_str(), &info) != 0) return posixFailure(errno, "Cannot examine " + folder);
+  if (!S_ISDIR(info.st_mode) || info.st_uid != ::geteuid()) {
+    return failure("posix", EPERM, folder + " belongs to somebody else");
+  }
+  if ((info.st_mode & 077) != 0 && ::chmod(folder.c_str(), 0700) != 0) {
+    return posixFailure(errno, "Cannot protect " + folder);
+  }
+  return {};
+}
+
+bool isSameUser(int socket) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::geteuid();
+}
+
+}  // namespace
+
+/// Everything below runs on one network thread, except the calls themselves, which workers run.
+class ControlServer::Running : public std::enable_shared_from_this<ControlServer::Running> {
+ public:
+  Running(ControlProtocol& protocol, std::function<void()> onTerminate)
+      : protocol_(protocol),
+        onTerminate_(std::move(onTerminate)),
+        acceptor_(io_),
+        pause_(io_),
+        workers_(kWorkers) {}
+
+  Result<void> start() {
+    path_ = layout::controlSocket();
+    if (auto prepared = preparePrivateFolder(deletingLastPathComponent(path_)); !prepared) return prepared;
+    // Only the holder of the root folder's lock comes here, so an old socket has no server any more.
+    if (::unlink(path_.c_str()) != 0 && errno != ENOENT)
+      return posixFailure(errno, "Cannot replace " + path_);
+    error_code error;
+    acceptor_.open(Unix(), error);
+    if (!error) bind(error);
+    if (!error) acceptor_.listen(asio::socket_base::max_listen_connections, error);
+    if (error) return failure("posix", error.value(), "Cannot listen on " + path_ + ": " + error.message());
+    asio::co_spawn(io_, accept(), asio::detached);
+    thread_ = std::thread([this] { io_.run(); });
+    return {};
+  }
+
+  void stop() {
+    std::promise<void> closed;
+    asio::post(io_, [this, &closed] {
+      error_code ignored;
+      stopping_ = true;
+      acceptor_.close(ignored);
+      pause_.cancel();
+      ::unlink(path_.c_str());
+      closed.set_value();
+    });
+    closed.get_future().wait();
+    workers_.join();
+    asio::post(io_, [this] { dismissClients(); });
+    work_.reset();
+    thread_.join();
+  }
+
+  /// Sends the notification to every registered client. Safe on any thread.
+  void broadcast(std::string message) {
+    asio::post(io_, [this, message = std::move(message)] {
+      for (const auto& client : clients_) {
+        if (client->registered) send(client, message);
+      }
+    });
+  }
+
+ private:
+  struct Client {
+    explicit Client(Unix::socket taken) : socket(std::move(taken)) {}
+    Unix::socket socket;
+    bool registered = false;
+    /// It sends nothing more.
+    bool ended = false;
+    std::size_t calls = 0;
+    std::deque<std::string> outgoing;
+    std::size_t waiting = 0;
+  };
+  using ClientPtr = std::shared_ptr<Client>;
+
+  void bind(error_code& error) {
+    try {
+      acceptor_.bind(Unix::endpoint(path_), error);  // the endpoint throws for a path that is too long
+    } catch (const boost::system::system_error& failure) {
+      error = failure.code();
+    }
+    if (!error && ::chmod(path_.c_str(), 0600) != 0) error.assign(errno, boost::system::system_category());
+  }
+
+  asio::awaitable<void> accept() {
+    while (!stopping_) {
+      auto [error, socket] = co_await acceptor_.async_accept(asio::as_tuple(asio::use_awaitable));
+      if (stopping_) co_return;
+      if (error) {
+        logLine(LogLevel::warning, "Cannot accept a control connection: " + error.message());
+        pause_.expires_after(kPauseAfterFailedAccept);
+        co_await pause_.async_wait(asio::as_tuple(asio::use_awaitable));
+        continue;
+      }
+      if (!isSameUser(socket.native_handle())) {
+        logLine(LogLevel::warning, "Refused a control connection of another user");
+        continue;
+      }
+      auto client = std::make_shared<Client>(std::move(socket));
+      clients_.insert(client);
+      asio::co_spawn(io_, read(client), asio::detached);
+    }
+  }
+
+  asio::awaitable<void> read(ClientPtr client) {
+    std::string buffer;
+    error_code error;
+    while (!error) {
+      std::size_t length =
+          co_await asio::async_read_until(client->socket, asio::dynamic_buffer(buffer, kLineLimit), '\n',
+                                          asio::redirect_error(asio::use_awaitable, error));
+      if (error) break;
+      std::string line = buffer.substr(0, length - 1);
+      buffer.erase(0, length);
+      if (!line.empty()) take(client, std::move(line));
+    }
+    if (error == asio::error::not_found) {
+      // A line without end cannot be answered, only ended.
+      logLine(LogLevel::warning, "A control message is too long; its connection is closed");
+      close(client);
+    }
+    client->ended = true;
+    settle(client);
+  }
+
+  /// Closes a connection that neither side needs any more.
+  void settle(const ClientPtr& client) {
+    bool over = client->ended || dismissed_;
+    if (over && client->calls == 0 && client->outgoing.empty()) close(client);
+  }
+
+  void take(const ClientPtr& client, std::string line) {
+    if (stopping_) return;
+    if (client->calls >= kMostCalls) {
+      logLine(LogLevel::warning, "A control client has too many calls under way; its connection is closed");
+      close(client);
+      return;
+    }
+    ++client->calls;
+    asio::post(workers_, [this, client, line = std::move(line)] {
+      auto outcome = protocol_.handle(line);
+      asio::post(io_, [this, client, outcome = std::move(outcome)] { finish(client, outcome); });
+    });
+  }
+
+  void finish(const ClientPtr& client, const ControlProtocol::Outcome& outcome) {
+    --client->calls;
+    if (outcome.reply) send(client, *outcome.reply);
+    if (outcome.registered) {
+      client->registered = true;
+      send(client, ControlProtocol::launchedNotification());
+    }
+    if (outcome.terminate) {
+      terminating_ = client;
+      if (client->outgoing.empty()) tellEnd(client);
+    }
+    settle(client);
+  }
+
+  void send(const ClientPtr& client, std::string message) {
+    if (!client->socket.is_open()) return;
+    message += '\n';
+    client->waiting += message.size();
+    if (client->waiting > kMostWaiting) {
+      logLine(LogLevel::warning, "A control client does not read; its connection is closed");
+      close(client);
+      return;
+    }
+    client->outgoing.push_back(std::move(message));
+    if (client->outgoing.size() == 1) writeNext(client);
+  }
+
+  void writeNext(const ClientPtr& client) {
+    asio::async_write(client->socket, asio::buffer(client->outgoing.front()),
+                      [this, client](error_code error, std::size_t) {
+                        if (error) return close(client);
+                        client->waiting -= client->outgoing.front().size();
+                        client->outgoing.pop_front();
+                        if (!client->outgoing.empty()) return writeNext(client);
+                        tellEnd(client);
+                        settle(client);
+                      });
+  }
+
+  /// Reports the end that this client asked for, once.
+  void tellEnd(const ClientPtr& client) {
+    if (terminating_ != client) return;
+    terminating_.reset();
+    onTerminate_();
+  }
+
+  void close(const ClientPtr& client) {
+    error_code ignored;
+    client->socket.close(ignored);
+    clients_.erase(client);
+    tellEnd(client);
+    if (dismissed_ && clients_.empty()) pause_.cancel();
+  }
+
+  void dismissClients() {
+    dismissed_ = true;
+    pause_.expires_after(kFarewell);
+    pause_.async_wait([this](error_code) {
+      for (const auto& client : std::set<ClientPtr>(clients_)) close(client);
+    });
+    for (const auto& client : std::set<ClientPtr>(clients_)) settle(client);
+    if (clients_.empty()) pause_.cancel();
+  }
+
+  ControlProtocol& protocol_;
+  const std::function<void()> onTerminate_;
+  std::string path_;
+  asio::io_context io_;
+  asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
+  Unix::acceptor acceptor_;
+  asio::steady_timer pause_;
+  asio::thread_pool workers_;
+  std::thread thread_;
+  bool stopping_ = false;
+  bool dismissed_ = false;
+  std::set<ClientPtr> clients_;
+  ClientPtr terminating_;
+};
+
+ControlServer::ControlServer(ControlProtocol& protocol, std::function<void()> onTerminate)
+    : protocol_(protocol), onTerminate_(std::move(onTerminate)) {}
+
+ControlServer::~ControlServer() {
+  stop();
+}
+
+Result<void> ControlServer::start() {
+  auto running = std::make_shared<Running>(protocol_, onTerminate_);
+  if (auto started = running->start(); !started) return started;
+  running_ = std::move(running);
+  protocol_.sendEventsTo([weak = std::weak_ptr(running_)](std::string notification) {
+    if (auto current = weak.lock()) current->broadcast(std::move(notification));
+  });
+  return {};
+}
+
+void ControlServer::stop() {
+  if (!running_) return;
+  running_->stop();
+  running_.reset();
+}
+
+}  // namespace vornex::server

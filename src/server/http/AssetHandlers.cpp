@@ -1,0 +1,216 @@
+#include <vornex/Log.h>
+
+#include <algorithm>
+
+#include "core/Coercion.h"
+#include "foundation/Json.h"
+#include "server/http/Handlers.h"
+#include "server/http/MediaFiles.h"
+#include "server/http/ReferenceCheck.h"
+#include "server/http/Replies.h"
+
+namespace vornex::server {
+namespace {
+
+constexpr std::int64_t kDefaultPageSize = 100;
+
+/// The body's "items", which must be objects.
+Result<Array> batchItems(const Context& context, const Request& request) {
+  auto body = bodyDictionary(request);
+  if (!body) return tl::unexpected(body.error());
+  Value* items = body->find("items");
+  Array* array = items ? items->ifArray() : nullptr;
+  if (!array) return serverFailure(StatusCode::invalidRequest, "The body has no \"items\".");
+  if (array->size() > context.limits.batchItems) {
+    return serverFailure(StatusCode::limitExceeded,
+                         fmt::format("A request takes at most {} items.", context.limits.batchItems));
+  }
+  for (const Value& item : *array) {
+    if (!item.ifDictionary()) return serverFailure(StatusCode::invalidRequest, "An item is no JSON object.");
+  }
+  return std::move(*array);
+}
+
+/// One reply item for each item; when every item failed, the first failure.
+template <typename T, typename Describe>
+Response batchReply(const std::vector<Result<T>>& results, Describe describe) {
+  Array items;
+  bool anySucceeded = results.empty();
+  for (const Result<T>& result : results) {
+    anySucceeded = anySucceeded || result;
+    items.push_back(result ? describe(*result) : statusDictionary(result.error()));
+  }
+  if (!anySucceeded) return errorReply(results.front().error());
+  return jsonReply(Dictionary{{"items", std::move(items)}});
+}
+
+Dictionary identifierItem(const std::string& id) {
+  return {{"_id", id}};
+}
+
+Response storeBatch(const Context& context, const Call& call, const Request& request, Right right,
+                    Result<std::vector<Result<std::string>>> (AssetStore::*operation)(const Array&)) {
+  auto library = openLibraryFor(context, call, right);
+  if (!library) return errorReply(library.error());
+  auto items = batchItems(context, request);
+  if (!items) return errorReply(items.error());
+  auto results = (library->store.get()->*operation)(*items);
+  if (!results) return errorReply(results.error());
+  return batchReply(*results, identifierItem);
+}
+
+/// An integer of the body, the fallback when it is absent.
+Result<std::int64_t> integerField(const Dictionary& body, const char* key, std::int64_t fallback,
+                                  std::int64_t least) {
+  const Value* value = body.find(key);
+  if (!value || value->isNull()) return fallback;
+  const std::int64_t* number = value->ifInteger();
+  if (number && *number >= least) return *number;
+  return serverFailure(StatusCode::invalidRequest,
+                       fmt::format("\"{}\" is no number from {} up.", key, least));
+}
+
+Result<SearchRequest> searchRequest(const Context& context, const Dictionary& body) {
+  auto page = integerField(body, "page", 0, 0);
+  if (!page) return tl::unexpected(page.error());
+  auto limit = integerField(body, "limit", std::min(kDefaultPageSize, context.limits.pageSize), 1);
+  if (!limit) return tl::unexpected(limit.error());
+  if (*limit > context.limits.pageSize) {
+    return serverFailure(StatusCode::limitExceeded,
+                         fmt::format("A page holds at most {} assets.", context.limits.pageSize));
+  }
+  SearchRequest search{*page, *limit, "", "", true};
+  if (const Value* query = body.find("query"); query && !query->isNull()) {
+    if (!query->ifString()) return serverFailure(StatusCode::invalidRequest, "\"query\" is no text.");
+    search.query = *query->ifString();
+  }
+  if (const Value* sort = body.find("sort")) {
+    search.sortField = coerce::string(sort->find("sortfield")).value_or("");
+    const Value* ascending = sort->find("ascending");
+    search.ascending = !ascending || coerce::boolean(ascending);
+  }
+  return search;
+}
+
+/// Documents come from the store as JSON and go out as they are.
+std::string searchReply(const Library& library, const SearchRequest& search, const SearchPage& page,
+                        std::chrono::duration<double> elapsed, const Value* tag) {
+  Dictionary rest{{"page", search.page},
+                  {"limit", search.limit},
+                  {"total", page.total},
+                  {"elapsed", elapsed.count()},
+                  {"projecthash", library.trees->projects.hash()},
+                  {"livefolderhash", library.trees->liveFolders.hash()},
+                  {"fcpxlibraryhash", library.trees->fcpxLibraries.hash()},
+                  {"version", serverVersion()}};
+  if (tag) rest.set("tag", *tag);
+  std::string json = "{\"items\":[";
+  std::size_t size = 1024;
+  for (const std::string& document : page.documents) size += document.size() + 1;
+  json.reserve(size);
+  for (const std::string& document : page.documents) {
+    if (json.back() != '[') json += ',';
+    json += document;
+  }
+  json += "],";
+  json += std::string_view(writeJson(rest)).substr(1);
+  return json;
+}
+
+/// Removes a file of a removed asset; gives the path if it is still there.
+void removeFile(const Library& library, MediaKind kind, const Value* path, Array& remaining) {
+  OptionalString recordPath = coerce::string(path);
+  if (!recordPath || recordPath->empty()) return;
+  auto removed = removeMedia(library.packageFolder, kind, *recordPath);
+  if (removed) return;
+  logLine(LogLevel::warning, fmt::format("Library {}: {}", library.dbName, removed.error().message));
+  remaining.push_back(*recordPath);
+}
+
+/// The master stays while another asset names it.
+void removeMaster(const Library& library, const Dictionary& asset, Array& remaining) {
+  const Value* path = asset.find("masterpath");
+  OptionalString recordPath = coerce::string(path);
+  if (!recordPath || recordPath->empty()) return;
+  auto needed = isAnyMaster(*library.store, *recordPath);
+  if (!needed)
+    logLine(LogLevel::warning, fmt::format("Library {}: {}", library.dbName, needed.error().message));
+  if (!needed || *needed) {
+    remaining.push_back(*recordPath);
+    return;
+  }
+  removeFile(library, MediaKind::master, path, remaining);
+}
+
+/// {"_id"}, with "remaining" when files of the asset could not be removed.
+Dictionary removeFiles(const Library& library, const Dictionary& asset, bool withMaster) {
+  Array remaining;
+  removeFile(library, MediaKind::thumbnail, asset.find("thumbnailpath"), remaining);
+  removeFile(library, MediaKind::preview, asset.find("previewpath"), remaining);
+  if (withMaster) removeMaster(library, asset, remaining);
+  Dictionary item = identifierItem(coerce::string(asset.find("_id")).value_or(""));
+  if (!remaining.empty()) item.set("remaining", std::move(remaining));
+  return item;
+}
+
+/// The query field "deleteoriginal", YES or NO; NO when it is absent.
+Result<bool> deletesOriginal(const Call& call) {
+  auto field = call.target.query.find("deleteoriginal");
+  if (field == call.target.query.end() || field->second == "NO") return false;
+  if (field->second == "YES") return true;
+  return serverFailure(StatusCode::invalidRequest, "\"deleteoriginal\" is neither YES nor NO.");
+}
+
+}  // namespace
+
+Response createAssets(const Context& context, const Call& call, const Request& request) {
+  return storeBatch(context, call, request, Right::addAssets, &AssetStore::create);
+}
+
+Response updateAssets(const Context& context, const Call& call, const Request& request) {
+  return storeBatch(context, call, request, Right::changeAssets, &AssetStore::update);
+}
+
+Response deleteAssets(const Context& context, const Call& call, const Request& request) {
+  auto library = openLibraryFor(context, call, Right::changeAssets);
+  if (!library) return errorReply(library.error());
+  auto withMaster = deletesOriginal(call);
+  if (!withMaster) return errorReply(withMaster.error());
+  auto items = batchItems(context, request);
+  if (!items) return errorReply(items.error());
+  std::vector<std::string> ids;
+  for (const Value& item : *items) {
+    OptionalString id = coerce::string(item.find("_id"));
+    if (!id) return errorReply(StatusCode::invalidRequest, "An item has no \"_id\".");
+    ids.push_back(*id);
+  }
+  auto removed = library->store->remove(ids);
+  if (!removed) return errorReply(removed.error());
+  return batchReply(*removed,
+                    [&](const Dictionary& asset) { return removeFiles(*library, asset, *withMaster); });
+}
+
+Response searchAssets(const Context& context, const Call& call, const Request& request) {
+  auto started = std::chrono::steady_clock::now();
+  auto library = openLibraryFor(context, call, Right::read);
+  if (!library) return errorReply(library.error());
+  auto body = bodyDictionary(request);
+  if (!body) return errorReply(body.error());
+  auto search = searchRequest(context, *body);
+  if (!search) return errorReply(search.error());
+  auto page = library->store->search(*search);
+  if (!page) return errorReply(page.error());
+  auto elapsed = std::chrono::steady_clock::now() - started;
+  return jsonTextReply(searchReply(*library, *search, *page, elapsed, body->find("tag")));
+}
+
+Response getAsset(const Context& context, const Call& call, const Request&) {
+  auto library = openLibraryFor(context, call, Right::read);
+  if (!library) return errorReply(library.error());
+  auto document = library->store->document(call.id);
+  if (!document) return errorReply(document.error());
+  if (!*document) return errorReply(StatusCode::itemNotFound, fmt::format("There is no asset {}.", call.id));
+  return jsonTextReply("{\"items\":[" + **document + "]}");
+}
+
+}  // namespace vornex::server

@@ -1,0 +1,152 @@
+#include "server/http/MediaFiles.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
+#include "foundation/Text.h"
+#include "server/ServerError.h"
+
+namespace vornex::server {
+namespace {
+
+std::string mediaFolderOf(const std::string& packageFolder, MediaKind kind) {
+  switch (kind) {
+    case MediaKind::master:
+      return layout::masterFolder(packageFolder);
+    case MediaKind::thumbnail:
+      return layout::thumbnailFolder(packageFolder);
+    case MediaKind::preview:
+      return layout::previewFolder(packageFolder);
+  }
+  return "";
+}
+
+tl::unexpected<Error> notFound() {
+  return serverFailure(StatusCode::itemNotFound, "There is no such file.");
+}
+
+bool isPlainName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+         name.find('\0') == std::string::npos;
+}
+
+/// The only place where a path is followed: each step opens one real folder in the one before it.
+FileDescriptor openFolderIn(const FileDescriptor& folder, const std::string& name) {
+  return FileDescriptor(
+      ::openat(folder.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+/// An entry of the folder whose name differs at most in case.
+std::optional<std::string> nameIgnoringCase(const FileDescriptor& folder, const std::string& name) {
+  FileDescriptor listed(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!listed) return {};
+  std::unique_ptr<DIR, int (*)(DIR*)> entries(::fdopendir(listed.get()), ::closedir);
+  if (!entries) return {};
+  (void)listed.release();  // closed with the listing
+  std::string wanted = foldedText(name);
+  while (const dirent* entry = ::readdir(entries.get())) {
+    if (isPlainName(entry->d_name) && foldedText(entry->d_name) == wanted) return entry->d_name;
+  }
+  return {};
+}
+
+enum class Spelling { exact, anyCase };
+
+/// Walks down to the folder that holds the last component.
+Result<MediaEntry> walk(const std::string& packageFolder, MediaKind kind,
+                        const std::vector<std::string>& components, Spelling spelling) {
+  if (components.empty() || !std::all_of(components.begin(), components.end(), isPlainName))
+    return notFound();
+  std::string root = mediaFolderOf(packageFolder, kind);
+  FileDescriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) {
+    if (errno == ENOENT || errno == ENOTDIR) return notFound();
+    return posixFailure(errno, "Cannot open " + root);
+  }
+  std::string recordPath = root.substr(packageFolder.size());
+  for (std::size_t i = 0; i + 1 < components.size(); ++i) {
+    std::string name = components[i];
+    FileDescriptor next = openFolderIn(folder, name);
+    if (!next && errno == ENOENT && spelling == Spelling::anyCase) {
+      if (auto other = nameIgnoringCase(folder, name)) {
+        name = *other;
+        next = openFolderIn(folder, name);
+      }
+    }
+    if (!next) return notFound();
+    recordPath = appendPathComponent(recordPath, name);
+    folder = std::move(next);
+  }
+  struct stat info {};
+  if (::fstatat(folder.get(), components.back().c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return notFound();
+  return MediaEntry{std::move(folder), components.back(), appendPathComponent(recordPath, components.back()),
+                    S_ISLNK(info.st_mode)};
+}
+
+std::vector<std::string> componentsOf(std::string_view path) {
+  std::vector<std::string> components;
+  while (!path.empty()) {
+    std::size_t slash = path.find('/');
+    if (slash != 0) components.emplace_back(path.substr(0, slash));
+    path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
+  }
+  return components;
+}
+
+}  // namespace
+
+Result<MediaEntry> findMedia(const std::string& packageFolder, MediaKind kind,
+                             const std::vector<std::string>& components) {
+  return walk(packageFolder, kind, components, Spelling::anyCase);
+}
+
+Result<OpenMedia> openMedia(const MediaEntry& entry, bool followLink) {
+  // Without O_NONBLOCK, opening a named pipe would wait for its writer.
+  int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | (followLink ? 0 : O_NOFOLLOW);
+  FileDescriptor file(::openat(entry.folder.get(), entry.name.c_str(), flags));
+  if (!file) {
+    if (errno == ENOENT || errno == ELOOP || errno == ENXIO) return notFound();
+    return posixFailure(errno, "Cannot open " + entry.recordPath);
+  }
+  struct stat info {};
+  if (::fstat(file.get(), &info) != 0) return posixFailure(errno, "Cannot examine " + entry.recordPath);
+  if (!S_ISREG(info.st_mode)) return notFound();
+  std::string etag = fmt::format("\"{:x}-{:x}-{:x}.{:x}\"", info.st_ino, info.st_size, info.st_mtim.tv_sec,
+                                 info.st_mtim.tv_nsec);
+  return OpenMedia{std::move(file), static_cast<std::uint64_t>(info.st_size), info.st_mtim.tv_sec,
+                   std::move(etag)};
+}
+
+Result<void> removeMedia(const std::string& packageFolder, MediaKind kind, const std::string& recordPath) {
+  std::vector<std::string> components = componentsOf(recordPath);
+  std::vector<std::string> prefix = componentsOf(mediaFolderOf("", kind));
+  if (components.size() <= prefix.size() || !std::equal(prefix.begin(), prefix.end(), components.begin()) ||
+      !std::all_of(components.begin(), components.end(), isPlainName)) {
+    return serverFailure(StatusCode::invalidRequest, "The path leads out of the library's media folder.");
+  }
+  components.erase(components.begin(), components.begin() + static_cast<std::ptrdiff_t>(prefix.size()));
+  auto entry = walk(packageFolder, kind, components, Spelling::exact);
+  if (!entry) {
+    if (statusCodeOf(entry.error()) == StatusCode::itemNotFound) return {};
+    return tl::unexpected(entry.error());
+  }
+  if (::unlinkat(entry->folder.get(), entry->name.c_str(), 0) == 0 || errno == ENOENT) return {};
+  if (errno != EISDIR) return posixFailure(errno, "Cannot remove " + recordPath);
+  // Through the open folder, so that nothing that was moved meanwhile is followed.
+  std::error_code error;
+  std::filesystem::remove_all(fmt::format("/proc/self/fd/{}/{}", entry->folder.get(), entry->name), error);
+  if (error) return posixFailure(error.value(), "Cannot remove " + recordPath);
+  return {};
+}
+
+}  // namespace vornex::server

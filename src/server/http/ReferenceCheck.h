@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "server/store/AssetStore.h"
+
+namespace vornex::server {
+
+/// Whether an asset that was imported by reference has its master at this path of the package
+/// ("/Media/Master/…").
+[[nodiscard]] Result<bool> isReferencedMaster(AssetStore& store, const std::string& recordPath);
+
+/// Whether any asset has its master at the path.
+[[nodiscard]] Result<bool> isAnyMaster(AssetStore& store, const std::string& recordPath);
+
+}  // namespace vornex::server

@@ -1,0 +1,153 @@
+#include "server/http/Router.h"
+
+#include <vornex/Log.h>
+
+#include <exception>
+
+#include "server/http/Credentials.h"
+#include "server/http/Handlers.h"
+#include "server/http/Replies.h"
+
+namespace vornex::server {
+namespace {
+
+constexpr std::string_view kDatabaseSegment = "{db}";
+constexpr std::string_view kIdentifierSegment = "{id}";
+constexpr std::string_view kPathSegment = "{path}";
+
+/// Whether the pattern takes the path; the values of its braces go into the call.
+bool matches(std::string_view pattern, const std::vector<std::string>& segments, Call& call) {
+  std::size_t position = 0;
+  pattern.remove_prefix(1);
+  while (!pattern.empty()) {
+    std::size_t slash = pattern.find('/');
+    std::string_view expected = pattern.substr(0, slash);
+    pattern.remove_prefix(slash == std::string_view::npos ? pattern.size() : slash + 1);
+    if (position == segments.size()) return false;
+    const std::string& segment = segments[position];
+    if (expected == kPathSegment) {
+      call.path.assign(segments.begin() + static_cast<std::ptrdiff_t>(position), segments.end());
+      return true;
+    }
+    if (expected == kDatabaseSegment) {
+      call.dbName = segment;
+    } else if (expected == kIdentifierSegment) {
+      call.id = segment;
+    } else if (expected != segment) {
+      return false;
+    }
+    ++position;
+  }
+  return position == segments.size();
+}
+
+/// GET routes answer HEAD too; the connection leaves the body out.
+bool takesMethod(const Route& route, const std::string& method) {
+  return method == route.method || (method == "HEAD" && std::string_view(route.method) == "GET");
+}
+
+/// The route of the request with its values, or the refusal.
+tl::expected<Call, Response> findRoute(const Request& request, Target target) {
+  const char* pattern = nullptr;
+  std::string allowed;
+  for (const Route& route : routes()) {
+    if (pattern && std::string_view(pattern) != route.pattern) continue;
+    Call call;
+    if (!matches(route.pattern, target.segments, call)) continue;
+    if (takesMethod(route, request.method)) {
+      call.route = &route;
+      call.target = std::move(target);
+      return call;
+    }
+    pattern = route.pattern;
+    allowed += (allowed.empty() ? "" : ", ") + std::string(route.method);
+  }
+  if (!pattern) {
+    return tl::unexpected(errorReply(StatusCode::unknownOperation, "The server knows no such operation."));
+  }
+  Response refusal =
+      errorReply(405, StatusCode::unknownOperation, "The operation takes another method: " + allowed);
+  refusal.headers.emplace_back("Allow", allowed);
+  return tl::unexpected(std::move(refusal));
+}
+
+/// The session calls must work on a device whose session was displaced.
+bool needsSession(const Route& route) {
+  return route.handler != login && route.handler != checkLogin && route.handler != logout;
+}
+
+}  // namespace
+
+const std::vector<Route>& routes() {
+  static const std::vector<Route> table{
+      {"GET", "/vornex/version", getVersion},
+      {"GET", "/vornex/login/check", checkLogin},
+      {"POST", "/vornex/login", login},
+      {"GET", "/vornex/logout", logout},
+      {"GET", "/vornex/libraries", listLibraries},
+      {"GET", "/vornex/libraries/{db}", getLibrary},
+      {"GET", "/vornex/libraries/{db}/projects", getProjects},
+      {"POST", "/vornex/libraries/{db}/assets/create", createAssets},
+      {"POST", "/vornex/libraries/{db}/assets/search", searchAssets},
+      {"POST", "/vornex/libraries/{db}/assets/update", updateAssets},
+      {"POST", "/vornex/libraries/{db}/assets/delete", deleteAssets},
+      {"GET", "/vornex/libraries/{db}/assets/{id}", getAsset},
+      {"GET", "/vornex/libraries/{db}/master/{path}", getMaster},
+      {"GET", "/vornex/libraries/{db}/thumbnail/{path}", getThumbnail},
+      {"GET", "/vornex/libraries/{db}/preview/{path}", getPreview},
+  };
+  return table;
+}
+
+tl::expected<Call, Response> Router::admit(const Request& request) const {
+  Client client{request.host, request.device.empty() ? "host " + request.host : request.device,
+                request.clientType};
+  auto user = authenticate(request, client);
+  if (!user) return tl::unexpected(std::move(user.error()));
+  auto target = parseTarget(request.target);
+  if (!target) return tl::unexpected(errorReply(target.error()));
+  auto call = findRoute(request, std::move(*target));
+  if (!call) return call;
+  if (needsSession(*call->route)) {
+    if (auto admitted = service_.sessions().admit(*user, client); !admitted) {
+      return tl::unexpected(errorReply(admitted.error()));
+    }
+  }
+  call->user = std::move(*user);
+  call->client = std::move(client);
+  return call;
+}
+
+tl::expected<User, Response> Router::authenticate(const Request& request, const Client& client) const {
+  auto credentials = parseBasicCredentials(request.authorization);
+  if (!credentials) {
+    return tl::unexpected(
+        errorReply(StatusCode::authenticationFailed, "A user ID and a password are needed."));
+  }
+  auto user = service_.users().authenticate(credentials->userID, credentials->password);
+  if (user) {
+    service_.failedLogins().forget(user->id, client.host);
+    return *user;
+  }
+  Response refusal = errorReply(StatusCode::authenticationFailed, "The user ID or the password is wrong.");
+  refusal.delay = service_.failedLogins().count(credentials->userID, client.host);
+  logLine(LogLevel::warning, fmt::format("Failed login of \"{}\" from {}", credentials->userID, client.host));
+  return tl::unexpected(std::move(refusal));
+}
+
+Response Router::handle(const Call& call, const Request& request) const {
+  try {
+    return call.route->handler(Context{service_, limits_}, call, request);
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error,
+            fmt::format("{} {}: {}", call.route->method, call.route->pattern, exception.what()));
+    return errorReply(StatusCode::internalError, "The server failed; its log says why.");
+  }
+}
+
+Response Router::answer(const Request& request) const {
+  auto call = admit(request);
+  return call ? handle(*call, request) : std::move(call.error());
+}
+
+}  // namespace vornex::server

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <vornex/Value.h>
+
+#include <string>
+#include <vector>
+
+#include "server/query/Predicate.h"
+
+namespace vornex::server {
+
+/// Whether the document fulfils the predicate.
+///
+/// - A key that is missing, or null, equals nil; every other comparison with it is false, `!=` too.
+/// - A boolean counts as the number 1 or 0. Numbers compare by value, strings byte by byte unless options say
+///   otherwise; values of different sorts are unequal and neither less nor greater.
+/// - The text operators look at strings, and at the strings in an array: one that matches is enough. CONTAINS
+/// with
+///   a constant that is no string asks for an equal element.
+/// - `a IN b`: an equal element of the array b, or a part of the string b.
+/// - ANY and ALL ask the elements of an array; any other value counts as an array of itself.
+bool holds(const Predicate& predicate, const Dictionary& document);
+
+/// The value at the path; null when a component is missing or the value itself is null.
+const Value* valueAt(const Dictionary& document, const std::vector<std::string>& path);
+
+/// The first components of every key the predicate looks at, each once, sorted.
+std::vector<std::string> topLevelKeys(const Predicate& predicate);
+
+}  // namespace vornex::server

@@ -1,0 +1,218 @@
+#include "server/query/PredicateLexer.h"
+
+#include <fmt/format.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
+#include <array>
+#include <charconv>
+
+namespace vornex::server {
+
+static bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// Letters beyond ASCII are taken as they come.
+static bool isWordCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' ||
+         static_cast<unsigned char>(c) >= 0x80;
+}
+
+std::string Token::shown() const {
+  switch (kind) {
+    case Kind::end:
+      return "the end";
+    case Kind::string:
+      return "a string";
+    case Kind::number:
+      return "a number";
+    case Kind::symbol:
+      return fmt::format("\"{}\"", text);
+    case Kind::word:
+      break;
+  }
+  return fmt::format("\"{}\"", fmt::join(path, "."));
+}
+
+Token PredicateLexer::next() {
+  while (at_ < text_.size() && std::string_view(" \t\r\n\v\f").find(text_[at_]) != std::string_view::npos)
+    ++at_;
+  if (at_ == text_.size()) {
+    Token end;
+    end.position = at_;
+    return end;
+  }
+  char c = text_[at_];
+  char following = at_ + 1 < text_.size() ? text_[at_ + 1] : '\0';
+  if (c == '"' || c == '\'') return string();
+  if (isDigit(c) || (c == '.' && isDigit(following))) return number();
+  if ((c == '-' || c == '+') && (isDigit(following) || following == '.')) return number();
+  if (c == '#' || isWordCharacter(c)) return word();
+  if (c == '$') throw QueryMistake{at_, "a variable has no value here"};
+  if (c == '%') throw QueryMistake{at_, "a placeholder has no value here"};
+  if (c == '@') throw QueryMistake{at_, "collection operators are not supported"};
+  return symbol();
+}
+
+Token PredicateLexer::word() {
+  Token token;
+  token.kind = Token::Kind::word;
+  token.position = at_;
+  for (;;) {
+    if (at_ < text_.size() && text_[at_] == '#') {
+      token.escaped = true;
+      ++at_;
+    }
+    token.path.push_back(wordComponent());
+    if (at_ == text_.size() || text_[at_] != '.') return token;
+    ++at_;
+  }
+}
+
+std::string PredicateLexer::wordComponent() {
+  std::size_t begin = at_;
+  while (at_ < text_.size() && isWordCharacter(text_[at_])) ++at_;
+  if (at_ > begin) return std::string(text_.substr(begin, at_ - begin));
+  if (at_ < text_.size() && text_[at_] == '@')
+    throw QueryMistake{at_, "collection operators are not supported"};
+  throw QueryMistake{at_, "a key is expected"};
+}
+
+Token PredicateLexer::string() {
+  Token token;
+  token.kind = Token::Kind::string;
+  token.position = at_;
+  char quote = text_[at_++];
+  while (at_ < text_.size() && text_[at_] != quote) {
+    if (text_[at_] == '\\')
+      readStringEscape(token.text);
+    else
+      token.text += text_[at_++];
+  }
+  if (at_ == text_.size()) throw QueryMistake{token.position, "the string is not closed"};
+  ++at_;
+  return token;
+}
+
+static void appendCodePoint(std::string& text, UChar32 c) {
+  std::array<char, 4> bytes{};
+  std::int32_t length = 0;
+  U8_APPEND_UNSAFE(bytes.data(), length, c);
+  text.append(bytes.data(), static_cast<std::size_t>(length));
+}
+
+// A backslash before a character without a meaning of its own just stands for that character.
+void PredicateLexer::readStringEscape(std::string& into) {
+  std::size_t start = at_++;
+  if (at_ == text_.size()) return;
+  char c = text_[at_++];
+  switch (c) {
+    case 'n':
+      into += '\n';
+      return;
+    case 't':
+      into += '\t';
+      return;
+    case 'r':
+      into += '\r';
+      return;
+    case 'u':
+    case 'U':
+      break;
+    default:
+      into += c;
+      return;
+  }
+  UChar32 code = readUnicodeEscape();
+  if (U16_IS_LEAD(code)) {
+    bool pair =
+        at_ + 1 < text_.size() && text_[at_] == '\\' && (text_[at_ + 1] == 'u' || text_[at_ + 1] == 'U');
+    if (!pair) throw QueryMistake{start, "half of a surrogate pair"};
+    at_ += 2;
+    char16_t trail = readUnicodeEscape();
+    if (!U16_IS_TRAIL(trail)) throw QueryMistake{start, "half of a surrogate pair"};
+    code = U16_GET_SUPPLEMENTARY(code, trail);
+  } else if (U16_IS_TRAIL(code)) {
+    throw QueryMistake{start, "half of a surrogate pair"};
+  }
+  appendCodePoint(into, code);
+}
+
+char16_t PredicateLexer::readUnicodeEscape() {
+  std::string_view digits = text_.substr(at_, 4);
+  unsigned code = 0;
+  auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
+  if (digits.size() < 4 || error != std::errc() || end != digits.data() + 4)
+    throw QueryMistake{at_, "four hexadecimal digits are expected"};
+  at_ += 4;
+  return static_cast<char16_t>(code);
+}
+
+// An integer that fits no 64-bit kind becomes a double.
+static bool parseInteger(std::string_view digits, int base, bool negative, Value& into) {
+  const char* last = digits.data() + digits.size();
+  if (negative) {
+    std::string text = "-" + std::string(digits);
+    std::int64_t value = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    into = value;
+    return error == std::errc() && end == text.data() + text.size();
+  }
+  std::uint64_t value = 0;
+  auto [end, error] = std::from_chars(digits.data(), last, value, base);
+  into = value;
+  return error == std::errc() && end == last;
+}
+
+Token PredicateLexer::number() {
+  Token token;
+  token.kind = Token::Kind::number;
+  token.position = at_;
+  bool negative = text_[at_] == '-';
+  if (negative || text_[at_] == '+') ++at_;
+  std::size_t begin = at_;
+  if (text_[at_] == '0' && at_ + 1 < text_.size() && (text_[at_ + 1] | 0x20) == 'x') {
+    at_ += 2;
+    while (at_ < text_.size() && isWordCharacter(text_[at_])) ++at_;
+    if (!parseInteger(text_.substr(begin + 2, at_ - begin - 2), 16, negative, token.number))
+      throw QueryMistake{token.position, "the number is malformed"};
+    return token;
+  }
+  bool integer = true;
+  while (at_ < text_.size()) {
+    char c = text_[at_];
+    bool sign = (c == '-' || c == '+') && (text_[at_ - 1] | 0x20) == 'e' && at_ > begin;
+    if (!isWordCharacter(c) && c != '.' && !sign) break;
+    integer = integer && isDigit(c);
+    ++at_;
+  }
+  std::string_view digits = text_.substr(begin, at_ - begin);
+  if (integer && parseInteger(digits, 10, negative, token.number)) return token;
+  double value = 0;
+  auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (error != std::errc() || end != digits.data() + digits.size() ||
+      !(isDigit(digits[0]) || digits[0] == '.'))
+    throw QueryMistake{token.position, "the number is malformed"};
+  token.number = negative ? -value : value;
+  return token;
+}
+
+Token PredicateLexer::symbol() {
+  static constexpr std::pair<std::string_view, std::string_view> kSymbols[] = {
+      {"==", "=="}, {"=>", ">="}, {"=<", "<="}, {"=", "=="}, {"!=", "!="}, {"<>", "!="}, {"<=", "<="},
+      {">=", ">="}, {"&&", "&&"}, {"||", "||"}, {"<", "<"},  {">", ">"},   {"!", "!"},   {"(", "("},
+      {")", ")"},   {"{", "{"},   {"}", "}"},   {"[", "["},  {"]", "]"},   {",", ","}};
+  for (const auto& [spelling, meaning] : kSymbols) {
+    if (text_.substr(at_, spelling.size()) != spelling) continue;
+    Token token;
+    token.kind = Token::Kind::symbol;
+    token.position = at_;
+    token.text = meaning;
+    at_ += spelling.size();
+    return token;
+  }
+  throw QueryMistake{at_, fmt::format("\"{}\" has no meaning here", text_[at_])};
+}
+
+}  // namespace vornex::server

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/Error.h"
+#include "server/query/TextNormalization.h"
+
+namespace re2 {
+class RE2;
+}
+
+namespace vornex::server {
+
+/// What a text operator looks for, ready to be applied to many texts. Time is linear in the text, memory
+/// bounded.
+///
+/// Thread-safety: immutable, safe on any thread.
+class TextPattern {
+ public:
+  enum class Kind {
+    /// A regular expression, found anywhere, always without regard to case and composition. One that is
+    /// malformed stands for its own text.
+    contains,
+    /// Plain text.
+    beginsWith,
+    endsWith,
+    /// "*" is any text and "?" any character; a backslash takes the meaning away. The whole text counts.
+    like,
+    /// A regular expression for the whole text, with regard to case. One that is malformed is an error.
+    matches,
+  };
+
+  [[nodiscard]] static Result<std::shared_ptr<const TextPattern>> make(Kind kind, std::string_view text,
+                                                                       TextOptions options);
+  ~TextPattern();
+
+  bool matches(std::string_view text) const;
+
+  /// Whether it takes a regular-expression engine, and not just a comparison of bytes.
+  bool isExpression() const { return expression_ != nullptr; }
+
+  /// The one text that matches, when there is only one.
+  const std::string* onlyText() const;
+
+  /// Pieces that the case-folded form (see foldedText) of every matching text contains.
+  const std::vector<std::string>& requiredPieces() const { return required_; }
+
+ private:
+  enum class Place { anywhere, start, end, whole };
+
+  explicit TextPattern(TextOptions options);
+
+  void lookForText(Place place, std::string text);
+  [[nodiscard]] Result<void> lookForExpression(Place place, const std::string& expression);
+  void makeContains(std::string_view text);
+  [[nodiscard]] Result<void> makeLike(std::string_view text);
+  [[nodiscard]] Result<void> makeMatches(std::string_view text);
+
+  TextOptions options_;
+  Place place_ = Place::anywhere;
+  std::string text_;
+  std::unique_ptr<re2::RE2> expression_;
+  std::vector<std::string> required_;
+};
+
+/// The pieces of a text that stay together in the case-folded form of any text that contains it: a mark that
+/// follows may change the last character, and composition anything beyond ASCII.
+std::vector<std::string> stablePieces(std::string_view text);
+
+}  // namespace vornex::server

@@ -1,0 +1,43 @@
+#include "server/store/ReaderPool.h"
+
+#include "server/store/AssetSchema.h"
+#include "server/store/AssetSearch.h"
+
+namespace vornex::server {
+
+static Result<Database> openReader(const std::string& path) {
+  Result<Database> reader = openAssetReader(path);
+  if (!reader) return reader;
+  Result<void> ready = addSearchFunctions(*reader);
+  if (!ready) return tl::unexpected(ready.error());
+  return reader;
+}
+
+Result<Database> ReaderPool::take() {
+  {
+    std::unique_lock lock(mutex_);
+    returned_.wait(lock, [&] { return !idle_.empty() || inUse_ < kMaximumReaders; });
+    ++inUse_;
+    if (!idle_.empty()) {
+      Database reader = std::move(idle_.back());
+      idle_.pop_back();
+      return reader;
+    }
+  }
+  Result<Database> reader = openReader(path_);
+  if (!reader) {
+    std::lock_guard lock(mutex_);
+    --inUse_;
+    returned_.notify_one();
+  }
+  return reader;
+}
+
+void ReaderPool::giveBack(Database database) {
+  std::lock_guard lock(mutex_);
+  --inUse_;
+  idle_.push_back(std::move(database));
+  returned_.notify_one();
+}
+
+}  // namespace vornex::server

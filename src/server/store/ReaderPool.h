@@ -1,0 +1,49 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "server/store/Sqlite.h"
+
+namespace vornex::server {
+
+/// A few connections for reading, opened when they are first needed and kept.
+///
+/// Thread-safety: safe on any thread; a caller waits while all connections are in use.
+class ReaderPool {
+ public:
+  static constexpr std::size_t kMaximumReaders = 4;
+
+  explicit ReaderPool(std::string path) : path_(std::move(path)) {}
+
+  /// Calls `work(Database&)`, which returns a Result, with a connection nobody else uses.
+  template <typename Work>
+  std::invoke_result_t<Work, Database&> use(Work work) {
+    Result<Database> reader = take();
+    if (!reader) return tl::unexpected(reader.error());
+    Lease lease{*this, *reader};
+    return work(lease.database);
+  }
+
+ private:
+  // Gives the connection back, whatever happens.
+  struct Lease {
+    ReaderPool& pool;
+    Database& database;
+    ~Lease() { pool.giveBack(std::move(database)); }
+  };
+
+  [[nodiscard]] Result<Database> take();
+  void giveBack(Database database);
+
+  const std::string path_;
+  std::mutex mutex_;
+  std::condition_variable returned_;
+  std::vector<Database> idle_;
+  std::size_t inUse_ = 0;
+};
+
+}  // namespace vornex::server

@@ -1,0 +1,48 @@
+// The service program of the tests: owns the root folder by the lock, then answers like a service without
+// libraries. It records in "started" below the root folder how it was started.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <mutex>
+
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
+#include "sdk/FakeService.h"
+
+using namespace vornex;
+
+int main() {
+  int lock = ::open(layout::serviceLockFile().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (lock < 0 || ::flock(lock, LOCK_EX | LOCK_NB) != 0) {
+    std::fputs("another service owns the root folder\n", stderr);
+    return 1;
+  }
+  int inherited = 0;
+  for (int descriptor = 3; descriptor < 256; ++descriptor)
+    if (descriptor != lock && ::fcntl(descriptor, F_GETFD) >= 0) ++inherited;
+  if (FILE* record = std::fopen(appendPathComponent(layout::rootFolder(), "started").c_str(), "a")) {
+    std::fprintf(record, "%d %d %d %s\n", ::getpid(), ::getsid(0), inherited,
+                 std::filesystem::current_path().c_str());
+    std::fclose(record);
+  }
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool ended = false;
+  vornex::testing::FakeService service;
+  service.answer("launchWebServer", {{"port", 4711}});
+  service.answer("getWebServerState", {{"state", 1}, {"port", 4711}});
+  service.answer("getLocalAccountPassword", {{"password", "secret"}});
+  service.on("terminate", [&](const Value&) {
+    std::lock_guard guard(mutex);
+    ended = true;
+    changed.notify_all();
+    return Dictionary{{"result", Dictionary()}};
+  });
+  std::unique_lock guard(mutex);
+  changed.wait(guard, [&] { return ended; });
+}

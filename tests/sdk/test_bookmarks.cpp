@@ -1,0 +1,111 @@
+#include <vornex/TQBookmarkUtil.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "foundation/PropertyList.h"
+#include "sdk/SdkFixture.h"
+
+using namespace vornex;
+namespace fs = std::filesystem;
+
+namespace {
+
+class BookmarksTest : public vornex::testing::SdkTest {
+ protected:
+  BookmarksTest() {
+    fs::create_directories(folder / "clips/day");
+    fs::create_directories(folder / "other");
+    fs::create_directories(TQBookmarkUtil::preferenceFolder());
+  }
+
+  Array stored() {
+    auto file = readDictionaryFile(TQBookmarkUtil::bookmarkPlist());
+    return file ? *file->find("bookmark")->ifArray() : Array();
+  }
+
+  TQBookmarkUtil& bookmarks = TQBookmarkUtil::sharedInstance();
+};
+
+TEST_F(BookmarksTest, AFolderIsCoveredByTheBookmarkAboveIt) {
+  EXPECT_TRUE(bookmarks.saveBookmarks());
+  EXPECT_FALSE(fileExists(TQBookmarkUtil::bookmarkPlist())) << "an empty list is not written";
+  EXPECT_FALSE(bookmarks.addBookmarkWithFilePath(folder / "missing"));
+  EXPECT_FALSE(bookmarks.addBookmarkWithFilePath(std::nullopt));
+  EXPECT_TRUE(logged("bookmarkDataWithOptions error:"));
+
+  EXPECT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
+  EXPECT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips/day"));
+  EXPECT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  EXPECT_EQ(stored().size(), 1u);
+  EXPECT_EQ(bookmarks.findParentFolderFromFilePath(folder / "clips/day/a.mov"), folder / "clips");
+  EXPECT_TRUE(bookmarks.accessibilityBookmarkWithFilePath(folder / "clips/day"));
+  EXPECT_FALSE(bookmarks.accessibilityBookmarkWithFilePath(folder / "clipsAndMore"));
+}
+
+TEST_F(BookmarksTest, LoadingDropsFoldersThatAreGoneOrReplaced) {
+  for (const char* name : {"clips", "other", "gone"}) {
+    fs::create_directories(folder / name);
+    ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / name));
+  }
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  fs::remove_all(folder / "gone");
+  fs::rename(folder / "other", folder / "moved");
+  fs::create_directories(folder / "other");
+  std::vector<TQBookmark> loaded = bookmarks.loadBookmarks();
+  ASSERT_EQ(loaded.size(), 1u);
+  EXPECT_EQ(loaded[0].filePath, folder / "clips");
+  EXPECT_EQ(stored().size(), 1u);
+}
+
+TEST_F(BookmarksTest, AnEntryThatIsNoBookmarkEndsTheLoadAndLeavesTheFile) {
+  ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  Array entries = stored();
+  entries.emplace_back(Dictionary{{"filepath", "/x"}, {"bookmarkdata", ""}});
+  entries.push_back(entries.front());
+  ASSERT_TRUE(writePropertyListFile(TQBookmarkUtil::bookmarkPlist(),
+                                    Dictionary{{"version", "2.0"}, {"bookmark", entries}}));
+  EXPECT_EQ(bookmarks.loadBookmarks().size(), 1u);
+  EXPECT_TRUE(logged("loadBookmarks exception:"));
+  EXPECT_EQ(stored(), entries);
+}
+
+TEST_F(BookmarksTest, OldFilesAreDiscarded) {
+  auto write = [](const Dictionary& file) {
+    return writePropertyListFile(TQBookmarkUtil::bookmarkPlist(), file).has_value();
+  };
+  EXPECT_FALSE(bookmarks.needUpdateVersion());
+  ASSERT_TRUE(write({{"bookmark", Array()}}));
+  EXPECT_TRUE(bookmarks.needUpdateVersion());
+  ASSERT_TRUE(write({{"version", "1.0"}}));
+  EXPECT_TRUE(bookmarks.needUpdateVersion());
+  EXPECT_FALSE(fileExists(TQBookmarkUtil::bookmarkPlist()));
+  EXPECT_TRUE(bookmarks.updateVersion());
+  EXPECT_FALSE(bookmarks.needUpdateVersion());
+  ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
+  EXPECT_FALSE(bookmarks.updateVersion());
+}
+
+TEST_F(BookmarksTest, LinksVolumesAndHome) {
+  fs::create_symlink("clips/../other", folder / "link");
+  EXPECT_TRUE(TQBookmarkUtil::isAliasFileWithPath(folder / "link"));
+  EXPECT_EQ(TQBookmarkUtil::resolvingAliasFileWithPath(folder / "link"), "clips/../other");
+  EXPECT_FALSE(TQBookmarkUtil::isAliasFileWithPath(folder / "clips"));
+  EXPECT_FALSE(TQBookmarkUtil::resolvingAliasFileWithPath(folder / "clips"));
+  EXPECT_FALSE(TQBookmarkUtil::resolvingAliasFileWithPath(std::nullopt));
+
+  std::string volume = TQBookmarkUtil::realVolumePathFromFilePath(folder / "clips").value();
+  EXPECT_TRUE(folder.path().starts_with(volume)) << volume;
+  ASSERT_TRUE(bookmarks.addBookmarkWithVolumePath(folder / "clips"));
+  EXPECT_EQ(bookmarks.findParentFolderFromFilePath(folder / "clips"), volume);
+
+  std::string home = TQBookmarkUtil::userFolders().at(0);
+  EXPECT_TRUE(bookmarks.hasDownloadFolderWithFilePath(home + "/Downloads/a/b.mov"));
+  EXPECT_FALSE(bookmarks.hasDownloadFolderWithFilePath(home + "/Download"));
+  fs::create_directories(folder / "a b#é");
+  EXPECT_EQ(TQBookmarkUtil::bookmarkURLFromPath(folder / "a b#é"), "file://" + (folder / "a%20b%23%C3%A9"));
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <vornex/NotificationCenter.h>
+#include <vornex/TQVornexUtil.h>
+
+#include <fstream>
+#include <regex>
+#include <set>
+
+#include "core/Localization.h"
+#include "core/TypeTables.h"
+#include "foundation/Files.h"
+#include "foundation/PropertyList.h"
+#include "support/TemporaryFolder.h"
+
+using namespace vornex;
+using vornex::testing::TemporaryFolder;
+
+TEST(Errors, AreReadFromResponses) {
+  auto read = [](Value response) { return TQVornexUtil::errorWithResponse(response); };
+  EXPECT_FALSE(read(Value()));
+  EXPECT_FALSE(read("text"));
+  EXPECT_FALSE(read(Dictionary{{"items", Array{}}}));
+  EXPECT_FALSE(read(Dictionary{{"Status", Value()}}));
+  EXPECT_FALSE(read(Array{1, "x", Dictionary{}}));
+  TQErrorPtr error = read(Dictionary{{"Status", Dictionary{{"code", "27"}, {"msg", "x"}}}});
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), 27);
+  EXPECT_EQ(error->message(), "x");
+  EXPECT_FALSE(error->domain());
+  EXPECT_EQ(read(Dictionary{{"Status", Dictionary{}}})->code(), -1);
+}
+
+TEST(Errors, NotificationsBelongToTheirCodes) {
+  std::set<std::string> posted;
+  auto token = NotificationCenter::defaultCenter().addObserver(
+      "", [&](const Notification& notification) { posted.insert(notification.name); });
+  TQVornexUtil::sendNotificationWithError(nullptr);
+  for (std::int64_t code = -1; code <= 50; ++code)
+    TQVornexUtil::sendNotificationWithError(TQVornexUtil::errorWithCode(code, ""));
+  NotificationCenter::defaultCenter().removeObserver(token);
+  EXPECT_EQ(posted.size(), 9u);
+  EXPECT_TRUE(posted.contains("TQLibraryNoAuthorityNotification"));
+}
+
+TEST(Localization, LanguagesHaveTheSameKeysAndFallBackToEnglish) {
+  std::string folder = TypeTables::resourceFolder();
+  Dictionary english = readDictionaryFile(appendPathComponent(folder, "en.strings.plist")).value();
+  Dictionary korean = readDictionaryFile(appendPathComponent(folder, "ko.strings.plist")).value();
+  EXPECT_EQ(english.size(), korean.size());
+  for (const auto& [key, text] : english) EXPECT_TRUE(korean.contains(key)) << key;
+  EXPECT_EQ(Localization(folder, "ko").text("library.desc.local"), "로컬 라이브러리");
+  EXPECT_EQ(Localization(folder, "fr").text("library.desc.local"), "Local library");
+  EXPECT_EQ(Localization(folder, "ko").text("no.such.key"), "");
+
+  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) ::unsetenv(name);
+  EXPECT_EQ(Localization::userLanguage(), "en");
+  ::setenv("LANG", "ko_KR.UTF-8", 1);
+  EXPECT_EQ(Localization::userLanguage(), "ko");
+  ::setenv("LC_MESSAGES", "C.UTF-8", 1);
+  EXPECT_EQ(Localization::userLanguage(), "en");
+}
+
+TEST(Folders, PackageFoldersAreMadeOrTakenAsTheyAre) {
+  TemporaryFolder folder;
+  std::string package = folder / "a/b";
+  EXPECT_TRUE(TQVornexUtil::createPackageFolder(package, std::nullopt));
+  ASSERT_TRUE(writeFileAtomically(folder / "a/b/kept", "content"));
+  EXPECT_TRUE(TQVornexUtil::createPackageFolder(package, "/icons/odd\nname.png"));
+  EXPECT_TRUE(fileExists(folder / "a/b/kept"));
+  EXPECT_EQ(readFile(folder / "a/b/.directory").value_or(""),
+            "[Desktop Entry]\nType=Directory\nIcon=/icons/odd\\nname.png\n");
+  EXPECT_FALSE(TQVornexUtil::createPackageFolder(std::nullopt, std::nullopt));
+  EXPECT_FALSE(TQVornexUtil::createPackageFolder(folder / "a/b/kept", std::nullopt));
+  EXPECT_FALSE(TQVornexUtil::createPackageFolder(folder / "a/b/kept/under", std::nullopt));
+}
+
+TEST(Folders, SizeCountsEverythingBelowOnce) {
+  TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "tree/sub");
+  std::ofstream(folder / "tree/ten") << "0123456789";
+  std::ofstream(folder / "tree/sub/five") << "01234";
+  auto subFolder = std::filesystem::path(folder / "tree/sub");
+  struct stat info {};
+  ASSERT_EQ(::stat(subFolder.c_str(), &info), 0);
+  TQErrorPtr error;
+  auto expected = 15 + static_cast<std::uint64_t>(info.st_size);
+  EXPECT_EQ(sizeForFolderAtPath(folder / "tree", &error), expected);
+  std::filesystem::create_symlink("..", folder / "tree/sub/loop");
+  EXPECT_EQ(sizeForFolderAtPath(folder / "tree", &error), expected + 2);
+  EXPECT_FALSE(error);
+  EXPECT_EQ(sizeForFolderAtPath(folder / "tree/ten", &error), 0u);
+  EXPECT_EQ(sizeForFolderAtPath(folder / "none", &error), 0u);
+}
+
+TEST(Paths, FollowTheLayout) {
+  ::setenv("VORNEX_ROOT", "/r", 1);
+  EXPECT_EQ(TQVornexUtil::workflowPlist(), "/r/Preference/Workflow/workflow.plist");
+  EXPECT_EQ(TQVornexUtil::workflowPreferencePlist(), "/r/Preference/Workflow/workflowPreference.plist");
+  EXPECT_EQ(TQVornexUtil::networkUserPlistFromBrindle(), TQVornexUtil::networkUserPlist());
+  EXPECT_EQ(TQVornexUtil::fcpxLibraryPlistWithPackageFolder("/p/"), "/p/FCPXLibrary/fcpxlibrary.plist");
+  EXPECT_FALSE(TQVornexUtil::libraryPlistWithPackageFolder(std::nullopt));
+  EXPECT_FALSE(TQVornexUtil::assetFolderWithGroupName(std::nullopt));
+  std::string dated = TQVornexUtil::assetFolderWithGroupName("group").value_or("");
+  EXPECT_TRUE(std::regex_match(dated, std::regex("/[0-9]{4}/[01][0-9]/[0-3][0-9]/group"))) << dated;
+  EXPECT_TRUE(
+      std::regex_match(TQVornexUtil::assetLiveFolder(), std::regex("LF[0-2][0-9][0-5][0-9][0-6][0-9]")));
+}
+
+TEST(Values, DatesGpsAndVolumes) {
+  Date date = *TQVornexUtil::dateFromNumber(20240305140709250);
+  EXPECT_EQ(TQVornexUtil::dateNumberFromDate(date), 20240305140709250);
+  EXPECT_EQ(TQVornexUtil::dateNumberFromDate(date, "999"), 20240305140709999);
+  EXPECT_FALSE(TQVornexUtil::dateFromNumber(std::nullopt));
+  EXPECT_GT(TQVornexUtil::dateNumberFromDate(std::nullopt), 20240305140709250);
+
+  EXPECT_DOUBLE_EQ(TQVornexUtil::convertFromGPSString("37,33.50N"), 37 + (0.5 + 33) / 60);
+  EXPECT_DOUBLE_EQ(TQVornexUtil::convertFromGPSString("122,01.805W"), -(122 + 1.8 / 60));
+  EXPECT_DOUBLE_EQ(TQVornexUtil::convertFromGPSString("-10 30 00 S"), 9.5);
+  EXPECT_EQ(TQVornexUtil::convertFromGPSString("37,33N"), 0.0);
+  EXPECT_EQ(TQVornexUtil::convertFromGPSString(""), 0.0);
+
+  Dictionary volume{{"volumename", "Media"}, {"volumenetwork", false}};
+  EXPECT_EQ(TQVornexUtil::assetVolumeDescFromVolumeInfo(volume), "Media");
+  volume.merge(
+      {{"volumeprotocol", "USB"}, {"volumevendor", ""}, {"volumemodel", "X1"}, {"volumekind", "ext4"}});
+  EXPECT_EQ(TQVornexUtil::assetVolumeDescFromVolumeInfo(volume), "Media (USB X1)");
+  volume.set("volumenetwork", true);
+  EXPECT_EQ(TQVornexUtil::assetVolumeDescFromVolumeInfo(volume), "Media (Network Volume) ext4");
+  EXPECT_FALSE(TQVornexUtil::assetVolumeDescFromVolumeInfo(std::nullopt));
+  std::optional<Dictionary> info = TQVornexUtil::assetVolumeInfoFromVolumePath("/");
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->size(), 6u);
+  EXPECT_NE(info->find("volumekind")->ifString()->size(), 0u);
+  EXPECT_FALSE(TQVornexUtil::assetVolumeInfoFromVolumePath(std::nullopt));
+}

@@ -1,0 +1,310 @@
+#include <vornex/TQConnection.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQUser.h>
+#include <vornex/TQUserManager.h>
+#include <vornex/TQVornexUtil.h>
+#include <vornex/VornexSDK.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "foundation/PropertyList.h"
+#include "sdk/FakeService.h"
+#include "sdk/SdkFixture.h"
+#include "service/TQVornexService.h"
+
+using namespace vornex;
+using vornex::testing::FakeService;
+using vornex::testing::Outcome;
+namespace fs = std::filesystem;
+
+namespace {
+
+class LibraryTest : public vornex::testing::SdkTest {
+ protected:
+  ~LibraryTest() override {
+    TQVornexTerminate([] {});
+  }
+
+  TQLibraryManager& manager() { return TQLibraryManager::sharedManager(); }
+
+  std::vector<LibraryPtr> load() {
+    std::promise<std::vector<LibraryPtr>> promise;
+    manager().loadAllLibraries(
+        [&](std::vector<LibraryPtr> libraries) { promise.set_value(std::move(libraries)); });
+    return promise.get_future().get();
+  }
+
+  static Dictionary row(const char* dbName, const char* name, std::int64_t type) {
+    return {{"dbname", dbName}, {"name", name},      {"packagefolder", "/nowhere"},
+            {"type", type},     {"address", "host"}, {"port", 8080},
+            {"version", "1.0"}};
+  }
+
+  void writeList(const std::string& path, Array rows) {
+    ASSERT_TRUE(createDirectories(deletingLastPathComponent(path)));
+    ASSERT_TRUE(writePropertyListFile(path, Dictionary{{"library", std::move(rows)}}));
+  }
+
+  static Array readList(const std::string& path) {
+    auto file = readDictionaryFile(path);
+    return file ? *file->find("library")->ifArray() : Array();
+  }
+
+  LibraryPtr newLibrary() {
+    fs::create_directories(folder / "libraries");
+    return TQLibrary::libraryWithName("Films", std::nullopt, kLibraryTypeLocal, true, true, true,
+                                      folder / "libraries/Films", std::nullopt,
+                                      std::make_shared<TQConnection>());
+  }
+
+  Outcome create(const LibraryPtr& library) {
+    Outcome outcome;
+    manager().createLibrary(library, outcome.completion());
+    EXPECT_TRUE(outcome.await());
+    return outcome;
+  }
+};
+
+TEST_F(LibraryTest, TheRecordReadsWhatItWrites) {
+  LibraryPtr library = newLibrary();
+  auto written = library->libDictionary();
+  ASSERT_TRUE(written);
+  std::vector<std::string> keys;
+  for (const auto& entry : *written) keys.push_back(entry.first);
+  EXPECT_EQ(keys, (std::vector<std::string>{"dbname", "name", "desc", "packagefolder", "mountpath", "type",
+                                            "address", "port", "shared", "projecthash", "version",
+                                            "hasreffile", "uploadable", "editable", "livefolderhash",
+                                            "bonjourname", "fcpxlibraryhash"}));
+  EXPECT_EQ(*written->find("desc"), Value(""));
+  EXPECT_EQ(*written->find("version"), Value("1.1"));
+  EXPECT_EQ(TQLibrary::libraryWithDictionary(*written)->libDictionary(), written);
+
+  library->name = std::nullopt;
+  EXPECT_FALSE(library->libDictionary());
+  EXPECT_TRUE(logged("libDictionary exception: "));
+}
+
+TEST_F(LibraryTest, ARowDecidesWhatKindOfLibraryItIs) {
+  Dictionary local = row("A", "a", kLibraryTypeLocal);
+  local.set("packagefolder", folder.path());
+  local.set("bonjourname", "studio");
+  LibraryPtr library = TQLibrary::libraryWithDictionary(local);
+  EXPECT_TRUE(library->onlineStatus);
+  EXPECT_FALSE(library->bonjourName);
+
+  Dictionary untyped = local;
+  untyped.erase("type");
+  untyped.set("uploadable", true);
+  library = TQLibrary::libraryWithDictionary(untyped);
+  EXPECT_EQ(library->libraryType, -1);
+  EXPECT_FALSE(library->onlineStatus);
+  EXPECT_EQ(library->bonjourName, "studio");
+  EXPECT_TRUE(library->storedIsCreatable);
+  EXPECT_FALSE(library->isCreatable());
+  EXPECT_EQ(library->libraryTypeString(), "");
+
+  for (const char* key : {"dbname", "name", "packagefolder", "address"}) {
+    Dictionary incomplete = local;
+    incomplete.set(key, 7);
+    EXPECT_FALSE(TQLibrary::libraryWithDictionary(incomplete)) << key;
+  }
+}
+
+TEST_F(LibraryTest, BothListsAreLoadedSortedAndGivenTheirUsers) {
+  EXPECT_TRUE(load().empty());
+  writeList(TQVornexUtil::localLibraryPlist(),
+            {row("1", "a", 0), row("2", "B", 0), row("3", "Zeta", 0), row("3", "Twin", 0), "damaged"});
+  writeList(TQVornexUtil::networkLibraryPlist(), {row("4", "Alpha", 1)});
+  TQUserManager::sharedManager().setLocalPassword("secret");
+  VornexSDK::sharedInstance().WASPort = 4711;
+  std::vector<std::string> names;
+  for (const LibraryPtr& library : load()) names.push_back(*library->name);
+  EXPECT_EQ(names, (std::vector<std::string>{"B", "Twin", "Zeta", "a", "Alpha"}));
+  EXPECT_EQ(manager().libraryForDBName("3")->name, "Twin");
+  EXPECT_EQ(manager().localLibraries().size(), 4u);
+
+  ConnectionPtr local = manager().libraryForDBName("1")->connection;
+  EXPECT_EQ(local->port, 4711);
+  EXPECT_EQ(local->user->id, kTQLocalUserID);
+  EXPECT_EQ(local->user->userType, kUserTypeLocalOwner);
+  EXPECT_EQ(local->user->password, MD5String("secret"));
+  TQUserManager::sharedManager().setLocalPassword("changed");
+  manager().updateLocalPassword();
+  EXPECT_EQ(local->user->password, MD5String("changed"));
+  ConnectionPtr network = manager().libraryForDBName("4")->connection;
+  EXPECT_EQ(network->port, 8080);
+  EXPECT_FALSE(network->user->id);
+}
+
+TEST_F(LibraryTest, SavingMarksLibrariesWhoseDatabaseIsShared) {
+  writeList(TQVornexUtil::localLibraryPlist(), {row("1", "a", 0), row("2", "b", 0)});
+  load();
+  fs::create_directories(appendPathComponent(TQVornexUtil::mongoDBFolder(), "1"));
+  ASSERT_TRUE(manager().saveLibrariesFileWithType(kLibraryTypeLocal));
+  Array rows = readList(TQVornexUtil::localLibraryPlist());
+  EXPECT_EQ(*rows[0].find("version"), Value("1.1"));
+  EXPECT_EQ(*rows[1].find("version"), Value("1.0"));
+  EXPECT_EQ(manager().libraryForDBName("1")->versionNumber, "1.0");
+
+  ASSERT_TRUE(manager().saveLibrariesFileWithType(5));
+  EXPECT_TRUE(readList(TQVornexUtil::networkLibraryPlist()).empty());
+  EXPECT_TRUE(fileExists(TQVornexUtil::networkLibraryPlist()));
+}
+
+TEST_F(LibraryTest, NetworkLibrariesAreAddedOnceWithTheirCredentials) {
+  LibraryPtr library = TQLibrary::libraryWithDictionary(row("9", "Studio", kLibraryTypeNetwork));
+  library->connection->user = TQUser::userWithID("ann", "ann", kUserTypeNetwork, "OLD");
+  ASSERT_TRUE(manager().addLibraries({library, library}));
+  library->connection->user->password = "NEW";
+  ASSERT_TRUE(manager().addLibraries({library}));
+  EXPECT_EQ(load().size(), 1u);
+  EXPECT_EQ(manager().networkUserWithDBName("9")->password, "NEW");
+  EXPECT_EQ(manager().networkUseFromBrindleWithDBName("9")->id, "ann");
+  EXPECT_EQ(manager().findNetworkLibrariesWithIP("host").size(), 1u);
+  EXPECT_TRUE(manager().findNetworkLibrariesWithBonjourName(std::nullopt).empty());
+  EXPECT_FALSE(manager().saveNetworkUserFile(TQUser::userWithID("ann", "", 0, std::nullopt), library));
+
+  EXPECT_TRUE(manager().deleteRemoteLibrary(library));
+  EXPECT_TRUE(load().empty());
+  EXPECT_FALSE(manager().networkUserWithDBName("9")->id);
+}
+
+TEST_F(LibraryTest, ALibraryIsCreatedWhole) {
+  FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  LibraryPtr library = newLibrary();
+  Outcome created = create(library);
+  ASSERT_TRUE(created.ok) << (created.error ? created.error->description() : "");
+  std::string package = *library->packageFolder;
+  for (const char* name :
+       {"Project/project.plist", "Media", "Workflow", "Extra", "LiveFolder", "FCPXLibrary"})
+    EXPECT_TRUE(fileExists(appendPathComponent(package, name))) << name;
+  EXPECT_EQ(readDictionaryFile(appendPathComponent(package, "library.plist")).value().size(), 17u);
+  EXPECT_EQ(service.paramsOf("addLibrary").find("library")->ifDictionary()->size(), 17u);
+  EXPECT_TRUE(service.await("updateLibrary"));
+  ASSERT_EQ(readList(TQVornexUtil::localLibraryPlist()).size(), 1u);
+  EXPECT_TRUE(fileExists(TQVornexUtil::bookmarkPlist()));
+  EXPECT_TRUE(library->onlineStatus);
+  EXPECT_EQ(manager().libraryForDBName(library->dbName), library);
+
+  EXPECT_EQ(create(newLibrary()).code(), 10002);
+  Outcome removed;
+  manager().deleteLibrary(library, true, nullptr, removed.completion());
+  ASSERT_TRUE(removed.await());
+  EXPECT_TRUE(removed.ok);
+  EXPECT_FALSE(fileExists(package));
+  EXPECT_TRUE(readList(TQVornexUtil::localLibraryPlist()).empty());
+}
+
+TEST_F(LibraryTest, AnotherComputersLockGivesFalseWithoutAnError) {
+  FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  LibraryPtr library = newLibrary();
+  std::string lock = *library->packageFolder + "/.sysUUID_OTHER.lock";
+  service.on("addLibrary", [&](const Value&) {
+    std::ofstream(lock).put('\n');
+    return Dictionary{{"result", Dictionary()}};
+  });
+  Outcome created = create(library);
+  EXPECT_FALSE(created.ok);
+  EXPECT_FALSE(created.error);
+  EXPECT_TRUE(manager().alreadyUsingLibraryWithPackageFolder(*library->packageFolder));
+
+  TQErrorPtr error;
+  EXPECT_FALSE(library->createLibaryLockFileWithError(&error));
+  EXPECT_EQ(error->code(), 10020);
+  EXPECT_TRUE(library->removeLibraryLockFile());
+  EXPECT_TRUE(fileExists(lock)) << "only this computer's goes";
+  EXPECT_TRUE(library->removeLibraryLockFileAll());
+  EXPECT_FALSE(fileExists(lock));
+  EXPECT_TRUE(library->createLibaryLockFileWithError(&error));
+  EXPECT_FALSE(manager().alreadyUsingLibraryWithPackageFolder(*library->packageFolder));
+}
+
+TEST_F(LibraryTest, NothingStaysOfALibraryThatTheServiceRefuses) {
+  FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  service.fail("addLibrary", 2, "database failed");
+  service.fail("removeLibraryWithDBName", 8, "unknown");
+  for (std::int64_t code : {2, 6, 31}) {
+    if (code == 6) service.fail("addLibrary", 6, "exists");
+    if (code == 31)
+      service.on("addLibrary", [&](const Value&) {
+        service.hangUp();
+        return Dictionary();
+      });
+    LibraryPtr library = newLibrary();
+    Outcome created = create(library);
+    EXPECT_FALSE(created.ok);
+    EXPECT_EQ(created.code(), code);
+    EXPECT_FALSE(fileExists(*library->packageFolder));
+    EXPECT_FALSE(manager().findLibrary(library));
+    EXPECT_TRUE(readList(TQVornexUtil::localLibraryPlist()).empty());
+  }
+  EXPECT_EQ(service.count("removeLibraryWithDBName"), 2) << "never for a name that another library has";
+}
+
+TEST_F(LibraryTest, WhatCannotBeCreatedIsRefusedBeforeAnythingIsMade) {
+  EXPECT_EQ(create(nullptr).code(), 10000);
+  LibraryPtr network = newLibrary();
+  network->libraryType = kLibraryTypeNetwork;
+  EXPECT_EQ(create(network).code(), 10001);
+  LibraryPtr orphan = newLibrary();
+  orphan->packageFolder = folder / "no/such/Films";
+  EXPECT_EQ(create(orphan).code(), 10011);
+  LibraryPtr existing = newLibrary();
+  fs::create_directories(*existing->packageFolder);
+  EXPECT_EQ(create(existing).code(), 10002);
+  EXPECT_FALSE(fileExists(TQVornexUtil::bookmarkPlist()));
+  EXPECT_TRUE(manager().libraries().empty());
+}
+
+TEST_F(LibraryTest, UpdatesAreSavedAndKeptWhenSavingFails) {
+  Dictionary local = row("1", "b", kLibraryTypeLocal);
+  local.set("packagefolder", folder.path());
+  writeList(TQVornexUtil::localLibraryPlist(), {local, row("2", "c", 0)});
+  LibraryPtr library = load().front();
+  EXPECT_FALSE(library->updateName(std::nullopt));
+  EXPECT_TRUE(library->updateName("z"));
+  EXPECT_EQ(manager().libraries().back(), library);
+  EXPECT_EQ(*readDictionaryFile(folder / "library.plist")->find("name"), Value("z"));
+
+  fs::remove(TQVornexUtil::localLibraryPlist());
+  fs::create_directories(TQVornexUtil::localLibraryPlist() + "/x");
+  TQErrorPtr error;
+  EXPECT_FALSE(library->updateNewName("y", std::nullopt, std::nullopt, true, &error));
+  EXPECT_EQ(error->code(), 10003);
+  EXPECT_FALSE(library->updateDesc("d"));
+  EXPECT_TRUE(logged("updateDesc, Can't save Library Plist"));
+  EXPECT_EQ(library->name, "y");
+  EXPECT_EQ(library->desc, "d");
+}
+
+TEST_F(LibraryTest, LookupsRunBesideWriters) {
+  load();
+  std::atomic<bool> done = false;
+  std::thread reader([&] {
+    while (!done) {
+      for (const LibraryPtr& library : manager().libraries()) ASSERT_TRUE(library->dbName);
+      manager().libraryForDBName("50");
+    }
+  });
+  std::vector<std::thread> writers;
+  for (int writer = 0; writer < 4; ++writer)
+    writers.emplace_back([&, writer] {
+      for (int i = 0; i < 10; ++i) {
+        std::string name = std::to_string(writer * 10 + i);
+        manager().addLibraries({TQLibrary::libraryWithDictionary(row(name.c_str(), name.c_str(), 0))});
+      }
+    });
+  for (std::thread& writer : writers) writer.join();
+  done = true;
+  reader.join();
+  EXPECT_EQ(manager().libraries().size(), 40u);
+  EXPECT_EQ(readList(TQVornexUtil::localLibraryPlist()).size(), 40u);
+}
+
+}  // namespace

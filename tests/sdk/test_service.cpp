@@ -1,0 +1,223 @@
+#include <signal.h>
+#include <unistd.h>
+#include <vornex/NotificationCenter.h>
+#include <vornex/Queue.h>
+#include <vornex/TQUserManager.h>
+#include <vornex/TQVornexUtil.h>
+#include <vornex/VornexSDK.h>
+
+#include <fstream>
+#include <thread>
+
+#include "core/StorageLayout.h"
+#include "sdk/FakeService.h"
+#include "sdk/SdkFixture.h"
+#include "service/ServiceCallbacks.h"
+#include "service/TQVornexService.h"
+
+using namespace vornex;
+using namespace std::chrono_literals;
+using vornex::testing::FakeService;
+using vornex::testing::Outcome;
+
+namespace {
+
+// How one run of the service program was started.
+struct Launch {
+  pid_t process = 0, session = 0;
+  int inheritedFiles = 0;
+  std::string workingFolder;
+};
+
+class ServiceTest : public vornex::testing::SdkTest {
+ protected:
+  ServiceTest() { ::setenv("VORNEX_WASD", VORNEX_FAKE_SERVICE, 1); }
+  ~ServiceTest() override {
+    for (const Launch& launch : launches()) ::kill(launch.process, SIGKILL);
+    TQVornexTerminate([] {});
+  }
+
+  std::vector<Launch> launches() {
+    std::vector<Launch> result;
+    std::ifstream record(folder / "root/started");
+    for (Launch launch; record >> launch.process >> launch.session >> launch.inheritedFiles >> launch.workingFolder;)
+      result.push_back(launch);
+    return result;
+  }
+
+  bool start(Outcome& outcome, std::int64_t port = 0) {
+    VornexSDK::sharedInstance().startWASServiceWithPort(port, outcome.completion());
+    return outcome.await();
+  }
+
+  std::pair<bool, std::int64_t> state() {
+    auto promise = std::make_shared<std::promise<std::pair<bool, std::int64_t>>>();
+    VornexSDK::sharedInstance().serviceState([promise](bool running, std::int64_t port) {
+      promise->set_value({running, port});
+    });
+    return promise->get_future().get();
+  }
+
+  void terminate() {
+    std::promise<void> ended;
+    VornexSDK::sharedInstance().terminateWAS([&] { ended.set_value(); });
+    ended.get_future().get();
+  }
+};
+
+TEST_F(ServiceTest, StartsTheServiceDetachedAndKnowsThePasswordWhenDone) {
+  VornexSDK& sdk = VornexSDK::sharedInstance();
+  sdk.initializeWAS();
+  EXPECT_EQ(state(), std::pair(false, std::int64_t{0}));
+  Outcome started;
+  ASSERT_TRUE(start(started));
+  ASSERT_TRUE(started.ok) << started.error->description();
+  EXPECT_EQ(sdk.WASPort, 4711);
+  EXPECT_EQ(TQUserManager::sharedManager().localPasswordMD5(), MD5String("secret"));
+  EXPECT_EQ(state(), std::pair(true, std::int64_t{4711}));
+
+  ASSERT_EQ(launches().size(), 1u);
+  Launch launch = launches().front();
+  EXPECT_NE(launch.session, ::getsid(0));
+  EXPECT_EQ(launch.inheritedFiles, 0);
+  EXPECT_EQ(launch.workingFolder, "/");
+}
+
+TEST_F(ServiceTest, FindsTheServiceAgainAfterItWasKilledAndEndsItOnTerminate) {
+  VornexSDK::sharedInstance().initializeWAS();
+  Outcome first, second, third;
+  ASSERT_TRUE(start(first) && first.ok);
+  ASSERT_EQ(::kill(launches().back().process, SIGKILL), 0);
+  for (int i = 0; i < 500 && TQVornexService()->isConnected(); ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_FALSE(state().first);
+  ASSERT_TRUE(start(second));
+  EXPECT_TRUE(second.ok) << second.error->description();
+  EXPECT_EQ(launches().size(), 2u);
+
+  terminate();
+  EXPECT_FALSE(TQVornexService());
+  // The service that leaves may still hold the lock and the socket.
+  VornexSDK::sharedInstance().initializeWAS();
+  ASSERT_TRUE(start(third));
+  EXPECT_TRUE(third.ok) << third.error->description();
+  EXPECT_EQ(launches().size(), 3u);
+}
+
+TEST_F(ServiceTest, SeveralStartersAtOnceShareOneService) {
+  auto client = std::make_shared<ServiceCallbacks>();
+  std::vector<std::thread> starters;
+  std::atomic<int> failures = 0;
+  for (int i = 0; i < 4; ++i)
+    starters.emplace_back([&] {
+      if (std::make_shared<ServiceProxy>(client)->start()) ++failures;
+    });
+  for (std::thread& starter : starters) starter.join();
+  EXPECT_EQ(failures, 0);
+  EXPECT_EQ(launches().size(), 1u);
+}
+
+TEST_F(ServiceTest, AServiceThatCannotBeStartedIsReported) {
+  VornexSDK::sharedInstance().initializeWAS();
+  for (std::string program : {folder / "missing", std::string("/bin/false")}) {
+    ::setenv("VORNEX_WASD", program.c_str(), 1);
+    Outcome outcome;
+    ASSERT_TRUE(start(outcome)) << program;
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(outcome.code(), 31) << program;
+    EXPECT_FALSE(outcome.error->message().empty());
+  }
+}
+
+TEST_F(ServiceTest, ErrorsOfTheServiceArePassedOn) {
+  FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  service.fail("launchWebServer", 10, "another port");
+  Outcome taken, unloaded, lost;
+  ASSERT_TRUE(start(taken, 9000));
+  EXPECT_EQ(taken.code(), 10);
+  EXPECT_EQ(taken.error->domain(), "VORNEX SERVER");
+  EXPECT_EQ(service.count("loadLibrary"), 0);
+
+  service.answer("launchWebServer", {{"port", 9000}});
+  service.fail("loadLibrary", 0, "no failure");
+  service.on("getLocalAccountPassword", [&](const Value&) {
+    service.hangUp();
+    return Dictionary();
+  });
+  ASSERT_TRUE(start(lost, 9000));
+  EXPECT_FALSE(lost.ok);
+  EXPECT_EQ(lost.code(), 31);
+}
+
+TEST_F(ServiceTest, WithoutAServiceOperationsCompleteAtOnce) {
+  VornexSDK& sdk = VornexSDK::sharedInstance();
+  int completed = 0;
+  sdk.stopWASService([&] { ++completed; });
+  sdk.terminateWAS([&] { ++completed; });
+  sdk.isRunning([&](bool running) { completed += running ? 0 : 1; });
+  EXPECT_EQ(completed, 3);
+}
+
+TEST_F(ServiceTest, SessionsAreReadInTheOrderReported) {
+  FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  service.answer("getUserSessions",
+                 {{"sessions", Array{Dictionary{{"userid", "ann"},
+                                                {"username", 7},
+                                                {"host", "10.0.0.2"},
+                                                {"deviceuuid", "D"},
+                                                {"clienttype", "Mac"},
+                                                {"logindate", std::int64_t{20250307101112345}}},
+                                     Dictionary{{"userid", "bob"}}}}});
+  std::promise<std::vector<TQSession>> promise;
+  VornexSDK::sharedInstance().getUserSessions(
+      [&](std::vector<TQSession> sessions, const TQErrorPtr&) { promise.set_value(std::move(sessions)); });
+  std::vector<TQSession> sessions = promise.get_future().get();
+  ASSERT_EQ(sessions.size(), 2u);
+  EXPECT_EQ(sessions[0].description(),
+            "session userID:ann, userName:(null), deviceUUID:D, host:10.0.0.2, clientType:Mac, "
+            "loginDate:2025-03-07T10:11:12.345Z");
+  EXPECT_EQ(sessions[1].userID, "bob");
+  EXPECT_FALSE(sessions[1].loginDate);
+}
+
+TEST_F(ServiceTest, CallbacksBecomeNotificationsOnTheMainQueueInOrder) {
+  FakeService service;
+  std::vector<std::string> seen;
+  auto token = NotificationCenter::defaultCenter().addObserver("", [&](const Notification& notification) {
+    std::string line = notification.name;
+    if (const Value* status = notification.userInfo.find("status"))
+      line += " " + *notification.userInfo.find("dbname")->ifString() + std::to_string(*status->ifInteger());
+    if (const Value* libraries = std::any_cast<Value>(&notification.object))
+      line += " " + std::to_string(libraries->ifArray()->size());
+    seen.push_back(line);
+  });
+  VornexSDK::sharedInstance().initializeWAS();
+  ASSERT_TRUE(service.await("register"));
+  service.callBack("vornexLibraryDidChangeState", {{"dbname", "unknown"}, {"state", 2}});
+  service.callBack("vornexLibraryUpdated", {{"libraries", Array{Dictionary(), Dictionary()}}});
+  service.callBack("vornexLibraryCreated", {{"libraries", Array{Dictionary()}}});
+  service.callBack("vornexLibraryDeleted", {{"libraries", Array()}});
+  service.callBack("vornexNewerThanThisClient", {});
+  service.callBack("vornexScanStatusForLiveFolder", {{"dbname", "unknown"}}, 5);
+  EXPECT_EQ(service.awaitAnswer(5), Value(Dictionary{{"status", Dictionary()}}));
+  EXPECT_TRUE(seen.empty()) << "before the main queue ran";
+  MainQueue::shared().runPending();
+  NotificationCenter::defaultCenter().removeObserver(token);
+  EXPECT_EQ(seen, (std::vector<std::string>{"TQLibraryDBDidChangeStatusNotification unknown2",
+                                            "TQLibraryUpdateNotification 2", "TQLibraryCreateNotification 1",
+                                            "TQLibraryDidDeleteNotification 0"}));
+}
+
+TEST_F(ServiceTest, ALaunchReportedLaterRenewsThePassword) {
+  FakeService service;
+  service.answer("getLocalAccountPassword", {{"password", "new"}});
+  VornexSDK::sharedInstance().initializeWAS();
+  ASSERT_TRUE(service.await("register"));
+  service.callBack("vornexServiceLaunched", {});
+  for (int i = 0; i < 500 && !TQUserManager::sharedManager().localPassword(); ++i)
+    std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(TQUserManager::sharedManager().localPassword(), "new");
+}
+
+}  // namespace

@@ -1,0 +1,102 @@
+#include <sys/stat.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQUser.h>
+#include <vornex/TQUserManager.h>
+#include <vornex/TQVornexUtil.h>
+
+#include "foundation/PropertyList.h"
+#include "sdk/SdkFixture.h"
+
+using namespace vornex;
+using vornex::testing::Outcome;
+
+namespace {
+
+class UsersTest : public vornex::testing::SdkTest {
+ protected:
+  // The library manager makes the preference folder.
+  UsersTest() { TQLibraryManager::sharedManager(); }
+
+  std::vector<UserPtr> load() {
+    std::promise<std::vector<UserPtr>> promise;
+    manager.loadUsers([&](std::vector<UserPtr> users) { promise.set_value(std::move(users)); });
+    return promise.get_future().get();
+  }
+
+  Outcome create(const char* id, const char* name, std::int64_t type) {
+    Outcome outcome;
+    manager.createUser(TQUser::userWithID(id, name, type, "abc"), outcome.completion());
+    outcome.await();
+    return outcome;
+  }
+
+  TQUserManager& manager = TQUserManager::sharedManager();
+};
+
+TEST_F(UsersTest, UsersAreKeptHashedSortedAndWithoutTheOwner) {
+  EXPECT_TRUE(load().empty());
+  EXPECT_TRUE(create("owner", "Owner", kUserTypeNetwork).ok);
+  EXPECT_TRUE(create(kTQLocalUserID, "Local", kUserTypeLocalOwner).ok);
+  EXPECT_TRUE(create("rev", "Ada", kUserTypeReviewer).ok);
+  EXPECT_EQ(create("rev", "Other", kUserTypeReviewer).code(), 10002);
+  EXPECT_TRUE(logged("Already exist userID : rev"));
+
+  struct stat status {};
+  ASSERT_EQ(::stat(TQVornexUtil::userPlist().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+
+  std::vector<UserPtr> users = load();
+  ASSERT_EQ(users.size(), 2u);
+  EXPECT_EQ(users[0]->id, "rev");
+  EXPECT_EQ(users[0]->password, "900150983CD24FB0D6963F7D28E17F72");
+  EXPECT_EQ(users[1]->name, "Owner");
+  EXPECT_EQ(manager.reviewers(), std::vector<UserPtr>{users[0]});
+  EXPECT_EQ(manager.userForID("owner"), users[1]);
+
+  Outcome none, removed;
+  manager.deleteUsers({}, none.completion());
+  ASSERT_TRUE(none.await());
+  EXPECT_EQ(none.code(), 10000);
+  manager.deleteUsers({TQUser::userWithID("rev", std::nullopt, 0, std::nullopt)}, removed.completion());
+  ASSERT_TRUE(removed.await());
+  EXPECT_TRUE(removed.ok);
+  EXPECT_FALSE(manager.findUserID("rev"));
+  EXPECT_EQ(load().size(), 1u);
+}
+
+TEST_F(UsersTest, ADamagedRowDoesNotHideTheOthers) {
+  Array rows{Dictionary{{"id", 5}, {"password", "p"}}, "text",
+             Dictionary{{"id", "good"}, {"password", "p"}, {"libraries", "none"}}};
+  ASSERT_TRUE(createDirectories(TQVornexUtil::preferenceFolder()));
+  ASSERT_TRUE(writePropertyListFile(TQVornexUtil::userPlist(), Dictionary{{"users", rows}}));
+  std::vector<UserPtr> users = load();
+  ASSERT_EQ(users.size(), 1u);
+  EXPECT_EQ(users[0]->id, "good");
+  EXPECT_EQ(users[0]->userType, -1);
+}
+
+TEST_F(UsersTest, AFileThatCannotBeWrittenIsReported) {
+  ASSERT_TRUE(createDirectories(TQVornexUtil::userPlist()));
+  EXPECT_EQ(create("ann", "Ann", kUserTypeNetwork).code(), 10003);
+  EXPECT_TRUE(logged("createUser, Can't save User Plist"));
+}
+
+TEST_F(UsersTest, LibrariesAreAssignedToUsers) {
+  auto library = TQLibrary::libraryWithName("Films", std::nullopt, kLibraryTypeLocal, false, true, true, "/p",
+                                            std::nullopt, std::make_shared<TQConnection>());
+  ASSERT_TRUE(create("ann", "Ann", kUserTypeNetwork).ok && create("rev", "Rev", kUserTypeReviewer).ok);
+  library->addUsers(manager.users());
+  EXPECT_EQ(library->users().size(), 2u);
+  EXPECT_EQ(library->reviewers(), std::vector<UserPtr>{manager.userForID("rev")});
+  EXPECT_EQ(load()[0]->libraries, (Dictionary{{*library->dbName, "Films"}}));
+  library->removeUsers(manager.users());
+  EXPECT_TRUE(library->users().empty());
+
+  library->libraryType = kLibraryTypeNetwork;
+  library->addUsers(manager.users());
+  EXPECT_TRUE(library->users().empty());
+}
+
+}  // namespace

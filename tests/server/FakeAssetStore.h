@@ -1,0 +1,104 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <mutex>
+
+#include "core/Coercion.h"
+#include "foundation/Json.h"
+#include "foundation/Text.h"
+#include "server/ServerError.h"
+#include "server/store/AssetStore.h"
+
+namespace vornex::server::testing {
+
+/// Assets in memory. Queries: none, or a path compared with "masterpath", alone or "AND importtype == 0".
+class FakeAssetStore : public AssetStore {
+ public:
+  /// Called at the start of each search.
+  std::function<void()> onSearch = [] {};
+
+  Result<std::vector<Result<std::string>>> create(const Array& documents) override {
+    std::vector<Result<std::string>> ids;
+    for (const Value& document : documents) {
+      if (!document.find("name")) {
+        ids.push_back(serverFailure(StatusCode::invalidRequest, "An asset needs a name."));
+        continue;
+      }
+      std::string id = makeUUID();
+      std::lock_guard lock(mutex_);
+      documents_[id] = *document.ifDictionary();
+      documents_[id].set("_id", id);
+      ids.push_back(id);
+    }
+    return ids;
+  }
+
+  Result<std::vector<Result<std::string>>> update(const Array& items) override {
+    std::vector<Result<std::string>> ids;
+    for (const Value& item : items) {
+      std::lock_guard lock(mutex_);
+      auto found = documents_.find(coerce::string(item.find("_id")).value_or(""));
+      if (found == documents_.end()) {
+        ids.push_back(serverFailure(StatusCode::itemNotFound, "There is no such asset."));
+      } else {
+        found->second.merge(*item.ifDictionary());
+        ids.push_back(found->first);
+      }
+    }
+    return ids;
+  }
+
+  Result<std::vector<Result<Dictionary>>> remove(const std::vector<std::string>& ids) override {
+    std::vector<Result<Dictionary>> removed;
+    for (const std::string& id : ids) {
+      std::lock_guard lock(mutex_);
+      auto node = documents_.extract(id);
+      if (node) {
+        removed.push_back(node.mapped());
+      } else {
+        removed.push_back(serverFailure(StatusCode::itemNotFound, "There is no such asset."));
+      }
+    }
+    return removed;
+  }
+
+  Result<std::optional<std::string>> document(const std::string& id) override {
+    std::lock_guard lock(mutex_);
+    auto found = documents_.find(id);
+    if (found == documents_.end()) return std::optional<std::string>();
+    return writeJson(found->second);
+  }
+
+  Result<SearchPage> search(const SearchRequest& request) override {
+    onSearch();
+    std::string path;
+    if (!request.query.empty()) {
+      std::size_t first = request.query.find('"');
+      std::size_t last = request.query.rfind('"');
+      if (first == std::string::npos)
+        return serverFailure(StatusCode::queryInvalid, "Expected a value at position 7.");
+      path = request.query.substr(first + 1, last - first - 1);
+    }
+    bool referencesOnly = request.query.ends_with("AND importtype == 0");
+    SearchPage page;
+    std::lock_guard lock(mutex_);
+    for (const auto& [id, document] : documents_) {
+      if (!path.empty() && coerce::string(document.find("masterpath")) != path) continue;
+      if (referencesOnly && coerce::integer(document.find("importtype")) != 0) continue;
+      std::int64_t index = page.total++;
+      if (index / request.limit == request.page) page.documents.push_back(writeJson(document));
+    }
+    return page;
+  }
+
+  Result<std::int64_t> count() override { return static_cast<std::int64_t>(documents_.size()); }
+  Result<void> checkIntegrity() override { return {}; }
+  Result<void> snapshot(const std::string&) override { return {}; }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, Dictionary> documents_;
+};
+
+}  // namespace vornex::server::testing

@@ -1,0 +1,149 @@
+#include <atomic>
+#include <thread>
+
+#include "server/StoreTest.h"
+
+namespace vornex::server {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class AssetStoreTest : public StoreTest {};
+
+TEST_F(AssetStoreTest, KeepsEveryKeyOfADocumentAndNamesItAfresh) {
+  const std::string json =
+      R"({"name":"a","_id":"mine","trash":false,"filesize":18446744073709551615,)"
+      R"("createdate":20240131120000123,"unknown":{"deep":[1,2.5,null,"x\u0000y"]},"tags":[]})";
+  std::vector<std::string> ids = create({json, json});
+  ASSERT_EQ(ids.size(), 2u);
+  EXPECT_NE(ids[0], ids[1]);
+  EXPECT_THAT(ids[0], ::testing::MatchesRegex("[0-9a-f]{24}"));
+  Value expected = fromJson(json);
+  expected.ifDictionary()->set("_id", ids[0]);
+  EXPECT_EQ(fromJson(store_->document(ids[0]).value().value()), expected);
+  EXPECT_FALSE(store_->document("mine").value().has_value());
+  EXPECT_EQ(store_->count().value(), 2);
+  EXPECT_THAT(found("unknown.deep CONTAINS 2.5 AND unknown.deep CONTAINS 'x'"), ElementsAre("a", "a"));
+}
+
+TEST_F(AssetStoreTest, ReportsBadItemsByPlaceAndStoresTheOthers) {
+  Array items{fromJson(R"({"name":"good"})"),
+              5,
+              fromJson(R"({"type":1})"),
+              fromJson(R"({"name":7})"),
+              Dictionary{{"name", "big"}, {"blob", std::string(kMaximumDocumentSize, 'x')}},
+              fromJson(R"({"name":"last"})")};
+  Result<std::vector<Result<std::string>>> created = store_->create(items);
+  ASSERT_TRUE(created);
+  ASSERT_EQ(created->size(), 6u);
+  for (std::size_t bad : {1, 2, 3})
+    EXPECT_EQ(codeOf((*created)[bad].error()), StatusCode::invalidRequest) << bad;
+  EXPECT_EQ(codeOf((*created)[4].error()), StatusCode::limitExceeded);
+  EXPECT_THAT(found("", "name", "name"), ElementsAre("good", "last"));
+
+  std::string good = (*created)[0].value();
+  Result<std::vector<Result<std::string>>> updated =
+      store_->update({Dictionary{{"_id", good}, {"rating", 3}}, Dictionary{{"_id", "unknown"}},
+                      Dictionary{{"rating", 1}}, "text", Dictionary{{"_id", good}, {"name", nullptr}}});
+  ASSERT_TRUE(updated);
+  EXPECT_EQ((*updated)[0].value(), good);
+  EXPECT_EQ(codeOf((*updated)[1].error()), StatusCode::itemNotFound);
+  for (std::size_t bad : {2, 3, 4})
+    EXPECT_EQ(codeOf((*updated)[bad].error()), StatusCode::invalidRequest) << bad;
+  EXPECT_THAT(found("rating == 3"), ElementsAre("good"));
+
+  Result<std::vector<Result<Dictionary>>> removed = store_->remove({good, good, "unknown"});
+  ASSERT_TRUE(removed);
+  EXPECT_EQ(*(*removed)[0]->find("name"), Value("good"));
+  EXPECT_EQ(codeOf((*removed)[1].error()), StatusCode::itemNotFound);
+  EXPECT_EQ(codeOf((*removed)[2].error()), StatusCode::itemNotFound);
+  EXPECT_EQ(store_->count().value(), 1);
+}
+
+TEST_F(AssetStoreTest, MergesDictionariesAndReplacesTheRest) {
+  std::string id =
+      create({R"({"name":"a","tags":["x","y"],"custom":{"a":{"b":1,"c":2},"d":[1]},"n":{"k":1}})"})[0];
+  Value change = fromJson(R"({"tags":["z"],"custom":{"a":{"b":9},"e":{"f":1}},"n":5,"_id":")" + id + "\"}");
+  ASSERT_TRUE(store_->update({change}).value()[0]);
+  EXPECT_EQ(
+      fromJson(**store_->document(id)),
+      fromJson(R"({"name":"a","tags":["z"],"custom":{"a":{"b":9,"c":2},"d":[1],"e":{"f":1}},"n":5,"_id":")" +
+               id + "\"}"));
+  EXPECT_THAT(found("custom.a.b == 9 AND tags CONTAINS 'z'"), ElementsAre("a"));
+  EXPECT_THAT(found("tags CONTAINS 'x'"), IsEmpty());
+}
+
+TEST_F(AssetStoreTest, OrdersTotallyAndPagesWithoutGaps) {
+  std::vector<std::string> documents = {
+      R"({"name":"Zebra","x":{"y":true}})", R"({"name":"apple","x":{"y":"B"}})",
+      R"({"name":"Äpfel","x":{"y":0.5}})", R"({"name":"10","x":{"y":"a"}})", R"({"name":"none"})"};
+  create(documents);
+  EXPECT_THAT(found("", "name", "name"), ElementsAre("10", "apple", "none", "Zebra", "Äpfel"));
+  EXPECT_THAT(found("", "name", "x.y"), ElementsAre("none", "Äpfel", "Zebra", "10", "apple"));
+  EXPECT_THAT(found("", "name", "x.y", false), ElementsAre("apple", "10", "Zebra", "Äpfel", "none"));
+
+  std::vector<std::string> many(53, R"({"name":"same","importdate":1,"type":2,"custom":1})");
+  create(many);
+  for (const std::string& query : {std::string("type == 2"), std::string("name CONTAINS 's.me'")}) {
+    for (const std::string& sortField : {std::string(), std::string("type"), std::string("custom")}) {
+      std::vector<std::string> ids;
+      for (std::int64_t page = 0; page < 7; ++page) {
+        SearchPage part = search({page, 10, query, sortField, page % 2 == 0 || true});
+        EXPECT_EQ(part.total, 53);
+        for (const std::string& document : part.documents)
+          ids.push_back(*fromJson(document).find("_id")->ifString());
+      }
+      EXPECT_EQ(ids.size(), 53u) << query << sortField;
+      EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end(), std::less_equal<>())) << query << sortField;
+    }
+  }
+  for (const char* query : {"type == 2", "custom == 1"}) {
+    SearchPage beyond = search({std::int64_t{1} << 62, 1000, query, "", true});
+    EXPECT_EQ(beyond.total, 53);
+    EXPECT_THAT(beyond.documents, IsEmpty());
+    EXPECT_EQ(search({0, 0, query, "", true}).total, 53);
+  }
+  EXPECT_EQ(codeOf(store_->search({-1, 10, "", "", true}).error()), StatusCode::invalidRequest);
+  EXPECT_EQ(codeOf(store_->search({0, 10, "name ==", "", true}).error()), StatusCode::queryInvalid);
+}
+
+TEST_F(AssetStoreTest, AnswersQueriesOfAnySize) {
+  std::vector<std::string> ids = create({R"({"name":"a","group":"g1"})", R"({"name":"b","group":"g2"})"});
+  std::string groups, identifiers, mixed, nested = "group == 'g1'";
+  for (int i = 0; i < 5000; ++i) {
+    groups += "group == 'x" + std::to_string(i) + "' OR ";
+    identifiers += "_id MATCHES '" + std::to_string(i) + "' OR ";
+    mixed += "type == " + std::to_string(i) + " OR group < '" + std::to_string(i) + "' OR ";
+  }
+  for (int i = 0; i < 100; ++i) nested = "(type == 7 OR (" + nested + "))";
+  EXPECT_THAT(found(groups + "group == 'g2'"), ElementsAre("b"));
+  EXPECT_THAT(found(identifiers + "_id MATCHES '" + ids[0] + "'"), ElementsAre("a"));
+  EXPECT_THAT(found(mixed + "group == 'g1'"), ElementsAre("a"));
+  EXPECT_THAT(found(nested), ElementsAre("a"));
+}
+
+TEST_F(AssetStoreTest, SearchesAreConsistentWhileOthersWrite) {
+  std::atomic<bool> done = false;
+  std::thread writer([&] {
+    for (int i = 0; i < 60; ++i)
+      create({R"({"name":"pair","importdate":1})", R"({"name":"pair","importdate":2})"});
+    done = true;
+  });
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 6; ++i)
+    readers.emplace_back([&] {
+      while (!done) {
+        SearchPage page = search({0, 1000, "name CONTAINS 'pair'", "importdate", true});
+        EXPECT_EQ(page.total % 2, 0);
+        EXPECT_EQ(page.documents.size(), static_cast<std::size_t>(page.total));
+      }
+    });
+  writer.join();
+  for (std::thread& reader : readers) reader.join();
+  EXPECT_EQ(store_->count().value(), 120);
+}
+
+}  // namespace
+}  // namespace vornex::server
