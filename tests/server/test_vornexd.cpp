@@ -7,6 +7,7 @@
 #include <csignal>
 #include <thread>
 
+#include "core/Coercion.h"
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
 #include "foundation/Json.h"
@@ -68,6 +69,18 @@ class VornexdTest : public ::testing::Test {
     ASSERT_TRUE(itemExists(layout::controlSocket())) << output();
   }
 
+  /// Waits for the service; the socket of a killed one may still be there.
+  static RawClient connect() {
+    for (int i = 0; i < 500; ++i) {
+      try {
+        return RawClient::unixSocket(layout::controlSocket());
+      } catch (const std::runtime_error&) {
+        std::this_thread::sleep_for(20ms);
+      }
+    }
+    throw std::runtime_error("the service does not start");
+  }
+
   static Value call(RawClient& client, const std::string& method, Dictionary params = {}) {
     (void)client.send(writeJson(Dictionary{{"id", 1}, {"method", method}, {"params", std::move(params)}}) +
                       "\n");
@@ -96,8 +109,7 @@ TEST_F(VornexdTest, KeepsWhatItHasAcknowledgedWhenItIsKilled) {
   std::string id;
   for (int run = 0; run < 2; ++run) {
     Program program({"--log-level", "debug"}, output_);
-    awaitSocket();
-    RawClient client = RawClient::unixSocket(layout::controlSocket());
+    RawClient client = connect();
     std::string password = *call(client, "getLocalAccountPassword").find("password")->ifString();
     std::int64_t port = *call(client, "launchWebServer", {{"port", 0}}).find("port")->ifInteger();
     if (run == 0) {
@@ -108,7 +120,7 @@ TEST_F(VornexdTest, KeepsWhatItHasAcknowledgedWhenItIsKilled) {
       RawClient::Reply created =
           post(password, port, "libraries/db/assets/create", R"({"items": [{"name": "clip"}]})");
       ASSERT_EQ(created.status, 200) << created.body;
-      id = created.body.substr(created.body.find("_id") + 6, 36);
+      id = coerce::string(parseJson(created.body)->find("items")->ifArray()->at(0).find("_id")).value();
       program.signal(SIGKILL);
       EXPECT_EQ(program.end(), -SIGKILL);
     } else {
