@@ -79,11 +79,12 @@ class TQLibraryManager {
   // Life cycle (TQLibraryManagerLifecycle.cpp)
 
   /// Makes the package folder, the library's files and its database, and adds the library to the list. The
-  /// folder that is to contain the package folder must exist. Called back on a worker thread. Errors: 10000 a
-  /// missing argument, 10001 a network library, 10002 the package folder exists, 10003 a file could not be
-  /// written, 10010 the package folder could not be made, 10011 and 10012 no access to the folder above it, a
-  /// "posix" error when a folder inside could not be made, or the service's error. Nothing stays behind when
-  /// the service refuses or a step before it fails. False without an error: another computer's lock file.
+  /// folder that is to contain the package folder must exist, or lie in a bookmarked one. Called back on a
+  /// worker thread. Errors: 10000 a missing argument, 10001 a network library or a relative path, 10002 the
+  /// package folder exists or the database name is known, 10003 a file could not be written, 10010 the
+  /// package folder could not be made, 10011 and 10012 no access to the folder above it, a "posix" error when
+  /// a folder inside could not be made, or the service's error. When a step up to the service's consent
+  /// fails, nothing stays behind. False without an error: another computer's lock file.
   void createLibrary(LibraryPtr library, Completion completion);
 
   /// Takes a library out of the list. With allDelete its database and its package folder are removed first.

@@ -45,6 +45,10 @@ TQErrorPtr checkNewLibrary(const LibraryPtr& library) {
     logLine(LogLevel::error, "Library is network: " + library->name.value_or("(null)"));
     return sdkError(10001, "request.error.param.invalid");
   }
+  if (!library->packageFolder->starts_with('/')) {
+    logPlace(library);
+    return sdkError(10001, "request.error.param.invalid");
+  }
   if (itemExists(*library->packageFolder)) {
     logPlace(library);
     return sdkError(10002, "library.message.exist");

@@ -23,6 +23,8 @@ using namespace std::chrono_literals;
 // For questions, and for work that may take as long as the disks do.
 constexpr std::chrono::milliseconds kQuickLimit = 30s;
 constexpr std::chrono::milliseconds kWorkLimit = 10min;
+// How long a service that was told to end is waited for.
+constexpr std::chrono::milliseconds kFarewell = 10s;
 
 TQErrorPtr errorFrom(const Error& error) {
   OptionalString domain;
@@ -240,9 +242,13 @@ void ServiceProxy::startAllBoookmarks(Completed completion) {
   work("startAllBookmarks", {}, std::move(completion));
 }
 void ServiceProxy::terminate(Completed completion) {
-  work("terminate", {}, std::move(completion));
+  work("terminate", {},
+       [self = shared_from_this(), completion = std::move(completion)](const TQErrorPtr& error) {
+         for (auto limit = Clock::now() + kFarewell; self->isConnected() && Clock::now() < limit;)
+           std::this_thread::sleep_for(10ms);
+         completion(error);
+       });
 }
-
 void ServiceProxy::addLibrary(const Dictionary& library, Completed completion) {
   work("addLibrary", {{"library", library}}, std::move(completion));
 }

@@ -21,7 +21,7 @@ namespace vornex {
 /// found again by the next operation. Errors of the service are passed on unchanged; null is success.
 ///
 /// Thread-safety: safe on any thread. Completions come exactly once, on worker threads, which they may block.
-class ServiceProxy {
+class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
  public:
   using Completed = std::function<void(TQErrorPtr error)>;
 
@@ -53,7 +53,8 @@ class ServiceProxy {
   void updateLibrary(Completed completion);
   void updateUsers(Completed completion);
   void startAllBoookmarks(Completed completion);
-  /// Ends the service process.
+  /// Ends the service process; completes when it has let go of the connection, but not later than 10 seconds
+  /// after its answer.
   void terminate(Completed completion);
 
   void addLibrary(const Dictionary& library, Completed completion);

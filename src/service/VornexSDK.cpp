@@ -5,11 +5,14 @@
 
 #include "core/Coercion.h"
 #include "core/DateNumber.h"
+#include "core/StatusCode.h"
 #include "service/ServiceCallbacks.h"
 #include "service/TQVornexService.h"
 
 namespace vornex {
 namespace {
+
+constexpr int kStartAttempts = 3;
 
 TQSession sessionOf(const Value& entry) {
   auto text = [&](const char* key) { return coerce::string(entry.find(key)); };
@@ -23,6 +26,22 @@ void loadLibraries(const std::shared_ptr<ServiceProxy>& service, const Completio
     if (isFailure(error)) return completion(false, error);
     // The service reports its launch as well, but requests may follow the completion at once.
     fetchLocalPassword([completion](const TQErrorPtr& failure) { completion(!isFailure(failure), failure); });
+  });
+}
+
+bool isLost(const TQErrorPtr& error) {
+  return error && error->code() == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
+}
+
+// Blocks while the service starts. A service that was about to end when it was found is started anew.
+void launch(const std::shared_ptr<ServiceProxy>& service, std::int64_t port, int attempts,
+            const Completion& completion) {
+  if (TQErrorPtr error = service->start()) return completion(false, error);
+  service->launchWebServerWithPort(port, [=](std::int64_t portInUse, const TQErrorPtr& error) {
+    if (isLost(error) && attempts > 1) return launch(service, port, attempts - 1, completion);
+    if (isFailure(error)) return completion(false, error);
+    if (portInUse > 0) VornexSDK::sharedInstance().WASPort = portInUse;
+    loadLibraries(service, completion);
   });
 }
 
@@ -42,14 +61,8 @@ void VornexSDK::startWASServiceWithPort(std::int64_t port, Completion completion
   if (port != 0) WASPort = port;
   auto service = TQVornexService();
   if (!service) return;
-  GlobalQueue::shared().async([this, service, port, completion = std::move(completion)] {
-    if (TQErrorPtr error = service->start()) return completion(false, error);
-    service->launchWebServerWithPort(
-        port, [this, service, completion](std::int64_t portInUse, const TQErrorPtr& error) {
-          if (isFailure(error)) return completion(false, error);
-          if (portInUse > 0) WASPort = portInUse;
-          loadLibraries(service, completion);
-        });
+  GlobalQueue::shared().async([service, port, completion = std::move(completion)] {
+    launch(service, port, kStartAttempts, completion);
   });
 }
 

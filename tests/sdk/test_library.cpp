@@ -252,6 +252,9 @@ TEST_F(LibraryTest, WhatCannotBeCreatedIsRefusedBeforeAnythingIsMade) {
   LibraryPtr network = newLibrary();
   network->libraryType = kLibraryTypeNetwork;
   EXPECT_EQ(create(network).code(), 10001);
+  LibraryPtr relative = newLibrary();
+  relative->packageFolder = "Films";
+  EXPECT_EQ(create(relative).code(), 10001);
   LibraryPtr orphan = newLibrary();
   orphan->packageFolder = folder / "no/such/Films";
   EXPECT_EQ(create(orphan).code(), 10011);
