@@ -1,16 +1,15 @@
 #include <vornex/vornex.h>
 
 #include <cstdio>
-
 using namespace vornex;
 
 int main() {
   VornexSDK::sharedInstance().initializeWAS();
-  VornexSDK::sharedInstance().startWASServiceWithPort(0, [](bool, TQErrorPtr) {
-    TQLibraryManager::sharedManager().loadAllLibraries([](std::vector<LibraryPtr> libraries) {
-      for (const LibraryPtr& library : libraries)
-        for (const AssetPtr& asset : TQSearchManager::sharedManager().searchAssetWithLibrary(library, nullptr, 0, 100, 0).result)
-          std::printf("%s: %s\n", library->name->c_str(), asset->name()->c_str());
+  VornexSDK::sharedInstance().startWASServiceWithPort(0, [](bool, const TQErrorPtr&) {
+    TQLibraryManager::sharedManager().loadAllLibraries([](const std::vector<LibraryPtr>& libraries) {
+      auto page =
+          TQSearchManager::sharedManager().searchAssetWithLibrary(libraries.at(0), PredicatePtr(), 0, 10, 0);
+      for (const AssetPtr& asset : page.result) std::puts(asset->name()->c_str());
       MainQueue::shared().stop();
     });
   });

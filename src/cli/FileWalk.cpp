@@ -12,7 +12,6 @@
 
 #include "cli/Paths.h"
 #include "foundation/Files.h"
-#include "foundation/Text.h"
 
 namespace vornex::cli {
 namespace {
@@ -36,8 +35,6 @@ class Walk {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
       fail(path, describeFailure(path, errno));
-    } else if (!isValidUtf8(path)) {
-      fail(path, "its name is not UTF-8");
     } else if (S_ISREG(status.st_mode)) {
       result.files.push_back(
           {path, static_cast<std::uint64_t>(status.st_size), milliseconds(status.st_mtim)});

@@ -7,7 +7,7 @@
 namespace vornex::cli {
 
 struct FoundFile {
-  /// Absolute.
+  /// Absolute, byte for byte.
   std::string path;
   std::uint64_t size = 0;
   /// Modification time in milliseconds since 1970.
@@ -29,7 +29,7 @@ struct WalkOptions {
 struct WalkResult {
   /// Depth first, the entries of a folder sorted by the bytes of their names.
   std::vector<FoundFile> files;
-  /// Missing paths, unreadable folders, broken links, names that are not UTF-8.
+  /// Missing paths, unreadable folders, broken links.
   std::vector<WalkNote> failures;
   /// Links back into a folder already walked, excluded folders, and what is neither file nor folder.
   std::vector<WalkNote> skipped;

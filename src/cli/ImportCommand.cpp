@@ -16,6 +16,7 @@
 #include "cli/Output.h"
 #include "cli/Paths.h"
 #include "cli/Search.h"
+#include "import/FileNames.h"
 
 namespace vornex::cli {
 namespace {
@@ -35,7 +36,7 @@ Result<std::uint64_t> removeHeld(const LibraryPtr& library, std::vector<FoundFil
   });
   if (!read) return tl::unexpected(read.error());
   return std::erase_if(files, [&](const FoundFile& file) {
-    return held.contains(versionKey(file.path, file.size, file.modified));
+    return held.contains(versionKey(recordText(file.path), file.size, file.modified));
   });
 }
 
@@ -51,11 +52,11 @@ std::vector<std::string> ownFolders() {
 void reportWalk(const WalkResult& walk, const Output& output) {
   for (const WalkNote& note : walk.skipped) {
     writeLine(stderr, fmt::format("{}: skipped: {}", printable(note.path), note.reason));
-    output.record("file", {{"path", note.path}, {"result", "skipped"}, {"reason", note.reason}});
+    output.record("file", {{"path", recordText(note.path)}, {"result", "skipped"}, {"reason", note.reason}});
   }
   for (const WalkNote& note : walk.failures) {
     writeLine(stderr, fmt::format("{}: not imported: {}", printable(note.path), note.reason));
-    output.record("file", {{"path", note.path}, {"result", "failed"}, {"reason", note.reason}});
+    output.record("file", {{"path", recordText(note.path)}, {"result", "failed"}, {"reason", note.reason}});
   }
 }
 

@@ -14,6 +14,7 @@
 #include "core/StatusCode.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
+#include "import/FileNames.h"
 
 namespace vornex::cli {
 namespace {
@@ -141,7 +142,7 @@ void ImportRun::settleImported(const Task& task) {
   state_.bytes += task.file.size;
   const OptionalString warning = warningFor(task.file, *current_.asset, *library_);
   if (warning) display_.note(fmt::format("{}: {}", printable(task.file.path), *warning));
-  output_.record("file", {{"path", task.file.path},
+  output_.record("file", {{"path", recordText(task.file.path)},
                           {"result", "imported"},
                           {"id", current_.asset->id},
                           {"size", task.file.size},
@@ -154,7 +155,7 @@ void ImportRun::settleFailed(const Task& task, const std::string& reason) {
   ++state_.files;
   state_.bytes += task.file.size;
   display_.note(fmt::format("{}: not imported: {}", printable(task.file.path), printable(reason)));
-  output_.record("file", {{"path", task.file.path}, {"result", "failed"}, {"reason", reason}});
+  output_.record("file", {{"path", recordText(task.file.path)}, {"result", "failed"}, {"reason", reason}});
 }
 
 double ImportRun::secondsSoFar() const {

@@ -246,7 +246,7 @@ TEST_F(ProjectTree, ChangesALocalTree) {
   EXPECT_TRUE(std::get<0>(removeGroup(inner)));
   EXPECT_THAT(group->childGroups, IsEmpty());
   EXPECT_EQ(codeOf(std::get<1>(removeGroup(inner))), 10000);
-  const Value& saved = file().find("projects")->ifArray()->at(0);
+  const Value saved = file().find("projects")->ifArray()->at(0);
   EXPECT_EQ(*saved.find("group")->ifArray()->at(0).find("name"), Value("new"));
 }
 

@@ -70,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(Quotes, SearchString,
                                            ParseCase{R"("this OR that")", {"this OR that"}, 0, 0},
                                            ParseCase{R"(""red car"")", {"red car"}, 0, 0},
                                            ParseCase{R"(cat "dog" OR fox)", {}, -1, 10015},
-                                           ParseCase{R"(a b "c" d OR e "f")", {}, -1, 10015},
+                                           ParseCase{R"(a AND b "c" d OR e "f")", {}, -1, 10015},
                                            ParseCase{R"("")", {""}, 1, 0},
                                            ParseCase{R"(a " b)", {}, -1, 10014},
                                            ParseCase{R"("a" "b)", {}, -1, 10014}));
