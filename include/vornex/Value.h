@@ -91,7 +91,14 @@ class Value {
  public:
   enum class Kind { null, boolean, integer, unsignedInteger, real, string, data, date, array, dictionary };
 
-  Value() = default;
+  // Defined out of line: inlined, a variant of this size makes every user slow to compile and large.
+  Value();
+  Value(const Value& other);
+  Value(Value&& other) noexcept;
+  Value& operator=(const Value& other);
+  Value& operator=(Value&& other) noexcept;
+  ~Value();
+
   Value(std::nullptr_t) {}
   Value(bool value) : storage_(value) {}
   Value(int value) : storage_(std::int64_t{value}) {}
@@ -100,8 +107,8 @@ class Value {
   Value(unsigned int value) : storage_(static_cast<std::int64_t>(value)) {}
   Value(std::uint64_t value);
   Value(double value) : storage_(value) {}
-  Value(const char* value) : storage_(std::string(value)) {}
-  Value(std::string_view value) : storage_(std::string(value)) {}
+  Value(const char* value);
+  Value(std::string_view value);
   Value(std::string value) : storage_(std::move(value)) {}
   Value(Data value) : storage_(std::move(value)) {}
   Value(Date value) : storage_(value) {}
@@ -131,7 +138,7 @@ class Value {
   /// The value under the key when this is a dictionary that has it, else null.
   const Value* find(std::string_view key) const;
 
-  bool operator==(const Value& other) const { return storage_ == other.storage_; }
+  bool operator==(const Value& other) const;
 
  private:
   // The order of the alternatives is the order of Kind.

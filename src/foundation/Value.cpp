@@ -115,6 +115,20 @@ bool Dictionary::operator==(const Dictionary& other) const {
   return true;
 }
 
+Value::Value() = default;
+Value::Value(const Value& other) = default;
+Value::Value(Value&& other) noexcept = default;
+Value& Value::operator=(const Value& other) = default;
+Value& Value::operator=(Value&& other) noexcept = default;
+Value::~Value() = default;
+
+Value::Value(const char* value) : storage_(std::string(value)) {}
+Value::Value(std::string_view value) : storage_(std::string(value)) {}
+
+bool Value::operator==(const Value& other) const {
+  return storage_ == other.storage_;
+}
+
 Value::Value(std::uint64_t value) {
   if (value <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
     storage_ = static_cast<std::int64_t>(value);

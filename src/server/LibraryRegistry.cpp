@@ -101,9 +101,10 @@ bool isValidDatabaseName(std::string_view name) {
 }
 
 LibraryTrees::LibraryTrees(const std::string& packageFolder)
-    : projects(layout::projectPlist(packageFolder)),
-      liveFolders(layout::liveFolderPlist(packageFolder)),
-      fcpxLibraries(layout::fcpxLibraryPlist(packageFolder)) {}
+    : projects(packageFolder),
+      projectHash(layout::projectPlist(packageFolder)),
+      liveFolderHash(layout::liveFolderPlist(packageFolder)),
+      fcpxLibraryHash(layout::fcpxLibraryPlist(packageFolder)) {}
 
 /// The exclusive right to change one library.
 class LibraryRegistry::Turn {

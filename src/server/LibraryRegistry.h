@@ -14,8 +14,9 @@
 #include <vector>
 
 #include "foundation/Error.h"
-#include "server/TreeFile.h"
+#include "server/TreeHash.h"
 #include "server/store/AssetStore.h"
+#include "server/store/ProjectTree.h"
 
 namespace vornex::server {
 
@@ -27,9 +28,10 @@ enum class LibraryState { closed = 0, open = 1, failed = 2 };
 /// The trees in a package folder.
 struct LibraryTrees {
   explicit LibraryTrees(const std::string& packageFolder);
-  TreeFile projects;
-  TreeFile liveFolders;
-  TreeFile fcpxLibraries;
+  ProjectTree projects;
+  TreeHash projectHash;
+  TreeHash liveFolderHash;
+  TreeHash fcpxLibraryHash;
 };
 
 /// A library as one request sees it. While somebody holds it, its database stays open.

@@ -3,8 +3,11 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
@@ -30,6 +33,14 @@ spdlog::level::level_enum spdlogLevel(LogLevel level) {
   return spdlog::level::err;
 }
 
+/// Whoever started the service may have pointed its standard error at the log file already.
+bool isStandardError(const std::string& path) {
+  struct stat file {};
+  struct stat standardError {};
+  return ::stat(path.c_str(), &file) == 0 && ::fstat(STDERR_FILENO, &standardError) == 0 &&
+         file.st_dev == standardError.st_dev && file.st_ino == standardError.st_ino;
+}
+
 /// A line stays one line, whatever a client put into it.
 std::string withoutControls(std::string line) {
   std::replace_if(
@@ -50,10 +61,13 @@ Result<LogLevel> logLevelNamed(const std::string& name) {
 Result<void> startServiceLog(LogLevel level) {
   if (auto made = createDirectories(layout::serviceFolder(), 0700); !made) return made;
   try {
-    auto errors = std::make_shared<spdlog::sinks::stderr_sink_mt>();
     auto file = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(layout::serviceLogFile(), kFileSize,
                                                                        kGenerations);
-    auto logger = std::make_shared<spdlog::logger>("vornexd", spdlog::sinks_init_list{errors, file});
+    std::vector<spdlog::sink_ptr> sinks{file};
+    if (!isStandardError(layout::serviceLogFile())) {
+      sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
+    }
+    auto logger = std::make_shared<spdlog::logger>("vornexd", sinks.begin(), sinks.end());
     logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %l %v");
     logger->set_level(spdlogLevel(level));
     logger->flush_on(spdlog::level::info);

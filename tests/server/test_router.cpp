@@ -256,11 +256,8 @@ TEST_F(RouterTest, CarriesTheHashesOfTheTrees) {
     ASSERT_TRUE(writePropertyListFile(path, tree));
   };
   std::string package = packageFolder(kDbName);
-  Dictionary node{{"id", "p1"},
-                  {"name", "One"},
-                  {"dbname", kDbName},
-                  {"type", 0},
-                  {"group", Array{Dictionary{{"id", "g1"}}}}};
+  Dictionary group{{"id", "g1"}, {"name", "Group"}, {"dbname", kDbName}, {"type", 1}};
+  Dictionary node{{"id", "p1"}, {"name", "One"}, {"dbname", kDbName}, {"type", 0}, {"group", Array{group}}};
   writeTree(layout::projectPlist(package), {{"hash", "A"}, {"projects", Array{node}}, {"other", 1}});
   writeTree(layout::liveFolderPlist(package), {{"hash", "B"}});
   writeTree(layout::fcpxLibraryPlist(package), {{"hash", "C"}});

@@ -65,7 +65,7 @@ struct Atom {
 };
 
 struct Pattern {
-  std::vector<Atom> atoms;
+  std::vector<std::vector<Atom>> alternatives;
   std::string source;
 };
 
@@ -85,12 +85,19 @@ bool matchesFrom(const std::vector<Atom>& atoms, std::size_t atom, std::u32strin
 }
 
 bool foundIn(const Pattern& pattern, const std::string& text, const char* Sign::*form) {
-  Pattern formedPattern = pattern;
-  for (Atom& atom : formedPattern.atoms) atom.text = formed(atom.text, form);
   std::u32string all = codePoints(formed(text, form));
-  for (std::size_t at = 0; at <= all.size(); ++at)
-    if (matchesFrom(formedPattern.atoms, 0, std::u32string_view(all).substr(at), false, false)) return true;
+  for (std::vector<Atom> atoms : pattern.alternatives) {
+    for (Atom& atom : atoms) atom.text = formed(atom.text, form);
+    for (std::size_t at = 0; at <= all.size(); ++at)
+      if (matchesFrom(atoms, 0, std::u32string_view(all).substr(at), false, false)) return true;
+  }
   return false;
+}
+
+bool isWhole(const Pattern& pattern, const std::string& text, bool newlines) {
+  return std::any_of(pattern.alternatives.begin(), pattern.alternatives.end(), [&](const auto& atoms) {
+    return matchesFrom(atoms, 0, codePoints(text), true, newlines);
+  });
 }
 
 struct Node {
@@ -132,7 +139,7 @@ std::string constantText(const Value& value) {
 std::string Node::query() const {
   if (kind == Kind::none) return "NOT (" + children[0].query() + ")";
   if (kind == Kind::leaf) {
-    std::string right = pattern.atoms.empty() ? constantText(constant) : quoted(pattern.source);
+    std::string right = pattern.alternatives.empty() ? constantText(constant) : quoted(pattern.source);
     return (modifier.empty() ? "" : modifier + " ") + key + " " + op + options + " " + right;
   }
   std::string all;
@@ -168,8 +175,8 @@ std::optional<int> order(const Value& a, const Value& b) {
 
 bool Node::textHolds(const std::string& text) const {
   if (op == "CONTAINS") return foundIn(pattern, text, form() == &Sign::text ? &Sign::folded : form());
-  if (op == "MATCHES") return matchesFrom(pattern.atoms, 0, codePoints(text), true, false);
-  if (op == "LIKE") return matchesFrom(pattern.atoms, 0, codePoints(text), true, true);
+  if (op == "MATCHES") return isWhole(pattern, text, false);
+  if (op == "LIKE") return isWhole(pattern, text, true);
   std::string whole = formed(text, form());
   std::string part = formed(*constant.ifString(), form());
   return op == "BEGINSWITH" ? whole.starts_with(part) : whole.ends_with(part);
@@ -177,7 +184,7 @@ bool Node::textHolds(const std::string& text) const {
 
 bool Node::leafHolds(const Value* value) const {
   bool missing = !value || value->isNull();
-  if (op == "==" && constant.isNull() && pattern.atoms.empty()) return missing;
+  if (op == "==" && constant.isNull() && pattern.alternatives.empty()) return missing;
   if (missing) return false;
   if (op == "!=" && constant.isNull()) return true;
   if (op == "==") return same(*value, constant, form());
@@ -243,6 +250,23 @@ class Generator {
     return result;
   }
 
+  // Mostly a part of a text that documents have, at times without the mark of its last character.
+  Text excerpt(std::size_t longest) {
+    if (seen_.empty() || oneIn(4)) return text(longest);
+    const Text& whole = of(seen_);
+    std::size_t begin = below(whole.size() + 1);
+    std::size_t length = std::min(below(longest + 1), whole.size() - begin);
+    Text part(whole.begin() + static_cast<std::ptrdiff_t>(begin),
+              whole.begin() + static_cast<std::ptrdiff_t>(begin + length));
+    if (!part.empty() && part.back()->text == std::string("e\u0301") && oneIn(2)) part.back() = &kSigns[3];
+    return part;
+  }
+
+  std::string remembered(Text text) {
+    seen_.push_back(text);
+    return written(text);
+  }
+
   Value scalar() {
     static const std::vector<Value> kValues = {
         nullptr,           true, false, 0,  1,    2,  -1, 1.5, 1.0, -0.5, 20240131120000123,
@@ -252,14 +276,15 @@ class Generator {
 
   Value tags() {
     Array all;
-    for (std::size_t i = below(4); i > 0; --i) all.push_back(oneIn(6) ? scalar() : Value(written(text(5))));
+    for (std::size_t i = below(4); i > 0; --i)
+      all.push_back(oneIn(6) ? scalar() : Value(remembered(text(8))));
     return all;
   }
 
   Dictionary document() {
-    Dictionary made{{"name", written(text(9))}};
+    Dictionary made{{"name", remembered(text(14))}};
     if (!oneIn(4)) made.set("tags", oneIn(5) ? scalar() : tags());
-    if (!oneIn(4)) made.set("fileext", oneIn(5) ? scalar() : Value(written(text(4))));
+    if (!oneIn(4)) made.set("fileext", oneIn(5) ? scalar() : Value(remembered(text(4))));
     for (const char* key : {"type", "trash", "project", "importdate", "other"})
       if (!oneIn(3)) made.set(key, oneIn(12) ? tags() : scalar());
     if (!oneIn(3)) made.set("custom", oneIn(4) ? scalar() : Value(Dictionary{{"key", scalar()}}));
@@ -268,31 +293,42 @@ class Generator {
 
   Pattern pattern(const std::string& op) {
     Pattern made;
-    for (std::size_t i = 1 + below(5); i > 0; --i) {
+    addAlternative(made, op);
+    while (op != "LIKE" && oneIn(6)) {
+      made.source += "|";
+      addAlternative(made, op);
+    }
+    return made;
+  }
+
+  void addAlternative(Pattern& made, const std::string& op) {
+    Text literal = excerpt(7);
+    if (literal.empty()) literal = {&kSigns[0]};
+    std::vector<Atom>& atoms = made.alternatives.emplace_back();
+    for (const Sign* sign : literal) {
       Atom atom;
-      atom.any = oneIn(7);
+      atom.any = oneIn(9);
       if (atom.any) {
         made.source += op == "LIKE" ? "?" : ".";
       } else {
-        atom.text = of(kSigns).text;
+        atom.text = sign->text;
         bool special = std::string_view(".(+*\\").find(atom.text) != std::string_view::npos;
         made.source += (special ? "\\" : "") + atom.text;
       }
       // A decomposed character is one to a pattern for folded text only.
       bool quantifiable = atom.any || op == "CONTAINS" || atom.text.size() == 1;
       if (op == "LIKE" && oneIn(5)) {
-        made.atoms.push_back(atom);
+        atoms.push_back(atom);
         atom = Atom{"", true, 0, true};
         made.source += "*";
-      } else if (op != "LIKE" && quantifiable && oneIn(6)) {
+      } else if (op != "LIKE" && quantifiable && oneIn(9)) {
         std::size_t which = below(3);
         made.source += "?*+"[which];
         atom.least = which == 2 ? 1 : 0;
         atom.many = which > 0;
       }
-      made.atoms.push_back(std::move(atom));
+      atoms.push_back(std::move(atom));
     }
-    return made;
   }
 
   Node leaf() {
@@ -312,7 +348,7 @@ class Generator {
       node.pattern = pattern(node.op);
       if (node.op == "CONTAINS") node.options = of(std::vector<std::string>{"", "[c]", "[cd]"});
     } else if (textual) {
-      node.constant = written(text(4));
+      node.constant = written(excerpt(8));
       node.options = of(std::vector<std::string>{"", "", "[c]", "[cd]"});
     } else if (node.op == "BETWEEN") {
       node.constant = Array{scalar(), scalar()};
@@ -338,6 +374,7 @@ class Generator {
 
  private:
   std::mt19937 random_;
+  std::vector<Text> seen_;
 };
 
 class StoreSearchTest : public StoreTest, public ::testing::WithParamInterface<unsigned> {

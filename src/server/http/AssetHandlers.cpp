@@ -99,9 +99,9 @@ std::string searchReply(const Library& library, const SearchRequest& search, con
                   {"limit", search.limit},
                   {"total", page.total},
                   {"elapsed", elapsed.count()},
-                  {"projecthash", library.trees->projects.hash()},
-                  {"livefolderhash", library.trees->liveFolders.hash()},
-                  {"fcpxlibraryhash", library.trees->fcpxLibraries.hash()},
+                  {"projecthash", library.trees->projectHash.current()},
+                  {"livefolderhash", library.trees->liveFolderHash.current()},
+                  {"fcpxlibraryhash", library.trees->fcpxLibraryHash.current()},
                   {"version", serverVersion()}};
   if (tag) rest.set("tag", *tag);
   std::string json = "{\"items\":[";

@@ -29,9 +29,9 @@ Result<void> checkRight(const User& user, const Library& library, Right right) {
 /// The record with the hashes that the trees have now.
 Dictionary currentRecord(const Library& library) {
   Dictionary record = *library.record;
-  record.set("projecthash", library.trees->projects.hash());
-  record.set("livefolderhash", library.trees->liveFolders.hash());
-  record.set("fcpxlibraryhash", library.trees->fcpxLibraries.hash());
+  record.set("projecthash", library.trees->projectHash.current());
+  record.set("livefolderhash", library.trees->liveFolderHash.current());
+  record.set("fcpxlibraryhash", library.trees->fcpxLibraryHash.current());
   return record;
 }
 
@@ -93,10 +93,8 @@ Response getLibrary(const Context& context, const Call& call, const Request&) {
 Response getProjects(const Context& context, const Call& call, const Request&) {
   auto library = libraryFor(context, call, Right::read);
   if (!library) return errorReply(library.error());
-  auto tree = library->trees->projects.document();
-  if (!tree) return errorReply(tree.error());
-  return jsonReply(Dictionary{{"hash", coerce::string((*tree)->find("hash")).value_or("")},
-                              {"projects", coerce::array((*tree)->find("projects"))}});
+  auto tree = library->trees->projects.tree();
+  return tree ? jsonReply(std::move(*tree)) : errorReply(tree.error());
 }
 
 }  // namespace vornex::server

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace vornex::server {
+
+/// The "hash" of one of a library's trees, as its property list in the package folder has it. Every search
+/// page carries it, so the file is read again only when it has changed.
+///
+/// Thread-safety: safe on any thread.
+class TreeHash {
+ public:
+  explicit TreeHash(std::string path) : path_(std::move(path)) {}
+
+  /// "" when the file is missing, unreadable or has none.
+  std::string current();
+
+ private:
+  const std::string path_;
+  std::mutex mutex_;
+  std::optional<struct ::stat> readAt_;
+  std::string hash_;
+};
+
+}  // namespace vornex::server
