@@ -125,6 +125,7 @@ std::variant<Arguments, EarlyEnd> parseArguments(int count, const char* const* v
       ->check(kPorts)
       ->capture_default_str();
   app.add_flag("--json", arguments.json, "Print JSON Lines, and nothing but data, on standard output");
+  app.add_flag("-v,--verbose", arguments.verbose, "Show the SDK's log lines on standard error");
   app.footer("Commands start the service when it does not run. Exit codes: 0 done, 1 failed, 2 wrong usage.");
   addServiceCommands(app, arguments);
   addLibraryCommands(app, arguments);

@@ -72,6 +72,8 @@ struct Arguments {
   /// 0: any free port.
   std::int64_t port = 38317;
   bool json = false;
+  /// Show the SDK's log lines.
+  bool verbose = false;
   Command command;
 };
 

@@ -105,8 +105,8 @@ Result<void> run(const AssetShowCommand& command, Host& host, const Output& outp
   const AssetPtr asset =
       TQSearchManager::sharedManager().searchAssetWithLibrary(*library, command.id, &error);
   if (!asset) {
-    const std::string reason = error ? fromSDK(error).message : "not found";
-    return failure("vornex", error ? error->code() : 0, fmt::format("asset {}: {}", command.id, reason));
+    return tl::unexpected(error ? fromSDK(error)
+                                : Error{"vornex", 0, fmt::format("there is no asset \"{}\"", command.id)});
   }
   Dictionary record = facts(*library, *asset);
   record.set("flagged", asset->flagged());

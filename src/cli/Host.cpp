@@ -92,8 +92,11 @@ std::optional<std::int64_t> Host::servicePort() {
 }
 
 Result<std::int64_t> Host::startService() {
-  // Asked for port 0, a service that serves already stays where it is.
-  return serveOn(servicePort() ? 0 : port_);
+  if (servicePort()) return serveOn(0);
+  auto port = serveOn(port_);
+  // A service that was started and could not serve is of no use to anybody.
+  if (!port && !servicePort()) await<>(kQuestionLimit, [](auto done) { sdk().terminateWAS(done); });
+  return port;
 }
 
 Result<void> Host::restoreService() {

@@ -31,7 +31,12 @@ Dictionary facts(const LibraryPtr& library) {
 
 /// A plain name stands for a folder below the default folder, which is made when it is missing.
 Result<std::string> packageFolder(const std::string& place) {
-  if (place.find('/') != std::string::npos) return absolutePath(place);
+  if (place.find('/') != std::string::npos) {
+    const std::string folder = absolutePath(place);
+    const std::string parent = deletingLastPathComponent(folder);
+    if (!isDirectory(parent)) return failure("vornex", 0, fmt::format("there is no folder {}", parent));
+    return folder;
+  }
   const char* home = std::getenv("HOME");
   if (!home || !*home) return failure("vornex", 0, "HOME is not set; give the library's folder as a path");
   const std::string parent = appendPathComponent(home, kDefaultFolder);

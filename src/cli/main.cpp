@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <vornex/Log.h>
 #include <vornex/Queue.h>
 
 #include <cstdio>
@@ -29,6 +30,8 @@ Result<void> runCommand(const Arguments& arguments) {
 
 int execute(const Arguments& arguments) {
   if (arguments.root) setenv("VORNEX_ROOT", arguments.root->c_str(), 1);
+  // A command says itself what failed; the log tells the rest to those who ask for it.
+  if (!arguments.verbose) setLogSink([](LogLevel, const std::string&) {});
   Result<void> result;
   std::thread worker([&] {
     result = runCommand(arguments);
@@ -50,5 +53,7 @@ int main(int count, char** values) {
     std::fputs(end->text.c_str(), end->exitCode == 0 ? stdout : stderr);
     return end->exitCode;
   }
-  return vornex::cli::execute(std::get<vornex::cli::Arguments>(parsed));
+  // The SDK's workers live until the process ends: exit handlers would take from under them what they work
+  // with.
+  std::_Exit(vornex::cli::execute(std::get<vornex::cli::Arguments>(parsed)));
 }
