@@ -83,7 +83,8 @@ TEST_F(AssetStoreTest, NarrowsByTextWithoutLosingMatches) {
   EXPECT_THAT(found("name CONTAINS 'RESUM\u00c9 OF'"), ElementsAre("resume\u0301 of a"));
   EXPECT_THAT(found("tags CONTAINS 'strasse'"), ElementsAre("plain"));
   EXPECT_THAT(found("tags CONTAINS 'strasse|nothing' AND tags CONTAINS 'resumee?'"), ElementsAre("plain"));
-  EXPECT_THAT(found("name CONTAINS 'nothing' OR NOT name CONTAINS 'plain'"), ElementsAre("resume\u0301 of a"));
+  EXPECT_THAT(found("name CONTAINS 'nothing' OR NOT name CONTAINS 'plain'"),
+              ElementsAre("resume\u0301 of a"));
 }
 
 TEST_F(AssetStoreTest, OrdersTotallyAndPagesWithoutGaps) {
