@@ -1,7 +1,7 @@
+#include "foundation/Json.h"
+
 #include <cstdint>
 #include <cstdlib>
-
-#include "foundation/Json.h"
 
 // What can be read can be written, and reads back as the same value.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -79,7 +79,9 @@ void addImportCommand(CLI::App& app, Arguments& arguments) {
           ->add_option("--target", command->target,
                        "With --reference: copy the files to this folder first, link to the copies")
           ->needs(reference);
-  import->add_option("--tags", command->tags, "Tags for every file, separated by commas")->delimiter(',');
+  import->add_option("--tags", command->tags, "Tags for every file, separated by commas")
+      ->delimiter(',')
+      ->allow_extra_args(false);
   import
       ->add_flag("--resume", command->resume,
                  "Skip what the library holds already, judged by path, size and modification time")

@@ -26,13 +26,14 @@ int exitCode(std::vector<const char*> words) {
 }
 
 TEST(Arguments, ReadsAnImportWithGlobalOptionsAnywhere) {
-  const Arguments arguments = parsed({"--root", "/r", "import", "a b", "[x, y].jpg", "-L", "Films",
-                                      "--project", "A/B", "--tags", "red,blue car", "--json", "--port", "0"});
+  const Arguments arguments =
+      parsed({"--root", "/r", "import", "a b", "[x, y].jpg", "-L", "Films", "--project", "A/B", "--json",
+              "--port", "0", "--tags", "red,blue car", "last.jpg"});
   EXPECT_EQ(arguments.root, "/r");
   EXPECT_EQ(arguments.port, 0);
   EXPECT_TRUE(arguments.json);
   const auto& import = std::get<ImportCommand>(arguments.command);
-  EXPECT_THAT(import.paths, ElementsAre("a b", "[x, y].jpg"));
+  EXPECT_THAT(import.paths, ElementsAre("a b", "[x, y].jpg", "last.jpg"));
   EXPECT_EQ(import.library, "Films");
   EXPECT_EQ(import.project, "A/B");
   EXPECT_THAT(import.tags, ElementsAre("red", "blue car"));
