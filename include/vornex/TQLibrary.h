@@ -160,10 +160,11 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
 
   // Import (src/import/ImportRecovery.cpp)
 
-  /// Tidies up after imports of a local library that were killed: a record without its file is deleted, a file
-  /// without a record is removed, a missing thumbnail or preview of a complete asset is made. Imports that run are
-  /// left alone. True when nothing is left to do; else what could not be settled stays for the next time, and
-  /// *error tells why (the server's or the request's error). Blocks; safe on any thread.
+  /// Tidies up after imports of a local library that were killed: a record without its file is deleted, a
+  /// file without a record is removed, a missing thumbnail or preview of a complete asset is made. Imports
+  /// that run are left alone. True when nothing is left to do; else what could not be settled stays for the
+  /// next time, and *error tells why (the server's or the request's error). Hosts call it after loading a
+  /// library; every batch calls it too. Cheap when nothing is left. Blocks; safe on any thread.
   bool recoverInterruptedImports(TQErrorPtr* error);
 
   bool isShared = false;

@@ -141,6 +141,9 @@ Result<LibraryPtr> Host::loadLibrary(const OptionalString& wanted) {
   if (!library) return library;
   TQErrorPtr error;
   if (!(*library)->loadProjects(&error)) return tl::unexpected(fromSDK(error));
+  // What a killed import left is settled before anything is shown or added; the SDK logs what it cannot
+  // settle.
+  (*library)->recoverInterruptedImports(nullptr);
   return library;
 }
 

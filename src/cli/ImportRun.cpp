@@ -64,6 +64,7 @@ ImportResult ImportRun::run(const std::vector<FoundFile>& files) {
     if (tasks_.empty()) tasks_.swap(secondTries_);
   }
   if (!ended) result_.error = ended.error();
+  library_->recoverInterruptedImports(nullptr);
   result_.notReached = tasks_.size() + secondTries_.size();
   result_.seconds = secondsSoFar();
   return result_;

@@ -31,6 +31,9 @@ void Output::record(const std::string& kind, const Dictionary& fields) const {
   Dictionary line{{"kind", kind}};
   line.merge(fields);
   writeLine(stdout, writeJson(line));
+  // A reader at the other end of a pipe sees each record as it happens, also when this program is killed
+  // later.
+  std::fflush(stdout);
 }
 
 void Output::text(const std::string& line) const {

@@ -96,9 +96,9 @@ ServerReply obtainReply(const ServerRequest& request) {
   try {
     Result<HttpAnswer> answer = exchangeHttp(makeExchange(request));
     return answer ? readAnswer(*answer) : ServerReply{Value(), transportError(answer.error())};
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception& exception) {
     // Whoever waits for the answer must hear of it.
-    return {Value(), serverError(StatusCode::internalError, "response.error.invalid", "out of memory")};
+    return {Value(), serverError(StatusCode::internalError, "response.error.invalid", exception.what())};
   }
 }
 

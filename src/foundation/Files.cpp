@@ -96,9 +96,10 @@ Result<void> createDirectories(const std::string& path, unsigned mode) {
     Result<void> above = createDirectories(parent, mode);
     if (!above) return above;
   }
-  if (::mkdir(path.c_str(), mode) != 0 && !(errno == EEXIST && isDirectory(path)))
-    return posixFailure(errno, "create folder " + path);
-  return {};
+  if (::mkdir(path.c_str(), mode) != 0)
+    return errno == EEXIST && isDirectory(path) ? Result<void>()
+                                                : posixFailure(errno, "create folder " + path);
+  return syncDirectory(parent);
 }
 
 Result<void> syncDirectory(const std::string& path) {

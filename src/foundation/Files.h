@@ -25,7 +25,7 @@ bool isDirectory(const std::string& path);
 /// files may be removed.
 bool isUnfinishedWrite(std::string_view fileName);
 
-/// Makes the folder and the missing ones above it. A folder that exists is a success.
+/// Makes the folder and the missing ones above it, durably. A folder that exists is a success.
 [[nodiscard]] Result<void> createDirectories(const std::string& path, unsigned mode = 0755);
 
 /// Flushes a folder's entries to disk.

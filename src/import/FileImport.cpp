@@ -116,9 +116,18 @@ bool FileImport::checkPaths() {
   asset_->masterPath = packageRelativePath(*masterFull_, packageFolder);
   asset_->thumbnailPath = packageRelativePath(*thumbnailFull_, packageFolder);
   asset_->previewPath = packageRelativePath(*previewFull_, packageFolder);
-  if (asset_->masterPath && asset_->thumbnailPath && asset_->previewPath) return true;
+  if (asset_->masterPath && asset_->thumbnailPath && asset_->previewPath) return masterNameIsFree();
   asset_->masterPath = asset_->thumbnailPath = asset_->previewPath = std::nullopt;
   fail(10001, "request.error.param.invalid");
+  return false;
+}
+
+// The search for a free name gives up in the end, and what it gives then belongs to another asset.
+bool FileImport::masterNameIsFree() {
+  bool placesNothing = !isReference() && !request_.doCopy;
+  if (placesNothing || !itemExists(*masterFull_)) return true;
+  asset_->masterPath = asset_->thumbnailPath = asset_->previewPath = std::nullopt;
+  fail(posixError(EEXIST, "import " + *request_.source));
   return false;
 }
 
@@ -166,6 +175,15 @@ void FileImport::readMetadata() {
     asset_->setName(TQProject::reelNameForREDFileName(recordText(lastPathComponent(source))));
 }
 
+// Where the clip went with which this file travels; absent for every other file.
+OptionalString FileImport::folderOfTravellingSideFile() const {
+  const auto& folders = request_.project->availableTargetREDFolders;
+  if (request_.doCopy || !folders || lowercased(pathExtension(*request_.source)) != "rmd")
+    return std::nullopt;
+  auto found = folders->find(deletingLastPathComponent(*request_.source));
+  return found == folders->end() ? OptionalString() : OptionalString(found->second);
+}
+
 void FileImport::chooseTarget() {
   if (!copiesToTarget()) return;
   const std::string& source = *request_.source;
@@ -173,15 +191,12 @@ void FileImport::chooseTarget() {
     target_ = redTarget_;
     return;
   }
-  if (!request_.doCopy) {
-    const auto& folders = request_.project->availableTargetREDFolders;
-    auto found = folders ? folders->find(deletingLastPathComponent(source)) : decltype(folders->end())();
-    std::string folder = folders && found != folders->end() ? found->second : "";
-    target_ = appendPathComponent(folder, lastPathComponent(source));
+  if (OptionalString folder = folderOfTravellingSideFile()) {
+    target_ = appendPathComponent(*folder, lastPathComponent(source));
     linkSource_ = *target_;
   } else {
-    std::string folder = request_.targetFolder.value_or("");
-    target_ = appendPathComponent(folder, *TQProject::availableFileNameWithPath(folder, *masterName_));
+    const std::string& chosen = request_.targetFolder.value_or("");
+    target_ = appendPathComponent(chosen, *TQProject::availableFileNameWithPath(chosen, *masterName_));
   }
   asset_->metaDataDictionary->set("importfrompath", recordText(*target_));
 }
@@ -248,16 +263,23 @@ void FileImport::linkToTarget() {
   TQErrorPtr error;
   placedFiles_ = true;
   if (!TQProject::createLinkFileAtPath(target_, masterFull_, &error)) return fail(error);
-  createRecord();
+  createRecordOfLink();
 }
 
 void FileImport::placeByLink() {
   placedFiles_ = true;
   // A link that cannot be made ends the file without an error: hosts rely on it.
   TQErrorPtr error;
-  if (TQProject::createLinkFileAtPath(linkSource_, masterFull_, &error)) return createRecord();
+  if (TQProject::createLinkFileAtPath(linkSource_, masterFull_, &error)) return createRecordOfLink();
   logLine(LogLevel::error, error ? error->description() : "createLinkFileAtPath failed");
   end(0, 0, nullptr);
+}
+
+// A record must never outlive its link, so the link reaches the disk first.
+void FileImport::createRecordOfLink() {
+  Result<void> synced = syncDirectory(deletingLastPathComponent(*masterFull_));
+  if (!synced) return fail(hostError(synced.error()));
+  createRecord();
 }
 
 // The server's record and the thumbnail

@@ -48,8 +48,10 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   // The steps, in order. Each gives false when it has ended the file.
   bool nameFiles();
   bool checkPaths();
+  bool masterNameIsFree();
   void describe();
   void readMetadata();
+  OptionalString folderOfTravellingSideFile() const;
   void chooseTarget();
   bool recordInJournal();
   void place();
@@ -60,6 +62,7 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   void placeByLink();
   void linkToTarget();
   void copyEnded(const TQErrorPtr& error);
+  void createRecordOfLink();
   void createRecord();
   void recordEnded(const TQErrorPtr& error);
 

@@ -30,6 +30,11 @@ ImportBatch::ImportBatch(ProjectPtr project, LibraryPtr library, ImportType type
 
 void ImportBatch::start(std::vector<ImportAssetPtr> items) {
   claimFolder();
+  if (targetFolder_) {
+    // Tells recovery, in this process and others, that unfinished copies in the folder may be alive.
+    targetClaim_ = FileDescriptor(::open(targetFolder_->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (targetClaim_) ::flock(targetClaim_.get(), LOCK_SH);
+  }
   project_->availableTargetREDFolders.emplace();
   GlobalQueue::shared().async([self = shared_from_this(), items = std::move(items)] { self->run(items); });
 }
@@ -56,6 +61,7 @@ void ImportBatch::run(const std::vector<ImportAssetPtr>& items) {
   bool isUnsettled = journal_->hasPending();
   journal_->close();
   folderClaim_.close();
+  targetClaim_.close();
   if (isUnsettled) recover();
   if (completion_) completion_(true, nullptr);
 }

@@ -51,6 +51,7 @@ class ImportBatch : public std::enable_shared_from_this<ImportBatch> {
   AssetFolderPtr folder_;
   /// Held with flock(2) while the batch runs, so that no other batch places files in the same folder.
   FileDescriptor folderClaim_;
+  FileDescriptor targetClaim_;
   const std::shared_ptr<ImportJournal> journal_;
   /// The file in flight.
   std::shared_ptr<FileImport> file_;

@@ -1,5 +1,7 @@
 #include "import/ImportRecovery.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <vornex/Log.h>
 #include <vornex/TQAsset.h>
 #include <vornex/TQBookmarkUtil.h>
@@ -10,6 +12,7 @@
 #include <set>
 
 #include "core/Coercion.h"
+#include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
 #include "import/ImportError.h"
 #include "import/PackagePath.h"
@@ -122,6 +125,9 @@ void ImportRecovery::removeUnfinished(const ImportJournalEntry& entry) const {
   if (!entry.targetPath.empty()) folders.insert(deletingLastPathComponent(entry.targetPath));
 
   for (const std::string& folder : folders) {
+    FileDescriptor claim(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // A batch under way holds its folders: what is unfinished there is its own.
+    if (!claim || ::flock(claim.get(), LOCK_EX | LOCK_NB) != 0) continue;
     std::error_code failed;
     std::vector<std::filesystem::path> unfinished;
     for (std::filesystem::directory_iterator item(folder, failed), end; !failed && item != end;

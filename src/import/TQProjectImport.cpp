@@ -217,7 +217,13 @@ void TQProject::deleteFileAsset(const AssetPtr& asset) {
 void TQProject::extractThumbnail(const std::string& source, const std::string& toPath,
                                  Completion completion) {
   GlobalQueue::shared().async([source, toPath, completion = std::move(completion)] {
-    completion(writeThumbnail(source, toPath), nullptr);
+    bool written = false;
+    try {
+      written = writeThumbnail(source, toPath);
+    } catch (const std::exception& exception) {
+      logLine(LogLevel::error, "extractThumbnail exception : " + std::string(exception.what()));
+    }
+    completion(written, nullptr);
   });
 }
 

@@ -149,6 +149,11 @@ Split splitWithoutQuotes(const std::string& string) {
   return found({TQSearchManager::replaceSearchString(string)}, kSearchOR);
 }
 
+/// White space between, before and after phrases joins nothing.
+bool isBlank(const std::string& segment) {
+  return trimmedWhitespace(segment).empty();
+}
+
 /// Runs of quotes open and close phrases in turn. A clash of operators between two phrases is left to the
 /// splitter without quotes; after the last phrase it is an error.
 Split splitAroundQuotes(const std::string& string) {
@@ -163,7 +168,7 @@ Split splitAroundQuotes(const std::string& string) {
     position = mark.end;
     if (inQuotes) {
       appendCleaned(terms, segment);
-    } else if (!segment.empty()) {
+    } else if (!isBlank(segment)) {
       Split split = splitSegment(segment);
       if (operatorType && *operatorType != split.operatorType) return {};
       appendSegment(terms, split, segment);
@@ -172,7 +177,7 @@ Split splitAroundQuotes(const std::string& string) {
     inQuotes = !inQuotes;
   }
   std::string rest = string.substr(position);
-  if (rest.empty()) return found(std::move(terms), operatorType.value_or(kSearchAND));
+  if (isBlank(rest)) return found(std::move(terms), operatorType.value_or(kSearchAND));
   if (inQuotes) {
     appendCleaned(terms, rest);
     return found(std::move(terms), operatorType.value_or(kSearchAND));

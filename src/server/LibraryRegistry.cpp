@@ -256,7 +256,7 @@ Result<void> LibraryRegistry::openLocked(const std::string& dbName, bool mayCrea
     return serverFailure(StatusCode::databaseNotFound,
                          fmt::format("The database of library {} is missing.", dbName));
   }
-  auto store = openStore_(folder);
+  auto store = openStore_(folder, mayCreate);
   if (!store) {
     logLine(LogLevel::error,
             fmt::format("Cannot open the database of library {}: {}", dbName, store.error().message));

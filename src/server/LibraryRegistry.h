@@ -62,7 +62,8 @@ struct LibraryEvents {
 /// the changing thread, without locks.
 class LibraryRegistry {
  public:
-  using StoreOpener = std::function<Result<std::unique_ptr<AssetStore>>(const std::string& folder)>;
+  using StoreOpener =
+      std::function<Result<std::unique_ptr<AssetStore>>(const std::string& folder, bool mayCreate)>;
 
   struct Failure {
     std::string dbName;

@@ -49,8 +49,9 @@ run 0 --json import --reference "$media/late.txt"
 run 0 --json search late --sort importdate --descending
 is 'rows[0]["reference"]' True
 mkdir "$work/target"
-run 0 import --reference --target "$work/target" "$media/late.txt"
-[ -f "$work/target/late.txt" ] || fail "a reference with a target is not copied there"
+echo moved > "$media/moved.txt"
+run 0 import --reference --target "$work/target" "$media/moved.txt"
+[ -f "$work/target/moved.txt" ] || fail "a reference with a target is not copied there"
 run 1 import --reference --target "$work/no target" "$media/late.txt"
 err_has "target"
 

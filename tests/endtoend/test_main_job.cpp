@@ -1,5 +1,6 @@
 // The whole way with the real service: a library, files imported into it, found again, and nothing of it lost
 // when the service is killed.
+#include <fmt/format.h>
 #include <signal.h>
 #include <vornex/Queue.h>
 #include <vornex/TQAsset.h>

@@ -21,6 +21,11 @@ struct ParseCase {
   std::int64_t errorCode;
 };
 
+// Part of the test's name, which takes few characters.
+void PrintTo(const ParseCase& parseCase, std::ostream* out) {
+  *out << "operator " << parseCase.operatorType;
+}
+
 class SearchString : public ::testing::TestWithParam<ParseCase> {};
 
 TEST_P(SearchString, IsSplitIntoTermsAndOperator) {
@@ -65,6 +70,8 @@ INSTANTIATE_TEST_SUITE_P(Quotes, SearchString,
                          ::testing::Values(ParseCase{R"("red car" blue)", {"red car", "blue"}, 0, 0},
                                            ParseCase{R"(cat OR "red car")", {"cat", "red car"}, 1, 0},
                                            ParseCase{R"("red car" OR a)", {"red car", "a"}, 1, 0},
+                                           ParseCase{R"(cat OR "red car" )", {"cat", "red car"}, 1, 0},
+                                           ParseCase{R"( "red car" OR a)", {"red car", "a"}, 1, 0},
                                            ParseCase{R"("red car" OR a OR b)", {}, -1, 10013},
                                            ParseCase{R"("one" "two" "three")", {"one", "two", "three"}, 0, 0},
                                            ParseCase{R"("this OR that")", {"this OR that"}, 0, 0},

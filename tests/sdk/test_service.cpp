@@ -40,7 +40,8 @@ class ServiceTest : public vornex::testing::SdkTest {
   std::vector<Launch> launches() {
     std::vector<Launch> result;
     std::ifstream record(folder / "root/started");
-    for (Launch launch; record >> launch.process >> launch.session >> launch.inheritedFiles >> launch.workingFolder;)
+    for (Launch launch;
+         record >> launch.process >> launch.session >> launch.inheritedFiles >> launch.workingFolder;)
       result.push_back(launch);
     return result;
   }

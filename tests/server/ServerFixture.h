@@ -29,7 +29,7 @@ class ServerTest : public ::testing::Test {
   }
 
   void openService() {
-    auto opened = Service::open([this](const std::string& folder) { return openFake(folder); });
+    auto opened = Service::open([this](const std::string& folder, bool) { return openFake(folder); });
     ASSERT_TRUE(opened) << opened.error().message;
     service_ = std::move(*opened);
   }

@@ -287,7 +287,7 @@ TEST_F(ControlTest, IsPrivateAndReplacesWhatAKilledServiceLeft) {
   client_ = std::make_unique<RawClient>(RawClient::unixSocket(socket));
   (void)result("getWebServerState");
 
-  auto second = Service::open([this](const std::string& folder) { return openFake(folder); });
+  auto second = Service::open([this](const std::string& folder, bool) { return openFake(folder); });
   ASSERT_FALSE(second);
   EXPECT_NE(second.error().message.find(std::to_string(::getpid())), std::string::npos);
 }

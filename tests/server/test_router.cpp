@@ -327,23 +327,28 @@ TEST_F(RouterTest, DeletesTheFilesOfAnAssetWithIt) {
 TEST_F(RouterTest, DeletesLinksAndFoldersButNothingElse) {
   std::string source = folder_ / "source.mov";
   ASSERT_TRUE(writeFileAtomically(source, "precious"));
-  writePackageFile("Media/Master/folder.rdc/one.r3d", "x");
+  writePackageFile("Media/Master/2025/03/07/140709/folder.rdc/one.r3d", "x");
+  writePackageFile("Media/Master/2025/03/07/150000/used.rdc/two.r3d", "x");
+  writePackageFile("Media/Thumbnail/shared.jpg", "shared");
   writePackageFile("Media/Master/shared.mov", "shared");
   writePackageFile("library.plist", "record");
   std::string masters = layout::masterFolder(packageFolder(kDbName));
   std::filesystem::create_symlink(source, masters + "/link.mov");
   std::filesystem::create_directory_symlink(folder_.path(), masters + "/outside");
-  (void)createAsset({{"masterpath", "/Media/Master/shared.mov"}});
+  (void)createAsset(
+      {{"masterpath", "/Media/Master/shared.mov"}, {"thumbnailpath", "/Media/Thumbnail/shared.jpg"}});
+  (void)createAsset({{"masterpath", "/Media/Master/2025/03/07/150000/used.rdc/two.r3d"}});
 
   Array items;
-  for (const char* path : {"/Media/Master/link.mov", "/Media/Master/folder.rdc", "/Media/Master/gone.mov"}) {
+  for (const char* path :
+       {"/Media/Master/link.mov", "/Media/Master/2025/03/07/140709/folder.rdc", "/Media/Master/gone.mov"}) {
     items.push_back(Dictionary{{"_id", createAsset({{"masterpath", path}})}});
   }
   Value reply =
       json(post(library("/assets/delete?deleteoriginal=YES"), writeJson(Dictionary{{"items", items}})));
   EXPECT_EQ(reply, Value(Dictionary{{"items", items}}));
   EXPECT_FALSE(packageHas("Media/Master/link.mov"));
-  EXPECT_FALSE(packageHas("Media/Master/folder.rdc"));
+  EXPECT_FALSE(packageHas("Media/Master/2025/03/07/140709/folder.rdc"));
   EXPECT_TRUE(fileExists(source));
 
   const char* kept[] = {"/Media/Master/shared.mov",
@@ -351,9 +356,12 @@ TEST_F(RouterTest, DeletesLinksAndFoldersButNothingElse) {
                         "/library.plist",
                         "/Media/Master/outside/source.mov",
                         "/Media/Master",
+                        "/Media/Master/2025",
+                        "/Media/Master/2025/03/07/140709",
+                        "/Media/Master/2025/03/07/150000/used.rdc",
                         "/Media/Masters/x"};
   for (const char* path : kept) {
-    std::string id = createAsset({{"masterpath", path}, {"thumbnailpath", "/Media/Master/shared.mov"}});
+    std::string id = createAsset({{"masterpath", path}, {"thumbnailpath", "/Media/Thumbnail/shared.jpg"}});
     Response response = post(library("/assets/delete?deleteoriginal=YES"),
                              writeJson(Dictionary{{"items", Array{Dictionary{{"_id", id}}}}}));
     EXPECT_EQ(response.status, 200u) << path;
@@ -362,6 +370,8 @@ TEST_F(RouterTest, DeletesLinksAndFoldersButNothingElse) {
     EXPECT_FALSE(coerce::array(item.find("remaining")).empty()) << path;
   }
   EXPECT_TRUE(packageHas("Media/Master/shared.mov"));
+  EXPECT_TRUE(packageHas("Media/Master/2025/03/07/150000/used.rdc/two.r3d"));
+  EXPECT_TRUE(packageHas("Media/Thumbnail/shared.jpg"));
   EXPECT_TRUE(packageHas("library.plist"));
   EXPECT_TRUE(fileExists(source));
 }

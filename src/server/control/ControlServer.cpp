@@ -292,11 +292,12 @@ ControlServer::~ControlServer() {
 
 Result<void> ControlServer::start() {
   auto running = std::make_shared<Running>(protocol_, onTerminate_);
-  if (auto started = running->start(); !started) return started;
-  running_ = std::move(running);
-  protocol_.sendEventsTo([weak = std::weak_ptr(running_)](std::string notification) {
+  // Before the first client can ask for anything.
+  protocol_.sendEventsTo([weak = std::weak_ptr(running)](std::string notification) {
     if (auto current = weak.lock()) current->broadcast(std::move(notification));
   });
+  if (auto started = running->start(); !started) return started;
+  running_ = std::move(running);
   return {};
 }
 

@@ -117,29 +117,18 @@ std::string searchReply(const Library& library, const SearchRequest& search, con
   return json;
 }
 
-/// Removes a file of a removed asset; gives the path if it is still there.
+/// Removes a file of a removed asset, unless another asset still names it; gives the path if it is still
+/// there.
 void removeFile(const Library& library, MediaKind kind, const Value* path, Array& remaining) {
   OptionalString recordPath = coerce::string(path);
   if (!recordPath || recordPath->empty()) return;
-  auto removed = removeMedia(library.packageFolder, kind, *recordPath);
-  if (removed) return;
-  logLine(LogLevel::warning, fmt::format("Library {}: {}", library.dbName, removed.error().message));
-  remaining.push_back(*recordPath);
-}
-
-/// The master stays while another asset names it.
-void removeMaster(const Library& library, const Dictionary& asset, Array& remaining) {
-  const Value* path = asset.find("masterpath");
-  OptionalString recordPath = coerce::string(path);
-  if (!recordPath || recordPath->empty()) return;
-  auto needed = isAnyMaster(*library.store, *recordPath);
-  if (!needed)
-    logLine(LogLevel::warning, fmt::format("Library {}: {}", library.dbName, needed.error().message));
-  if (!needed || *needed) {
-    remaining.push_back(*recordPath);
-    return;
-  }
-  removeFile(library, MediaKind::master, path, remaining);
+  auto needed = kind == MediaKind::master ? isAnyMaster(*library.store, *recordPath)
+                                          : isAnyPicture(*library.store, *recordPath);
+  auto removed = needed && !*needed ? removeMedia(library.packageFolder, kind, *recordPath) : Result<void>();
+  if (!needed) removed = tl::unexpected(needed.error());
+  if (!removed)
+    logLine(LogLevel::warning, fmt::format("Library {}: {}", library.dbName, removed.error().message));
+  if (!removed || *needed) remaining.push_back(*recordPath);
 }
 
 /// {"_id"}, with "remaining" when files of the asset could not be removed.
@@ -147,7 +136,7 @@ Dictionary removeFiles(const Library& library, const Dictionary& asset, bool wit
   Array remaining;
   removeFile(library, MediaKind::thumbnail, asset.find("thumbnailpath"), remaining);
   removeFile(library, MediaKind::preview, asset.find("previewpath"), remaining);
-  if (withMaster) removeMaster(library, asset, remaining);
+  if (withMaster) removeFile(library, MediaKind::master, asset.find("masterpath"), remaining);
   Dictionary item = identifierItem(coerce::string(asset.find("_id")).value_or(""));
   if (!remaining.empty()) item.set("remaining", std::move(remaining));
   return item;

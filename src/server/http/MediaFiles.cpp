@@ -142,6 +142,10 @@ Result<void> removeMedia(const std::string& packageFolder, MediaKind kind, const
   }
   if (::unlinkat(entry->folder.get(), entry->name.c_str(), 0) == 0 || errno == ENOENT) return {};
   if (errno != EISDIR) return posixFailure(errno, "Cannot remove " + recordPath);
+  // Only a master may be a folder, and only below the folders that imports make: year, month, day and time.
+  constexpr std::size_t kImportFolders = 4;
+  if (kind != MediaKind::master || components.size() <= kImportFolders)
+    return serverFailure(StatusCode::invalidRequest, recordPath + " is a folder of the library itself.");
   // Through the open folder, so that nothing that was moved meanwhile is followed.
   std::error_code error;
   std::filesystem::remove_all(fmt::format("/proc/self/fd/{}/{}", entry->folder.get(), entry->name), error);

@@ -31,7 +31,12 @@ Result<bool> isReferencedMaster(AssetStore& store, const std::string& recordPath
 }
 
 Result<bool> isAnyMaster(AssetStore& store, const std::string& recordPath) {
-  return anyMatches(store, "masterpath == " + quoted(recordPath));
+  return anyMatches(store, fmt::format("masterpath == {} OR masterpath BEGINSWITH {}", quoted(recordPath),
+                                       quoted(recordPath + "/")));
+}
+
+Result<bool> isAnyPicture(AssetStore& store, const std::string& recordPath) {
+  return anyMatches(store, fmt::format("thumbnailpath == {0} OR previewpath == {0}", quoted(recordPath)));
 }
 
 }  // namespace vornex::server

@@ -10,7 +10,10 @@ namespace vornex::server {
 /// ("/Media/Master/…").
 [[nodiscard]] Result<bool> isReferencedMaster(AssetStore& store, const std::string& recordPath);
 
-/// Whether any asset has its master at the path.
+/// Whether any asset has its master at the path or below it.
 [[nodiscard]] Result<bool> isAnyMaster(AssetStore& store, const std::string& recordPath);
+
+/// Whether any asset has its thumbnail or its preview at the path.
+[[nodiscard]] Result<bool> isAnyPicture(AssetStore& store, const std::string& recordPath);
 
 }  // namespace vornex::server

@@ -29,6 +29,9 @@ constexpr std::array kExactColumns = {
     Column{"colorlabel", "colorlabel"},
     Column{"filesize", "filesize"},
     Column{"importtype", "importtype"},
+    Column{"masterpath", "masterpath"},
+    Column{"thumbnailpath", "thumbnailpath"},
+    Column{"previewpath", "previewpath"},
     Column{"createdate", "createdate"},
     Column{"modifydate", "modifydate"},
     Column{"importdate", "importdate"},
@@ -53,6 +56,9 @@ CREATE INDEX assets_importdate ON assets(importdate, id);
 CREATE INDEX assets_createdate ON assets(createdate, id);
 CREATE INDEX assets_name ON assets(name, id);
 CREATE INDEX assets_filesize ON assets(filesize, id);
+CREATE INDEX assets_masterpath ON assets(masterpath, importdate, id);
+CREATE INDEX assets_thumbnailpath ON assets(thumbnailpath, importdate, id);
+CREATE INDEX assets_previewpath ON assets(previewpath, importdate, id);
 CREATE INDEX assets_type ON assets(trash, type, importdate, id);
 CREATE INDEX assets_project ON assets(project, grp, importdate, id);
 CREATE INDEX assets_group ON assets(grp, importdate, id);

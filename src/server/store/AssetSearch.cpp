@@ -207,9 +207,8 @@ Result<SearchPage> searchAssets(Database& database, const SearchRequest& request
   Result<Transaction> transaction = Transaction::begin(database, Transaction::Kind::read);
   if (!transaction) return tl::unexpected(transaction.error());
   database.setDeadline(std::chrono::steady_clock::now() + kSearchTimeLimit);
-  Result<SearchPage> page = Search(database, request, *predicate).run();
-  database.clearDeadline();
-  return page;
+  std::shared_ptr<void> deadline(nullptr, [&database](void*) { database.clearDeadline(); });
+  return Search(database, request, *predicate).run();
 }
 
 }  // namespace vornex::server

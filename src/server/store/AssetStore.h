@@ -43,9 +43,10 @@ class AssetStore {
  public:
   virtual ~AssetStore() = default;
 
-  /// Stores each document under a fresh identifier and gives the identifiers by position. One transaction:
-  /// all that succeeded is durable when the call returns. An item that cannot be stored gives its error at
-  /// its place.
+  /// Stores each document under a fresh identifier and gives the identifiers by position. A document whose
+  /// "masterpath" and "importdate" are those of a stored one is the same import, sent again because its
+  /// answer was lost: it gets the identifier that it has. One transaction: all that succeeded is durable when
+  /// the call returns. An item that cannot be stored gives its error at its place.
   [[nodiscard]] virtual Result<std::vector<Result<std::string>>> create(const Array& documents) = 0;
 
   /// Merges the keys of each item into the document named by its "_id" (dictionaries by key, everything else
@@ -74,6 +75,8 @@ class AssetStore {
 
 /// Opens the database in the folder, making both if they are missing. A database made by a newer version, or
 /// one that is damaged, is an error and is left as it is.
-[[nodiscard]] Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder);
+/// A missing one is made only when `mayCreate`.
+[[nodiscard]] Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder,
+                                                                       bool mayCreate = true);
 
 }  // namespace vornex::server

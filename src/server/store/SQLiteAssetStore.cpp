@@ -110,6 +110,24 @@ Result<std::vector<Result<Outcome>>> SQLiteAssetStore::changeAll(const Items& it
   return outcomes;
 }
 
+// The identifier of the stored asset that the same import made; absent when there is none.
+static Result<OptionalString> findSameImport(Statement& finding, const Dictionary& document) {
+  const Value* master = document.find("masterpath");
+  const Value* imported = document.find("importdate");
+  bool namesImport =
+      master && master->ifString() && !master->ifString()->empty() && imported && imported->isNumber();
+  if (!namesImport) return std::nullopt;
+  finding.reset();
+  finding.bind(*master);
+  finding.bind(*imported);
+  Result<bool> found = finding.step();
+  if (!found) return tl::unexpected(found.error());
+  OptionalString id;
+  if (*found) id = finding.text(0);
+  finding.reset();
+  return id;
+}
+
 Result<std::vector<Result<std::string>>> SQLiteAssetStore::create(const Array& documents) {
   std::lock_guard lock(writing_);
   std::string places = "?";
@@ -117,9 +135,15 @@ Result<std::vector<Result<std::string>>> SQLiteAssetStore::create(const Array& d
   Result<Statement> inserting =
       writer_.prepare(fmt::format("INSERT INTO assets({}, document) VALUES ({})", columnNames(), places));
   if (!inserting) return tl::unexpected(inserting.error());
+  Result<Statement> finding =
+      writer_.prepare("SELECT id FROM assets WHERE masterpath = ? AND importdate = ? ORDER BY n LIMIT 1");
+  if (!finding) return tl::unexpected(finding.error());
   return changeAll<std::string>(documents, [&](const Value& item) -> Result<std::string> {
     const Dictionary* given = item.ifDictionary();
     if (!given) return storeFailure(StatusCode::invalidRequest, "an asset is an object");
+    Result<OptionalString> known = findSameImport(*finding, *given);
+    if (!known) return tl::unexpected(known.error());
+    if (*known) return **known;
     std::string id = makeIdentifier();
     Dictionary document{{"_id", id}};
     document.merge(*given);
@@ -245,10 +269,12 @@ Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
 
 }  // namespace
 
-Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder) {
+Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder, bool mayCreate) {
+  std::string path = appendPathComponent(folder, kDatabaseFileName);
+  if (!mayCreate && !fileExists(path))
+    return storeFailure(StatusCode::databaseNotFound, "the database is missing");
   Result<void> made = createDirectories(folder);
   if (!made) return tl::unexpected(made.error());
-  std::string path = appendPathComponent(folder, kDatabaseFileName);
   Result<Database> writer = openAssetDatabase(path);
   if (!writer) return tl::unexpected(writer.error());
   Result<void> synced = syncDirectory(folder);

@@ -1,1 +1,0 @@
-// Keeps a target buildable until its first source is there.
