@@ -10,6 +10,7 @@
 #include <string>
 #include <tuple>
 
+#include "core/StatusCode.h"
 #include "foundation/Error.h"
 
 namespace vornex::cli {
@@ -19,6 +20,11 @@ inline Error fromSDK(const TQErrorPtr& error) {
   if (!error) return {"vornex", 0, "unknown error"};
   const std::string message = error->message();
   return {error->domain().value_or(""), error->code(), message.empty() ? error->description() : message};
+}
+
+/// Whether the service went away, or was never there.
+inline bool isServiceLost(const Error& error) {
+  return error.code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
 }
 
 /// Starts an asynchronous operation of the SDK and blocks until it calls back; gives the callback's

@@ -43,6 +43,16 @@ Result<std::int64_t> serveOn(std::int64_t port) {
   return sdk().WASPort.load();
 }
 
+/// Runs an operation that may be repeated, again when the service is lost in the middle of it.
+template <typename Operation>
+auto persistently(Operation operation) {
+  constexpr int kMostTries = 5;
+  auto result = operation();
+  for (int tries = 1; tries < kMostTries && !result && isServiceLost(result.error()); ++tries)
+    result = operation();
+  return result;
+}
+
 template <typename Item>
 std::string namesOf(const std::vector<std::shared_ptr<Item>>& items) {
   constexpr std::size_t kMost = 10;
@@ -100,7 +110,7 @@ Result<std::int64_t> Host::startService() {
 }
 
 Result<void> Host::restoreService() {
-  auto port = serveOn(sdk().WASPort);
+  auto port = persistently([] { return serveOn(sdk().WASPort); });
   if (!port) return tl::unexpected(port.error());
   return {};
 }
@@ -121,6 +131,10 @@ Result<std::vector<LibraryPtr>> Host::libraries() {
 }
 
 Result<LibraryPtr> Host::library(const OptionalString& wanted) {
+  return persistently([&] { return loadLibrary(wanted); });
+}
+
+Result<LibraryPtr> Host::loadLibrary(const OptionalString& wanted) {
   auto known = libraries();
   if (!known) return tl::unexpected(known.error());
   auto library = choose(*known, wanted);

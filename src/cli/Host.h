@@ -45,6 +45,8 @@ class Host {
   [[nodiscard]] static Result<ProjectPtr> project(const LibraryPtr& library, const OptionalString& wanted);
 
  private:
+  Result<LibraryPtr> loadLibrary(const OptionalString& wanted);
+
   std::int64_t port_;
 };
 

@@ -11,15 +11,12 @@
 #include "cli/Host.h"
 #include "cli/Interrupt.h"
 #include "cli/Output.h"
-#include "core/StatusCode.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "import/FileNames.h"
 
 namespace vornex::cli {
 namespace {
-
-constexpr auto kServiceLost = static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
 
 constexpr auto kNoLimit = std::chrono::hours(24 * 365);
 
@@ -109,7 +106,7 @@ void ImportRun::progressed(const ImportAssetPtr& item, const AssetPtr& asset, st
   if (asset) current_.asset = asset;
   if (error) current_.error = error;
   current_.bytes = bytes;
-  if (error && error->code() == kServiceLost) serviceLost_ = true;
+  if (error && isServiceLost(fromSDK(error))) serviceLost_ = true;
   if (InterruptGuard::requested() && !stopped_) {
     stopped_ = true;
     display_.note("Stopping after the file in hand is cleaned up; Ctrl-C again leaves at once.");
@@ -125,7 +122,7 @@ void ImportRun::settle() {
   const bool recorded = current_.asset && current_.asset->id && !current_.error;
   if (recorded && !stopped_) {
     settleImported(task);
-  } else if (current_.error && current_.error->code() == kServiceLost && !task.isSecondTry) {
+  } else if (current_.error && isServiceLost(fromSDK(current_.error)) && !task.isSecondTry) {
     secondTries_.push_back({task.file, true});
   } else if (stopped_ && !current_.error) {
     settleFailed(task, "stopped");

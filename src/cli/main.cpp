@@ -32,6 +32,8 @@ int execute(const Arguments& arguments) {
   if (arguments.root) setenv("VORNEX_ROOT", arguments.root->c_str(), 1);
   // A command says itself what failed; the log tells the rest to those who ask for it.
   if (!arguments.verbose) setLogSink([](LogLevel, const std::string&) {});
+  // Whoever reads the records sees each as soon as it is there.
+  if (arguments.json) std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   Result<void> result;
   std::thread worker([&] {
     result = runCommand(arguments);

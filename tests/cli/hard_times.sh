@@ -29,6 +29,7 @@ run 0 project add Inbox
 "$vornex" --json import "$work/many" >"$work/imported" 2>"$work/err" &
 import=$!
 kills=0
+until [ -s "$work/imported" ] || ! kill -0 "$import" 2>/dev/null; do sleep 0.02; done
 while [ "$kills" -lt 10 ] && kill -0 "$import" 2>/dev/null; do
   sleep "0.$((RANDOM % 4))$((RANDOM % 10))"
   kill -9 "$(service_process)" 2>/dev/null && kills=$((kills + 1))
