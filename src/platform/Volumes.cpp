@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <libmount/libmount.h>
 #include <libudev.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
 
 #include <array>
 
@@ -181,11 +183,39 @@ void addDeviceFacts(dev_t number, Dictionary& description) {
   description.set(volumeKey::removable, pluggable || attribute(disk.get(), "removable") == "1");
 }
 
+std::string kindOfFileSystem(const struct statfs& status) {
+  switch (static_cast<std::uint32_t>(status.f_type)) {
+    case EXT4_SUPER_MAGIC:
+      return "ext4";
+    case BTRFS_SUPER_MAGIC:
+      return "btrfs";
+    case XFS_SUPER_MAGIC:
+      return "xfs";
+    case OVERLAYFS_SUPER_MAGIC:
+      return "overlay";
+    case TMPFS_MAGIC:
+      return "tmpfs";
+    default:
+      return fmt::format("{:#x}", static_cast<std::uint32_t>(status.f_type));
+  }
+}
+
+/// In a changed root (chroot) the mount that holds "/" is in no table that can be read; the file system
+/// itself still tells what it is.
+std::optional<Dictionary> changedRootDescription(const std::string& path) {
+  struct statfs status {};
+  if (::statfs(path.c_str(), &status) != 0) return std::nullopt;
+  return Dictionary{{volumeKey::name, "/"},
+                    {volumeKey::path, "/"},
+                    {volumeKey::kind, kindOfFileSystem(status)},
+                    {volumeKey::network, false}};
+}
+
 }  // namespace
 
 std::optional<Dictionary> volumeDescription(const std::string& path) {
   Mount mount = mountOf(path);
-  if (!mount.entry) return std::nullopt;
+  if (!mount.entry) return mount.table ? changedRootDescription(path) : std::nullopt;
   std::string folder = text(mnt_fs_get_target(mount.entry));
   std::string folderName = lastPathComponent(folder);
   Dictionary description{{volumeKey::name, folderName.empty() ? "/" : folderName},
@@ -199,7 +229,8 @@ std::optional<Dictionary> volumeDescription(const std::string& path) {
 
 OptionalString mountPath(const std::string& path) {
   Mount mount = mountOf(path);
-  const char* folder = mount.entry ? mnt_fs_get_target(mount.entry) : nullptr;
+  if (!mount.entry) return mount.table ? OptionalString("/") : std::nullopt;
+  const char* folder = mnt_fs_get_target(mount.entry);
   return folder ? OptionalString(folder) : std::nullopt;
 }
 
