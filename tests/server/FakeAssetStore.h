@@ -8,6 +8,8 @@
 #include "foundation/Json.h"
 #include "foundation/Text.h"
 #include "server/ServerError.h"
+#include "server/query/PredicateEvaluator.h"
+#include "server/query/PredicateParser.h"
 #include "server/store/AssetStore.h"
 
 namespace vornex::server::testing {
@@ -72,20 +74,12 @@ class FakeAssetStore : public AssetStore {
 
   Result<SearchPage> search(const SearchRequest& request) override {
     onSearch();
-    std::string path;
-    if (!request.query.empty()) {
-      std::size_t first = request.query.find('"');
-      std::size_t last = request.query.rfind('"');
-      if (first == std::string::npos)
-        return serverFailure(StatusCode::queryInvalid, "Expected a value at position 7.");
-      path = request.query.substr(first + 1, last - first - 1);
-    }
-    bool referencesOnly = request.query.ends_with("AND importtype == 0");
+    Result<Predicate> predicate = request.query.empty() ? Predicate{true} : parsePredicate(request.query);
+    if (!predicate) return tl::unexpected(predicate.error());
     SearchPage page;
     std::lock_guard lock(mutex_);
     for (const auto& [id, document] : documents_) {
-      if (!path.empty() && coerce::string(document.find("masterpath")) != path) continue;
-      if (referencesOnly && coerce::integer(document.find("importtype")) != 0) continue;
+      if (!holds(*predicate, document)) continue;
       std::int64_t index = page.total++;
       if (index / request.limit == request.page) page.documents.push_back(writeJson(document));
     }
