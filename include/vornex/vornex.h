@@ -3,6 +3,7 @@
 // The whole SDK.
 #include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>
+#include <vornex/ProjectList.h>
 #include <vornex/Queue.h>
 #include <vornex/TQAsset.h>
 #include <vornex/TQBookmarkUtil.h>
