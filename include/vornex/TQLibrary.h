@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/KeyedArchive.h>
 #include <vornex/ProjectList.h>
 #include <vornex/Types.h>
 
@@ -13,7 +14,7 @@ class ProjectIndex;
 /// The record of one asset library, local or network, and its project tree.
 ///
 /// Thread-safety: none of its own. Changes to one library and its trees are serialised by the caller.
-class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
+class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibrary> {
  public:
   using Ptr = LibraryPtr;
 
@@ -71,6 +72,11 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// and logged, when one cannot be made.
   AssetFolderPtr createAssetFolder() const;
   AssetFolderPtr createAssetLiveFolder() const;
+
+  std::string archivedClassName() const override;
+  /// The record with its project tree and its connection, whose user goes along.
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  void initWithCoder(KeyedUnarchiver& coder) override;
 
   // Lock files (TQLibraryLockFiles.cpp): each names a computer that uses the package folder.
 
@@ -192,7 +198,10 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   OptionalString versionNumber;
   OptionalString bonjourName;
   OptionalString liveFolderHashValue;
+  /// In-memory copies of the lists of live folders and of Final Cut Pro X libraries, as archives carry them.
+  Dictionary liveFolderDict;
   OptionalString fcpxLibraryHashValue;
+  Dictionary fcpxLibraryDict;
 
  private:
   TQLibrary();
@@ -235,6 +244,8 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// Sends changed items to the server and applies the answer.
   void sendAssetUpdate(Array items, std::function<AssetIDs(const Value& response)> apply,
                        Completion completion);
+
+  static const ArchivedClass archivedClass_;
 
   std::shared_ptr<ProjectFile> projectFile_;
   std::shared_ptr<ProjectIndex> projectIndex_;
