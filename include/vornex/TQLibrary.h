@@ -10,6 +10,7 @@ namespace vornex {
 
 class ProjectFile;
 class ProjectIndex;
+struct FileStamp;
 
 /// The record of one asset library, local or network, and its project tree.
 ///
@@ -212,6 +213,8 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   bool serverRight(const char* key) const;
   AssetFolderPtr makeAssetFolder(const std::string& group, const char* operation) const;
 
+  /// The server's answer, and for a local library the state of the file that it stands for.
+  Value askForTree(FileStamp& state, TQErrorPtr& error);
   void takeProjects(const Array& nodes);
   /// The file of a local library's tree, for the package folder that it has now.
   ProjectFile& projectFile();
