@@ -5,6 +5,8 @@
 #include <vornex/TQSearchManager.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <stdexcept>
+
 #include "core/Coercion.h"
 #include "search/TreeLookup.h"
 
@@ -46,10 +48,11 @@ void linkOptionalProject(TQAsset& asset, const Value& item, TreeLookup& tree) {
   if (ProjectPtr group = tree.group(project, coerce::string(item.find("group")))) asset.group = group;
 }
 
+/// Throws for an item that is no asset.
 AssetPtr makeAsset(const Value& item, const LibraryPtr& library, TreeLookup& tree) {
   const Dictionary* dictionary = item.ifDictionary();
   AssetPtr asset = dictionary ? TQAsset::assetWithDictionary(*dictionary) : nullptr;
-  if (!asset) return nullptr;
+  if (!asset) throw std::invalid_argument("an item has no identifier or name");
   bool isLiveFolder = coerce::boolean(item.find("islivefolder"));
   bool isFCPXLibrary = coerce::boolean(item.find("isfcpxlibrary"));
   if (!isLiveFolder && !isFCPXLibrary) {
@@ -70,13 +73,12 @@ std::vector<AssetPtr> TQSearchManager::extractAssetInfo(const Value& response,
   const Value* value = response.find("items");
   const Array* items = value ? value->ifArray() : nullptr;
   if (!items || !library) return assets;
-  assets.reserve(items->size());
-  TreeLookup tree(*library, *items);
-  for (const Value& item : *items) {
-    if (AssetPtr asset = makeAsset(item, library, tree))
-      assets.push_back(std::move(asset));
-    else
-      logLine(LogLevel::error, "extractAssetInfo : an item has no identifier or name");
+  try {
+    assets.reserve(items->size());
+    TreeLookup tree(*library, *items);
+    for (const Value& item : *items) assets.push_back(makeAsset(item, library, tree));
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error, std::string("extractAssetInfo : ") + exception.what());
   }
   return assets;
 }
