@@ -5,6 +5,8 @@
 #include <vornex/TQSearchManager.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <stdexcept>
+
 #include "core/Coercion.h"
 
 namespace vornex {
@@ -55,10 +57,11 @@ void linkOptionalProject(TQAsset& asset, const Value& item, const TQLibrary& lib
   if (ProjectPtr group = groupNamedBy(item, *project)) asset.group = group;
 }
 
+/// Throws for an item that is no asset.
 AssetPtr makeAsset(const Value& item, const LibraryPtr& library) {
   const Dictionary* dictionary = item.ifDictionary();
   AssetPtr asset = dictionary ? TQAsset::assetWithDictionary(*dictionary) : nullptr;
-  if (!asset) return nullptr;
+  if (!asset) throw std::invalid_argument("an item has no identifier or name");
   bool isLiveFolder = coerce::boolean(item.find("islivefolder"));
   bool isFCPXLibrary = coerce::boolean(item.find("isfcpxlibrary"));
   if (!isLiveFolder && !isFCPXLibrary) {
@@ -79,12 +82,11 @@ std::vector<AssetPtr> TQSearchManager::extractAssetInfo(const Value& response,
   const Value* value = response.find("items");
   const Array* items = value ? value->ifArray() : nullptr;
   if (!items || !library) return assets;
-  assets.reserve(items->size());
-  for (const Value& item : *items) {
-    if (AssetPtr asset = makeAsset(item, library))
-      assets.push_back(std::move(asset));
-    else
-      logLine(LogLevel::error, "extractAssetInfo : an item has no identifier or name");
+  try {
+    assets.reserve(items->size());
+    for (const Value& item : *items) assets.push_back(makeAsset(item, library));
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error, std::string("extractAssetInfo : ") + exception.what());
   }
   return assets;
 }
