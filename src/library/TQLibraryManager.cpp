@@ -195,7 +195,7 @@ bool TQLibraryManager::saveLibrariesFileWithType(std::int64_t type) {
     }
   }
   auto service = TQVornexService();
-  if (service && service->isConnected()) service->updateLibrary([](const TQErrorPtr&) {});
+  if (service) service->updateLibrary([](const TQErrorPtr&) {});
   return true;
 }
 
@@ -247,7 +247,7 @@ void TQLibraryManager::startWorkflows() {
 
 void TQLibraryManager::startAllBookmarks() {
   auto service = TQVornexService();
-  if (service && service->isConnected()) service->startAllBoookmarks([](const TQErrorPtr&) {});
+  if (service) service->startAllBoookmarks([](const TQErrorPtr&) {});
   copyInterface().startAllBookmarks();
 }
 

@@ -70,7 +70,7 @@ bool TQUserManager::saveUsersFile() {
     }
   }
   auto service = TQVornexService();
-  if (service && service->isConnected()) service->updateUsers([](const TQErrorPtr&) {});
+  if (service) service->updateUsers([](const TQErrorPtr&) {});
   return true;
 }
 
