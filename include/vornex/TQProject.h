@@ -127,7 +127,7 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   void accessibilityForReferenceFilePaths(
       const std::vector<std::string>& paths,
       std::function<void(bool ok, TQErrorPtr error, std::vector<std::string> paths)> completion);
-  /// Replaces whatever is at toPath by a symbolic link to the source. False without a source or path.
+  /// Replaces whatever is at toPath by an alias of the source. False without a source or path.
   static bool createLinkFileAtPath(const OptionalString& source, const OptionalString& toPath,
                                    TQErrorPtr* error);
   /// Hands the file to the copy service with the asset's two copy handlers. The completion tells only whether

@@ -1,6 +1,7 @@
 #pragma once
 
 // The whole SDK.
+#include <vornex/KeyedArchive.h>
 #include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>
 #include <vornex/Queue.h>
