@@ -80,6 +80,7 @@ TEST_F(KilledServiceTest, EveryRequestUnderWayEndsAndTheNextStartBringsTheServic
   std::ptrdiff_t filesBefore = openFiles();
   for (int round = 0; round < 3; ++round) {
     signalService(SIGSTOP);
+    std::this_thread::sleep_for(200ms);  // until its last thread has stopped
     std::vector<std::future<std::int64_t>> ends;
     for (int i = 0; i < kRequests; ++i) ends.push_back(request());
     auto sessions = std::make_shared<std::promise<std::int64_t>>();

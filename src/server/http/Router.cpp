@@ -85,9 +85,10 @@ std::optional<Response> refusalOfForeignPage(const Request& request) {
   return errorReply(415, StatusCode::invalidRequest, "The body is not sent as application/json.");
 }
 
-/// The session calls must work on a device whose session was displaced.
+/// The session calls must work on a device whose session was displaced, and the version before a login.
 bool needsSession(const Route& route) {
-  return route.handler != login && route.handler != checkLogin && route.handler != logout;
+  return route.handler != login && route.handler != checkLogin && route.handler != logout &&
+         route.handler != getVersion;
 }
 
 }  // namespace
