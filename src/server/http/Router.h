@@ -45,7 +45,7 @@ struct Route {
   /// Components in braces take any value; "{path}" takes one or more components.
   const char* pattern;
   Handler handler;
-  Lane lane;
+  Lane lane = Lane::change;
 };
 
 /// All operations; of two patterns that match, the earlier one counts.
