@@ -113,6 +113,7 @@ TEST_F(HttpApiTest, DescribesEveryOperation) {
 TEST_F(HttpApiTest, AnswersAsItIsDescribed) {
   for (const char* kind : {"Master", "Thumbnail", "Preview"})
     writePackageFile(std::string("Media/") + kind + "/1/a.jpg", "picture");
+  ASSERT_TRUE(createDirectories(deletingLastPathComponent(layout::projectPlist(packageFolder(kDbName)))));
   writeUsers({user("ann", "p", "another")});
   int succeeded = 0;
   for (const std::string& credentials : {ownerCredentials(), basic("ann", "p"), basic("ann", "wrong")}) {
