@@ -25,8 +25,6 @@
 namespace vornex {
 namespace {
 
-constexpr const char* kSharedDatabaseVersion = "1.1";
-
 UserPtr localUser() {
   return TQUser::userWithID(kTQLocalUserID, kTQLocalUserID, kUserTypeLocalOwner,
                             TQUserManager::sharedManager().localPasswordMD5());

@@ -5,7 +5,7 @@
 #include <vornex/TQVornexUtil.h>
 
 #include "core/Coercion.h"
-#include "core/Guarded.h"
+#include "model/Conversion.h"
 
 namespace vornex {
 
@@ -42,7 +42,7 @@ UserPtr TQUser::userWithID(OptionalString id, OptionalString name, std::int64_t 
 }
 
 UserPtr TQUser::userWithDictionary(const Dictionary& dictionary) {
-  return guarded("userWithDictionary : ", [&]() -> UserPtr {
+  return conversion::caught("userWithDictionary : ", [&]() -> UserPtr {
     OptionalString id = coerce::string(dictionary.find("id"));
     OptionalString password = coerce::string(dictionary.find("password"));
     if (!id || !password) return nullptr;
@@ -55,10 +55,10 @@ UserPtr TQUser::userWithDictionary(const Dictionary& dictionary) {
 }
 
 std::optional<Dictionary> TQUser::userDictionary() const {
-  return guarded("userDictionary exception: ", [&]() -> std::optional<Dictionary> {
-    return Dictionary{{"id", required(id, "id")},
+  return conversion::caught("userDictionary exception: ", [&]() -> std::optional<Dictionary> {
+    return Dictionary{{"id", conversion::required(id, "id")},
                       {"name", name.value_or("")},
-                      {"password", required(password, "password")},
+                      {"password", conversion::required(password, "password")},
                       {"type", userType},
                       {"libraries", libraries}};
   });
@@ -82,15 +82,16 @@ bool TQUser::findLibraryName(const std::string& dbName) const {
 void TQUser::addLibraries(const std::vector<LibraryPtr>& added) {
   auto add = [&](const LibraryPtr& library) {
     if (!library) return;
-    const std::string& dbName = required(library->dbName, "database name");
+    const std::string& dbName = conversion::required(library->dbName, "database name");
     if (libraries.contains(dbName))
       logLine(LogLevel::info, "Already exist library : " + dbName);
     else
-      libraries.set(dbName, required(library->name, "name"));
+      libraries.set(dbName, conversion::required(library->name, "name"));
   };
   TQUserManager& manager = TQUserManager::sharedManager();
   manager.changeUsers([&] {
-    for (const LibraryPtr& library : added) guarded("addLibraries exception:", [&] { add(library); });
+    for (const LibraryPtr& library : added)
+      conversion::caught("addLibraries exception:", [&] { add(library); });
   });
   manager.saveUsersFile();
 }
@@ -98,8 +99,8 @@ void TQUser::addLibraries(const std::vector<LibraryPtr>& added) {
 void TQUser::removeLibraries(const std::vector<LibraryPtr>& removed) {
   TQUserManager::sharedManager().changeUsers([&] {
     for (const LibraryPtr& library : removed) {
-      guarded("removeLibraries exception:", [&] {
-        if (library) libraries.erase(required(library->dbName, "database name"));
+      conversion::caught("removeLibraries exception:", [&] {
+        if (library) libraries.erase(conversion::required(library->dbName, "database name"));
       });
     }
   });
