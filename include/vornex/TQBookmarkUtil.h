@@ -2,6 +2,7 @@
 
 #include <vornex/Types.h>
 
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -25,7 +26,8 @@ struct TQBookmark {
 /// A bookmark covers its folder and everything below it. Operations fail soft: false, absent or empty, and a
 /// log line.
 ///
-/// Thread-safety: safe on any thread. Operations block on the file system only.
+/// Thread-safety: safe on any thread. Operations block on the file system only; while `loadBookmarks` waits
+/// for a slow folder, look-ups answer from the list as far as it has got.
 class TQBookmarkUtil {
  public:
   /// Made on first use, without bookmarks; lives until the process ends.
@@ -81,9 +83,11 @@ class TQBookmarkUtil {
   static std::string systemVolumeName();
   /// The home folder of the user database.
   static std::vector<std::string> userFolders();
-  /// Whether the item is a symbolic link.
+  /// Whether the item is a symbolic link, or the small file that stands for one where the file system has
+  /// none.
   static bool isAliasFileWithPath(const std::string& path);
-  /// The destination of a symbolic link as stored, possibly relative.
+  /// The destination of a symbolic link as stored, possibly relative; the item of an alias file, absent when
+  /// it is gone or replaced.
   static OptionalString resolvingAliasFileWithPath(const OptionalString& path);
 
  private:
@@ -92,8 +96,18 @@ class TQBookmarkUtil {
 
   bool addBookmark(const std::string& path);
 
-  mutable std::recursive_mutex monitor_;
-  std::vector<TQBookmark> bookmarks_;
+  using List = std::vector<TQBookmark>;
+
+  /// The present list, which never changes.
+  std::shared_ptr<const List> bookmarks() const;
+  void publish(List list);
+  void append(TQBookmark bookmark);
+
+  /// Held by who changes the list or the file.
+  std::recursive_mutex monitor_;
+  /// Guards the pointer alone.
+  mutable std::mutex listMutex_;
+  std::shared_ptr<const List> bookmarks_ = std::make_shared<const List>();
 };
 
 }  // namespace vornex

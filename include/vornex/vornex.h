@@ -1,8 +1,10 @@
 #pragma once
 
 // The whole SDK.
+#include <vornex/KeyedArchive.h>
 #include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>
+#include <vornex/ProjectList.h>
 #include <vornex/Queue.h>
 #include <vornex/TQAsset.h>
 #include <vornex/TQBookmarkUtil.h>
@@ -21,6 +23,8 @@
 #include <vornex/TQUser.h>
 #include <vornex/TQUserManager.h>
 #include <vornex/TQVornexUtil.h>
+#include <vornex/TQWorkflowEngineInterface.h>
+#include <vornex/TQWorkflowItem.h>
 #include <vornex/Types.h>
 #include <vornex/Value.h>
 #include <vornex/VornexSDK.h>

@@ -11,9 +11,9 @@
 #include <vornex/TQProject.h>
 #include <vornex/TQUser.h>
 
-#include <cerrno>
 #include <filesystem>
 
+#include "core/SdkError.h"
 #include "core/StatusCode.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
@@ -26,6 +26,7 @@
 #include "import/ImportJournal.h"
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
+#include "platform/AliasFile.h"
 
 namespace vornex {
 
@@ -190,9 +191,9 @@ bool TQProject::createLinkFileAtPath(const OptionalString& source, const Optiona
   if (!source || !toPath) return false;
   std::error_code ignored;
   std::filesystem::remove_all(*toPath, ignored);
-  if (::symlink(source->c_str(), toPath->c_str()) == 0) return true;
-  if (error) *error = posixError(errno, "link " + *toPath);
-  return false;
+  auto made = makeAlias(*source, *toPath);
+  if (!made && error) *error = makeSdkError(made.error());
+  return made.has_value();
 }
 
 void TQProject::copyFileAtPath(const std::string& src, const std::string& toPath, AssetPtr asset,

@@ -78,16 +78,33 @@ TQBookmarkUtil& TQBookmarkUtil::sharedInstance() {
   return *instance;
 }
 
+std::shared_ptr<const TQBookmarkUtil::List> TQBookmarkUtil::bookmarks() const {
+  std::lock_guard lock(listMutex_);
+  return bookmarks_;
+}
+
+void TQBookmarkUtil::publish(List list) {
+  auto next = std::make_shared<const List>(std::move(list));
+  std::lock_guard lock(listMutex_);
+  bookmarks_.swap(next);
+}
+
+void TQBookmarkUtil::append(TQBookmark bookmark) {
+  List list = *bookmarks();
+  list.push_back(std::move(bookmark));
+  publish(std::move(list));
+}
+
 std::vector<TQBookmark> TQBookmarkUtil::loadBookmarks() {
   std::lock_guard lock(monitor_);
-  bookmarks_.clear();
+  publish({});
   auto file = readDictionaryFile(layout::bookmarkPlist());
-  if (!file) return bookmarks_;
+  if (!file) return {};
   for (const Value& entry : coerce::array(file->find("bookmark"))) {
     auto bookmark = bookmarkOf(entry);
     if (!bookmark) {
       logLine(LogLevel::error, "loadBookmarks exception:an entry is no bookmark");
-      return bookmarks_;
+      return *bookmarks();
     }
     auto folder = resolveAccessToken(*bookmark->bookmarkData);
     if (!folder) {
@@ -100,15 +117,15 @@ std::vector<TQBookmark> TQBookmarkUtil::loadBookmarks() {
       continue;
     }
     bookmark->bookmarkMinimalData = std::move(*minimal);
-    bookmarks_.push_back(std::move(*bookmark));
+    append(std::move(*bookmark));
   }
   saveBookmarks();
-  return bookmarks_;
+  return *bookmarks();
 }
 
 void TQBookmarkUtil::unloadBookmarks() {
-  std::lock_guard lock(monitor_);
-  for (const TQBookmark& bookmark : bookmarks_) {
+  auto list = bookmarks();
+  for (const TQBookmark& bookmark : *list) {
     if (!bookmark.bookmarkData) continue;
     auto folder = resolveAccessToken(*bookmark.bookmarkData);
     if (!folder)
@@ -118,9 +135,10 @@ void TQBookmarkUtil::unloadBookmarks() {
 
 bool TQBookmarkUtil::saveBookmarks() {
   std::lock_guard lock(monitor_);
-  if (bookmarks_.empty()) return true;
+  auto list = bookmarks();
+  if (list->empty()) return true;
   Array entries;
-  for (const TQBookmark& bookmark : bookmarks_) entries.emplace_back(bookmark.bookmarkDictionary());
+  for (const TQBookmark& bookmark : *list) entries.emplace_back(bookmark.bookmarkDictionary());
   return writeBookmarks(std::move(entries));
 }
 
@@ -140,7 +158,7 @@ bool TQBookmarkUtil::addBookmark(const std::string& path) {
     return false;
   }
   std::lock_guard lock(monitor_);
-  if (!existBookmarkWithFilePath(path)) bookmarks_.push_back({path, std::move(*token), std::move(*minimal)});
+  if (!existBookmarkWithFilePath(path)) append({path, std::move(*token), std::move(*minimal)});
   return true;
 }
 
@@ -156,11 +174,11 @@ bool TQBookmarkUtil::addBookmarkWithVolumePath(const OptionalString& path) {
 
 std::optional<TQBookmark> TQBookmarkUtil::bookmarkWithFilePath(const OptionalString& path) const {
   if (!path) return std::nullopt;
-  std::lock_guard lock(monitor_);
-  auto found = std::find_if(bookmarks_.begin(), bookmarks_.end(), [&](const TQBookmark& bookmark) {
+  auto list = bookmarks();
+  auto found = std::find_if(list->begin(), list->end(), [&](const TQBookmark& bookmark) {
     return bookmark.filePath && (bookmark.filePath == path || localizedEqual(*bookmark.filePath, *path));
   });
-  if (found == bookmarks_.end()) return std::nullopt;
+  if (found == list->end()) return std::nullopt;
   return *found;
 }
 
@@ -215,7 +233,7 @@ bool TQBookmarkUtil::needUpdateVersion() {
 
 bool TQBookmarkUtil::updateVersion() {
   std::lock_guard lock(monitor_);
-  return bookmarks_.empty() && writeBookmarks({});
+  return bookmarks()->empty() && writeBookmarks({});
 }
 
 void TQBookmarkUtil::startAllBookmarks() {

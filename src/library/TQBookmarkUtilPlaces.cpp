@@ -3,11 +3,10 @@
 #include <vornex/Log.h>
 #include <vornex/TQBookmarkUtil.h>
 
-#include <filesystem>
-
 #include "core/Coercion.h"
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
+#include "platform/AliasFile.h"
 #include "platform/Volumes.h"
 
 namespace vornex {
@@ -64,8 +63,7 @@ std::vector<std::string> TQBookmarkUtil::userFolders() {
 }
 
 bool TQBookmarkUtil::isAliasFileWithPath(const std::string& path) {
-  std::error_code ignored;
-  return std::filesystem::is_symlink(path, ignored);
+  return isAlias(path);
 }
 
 OptionalString TQBookmarkUtil::resolvingAliasFileWithPath(const OptionalString& path) {
@@ -73,10 +71,8 @@ OptionalString TQBookmarkUtil::resolvingAliasFileWithPath(const OptionalString& 
     logLine(LogLevel::error, "resolvingAliasFileWithPath file path nil");
     return std::nullopt;
   }
-  std::error_code error;
-  std::filesystem::path target = std::filesystem::read_symlink(*path, error);
-  if (error) return std::nullopt;
-  return target.string();
+  auto item = resolveAlias(*path);
+  return item ? OptionalString(std::move(*item)) : std::nullopt;
 }
 
 }  // namespace vornex

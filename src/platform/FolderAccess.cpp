@@ -5,9 +5,12 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include "foundation/PropertyList.h"
+#include "platform/Volumes.h"
 
 namespace vornex {
 
@@ -16,20 +19,38 @@ namespace {
 constexpr std::int64_t kVersion = 1;
 
 /// Which item is at a path. A device number can change when a disk is plugged in again and an inode number
-/// can be given out again when an item is deleted, hence the identifier of the file system and the time of
-/// birth.
+/// can be given out again when an item is deleted, hence the identifiers of the file system and the time of
+/// birth. Some file systems number their items anew at each mount.
 struct Identity {
   std::uint64_t device = 0;
-  std::uint64_t volume = 0;  // 0: the file system has none
-  std::uint64_t inode = 0;
-  std::int64_t birth = 0;  // nanoseconds; 0: the file system does not keep it
+  std::uint64_t fileSystem = 0;  // 0: it has no number of its own
+  std::string volume;            // the volume's UUID; empty when unknown
+  std::uint64_t inode = 0;       // 0: it means nothing here
+  std::int64_t birth = 0;        // nanoseconds; 0: the file system does not keep it
+
+  bool isOnVolumeOf(const Identity& other) const {
+    if (!volume.empty() && !other.volume.empty()) return volume == other.volume;
+    return device == other.device || (fileSystem != 0 && fileSystem == other.fileSystem);
+  }
 
   bool matches(const Identity& other) const {
-    bool sameVolume = device == other.device || (volume != 0 && volume == other.volume);
+    bool sameInode = inode == other.inode || inode == 0 || other.inode == 0;
     bool sameBirth = birth == other.birth || birth == 0 || other.birth == 0;
-    return sameVolume && inode == other.inode && sameBirth;
+    return isOnVolumeOf(other) && sameInode && sameBirth;
   }
 };
+
+bool keepsInodes(const std::string& fileSystemKind) {
+  constexpr std::array kRenumbering = {"vfat", "msdos", "exfat", "cifs", "smb3"};
+  return !fileSystemKind.starts_with("fuse") &&
+         std::find(kRenumbering.begin(), kRenumbering.end(), fileSystemKind) == kRenumbering.end();
+}
+
+std::string text(const Dictionary& dictionary, const char* key) {
+  const Value* value = dictionary.find(key);
+  const std::string* string = value ? value->ifString() : nullptr;
+  return string ? *string : std::string();
+}
 
 Result<Identity> identityOf(const std::string& path) {
   struct statx status {};
@@ -42,12 +63,14 @@ Result<Identity> identityOf(const std::string& path) {
 
   Identity identity;
   identity.device = (std::uint64_t{status.stx_dev_major} << 32) | status.stx_dev_minor;
-  identity.inode = status.stx_ino;
+  auto volume = volumeDescription(path);
+  if (volume) identity.volume = text(*volume, volumeKey::uuid);
+  if (!volume || keepsInodes(text(*volume, volumeKey::kind))) identity.inode = status.stx_ino;
   if (status.stx_mask & STATX_BTIME) {
     identity.birth = status.stx_btime.tv_sec * 1'000'000'000 + status.stx_btime.tv_nsec;
   }
-  struct statvfs volume {};
-  if (statvfs(path.c_str(), &volume) == 0) identity.volume = volume.f_fsid;
+  struct statvfs fileSystem {};
+  if (statvfs(path.c_str(), &fileSystem) == 0) identity.fileSystem = fileSystem.f_fsid;
   return identity;
 }
 
@@ -74,7 +97,8 @@ Result<Data> makeAccessToken(const std::string& path) {
                                             // Data, for a path need not be UTF-8.
                                             {"path", Data(absolutePath.begin(), absolutePath.end())},
                                             {"device", static_cast<std::int64_t>(identity->device)},
-                                            {"volume", static_cast<std::int64_t>(identity->volume)},
+                                            {"filesystem", static_cast<std::int64_t>(identity->fileSystem)},
+                                            {"volume", identity->volume},
                                             {"inode", static_cast<std::int64_t>(identity->inode)},
                                             {"birth", identity->birth}},
                                  PropertyListFormat::binary);
@@ -95,8 +119,8 @@ Result<std::string> resolveAccessToken(const Data& token) {
   std::string stored(path->ifData()->begin(), path->ifData()->end());
   auto present = identityOf(stored);
   if (!present) return tl::unexpected(present.error());
-  Identity remembered{unsignedNumber(*fields, "device"), unsignedNumber(*fields, "volume"),
-                      unsignedNumber(*fields, "inode"),
+  Identity remembered{unsignedNumber(*fields, "device"), unsignedNumber(*fields, "filesystem"),
+                      text(*fields, "volume"), unsignedNumber(*fields, "inode"),
                       static_cast<std::int64_t>(unsignedNumber(*fields, "birth"))};
   if (!present->matches(remembered)) return posixFailure(ESTALE, stored + " has been replaced");
   return stored;

@@ -14,6 +14,7 @@
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
+#include "platform/AliasFile.h"
 #include "server/ServerError.h"
 
 namespace vornex::server {
@@ -60,6 +61,11 @@ std::optional<std::string> nameIgnoringCase(const FileDescriptor& folder, const 
   return {};
 }
 
+/// Through the open folder, so that nothing that was moved meanwhile is followed.
+std::string pathThrough(const FileDescriptor& folder, const std::string& name) {
+  return fmt::format("/proc/self/fd/{}/{}", folder.get(), name);
+}
+
 enum class Spelling { exact, anyCase };
 
 /// Walks down to the folder that holds the last component.
@@ -89,8 +95,10 @@ Result<MediaEntry> walk(const std::string& packageFolder, MediaKind kind,
   }
   struct stat info {};
   if (::fstatat(folder.get(), components.back().c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return notFound();
+  bool isLink =
+      S_ISLNK(info.st_mode) || (kind == MediaKind::master && isAlias(pathThrough(folder, components.back())));
   return MediaEntry{std::move(folder), components.back(), appendPathComponent(recordPath, components.back()),
-                    S_ISLNK(info.st_mode)};
+                    isLink};
 }
 
 std::vector<std::string> componentsOf(std::string_view path) {
@@ -113,7 +121,10 @@ Result<MediaEntry> findMedia(const std::string& packageFolder, MediaKind kind,
 Result<OpenMedia> openMedia(const MediaEntry& entry, bool followLink) {
   // Without O_NONBLOCK, opening a named pipe would wait for its writer.
   int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | (followLink ? 0 : O_NOFOLLOW);
-  FileDescriptor file(::openat(entry.folder.get(), entry.name.c_str(), flags));
+  Result<std::string> target = entry.name;
+  if (followLink) target = resolveAlias(pathThrough(entry.folder, entry.name));
+  if (!target) return notFound();
+  FileDescriptor file(::openat(entry.folder.get(), target->c_str(), flags));
   if (!file) {
     if (errno == ENOENT || errno == ELOOP || errno == ENXIO) return notFound();
     return posixFailure(errno, "Cannot open " + entry.recordPath);
@@ -146,9 +157,8 @@ Result<void> removeMedia(const std::string& packageFolder, MediaKind kind, const
   constexpr std::size_t kImportFolders = 4;
   if (kind != MediaKind::master || components.size() <= kImportFolders)
     return serverFailure(StatusCode::invalidRequest, recordPath + " is a folder of the library itself.");
-  // Through the open folder, so that nothing that was moved meanwhile is followed.
   std::error_code error;
-  std::filesystem::remove_all(fmt::format("/proc/self/fd/{}/{}", entry->folder.get(), entry->name), error);
+  std::filesystem::remove_all(pathThrough(entry->folder, entry->name), error);
   if (error) return posixFailure(error.value(), "Cannot remove " + recordPath);
   return {};
 }

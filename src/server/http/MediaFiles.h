@@ -18,6 +18,7 @@ struct MediaEntry {
   std::string name;
   /// From the package folder on, as asset records name it: "/Media/Master/…".
   std::string recordPath;
+  /// A symbolic link, or (masters only) an alias file.
   bool isLink = false;
 };
 
