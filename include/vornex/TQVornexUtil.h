@@ -100,9 +100,9 @@ class TQVornexUtil {
 
   using RequestCompletion = std::function<void(Value response, TQErrorPtr error)>;
 
-  /// Sends from a worker and returns at once; the completion is called once, on the main queue, with null and
-  /// the error or with the answer, before the error is announced. A missing argument calls it at once, on
-  /// this thread, with error 10000. The completion must not be empty.
+  /// Returns at once; the completion is called once, on the main queue, with null and the error or with the
+  /// answer, before the error is announced. A missing argument calls it at once, on this thread, with error
+  /// 10000. The completion must not be empty.
   static void requestURL(const OptionalString& url, const OptionalString& userID,
                          const OptionalString& userPassword, const OptionalString& method,
                          const std::optional<Value>& params, RequestCompletion completion);
@@ -123,7 +123,8 @@ class TQVornexUtil {
   static std::int64_t integerValueFromObject(const Value* object);
   static std::int64_t longlongValueFromObject(const Value* object);
   static double doubleValueFromObject(const Value* object);
-  /// A non-zero number, or a string that begins with Y, y, T, t or a non-zero digit.
+  /// A non-zero number, or a string that begins with Y, y, T, t or a non-zero digit; blanks, a sign and zeros
+  /// may stand before the digit.
   static bool boolValueFromObject(const Value* object);
 
   /// 17 digits yyyyMMddHHmmssSSS, UTC. An absent date is now; 0 on failure.

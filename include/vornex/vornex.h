@@ -1,6 +1,7 @@
 #pragma once
 
 // The whole SDK.
+#include <vornex/AtomicPtr.h>
 #include <vornex/KeyedArchive.h>
 #include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>

@@ -6,9 +6,8 @@
 
 namespace vornex::cli {
 
-/// Asks on the terminal whether to go on, on standard error; "y" and "yes" agree, in any case. Whoever is
-/// sure already (--yes) is not asked. Fails when the answer is another one, and when nobody can be asked
-/// because standard input is no terminal.
-[[nodiscard]] Result<void> confirm(const std::string& question, bool isSure);
+/// Asks on standard error before something is destroyed. Succeeds for an answer that begins with "y", and
+/// without asking when `yes`; fails for every other answer, and when nobody sits at standard input.
+[[nodiscard]] Result<void> confirm(const std::string& question, bool yes);
 
 }  // namespace vornex::cli

@@ -127,19 +127,19 @@ std::string counted(std::int64_t count, const std::string& thing) {
   return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
 }
 
-/// What is lost when the node is removed, as a question.
-Result<std::string> removalQuestion(const LibraryPtr& library, const ProjectPtr& node) {
+/// What is lost when the node is removed, as a statement.
+Result<std::string> removalWarning(const LibraryPtr& library, const ProjectPtr& node) {
   const std::int64_t groups = node->descendantCount();
   const std::string with = groups == 0 ? "" : ", with " + counted(groups, "group");
   if (node->projectType == kProjectTypeProject)
-    return fmt::format("Remove the project \"{}\"{}?", projectPath(node), with);
+    return fmt::format("This removes the project \"{}\"{}.", projectPath(node), with);
   auto& manager = TQSearchManager::sharedManager();
   const PredicatePtr inside = TQPredicate::andPredicateWithSubpredicates(
       {manager.createQueryWithGroup(manager.groupIDs(node), "group"), manager.createQueryWithTrash(false)});
   const TQSearchResponse found = manager.searchAssetWithLibrary(library, inside, 0, 1, 0);
   if (found.error) return tl::unexpected(fromSDK(found.error));
   const ProjectPtr root = node->rootProject.lock();
-  return fmt::format("Remove the group \"{}\"{}? {}", projectPath(node), with,
+  return fmt::format("This removes the group \"{}\"{}. {}", projectPath(node), with,
                      found.totalCount == 0 ? "It holds no assets."
                                            : fmt::format("{} in it will only belong to the project \"{}\".",
                                                          counted(found.totalCount, "asset"),
@@ -242,9 +242,9 @@ Result<void> run(const ProjectRemoveCommand& command, Host& host, const Output& 
   auto node = existing(*library, command.path);
   if (!node) return tl::unexpected(node.error());
   if (!command.yes) {
-    auto question = removalQuestion(*library, *node);
-    if (!question) return tl::unexpected(question.error());
-    if (auto agreed = confirm(*question, false); !agreed) return agreed;
+    auto warning = removalWarning(*library, *node);
+    if (!warning) return tl::unexpected(warning.error());
+    if (auto agreed = confirm(*warning, false); !agreed) return agreed;
   }
   // By identifier: what was agreed to is removed, and nothing else that has come under its name.
   const std::string id = (*node)->id.value_or("");
