@@ -1,10 +1,10 @@
 // A result page of 100 assets (about 200 KB of JSON) read into values, beside the parser alone on the same
 // bytes.
 
-#include <benchmark/benchmark.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include "Ratio.h"
 #include "foundation/Json.h"
 
 using namespace vornex;
@@ -50,4 +50,6 @@ static void parserAlone(benchmark::State& state) {
 }
 BENCHMARK(parserAlone);
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  return bench::runWithRatios(argc, argv, {{"readPageIntoValues", "parserAlone"}});
+}
