@@ -42,6 +42,7 @@ void addLibraryLifeCommands(CLI::App& library, Arguments& arguments) {
       library, arguments, "import", "Take in package folders that were moved or come from another computer");
   import->add_option("FOLDER", importing->places, "Package folders")->required();
   import->add_flag("--force", importing->force, "Take over a library that another computer has locked");
+  addYesFlag(import, importing->yes);
   const auto [rename, naming] =
       addCommand<LibraryRenameCommand>(library, arguments, "rename", "Give a library another name");
   rename->add_option("LIBRARY", naming->library, "Name, path or database name")->required();

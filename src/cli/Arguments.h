@@ -28,7 +28,9 @@ struct LibraryShowCommand {
 struct LibraryImportCommand {
   /// Package folders.
   std::vector<std::string> places;
+  /// Also one that another computer has locked.
   bool force = false;
+  bool yes = false;
 };
 struct LibraryRenameCommand {
   std::string library;

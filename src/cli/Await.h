@@ -10,6 +10,7 @@
 #include <string>
 #include <tuple>
 
+#include "core/SdkError.h"
 #include "core/StatusCode.h"
 #include "foundation/Error.h"
 
@@ -23,11 +24,6 @@ inline Error fromSDK(const TQErrorPtr& error) {
   const Value* reason = error->userInfo().find(kLocalizedFailureReasonKey);
   if (reason && reason->ifString()) message += " (" + *reason->ifString() + ")";
   return {error->domain().value_or(""), error->code(), std::move(message)};
-}
-
-/// Whether the service went away, or was never there.
-inline bool isServiceLost(const Error& error) {
-  return error.code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
 }
 
 /// Starts an asynchronous operation of the SDK and blocks until it calls back; gives the callback's

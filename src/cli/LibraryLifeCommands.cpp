@@ -78,20 +78,46 @@ Result<void> finishCopying(const std::string& library, const std::string& attemp
   return finish(attempt, silentFailure, [&](Completion done) { start(std::move(done), display.handler()); });
 }
 
-/// The package is in the list at a place where it is no more: it was moved, so the list follows.
-Result<void> forgetFormerPlace(const std::string& folder) {
+/// The local library that is in the list at a place where it is no more, because its package was moved to the
+/// folder; null when there is none.
+Result<LibraryPtr> movedLibrary(const std::string& folder) {
   auto record = readDictionaryFile(*TQVornexUtil::libraryPlistWithPackageFolder(folder));
   if (!record) return failure("vornex", 0, fmt::format("there is no library in {}", folder));
   const Value* dbName = record->find("dbname");
   const LibraryPtr known =
       dbName && dbName->ifString() ? manager().libraryForDBName(*dbName->ifString()) : nullptr;
-  if (!known) return {};
-  if (itemExists(folderOf(known)))
+  if (!known) return LibraryPtr();
+  if (known->libraryType != kLibraryTypeLocal || itemExists(folderOf(known)))
     return failure(
         "vornex", 0,
         fmt::format("the library \"{}\" is in the list already, at {}", nameOf(known), folderOf(known)));
-  return finish("cannot take the former place out of the list", "the list cannot be saved",
-                [&](Completion done) { manager().deleteLibrary(known, false, nullptr, std::move(done)); });
+  return known;
+}
+
+/// Imports the package; of a library that was moved, the list follows, and stays as it was when that fails.
+Result<void> importPackage(const std::string& folder, bool force) {
+  auto moved = movedLibrary(folder);
+  if (!moved) return tl::unexpected(moved.error());
+  if (*moved) {
+    auto forgotten =
+        finish("cannot take the former place out of the list", "the list cannot be saved",
+               [&](Completion done) { manager().deleteLibrary(*moved, false, nullptr, std::move(done)); });
+    if (!forgotten) return forgotten;
+  }
+  auto imported = finishCopying(lastPathComponent(folder), fmt::format("cannot import {}", folder),
+                                "there is no library in it", [&](Completion done, auto progress) {
+                                  manager().importLibraryWithPackageFolder(
+                                      folder, force, nullptr, std::move(done), std::move(progress));
+                                });
+  if (!imported && *moved) manager().addLibraries({*moved});
+  return imported;
+}
+
+/// Before a lock of another computer is broken.
+Result<void> confirmTakeover(const std::string& folder, bool yes) {
+  if (!manager().alreadyUsingLibraryWithPackageFolder(folder)) return {};
+  return confirm(
+      fmt::format("Another computer may be using {}. What it changes from now on may be lost.", folder), yes);
 }
 
 }  // namespace
@@ -100,12 +126,8 @@ Result<void> run(const LibraryImportCommand& command, Host& host, const Output& 
   if (auto known = host.libraries(); !known) return tl::unexpected(known.error());
   for (const std::string& place : command.places) {
     const std::string folder = absolutePath(place);
-    if (auto ready = forgetFormerPlace(folder); !ready) return ready;
-    auto imported = finishCopying(lastPathComponent(folder), fmt::format("cannot import {}", folder),
-                                  "there is no library in it", [&](Completion done, auto progress) {
-                                    manager().importLibraryWithPackageFolder(
-                                        folder, command.force, nullptr, std::move(done), std::move(progress));
-                                  });
+    auto imported = command.force ? confirmTakeover(folder, command.yes) : Result<void>();
+    if (imported) imported = importPackage(folder, command.force);
     if (!imported) return imported;
     auto library = host.listedLibrary(folder);
     if (!library) return tl::unexpected(library.error());
@@ -127,6 +149,11 @@ Result<void> run(const LibraryDeleteCommand& command, Host& host, const Output& 
                 command.yes);
     if (!confirmed) return confirmed;
   }
+  if (!isLocal) {
+    auto confirmed =
+        confirm(fmt::format("This forgets the password that is kept for \"{}\".", name), command.yes);
+    if (!confirmed) return confirmed;
+  }
   const bool keepsFolder = isLocal && !command.everything && itemExists(folderOf(*library));
   auto deleted = finishCopying(nameOf(*library), fmt::format("cannot delete \"{}\"", name),
                                "the list cannot be saved", [&](Completion done, auto progress) {
@@ -140,6 +167,10 @@ Result<void> run(const LibraryDeleteCommand& command, Host& host, const Output& 
                                 "import {1}",
                                 name, folderOf(*library))
                   : fmt::format("Deleted the library \"{}\".", name));
+  const std::string working =
+      appendPathComponent(TQVornexUtil::mongoDBFolder(), (*library)->dbName.value_or(""));
+  if (isLocal && itemExists(working))
+    output.text(fmt::format("Its folder cannot be reached, so its database stays in {}.", working));
   return {};
 }
 

@@ -1,10 +1,13 @@
 #include "core/DatabaseFolder.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <linux/fs.h>
 #include <vornex/Log.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 
 #include "core/StorageLayout.h"
@@ -27,6 +30,25 @@ bool isNameCharacter(char c) {
 bool isValidDatabaseName(std::string_view name) {
   return !name.empty() && name.size() <= kLongestName && name.front() != '.' &&
          std::all_of(name.begin(), name.end(), isNameCharacter);
+}
+
+bool isDatabaseFolder(const std::string& folder) {
+  std::error_code error;
+  const auto size = std::filesystem::file_size(appendPathComponent(folder, kDatabaseFileName), error);
+  return !error && size > 0;
+}
+
+Result<void> exchangeStagedDatabase(const std::string& dbName) {
+  if (!isValidDatabaseName(dbName)) return posixFailure(EINVAL, "Cannot replace the database " + dbName);
+  const std::string working = layout::databaseFolder(dbName);
+  const std::string staged = layout::stagedDatabaseFolder(dbName);
+  const bool isBack = itemExists(working) && !itemExists(staged);
+  const int done = isBack ? ::rename(working.c_str(), staged.c_str())
+                   : !itemExists(working)
+                       ? ::rename(staged.c_str(), working.c_str())
+                       : ::renameat2(AT_FDCWD, staged.c_str(), AT_FDCWD, working.c_str(), RENAME_EXCHANGE);
+  if (done != 0) return posixFailure(errno, "exchange " + staged);
+  return syncDirectory(layout::databaseRoot());
 }
 
 Result<void> removeDatabaseFolder(const std::string& dbName) {

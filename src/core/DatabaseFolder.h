@@ -11,6 +11,16 @@ namespace vornex {
 /// Thread-safe.
 bool isValidDatabaseName(std::string_view name);
 
+/// The file that makes a folder a database.
+inline constexpr const char* kDatabaseFileName = "library.sqlite";
+
+/// Whether the folder holds a database: its file is there and is not empty. Thread-safe.
+bool isDatabaseFolder(const std::string& folder);
+
+/// Puts the staged copy of a library's database in the place of the working one, and that one, if there is
+/// one, in its: once more, and they are back. Domain "posix". Nobody may have the database open. Thread-safe.
+[[nodiscard]] Result<void> exchangeStagedDatabase(const std::string& dbName);
+
 /// Removes the folder of a library's database from the shared database folder. It goes out of the way in one
 /// step, so that a removal that is cut short leaves no half database; a missing one is a success. Domain
 /// "posix", EINVAL for a name that is not valid. Nobody may have the database open. Thread-safe.

@@ -2,11 +2,20 @@
 
 #include <vornex/TQError.h>
 
+#include "core/StatusCode.h"
 #include "foundation/Error.h"
 
 namespace vornex {
 
 /// A failure from below the SDK as its callers see it: the same domain, code and message. Thread-safe.
 TQErrorPtr makeSdkError(const Error& error);
+
+/// Whether the service was not there, or went away before it answered. Thread-safe.
+inline bool isServiceLost(const Error& error) {
+  return error.code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
+}
+inline bool isServiceLost(const TQErrorPtr& error) {
+  return error && error->code() == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
+}
 
 }  // namespace vornex

@@ -88,6 +88,9 @@ std::string databaseRoot() {
 std::string databaseFolder(std::string_view dbName) {
   return appendPathComponent(databaseRoot(), dbName);
 }
+std::string stagedDatabaseFolder(std::string_view dbName) {
+  return databaseFolder(dbName) + "_restore";
+}
 
 std::string serviceFolder() {
   return inRoot("Service");

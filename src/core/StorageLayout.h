@@ -20,6 +20,8 @@ std::string bookmarkPlist();
 /// The shared database folder, and the folder of one library's database in it.
 std::string databaseRoot();
 std::string databaseFolder(std::string_view dbName);
+/// Where a copy waits to take the place of that database.
+std::string stagedDatabaseFolder(std::string_view dbName);
 
 /// The local service's own files, below "Service" in the root folder: its lock, the local account (mode
 /// 0600), its log.

@@ -6,15 +6,11 @@
 #include <memory>
 #include <utility>
 
+#include "core/SdkError.h"
 #include "core/StatusCode.h"
 #include "service/TQVornexService.h"
 
 namespace vornex {
-
-/// Whether the service was not there, or went away before it answered.
-inline bool isServiceLost(const TQErrorPtr& error) {
-  return error && error->code() == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
-}
 
 /// Calls an operation of the service and blocks until it has answered; null for success, code 31 without a
 /// service. For workers only: a thread that brings answers would wait for itself.

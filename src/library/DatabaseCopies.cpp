@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <linux/fs.h>
 #include <sys/file.h>
 #include <vornex/Log.h>
 #include <vornex/TQLibrary.h>
@@ -12,11 +11,14 @@
 #include <cstdio>
 #include <filesystem>
 #include <future>
+#include <sstream>
 
 #include "core/DatabaseFolder.h"
+#include "core/SdkError.h"
 #include "core/StorageLayout.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
+#include "foundation/Text.h"
 #include "library/AskService.h"
 #include "platform/FileCopy.h"
 
@@ -30,13 +32,45 @@ constexpr const char* kServerLock = "mongod.lock";
 constexpr auto kProgressInterval = 200ms;
 // As long as another process may copy a large database.
 constexpr auto kLockPatience = 12h;
+/// In a database folder: how often the database was backed up, and a name for the last time.
+constexpr const char* kGenerationFile = "generation";
 
 Result<void> logged(const std::string& line, Result<void> result) {
   if (!result) logLine(LogLevel::error, line + " (" + result.error().message + ")");
   return result;
 }
 
+/// A copy of what could only be read is one's own to change.
+void makeWritable(const std::string& folder) {
+  std::error_code error;
+  auto allow = [&](const fs::path& path, bool isFolder) {
+    const fs::perms rights = isFolder ? fs::perms::owner_all : fs::perms::owner_read | fs::perms::owner_write;
+    fs::permissions(path, rights, fs::perm_options::add | fs::perm_options::nofollow, error);
+  };
+  if (!isDirectory(folder)) return;
+  allow(folder, true);
+  for (fs::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::error_code ignored;
+    if (!entry->is_symlink(ignored)) allow(entry->path(), entry->is_directory(ignored));
+  }
+}
+
+struct Generation {
+  std::int64_t number = 0;
+  std::string name;
+};
+
+/// A database that was never backed up is of generation 0.
+Generation generationOf(const std::string& folder) {
+  Generation generation;
+  std::istringstream(readFile(appendPathComponent(folder, kGenerationFile)).value_or("")) >>
+      generation.number >> generation.name;
+  return generation;
+}
+
 Result<void> removeItem(const std::string& path) {
+  makeWritable(path);
   std::error_code error;
   fs::remove_all(path, error);
   if (error) return posixFailure(error.value(), "remove " + path);
@@ -81,14 +115,15 @@ Error errorOf(const TQErrorPtr& error) {
 DatabaseCopies::DatabaseCopies(const TQLibrary& library)
     : name_(library.dbName.value_or("")),
       working_(layout::databaseFolder(name_)),
-      staging_(working_ + "_restore"),
+      staging_(layout::stagedDatabaseFolder(name_)),
+      unfinished_(appendPathComponent(layout::databaseRoot(), ".restoring-" + name_)),
       packagedFolder_(layout::packagedDatabaseFolder(library.packageFolder.value_or(""))),
       packaged_(appendPathComponent(packagedFolder_, name_)),
       previous_(packaged_ + "_origin"),
       fresh_(packaged_ + "_backup") {}
 
 bool DatabaseCopies::hasWorking() const {
-  return check() && itemExists(working_);
+  return check() && isDatabaseFolder(working_);
 }
 
 bool DatabaseCopies::hasPackaged() const {
@@ -100,13 +135,29 @@ Result<void> DatabaseCopies::check() const {
   return logged("No database folder for: " + name_, posixFailure(EINVAL, "database name " + name_));
 }
 
-Result<FileLock> DatabaseCopies::lock() const {
-  return FileLock::acquire(appendPathComponent(layout::databaseRoot(), "copies"), kLockPatience);
+DatabaseCopies::Standing DatabaseCopies::standing() const {
+  const OptionalString source = packagedSource();
+  const Generation working = generationOf(working_);
+  const Generation packaged = generationOf(source.value_or(""));
+  if (!source || packaged.number < working.number || packaged.name == working.name) return Standing::inStep;
+  return packaged.number > working.number ? Standing::packagedIsNewer : Standing::apart;
+}
+
+Result<DatabaseCopies::Locks> DatabaseCopies::lock(Use ofPackage) const {
+  auto database = FileLock::acquire(working_, kLockPatience);
+  if (!database) return tl::unexpected(database.error());
+  auto package = FileLock::acquire(packagedFolder_, kLockPatience);
+  if (package) return Locks{std::move(*database), std::move(*package)};
+  // Nobody changes what lies where nobody can write.
+  const std::int64_t code = package.error().code;
+  const bool isReadOnly = code == EROFS || code == EACCES || code == EPERM || code == ENOENT;
+  if (ofPackage == Use::write || !isReadOnly) return tl::unexpected(package.error());
+  return Locks{std::move(*database), std::nullopt};
 }
 
 OptionalString DatabaseCopies::packagedSource() const {
-  if (itemExists(packaged_)) return packaged_;
-  if (itemExists(previous_)) return previous_;
+  if (isDatabaseFolder(packaged_)) return packaged_;
+  if (isDatabaseFolder(previous_)) return previous_;
   return std::nullopt;
 }
 
@@ -116,13 +167,14 @@ Result<void> DatabaseCopies::backUp(bool close, const Progress& progress) const 
   logLine(LogLevel::info, fmt::format("backup database syncing:{} -> {}", working_, packagedFolder_));
   if (auto made = makeFolder(kOperation, packagedFolder_); !made) return made;
   if (auto made = makeFolder(kOperation, layout::databaseRoot()); !made) return made;
-  auto locked = lock();
+  auto locked = lock(Use::write);
   if (!locked) return tl::unexpected(locked.error());
   if (auto repaired = repairBackup(); !repaired) return repaired;
 
   logLine(LogLevel::info, fmt::format("start database backup :{} -> {}", working_, fresh_));
   auto copied = logged(fmt::format("Can't copy db backup file : {} -> to dest : {}", working_, fresh_),
                        copyWorking(close, progress));
+  if (copied) copied = markGeneration();
   if (!copied) {
     (void)removeItem(fresh_);  // the next run does, too
     return copied;
@@ -138,17 +190,27 @@ Result<void> DatabaseCopies::repairBackup() const {
   removeUnfinishedCopies(packagedFolder_);
   auto removed = logged("Can't remove backup db file : " + fresh_, removeItem(fresh_));
   if (!removed || !itemExists(previous_)) return removed;
-  if (itemExists(packaged_))
+  if (isDatabaseFolder(packaged_) || !isDatabaseFolder(previous_))
     return logged("Can't remove db backup file : " + previous_, removeItem(previous_));
+  if (auto emptied = removeItem(packaged_); !emptied) return emptied;
   return move("backupDatabaseWithLibrary", previous_, packaged_);
 }
 
+/// First where it is used: a kill in between leaves no package that seems newer.
+Result<void> DatabaseCopies::markGeneration() const {
+  const std::int64_t former =
+      std::max(generationOf(working_).number, generationOf(packagedSource().value_or("")).number);
+  const std::string mark = fmt::format("{} {}\n", former + 1, makeUUID());
+  for (const std::string& folder : {working_, fresh_})
+    if (auto written = writeFileAtomically(appendPathComponent(folder, kGenerationFile), mark); !written)
+      return written;
+  return syncDirectory(fresh_);
+}
+
 Result<void> DatabaseCopies::copyWorking(bool close, const Progress& progress) const {
-  if (!isDirectory(working_)) return posixFailure(ENOENT, "find the database " + working_);
+  if (!hasWorking()) return posixFailure(ENOENT, "find the database " + working_);
   auto copied = snapshot(close, progress);
-  const bool unserved =
-      !copied && copied.error().code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
-  return unserved ? copyUnserved(progress) : copied;
+  return !copied && isServiceLost(copied.error()) ? copyUnserved(progress) : copied;
 }
 
 Result<void> DatabaseCopies::snapshot(bool close, const Progress& progress) const {
@@ -159,9 +221,7 @@ Result<void> DatabaseCopies::snapshot(bool close, const Progress& progress) cons
   while (answer.wait_for(kProgressInterval) != std::future_status::ready)
     if (progress) progress(static_cast<std::int64_t>(sizeForFolderAtPath(fresh_, nullptr)), total);
   if (TQErrorPtr error = answer.get()) return tl::unexpected(errorOf(error));
-  std::error_code unreadable;
-  if (fs::is_empty(fresh_, unreadable) || unreadable)
-    return posixFailure(ENODATA, "the service has copied nothing to " + fresh_);
+  if (!isDatabaseFolder(fresh_)) return posixFailure(ENODATA, "the service has copied nothing to " + fresh_);
   if (progress) progress(total, total);
   return syncDirectory(packagedFolder_);
 }
@@ -183,44 +243,75 @@ Result<void> DatabaseCopies::restore(const Progress& progress) const {
   if (auto valid = check(); !valid) return valid;
   if (auto made = makeFolder(kOperation, layout::databaseRoot()); !made) return made;
   logLine(LogLevel::info, fmt::format("restore database syncing:{} -> {}", packaged_, working_));
-  auto locked = lock();
+  auto locked = lock(Use::read);
   if (!locked) return tl::unexpected(locked.error());
   if (!packagedSource())
     return posixFailure(ENOENT, "the package holds no copy of its database, " + packaged_);
-  if (itemExists(working_)) return {};
+  if (hasWorking()) return {};
   if (auto staged = stage(progress); !staged) return staged;
-  return move(kOperation, staging_, working_);
+  auto placed = exchange(kOperation);
+  return placed ? removeStaged() : placed;
 }
 
-Result<void> DatabaseCopies::stage(const Progress& progress) const {
+Result<void> DatabaseCopies::replace(Former former, const Progress& progress) const {
+  constexpr const char* kOperation = "replaceDatabaseWithLibrary";
   if (auto valid = check(); !valid) return valid;
+  if (auto made = makeFolder(kOperation, layout::databaseRoot()); !made) return made;
+  auto locked = lock(Use::read);
+  if (!locked) return tl::unexpected(locked.error());
+  if (auto staged = stage(progress); !staged) return staged;
+  Result<void> done;
+  if (TQErrorPtr error = askService(&ServiceProxy::replaceDatabase, name_))
+    done = tl::unexpected(errorOf(error));
+  const bool isUnknown = !done && former == Former::keep &&
+                         done.error().code == static_cast<std::int64_t>(StatusCode::databaseNotFound);
+  if (isUnknown) done = exchange(kOperation);
+  if (done) return putFormerAway(former);
+  // A service that went away may still be at it; the next run removes what it leaves.
+  if (!isServiceLost(done.error())) (void)removeStaged();
+  return done;
+}
+
+/// Copies the packaged database beside the working one.
+Result<void> DatabaseCopies::stage(const Progress& progress) const {
   const OptionalString source = packagedSource();
   if (!source) return posixFailure(ENOENT, "the package holds no copy of its database, " + packaged_);
-  removeUnfinishedCopies(layout::databaseRoot());
   if (auto removed = removeStaged(); !removed) return removed;
-  auto copied = copyFolder(*source, staging_, progress);
+  if (auto removed = removeItem(unfinished_); !removed) return removed;
+  if (auto made = createDirectories(unfinished_); !made) return made;
+  const std::string copy = appendPathComponent(unfinished_, name_);
+  auto copied = copyFolder(*source, copy, progress);
   if (!copied) {
     logLine(LogLevel::error, fmt::format("Can't copy db file : {} -> to dest : {}, error:{}", *source,
                                          staging_, copied.error().message));
+    (void)removeItem(unfinished_);
     return copied;
   }
-  const std::string lock = appendPathComponent(staging_, kServerLock);
-  auto removed = removeItem(lock);
-  if (!removed)
+  makeWritable(copy);
+  const std::string lock = appendPathComponent(copy, kServerLock);
+  if (auto removed = removeItem(lock); !removed) {
     logLine(LogLevel::error,
             fmt::format("Can't remove mongodb lock file : {}, error:{}", lock, removed.error().message));
-  return removed;
+    return removed;
+  }
+  if (auto moved = move("restoreDatabaseWithLibrary", copy, staging_); !moved) return moved;
+  return removeItem(unfinished_);
 }
 
-Result<void> DatabaseCopies::exchange() const {
-  constexpr const char* kOperation = "replaceDatabaseWithLibrary";
-  if (!itemExists(working_)) return move(kOperation, staging_, working_);
-  Result<void> done =
-      ::renameat2(AT_FDCWD, staging_.c_str(), AT_FDCWD, working_.c_str(), RENAME_EXCHANGE) == 0
-          ? syncDirectory(layout::databaseRoot())
-          : posixFailure(errno, "exchange " + staging_);
-  return logged(fmt::format("{}, Can't move db file:{} -> {}", kOperation, staging_, working_),
-                std::move(done));
+Result<void> DatabaseCopies::exchange(const char* operation) const {
+  return logged(fmt::format("{}, Can't move db file:{} -> {}", operation, staging_, working_),
+                exchangeStagedDatabase(name_));
+}
+
+/// The former working database, which is staged now.
+Result<void> DatabaseCopies::putFormerAway(Former former) const {
+  if (former == Former::remove || !isDatabaseFolder(staging_)) {
+    (void)removeStaged();  // logged, and the next run does, too
+    return {};
+  }
+  const std::string kept = fmt::format("{}_former_{}", working_, randomHex(4));
+  logLine(LogLevel::warning, fmt::format("The database {} is kept as {}", working_, kept));
+  return move("restoreDatabaseWithLibrary", staging_, kept);
 }
 
 Result<void> DatabaseCopies::removeStaged() const {

@@ -3,6 +3,7 @@
 #include <vornex/Types.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "foundation/Error.h"
@@ -19,7 +20,8 @@ namespace vornex {
 /// removes or puts back what was left.
 ///
 /// Failures are logged where they happen. Domain "posix", or the service's. Everything blocks. Thread-safety:
-/// one thread each; several, in any number of processes, exclude one another by lock().
+/// one thread each. Operations on one database exclude one another, in any number of processes, and so do
+/// those on one package, on any number of computers where its file system has locks.
 class DatabaseCopies {
  public:
   /// Bytes copied of the bytes that there are; called on the copying thread or another one, one at a time.
@@ -29,6 +31,10 @@ class DatabaseCopies {
   explicit DatabaseCopies(const TQLibrary& library);
 
   bool hasWorking() const;
+  /// Whether the package was backed up elsewhere since the working database was last in step with it, and
+  /// how.
+  enum class Standing { inStep, packagedIsNewer, apart };
+  Standing standing() const;
   /// Whether the package holds a whole database, be it the previous one of a backup that was cut short.
   bool hasPackaged() const;
 
@@ -41,16 +47,25 @@ class DatabaseCopies {
   /// a working one.
   [[nodiscard]] Result<void> restore(const Progress& progress) const;
 
-  /// The right to use the following ones.
-  [[nodiscard]] Result<FileLock> lock() const;
-  /// Copies the packaged database beside the working one.
-  [[nodiscard]] Result<void> stage(const Progress& progress) const;
-  /// Puts what is staged in the place of the working database, and that one, if there is one, in its: once
-  /// more, and they are back. The service must have let go of the database.
-  [[nodiscard]] Result<void> exchange() const;
-  [[nodiscard]] Result<void> removeStaged() const;
+  /// Puts a copy of the packaged database in the place of the working one, which is removed, or kept under
+  /// another name, which is logged. The service, which must run, tries the copy first and refuses what it
+  /// cannot open; the working database stays then.
+  enum class Former { remove, keep };
+  [[nodiscard]] Result<void> replace(Former former, const Progress& progress) const;
 
  private:
+  /// The database's lock, and the package's where one can be made or is needed.
+  struct Locks {
+    FileLock database;
+    std::optional<FileLock> package;
+  };
+  enum class Use { read, write };
+  [[nodiscard]] Result<Locks> lock(Use ofPackage) const;
+  Result<void> stage(const Progress& progress) const;
+  Result<void> exchange(const char* operation) const;
+  Result<void> putFormerAway(Former former) const;
+  Result<void> removeStaged() const;
+  Result<void> markGeneration() const;
   Result<void> check() const;
   OptionalString packagedSource() const;
   Result<void> repairBackup() const;
@@ -61,6 +76,7 @@ class DatabaseCopies {
   const std::string name_;
   const std::string working_;
   const std::string staging_;
+  const std::string unfinished_;
   const std::string packagedFolder_;
   const std::string packaged_;
   const std::string previous_;

@@ -48,6 +48,9 @@ struct TQLibraryManager::State {
   void claim(const std::vector<LibraryPtr>& added);
 };
 
+/// Whether the file of the local list has a row of the database name, by whatever process.
+bool isInLocalList(const OptionalString& dbName);
+
 /// Gives a local library's connection the local user and the port of the local service.
 void connectLocally(const LibraryPtr& library);
 

@@ -11,6 +11,8 @@
 #include "core/Coercion.h"
 #include "core/DatabaseFolder.h"
 #include "core/SdkError.h"
+#include "core/StorageLayout.h"
+#include "foundation/FileLock.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
 #include "library/AskService.h"
@@ -39,6 +41,9 @@ bool isNewer(std::string_view version, std::string_view than) {
   return false;
 }
 
+/// As long as another import may copy a large database.
+constexpr auto kImportPatience = std::chrono::hours(12);
+
 /// One import of a package folder, on a worker.
 class PackageImport {
  public:
@@ -53,6 +58,15 @@ class PackageImport {
   /// Null on success.
   TQErrorPtr run() {
     if (TQErrorPtr error = readRecord()) return error;
+    // Two imports of one package must not both list it, nor one undo what the other has.
+    auto turn = createDirectories(layout::databaseRoot()).and_then([&] {
+      return FileLock::acquire(layout::databaseFolder(dbName()) + "-import", kImportPatience);
+    });
+    if (!turn) return makeSdkError(turn.error());
+    if (manager_.findLibrary(library_) || isInLocalList(library_->dbName)) {
+      logLine(LogLevel::error, "Already exist library: " + dbName());
+      return libraryError(10002, "library.message.path.exist");
+    }
     if (TQErrorPtr error = bookmarkFolder(folder_)) return error;
     manager_.startAllBookmarks();
     if (TQErrorPtr error = restoreDatabase()) return error;
@@ -78,17 +92,22 @@ class PackageImport {
     connectLocally(library_);
     library_->onlineStatus = true;
     library_->packageFolder = folder_;
-    if (!manager_.findLibrary(library_)) return nullptr;
-    logLine(LogLevel::error, "Already exist library: " + dbName());
-    return libraryError(10002, "library.message.path.exist");
+    return nullptr;
   }
 
   TQErrorPtr restoreDatabase() {
     const DatabaseCopies copies(*library_);
     const bool hadWorking = copies.hasWorking();
-    if (hadWorking && !force_) return nullptr;
+    const auto standing = hadWorking ? copies.standing() : DatabaseCopies::Standing::inStep;
+    const bool replaces = standing != DatabaseCopies::Standing::inStep;
+    if (standing == DatabaseCopies::Standing::apart && !force_)
+      return libraryError(10019, "library.error.db.restore.failed",
+                          "this computer has other changes of the library than the package; a forced import "
+                          "takes the package's and keeps the others beside the database");
+    if (hadWorking && !force_ && !replaces) return nullptr;
     if (syncHandler_) syncHandler_(library_, true);
-    auto restored = copies.restore(progress_);
+    auto restored =
+        replaces ? copies.replace(DatabaseCopies::Former::keep, progress_) : copies.restore(progress_);
     if (!restored) {
       library_->removeLibraryLockFile();
       return libraryError(10019, "library.error.db.restore.failed", restored.error().message);
@@ -101,15 +120,16 @@ class PackageImport {
   TQErrorPtr takeIn() {
     const bool known = isKnownToService();
     library_->versionNumber = kSharedDatabaseVersion;
-    TQErrorPtr error =
-        known ? askService(&ServiceProxy::launchLibraryForDBName, dbName())
-              : askService(&ServiceProxy::addLibrary, library_->libDictionary().value_or(Dictionary()));
+    TQErrorPtr error = known ? askService(&ServiceProxy::launchLibraryForDBName, dbName())
+                             : askService(&ServiceProxy::addExistingLibrary,
+                                          library_->libDictionary().value_or(Dictionary()));
     if (error) {
       library_->removeLibraryLockFile();
-      return error;
+      const bool isMissing = error->code() == static_cast<std::int64_t>(StatusCode::databaseNotFound);
+      return isMissing ? libraryError(10019, "library.error.db.restore.failed", error->message()) : error;
     }
     added_ = !known;
-    if (known && force_ && !library_->removeLibraryLockFileAll()) {
+    if (force_ && !removeLockFiles()) {
       logLine(LogLevel::error, "Can't remove library lock file");
       return libraryError(10023, "library.error.lockfile.cannnot.delete");
     }
@@ -122,6 +142,12 @@ class PackageImport {
     // The service follows the list: whoever asks it next finds the library at its place.
     askService(&ServiceProxy::updateLibrary);
     return error;
+  }
+
+  bool removeLockFiles() const {
+    while (manager_.alreadyUsingLibraryWithPackageFolder(folder_))
+      if (!library_->removeLibraryLockFileAll()) return false;
+    return true;
   }
 
   bool isKnownToService() const {
@@ -158,6 +184,14 @@ class PackageImport {
 
 }  // namespace
 
+bool isInLocalList(const OptionalString& dbName) {
+  auto file = readDictionaryFile(layout::localLibraryPlist());
+  const Array rows = coerce::array(file ? file->find("library") : nullptr);
+  return std::any_of(rows.begin(), rows.end(), [&](const Value& row) {
+    return dbName && coerce::string(row.find("dbname")) == dbName;
+  });
+}
+
 void TQLibraryManager::importLibraryWithPackageFolder(std::string packageFolder, bool forceSyncingDB,
                                                       SyncHandler syncHandler, Completion completionHandler,
                                                       DatabaseProgress progress) {
@@ -176,15 +210,15 @@ void TQLibraryManager::importLibraryWithPackageFolder(std::string packageFolder,
 void TQLibraryManager::importLibrary(LibraryPtr library,
                                      std::function<void(LibraryPtr library, TQErrorPtr error)> completion) {
   if (!library) return completion(nullptr, libraryError(10000, "request.error.param.nil"));
-  {
-    std::lock_guard lock(state_->monitor);
-    state_->append({library});
-    state_->claim({library});
-  }
+  // Until the end: who loads the list meanwhile must not drop the library.
+  std::unique_lock lock(state_->monitor);
+  state_->append({library});
+  state_->claim({library});
   const char* failure = !saveLibrariesFileWithType(library->libraryType)
                             ? "importLibrary, Can't save Library File"
                         : !library->writeToFile() ? "importLibrary, Can't writeToFile Library"
                                                   : nullptr;
+  lock.unlock();
   if (!failure) return completion(library, nullptr);
   logLine(LogLevel::error, failure);
   completion(nullptr, libraryError(10003, "library.error.cannot.save"));

@@ -14,6 +14,7 @@
 #include "core/DatabaseFolder.h"
 #include "core/SdkError.h"
 #include "core/StatusCode.h"
+#include "foundation/FileLock.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
 #include "library/AskService.h"
@@ -26,11 +27,45 @@ namespace vornex {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 void logPlace(const LibraryPtr& library) {
   logLine(LogLevel::error, fmt::format("createLibrary, packageFolder={}, library={}",
                                        library ? library->packageFolder.value_or("(null)") : "(null)",
-                                       library ? library->name.value_or("(null)") : "(null)"));
+                                       library ? library->description() : "(null)"));
+}
+
+TQErrorPtr removePackageFolder(const std::string& folder);
+
+// Locked while a library is created in the folder, and gone when it is.
+std::string creationMark(const std::string& folder) {
+  return appendPathComponent(folder, ".creation.lock");
+}
+Result<FileLock> lockCreation(const std::string& folder) {
+  return FileLock::acquire(appendPathComponent(folder, "creation"), 0s);
+}
+
+// Whether nothing is in the package but what a creation makes, which nobody is at.
+bool isUnfinishedCreation(const std::string& folder) {
+  if (!itemExists(creationMark(folder)) || !lockCreation(folder)) return false;
+  std::error_code error;
+  for (fs::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename();
+    const bool isMade = name == "library.plist" || name == "project.plist" || name == ".creation.lock";
+    if (!entry->is_directory(error) && !isMade) return false;
+  }
+  return !error;
+}
+
+// Whether the folder was what a creation that was cut short has left, and is gone now.
+bool removeUnfinishedCreation(const std::string& folder) {
+  if (!isUnfinishedCreation(folder)) return false;
+  auto record = readDictionaryFile(*TQVornexUtil::libraryPlistWithPackageFolder(folder));
+  const OptionalString dbName = coerce::string(record ? record->find("dbname") : nullptr);
+  if (TQLibraryManager::sharedManager().libraryForDBName(dbName) || isInLocalList(dbName)) return false;
+  if (dbName && askService(&ServiceProxy::removeLibraryWithDBName, *dbName)) return false;
+  return !removePackageFolder(folder);
 }
 
 // Null when the library can be created.
@@ -47,7 +82,7 @@ TQErrorPtr checkNewLibrary(const LibraryPtr& library) {
     logPlace(library);
     return libraryError(10001, "request.error.param.invalid");
   }
-  if (itemExists(*library->packageFolder)) {
+  if (itemExists(*library->packageFolder) && !removeUnfinishedCreation(*library->packageFolder)) {
     logPlace(library);
     return libraryError(10002, "library.message.exist");
   }
@@ -72,22 +107,36 @@ TQErrorPtr createFoldersAndRecord(const LibraryPtr& library) {
   return libraryError(10003, "library.error.cannot.save");
 }
 
-// Null on success. The record goes last: a removal that was cut short can be repeated.
+std::vector<fs::path> entriesOf(const fs::path& folder, std::error_code& error) {
+  std::vector<fs::path> entries;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
+    entries.push_back(entry->path());
+  return entries;
+}
+
+// Null on success. The record goes last: a removal that was cut short can be repeated. Of a link, what it
+// leads to goes, too; a file system that is mounted here is emptied.
 TQErrorPtr removePackageFolder(const std::string& folder) {
-  const std::string record = *TQVornexUtil::libraryPlistWithPackageFolder(folder);
   std::error_code error;
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-    if (entry->path() != record) fs::remove_all(entry->path(), error);
-    if (error) break;
-  }
-  if (!error) fs::remove_all(folder, error);
+  const fs::path place = fs::canonical(folder, error);
+  const fs::path record = *TQVornexUtil::libraryPlistWithPackageFolder(place);
+  if (!error)
+    for (const fs::path& entry : entriesOf(place, error)) {
+      if (entry != record) fs::remove_all(entry, error);
+      if (error) break;
+    }
+  if (!error) fs::remove(record, error);
+  if (!error) fs::remove(place, error);
+  if (error == std::errc::device_or_resource_busy) error.clear();
+  if (!error && fs::is_symlink(folder)) fs::remove(folder, error);
   if (!error) return nullptr;
   logLine(LogLevel::error, fmt::format("deleteLibrary, Can't removeFile : {}", folder));
   return makeSdkError(posixFailure(error.value(), "removing " + folder).value());
 }
 
-// The package folder with everything in it that is there before the service knows the library.
-TQErrorPtr createPackage(const LibraryPtr& library) {
+// The package folder with everything in it that is there before the service knows the library. `mark` says
+// that the creation goes on.
+TQErrorPtr createPackage(const LibraryPtr& library, std::optional<FileLock>& mark) {
   const std::string& folder = *library->packageFolder;
   auto parent = createDirectories(deletingLastPathComponent(folder));
   // Who makes the folder is who may remove it.
@@ -97,6 +146,7 @@ TQErrorPtr createPackage(const LibraryPtr& library) {
     return exists ? libraryError(10002, "library.message.exist")
                   : libraryError(10010, "library.error.create");
   }
+  if (auto locked = lockCreation(folder)) mark = std::move(*locked);
   TQErrorPtr error;
   if (!TQVornexUtil::createPackageFolder(folder, std::nullopt)) {
     logPlace(library);
@@ -111,22 +161,24 @@ TQErrorPtr createPackage(const LibraryPtr& library) {
 void undoCreation(TQLibraryManager& manager, const LibraryPtr& library, const TQErrorPtr& reason) {
   // The database of that name is another library's.
   const bool isOurs = reason->code() != static_cast<std::int64_t>(StatusCode::itemExists);
-  if (isOurs) askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or(""));
+  const std::string dbName = library->dbName.value_or("");
+  if (isOurs && isServiceLost(askService(&ServiceProxy::removeLibraryWithDBName, dbName))) {
+    auto removed = removeDatabaseFolder(dbName);
+    if (!removed) logLine(LogLevel::error, removed.error().message);
+  }
   removePackageFolder(*library->packageFolder);
   manager.deleteLibraryPlist(library);
 }
 
 // What follows once the service knows the library.
-void finishCreation(TQLibraryManager& manager, const LibraryPtr& library, const Completion& completion) {
+TQErrorPtr finishCreation(TQLibraryManager& manager, const LibraryPtr& library) {
   if (!manager.saveLibrariesFileWithType(kLibraryTypeLocal)) {
     logLine(LogLevel::error, "createLibrary, Can't save Library File");
-    return completion(false, libraryError(10003, "library.error.cannot.save"));
+    return libraryError(10003, "library.error.cannot.save");
   }
-  if (!library->saveProjects()) {
-    logLine(LogLevel::error, "createLibrary, Can't save Project File");
-    return completion(false, libraryError(10003, "project.error.cannot.save"));
-  }
-  completion(library->createLibaryLockFileWithError(nullptr), nullptr);
+  if (library->saveProjects()) return nullptr;
+  logLine(LogLevel::error, "createLibrary, Can't save Project File");
+  return libraryError(10003, "project.error.cannot.save");
 }
 
 // Whether the folder is the library's package, or what a removal that was cut short has left of it.
@@ -165,11 +217,11 @@ TQErrorPtr packUp(TQLibraryManager& manager, const LibraryPtr& library,
       return libraryError(10000, "library.error.db.backup.failed", copied.error().message);
     }
   }
-  if (TQErrorPtr error = askService(&ServiceProxy::terminateLibraryForDBName, dbName)) return error;
-  auto removed = removeDatabaseFolder(dbName);
-  if (!removed) {
+  TQErrorPtr error = askService(&ServiceProxy::terminateLibraryForDBName, dbName);
+  if (!error && copies.hasWorking()) error = askService(&ServiceProxy::retireDatabase, dbName);
+  if (error) {
     askService(&ServiceProxy::launchLibraryForDBName, dbName);
-    return makeSdkError(removed.error());
+    return error;
   }
   library->removeLibraryLockFile();
   logLine(LogLevel::info, "########## CANCEL WORKFLOW #############");
@@ -185,7 +237,8 @@ void TQLibraryManager::createLibrary(LibraryPtr library, Completion completion) 
     if (!error) error = bookmarkFolder(deletingLastPathComponent(*library->packageFolder));
     if (error) return completion(false, error);
     startAllBookmarks();
-    error = createPackage(library);
+    std::optional<FileLock> mark;
+    error = createPackage(library, mark);
     if (error) return completion(false, error);
 
     connectLocally(library);
@@ -195,7 +248,18 @@ void TQLibraryManager::createLibrary(LibraryPtr library, Completion completion) 
       state_->append({library});
     }
     error = askService(&ServiceProxy::addLibrary, library->libDictionary().value_or(Dictionary()));
-    if (!error) return finishCreation(*this, library, completion);
+    if (!error) {
+      {
+        std::lock_guard lock(state_->monitor);
+        // Who has loaded the list meanwhile has dropped what was not saved.
+        if (!findLibrary(library)) state_->append({library});
+        error = finishCreation(*this, library);
+      }
+      std::error_code ignored;
+      fs::remove(creationMark(*library->packageFolder), ignored);
+      if (error) return completion(false, error);
+      return completion(library->createLibaryLockFileWithError(nullptr), nullptr);
+    }
     undoCreation(*this, library, error);
     completion(false, error);
   });

@@ -18,8 +18,6 @@ namespace vornex::server {
 namespace {
 
 constexpr std::size_t kMostOpeners = 8;
-/// How long a library that was closed for its last copy has to leave the list.
-constexpr auto kTimeToLeave = std::chrono::minutes(1);
 
 Result<void> checkRecord(const Dictionary& record) {
   OptionalString dbName = coerce::string(record.find("dbname"));
@@ -93,6 +91,17 @@ class LibraryRegistry::Turn {
   LibraryRegistry& registry_;
   const std::string dbName_;
 };
+
+LibraryRegistry::LibraryRegistry(StoreOpener opener, std::chrono::milliseconds timeToLeave)
+    : openStore_(std::move(opener)),
+      timeToLeave_(timeToLeave),
+      reopener_([this](const std::stop_token& stop) { reopenInTime(stop); }) {}
+
+LibraryRegistry::~LibraryRegistry() {
+  reopener_.request_stop();
+  reopener_.join();
+  closeAll();
+}
 
 Result<void> LibraryRegistry::readList() {
   std::lock_guard reading(listMutex_);
@@ -193,12 +202,12 @@ LibraryRegistry::LoadReport LibraryRegistry::openEach(const std::vector<std::str
   return report;
 }
 
-Result<void> LibraryRegistry::add(const Dictionary& record) {
+Result<void> LibraryRegistry::add(const Dictionary& record, bool mayCreate) {
   if (auto checked = checkRecord(record); !checked) return checked;
   const std::string& dbName = *record.find("dbname")->ifString();
   Turn turn(*this, dbName);
   bool isNew = takeRecord(record, false);
-  auto opened = openLocked(dbName, true);
+  auto opened = openLocked(dbName, mayCreate);
   if (!opened && isNew) {
     std::lock_guard lock(mutex_);
     entries_.erase(dbName);
@@ -244,6 +253,8 @@ Result<void> LibraryRegistry::openLocked(const std::string& dbName, bool mayCrea
     entry.storeClosed = std::make_shared<std::latch>(1);
     entry.library.store = shareUntil(std::move(*store), entry.storeClosed);
     entry.library.state = LibraryState::open;
+    entry.keptClosedUntil = {};
+    packed_.erase(dbName);
   }
   events_.stateChanged(dbName, LibraryState::open);
   return {};
@@ -297,6 +308,42 @@ Result<void> LibraryRegistry::remove(const std::string& dbName) {
   return {};
 }
 
+Result<void> LibraryRegistry::retire(const std::string& dbName) {
+  Turn turn(*this, dbName);
+  {
+    std::lock_guard lock(mutex_);
+    if (!packed_.contains(dbName))
+      return serverFailure(StatusCode::itemExists,
+                           fmt::format("The library {} was used after it had been copied.", dbName));
+  }
+  closeLocked(dbName);
+  if (auto removed = removeDatabaseFolder(dbName); !removed) return removed;
+  std::lock_guard lock(mutex_);
+  packed_.erase(dbName);
+  return {};
+}
+
+Result<void> LibraryRegistry::replace(const std::string& dbName) {
+  Turn turn(*this, dbName);
+  if (!find(dbName))
+    return serverFailure(StatusCode::databaseNotFound, fmt::format("There is no library {}.", dbName));
+  {
+    auto staged = openStore_(layout::stagedDatabaseFolder(dbName), false);
+    if (!staged) return tl::unexpected(staged.error());
+    if (auto sound = (*staged)->checkIntegrity(); !sound) return sound;
+  }
+  closeLocked(dbName);
+  Result<void> done = exchangeStagedDatabase(dbName);
+  const bool exchanged = done.has_value();
+  if (exchanged) done = openLocked(dbName, false);
+  if (done) return {};
+  if (exchanged) {
+    if (auto undone = exchangeStagedDatabase(dbName); !undone) return undone;
+  }
+  (void)openLocked(dbName, false);  // a failure has become its state
+  return done;
+}
+
 Result<void> LibraryRegistry::snapshot(const std::string& dbName, const std::string& folder, bool close) {
   if (!isValidDatabaseName(dbName) || !folder.starts_with('/')) {
     return serverFailure(StatusCode::invalidRequest, "The database name or the folder is not allowed.");
@@ -313,8 +360,12 @@ Result<void> LibraryRegistry::snapshot(const std::string& dbName, const std::str
   }
   auto store = openStore_(layout::databaseFolder(dbName), false);
   auto copied = store ? (*store)->snapshot(folder) : tl::unexpected(store.error());
-  if (close) keepClosedUntil(dbName, copied ? Clock::now() + kTimeToLeave : Clock::time_point());
   if (store) store->reset();
+  if (close && copied) {
+    std::lock_guard lock(mutex_);
+    packed_.insert(dbName);
+  }
+  if (close) keepClosedUntil(dbName, copied ? Clock::now() + timeToLeave_ : Clock::time_point());
   if (wasOpen && !copied) (void)openLocked(dbName, false);  // a failure has become its state
   return copied;
 }
@@ -323,6 +374,32 @@ void LibraryRegistry::keepClosedUntil(const std::string& dbName, Clock::time_poi
   std::lock_guard lock(mutex_);
   auto found = entries_.find(dbName);
   if (found != entries_.end()) found->second.keptClosedUntil = end;
+  closingsChanged_ = true;
+  keptClosed_.notify_all();
+}
+
+/// Opens what was closed for its last copy and has not left the list in time: whoever wanted it is gone.
+void LibraryRegistry::reopenInTime(const std::stop_token& stop) {
+  while (!stop.stop_requested()) {
+    for (const std::string& dbName : takeOverdue())
+      if (!stop.stop_requested()) (void)open(dbName, false);  // a failure has become its state
+    std::unique_lock lock(mutex_);
+    auto next = Clock::now() + std::chrono::hours(1);
+    for (const auto& [dbName, entry] : entries_)
+      if (entry.keptClosedUntil != Clock::time_point()) next = std::min(next, entry.keptClosedUntil);
+    keptClosed_.wait_until(lock, stop, next, [this] { return std::exchange(closingsChanged_, false); });
+  }
+}
+
+std::vector<std::string> LibraryRegistry::takeOverdue() {
+  std::lock_guard lock(mutex_);
+  std::vector<std::string> overdue;
+  for (auto& [dbName, entry] : entries_) {
+    if (entry.keptClosedUntil == Clock::time_point() || entry.keptClosedUntil > Clock::now()) continue;
+    entry.keptClosedUntil = {};
+    overdue.push_back(dbName);
+  }
+  return overdue;
 }
 
 bool LibraryRegistry::isKeptClosed(const std::string& dbName) const {

@@ -12,6 +12,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "foundation/Error.h"
@@ -73,8 +74,10 @@ class LibraryRegistry {
     std::vector<Failure> failures;
   };
 
-  explicit LibraryRegistry(StoreOpener opener) : openStore_(std::move(opener)) {}
-  ~LibraryRegistry() { closeAll(); }
+  /// A library that was closed for its last copy has `timeToLeave` to leave the list.
+  explicit LibraryRegistry(StoreOpener opener,
+                           std::chrono::milliseconds timeToLeave = std::chrono::minutes(1));
+  ~LibraryRegistry();
 
   void listen(LibraryEvents events) { events_ = std::move(events); }
 
@@ -87,8 +90,9 @@ class LibraryRegistry {
   /// database is missing or damaged is a failure and does not stop the others.
   [[nodiscard]] Result<LoadReport> load();
 
-  /// Takes the library in and opens its database, made when it is missing. A known one gets the new record.
-  [[nodiscard]] Result<void> add(const Dictionary& record);
+  /// Takes the library in and opens its database, made when it is missing and `mayCreate`. A known one gets
+  /// the new record.
+  [[nodiscard]] Result<void> add(const Dictionary& record, bool mayCreate);
 
   /// Opens the database of a known library; `databaseNotFound` when the library or its database is unknown.
   [[nodiscard]] Result<void> launch(const std::string& dbName);
@@ -100,10 +104,18 @@ class LibraryRegistry {
   /// Closes, forgets and removes the database folder, also of a library that is unknown.
   [[nodiscard]] Result<void> remove(const std::string& dbName);
 
+  /// Removes the database of a library that leaves the list. Refused with `itemExists` when it was opened
+  /// since its last copy with `close`: the copy may lack what was written.
+  [[nodiscard]] Result<void> retire(const std::string& dbName);
+
+  /// Puts the copy staged beside the database in its place; what was there is staged then. Nobody can open
+  /// the library meanwhile. A copy that is damaged or cannot be opened is refused, and the database stays.
+  [[nodiscard]] Result<void> replace(const std::string& dbName);
+
   /// Writes a consistent copy of the database into the folder, which must exist and be empty, while requests
   /// go on. The library may be closed or unknown. With `close` its database is closed first, after the
   /// requests that use it have ended, and unless the copy fails it stays closed: the copy is its last state.
-  /// For a minute, in which the library is to leave the list, only launch() opens it again.
+  /// Until its time to leave the list is over, only launch() opens it; then it is opened again.
   [[nodiscard]] Result<void> snapshot(const std::string& dbName, const std::string& folder, bool close);
 
   std::optional<Library> find(const std::string& dbName) const;
@@ -114,7 +126,7 @@ class LibraryRegistry {
 
   struct Entry {
     Library library;
-    /// When load() may open it.
+    /// When it is opened again; load() leaves it alone before.
     Clock::time_point keptClosedUntil;
     /// Named by the list file.
     bool listed = false;
@@ -128,6 +140,8 @@ class LibraryRegistry {
   void closeLocked(const std::string& dbName);
   void keepClosedUntil(const std::string& dbName, Clock::time_point end);
   bool isKeptClosed(const std::string& dbName) const;
+  void reopenInTime(const std::stop_token& stop);
+  std::vector<std::string> takeOverdue();
   bool isCurrent(const Dictionary& record) const;
   void forgetLocked(const std::string& dbName);
   void setFailed(const std::string& dbName);
@@ -137,16 +151,22 @@ class LibraryRegistry {
   bool takeRecord(const Dictionary& record, bool listed);
 
   const StoreOpener openStore_;
+  const std::chrono::milliseconds timeToLeave_;
   LibraryEvents events_;
 
   mutable std::mutex mutex_;
   std::condition_variable turnEnded_;
   std::map<std::string, Entry> entries_;
+  /// Those whose last copy, made with `close`, has everything.
+  std::set<std::string> packed_;
   /// The libraries that are being changed.
   std::set<std::string> busy_;
   /// One reading of the list file at a time; guards loaded_.
   std::mutex listMutex_;
   bool loaded_ = false;
+  std::condition_variable_any keptClosed_;
+  bool closingsChanged_ = false;
+  std::jthread reopener_;
 };
 
 }  // namespace vornex::server

@@ -261,6 +261,9 @@ void ServiceProxy::terminate(Completed completion) {
 void ServiceProxy::addLibrary(const Dictionary& library, Completed completion) {
   work("addLibrary", {{"library", library}}, std::move(completion));
 }
+void ServiceProxy::addExistingLibrary(const Dictionary& library, Completed completion) {
+  work("addLibrary", {{"library", library}, {"create", false}}, std::move(completion));
+}
 void ServiceProxy::launchLibraryForDBName(const std::string& dbName, Completed completion) {
   work("launchLibraryForDBName", {{"dbname", dbName}}, std::move(completion));
 }
@@ -274,6 +277,15 @@ void ServiceProxy::snapshotDatabase(const std::string& dbName, const std::string
                                     Completed completion) {
   call(
       "snapshotDatabase", {{"dbname", dbName}, {"folder", folder}, {"close", close}}, kCopyLimit,
+      [completion = std::move(completion)](const Value&, TQErrorPtr error) { completion(std::move(error)); });
+}
+
+void ServiceProxy::retireDatabase(const std::string& dbName, Completed completion) {
+  work("retireDatabase", {{"dbname", dbName}}, std::move(completion));
+}
+void ServiceProxy::replaceDatabase(const std::string& dbName, Completed completion) {
+  call(
+      "replaceDatabase", {{"dbname", dbName}}, kCopyLimit,
       [completion = std::move(completion)](const Value&, TQErrorPtr error) { completion(std::move(error)); });
 }
 

@@ -57,7 +57,10 @@ class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
   /// after its answer.
   void terminate(Completed completion);
 
+  /// Opens its database, too.
   void addLibrary(const Dictionary& library, Completed completion);
+  /// The same, and fails, code 8, when the library has no database yet.
+  void addExistingLibrary(const Dictionary& library, Completed completion);
   /// An empty dictionary when the service does not know the library.
   void getLibraryForDBName(const std::string& dbName,
                            std::function<void(Dictionary library, TQErrorPtr error)> completion);
@@ -68,6 +71,12 @@ class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
   /// With `close` it lets go of the database first, and the library stays closed when the copy succeeds.
   void snapshotDatabase(const std::string& dbName, const std::string& folder, bool close,
                         Completed completion);
+  /// Removes the database of a library that leaves the list. Fails, code 6, when it was used since its last
+  /// copy with `close`.
+  void retireDatabase(const std::string& dbName, Completed completion);
+  /// Puts the copy staged beside the database of a known library in its place, and the database in the
+  /// copy's. A copy that is damaged or cannot be opened is refused.
+  void replaceDatabase(const std::string& dbName, Completed completion);
 
  private:
   using ChannelPtr = std::shared_ptr<ControlChannel>;

@@ -6,6 +6,7 @@
 
 #include "core/Coercion.h"
 #include "core/DateNumber.h"
+#include "core/SdkError.h"
 #include "core/StatusCode.h"
 #include "service/ServiceCallbacks.h"
 #include "service/TQVornexService.h"
@@ -33,16 +34,12 @@ void loadLibraries(const std::shared_ptr<ServiceProxy>& service, const Completio
   });
 }
 
-bool isLost(const TQErrorPtr& error) {
-  return error && error->code() == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
-}
-
 // Blocks while the service starts. A service that was about to end when it was found is started anew.
 void launch(const std::shared_ptr<ServiceProxy>& service, std::int64_t port, int attempts,
             const Completion& completion) {
   if (TQErrorPtr error = service->start()) return completion(false, error);
   service->launchWebServerWithPort(port, [=](std::int64_t portInUse, const TQErrorPtr& error) {
-    if (isLost(error) && attempts > 1) return launch(service, port, attempts - 1, completion);
+    if (isServiceLost(error) && attempts > 1) return launch(service, port, attempts - 1, completion);
     if (isFailure(error)) return completion(false, error);
     if (portInUse > 0) VornexSDK::sharedInstance().WASPort = portInUse;
     loadLibraries(service, completion);

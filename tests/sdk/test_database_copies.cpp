@@ -91,7 +91,8 @@ class DatabaseCopiesTest : public vornex::testing::SdkTest {
     Content content;
     if (isDirectory(path))
       for (const auto& entry : fs::directory_iterator(path))
-        content[entry.path().filename()] = readFile(entry.path()).value_or("unreadable");
+        if (entry.path().filename() != "generation")
+          content[entry.path().filename()] = readFile(entry.path()).value_or("unreadable");
     return content;
   }
 
@@ -161,7 +162,7 @@ TEST_F(DatabaseCopiesTest, ARestoreThatIsKilledLeavesNoHalfDatabase) {
                     ASSERT_TRUE(DatabaseCopies(*library_).restore({}));
                     EXPECT_EQ(contentOf(working_), version("1"));
                   });
-  EXPECT_EQ(names(layout::databaseRoot()), (std::vector<std::string>{".copies.lock", "D"}));
+  EXPECT_EQ(names(layout::databaseRoot()), (std::vector<std::string>{".D.lock", "D"}));
   EXPECT_EQ(contentOf(packaged_ + "_origin"), version("1")) << "the package is only read";
 
   // What is there is kept.
@@ -170,17 +171,17 @@ TEST_F(DatabaseCopiesTest, ARestoreThatIsKilledLeavesNoHalfDatabase) {
   EXPECT_EQ(contentOf(working_), version("1"));
 }
 
-TEST_F(DatabaseCopiesTest, AnExchangeThatIsKilledLeavesAWorkingDatabase) {
-  auto replace = [&]() -> Result<void> {
-    const DatabaseCopies copies(*library_);
-    if (auto staged = copies.stage({}); !staged) return staged;
-    if (auto exchanged = copies.exchange(); !exchanged) return exchanged;
-    return copies.removeStaged();
+TEST_F(DatabaseCopiesTest, AReplacementThatIsKilledLeavesAWorkingDatabase) {
+  // Without a service the copy is staged, and the exchange, which is the service's, is made here.
+  auto replace = [&] {
+    (void)DatabaseCopies(*library_).replace(DatabaseCopies::Former::remove, {});
+    return exchangeStagedDatabase("D");
   };
   killAtEveryStep(
       [&] {
         write(working_, version("2"));
         write(packaged_, version("1"));
+        fs::permissions(packaged_, fs::perms::owner_read | fs::perms::owner_exec);
       },
       replace,
       [&] {
@@ -188,8 +189,9 @@ TEST_F(DatabaseCopiesTest, AnExchangeThatIsKilledLeavesAWorkingDatabase) {
         ASSERT_TRUE(found == version("1") || found == version("2"));
         ASSERT_TRUE(replace());
         EXPECT_EQ(contentOf(working_), version("1"));
-        EXPECT_EQ(names(layout::databaseRoot()), std::vector<std::string>{"D"});
+        EXPECT_EQ(names(layout::databaseRoot()), (std::vector<std::string>{".D.lock", "D", "D_restore"}));
       });
+  EXPECT_NE(fs::status(working_).permissions() & fs::perms::owner_write, fs::perms::none);
 }
 
 TEST_F(DatabaseCopiesTest, ARemovalThatIsKilledLeavesNoHalfDatabase) {

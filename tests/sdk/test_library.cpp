@@ -66,7 +66,11 @@ class LibraryTest : public vornex::testing::SdkTest {
   /// A service that copies databases.
   static void letCopy(FakeService& service) {
     service.on("snapshotDatabase", [](const Value& params) {
-      std::ofstream(*params.find("folder")->ifString() + "/copy") << "database";
+      std::ofstream(*params.find("folder")->ifString() + "/library.sqlite") << "database";
+      return Dictionary{{"result", Dictionary()}};
+    });
+    service.on("retireDatabase", [](const Value& params) {
+      fs::remove_all(appendPathComponent(TQVornexUtil::mongoDBFolder(), *params.find("dbname")->ifString()));
       return Dictionary{{"result", Dictionary()}};
     });
   }
@@ -305,6 +309,7 @@ TEST_F(LibraryTest, ALibraryLeavesTheListWithItsDatabaseAndComesBackElsewhere) {
   const std::string dbName = *library->dbName;
   const std::string working = appendPathComponent(TQVornexUtil::mongoDBFolder(), dbName);
   fs::create_directories(working);
+  std::ofstream(working + "/library.sqlite") << "working";
 
   // What cannot be backed up stays; the service takes it up again.
   const std::string databases = *TQVornexUtil::dbFolderWithPackageFolder(*library->packageFolder);
@@ -320,7 +325,7 @@ TEST_F(LibraryTest, ALibraryLeavesTheListWithItsDatabaseAndComesBackElsewhere) {
 
   ASSERT_TRUE(remove(library, false).ok);
   EXPECT_EQ(*service.paramsOf("snapshotDatabase").find("close"), Value(true));
-  EXPECT_TRUE(fileExists(databases + "/" + dbName + "/copy"));
+  EXPECT_TRUE(fileExists(databases + "/" + dbName + "/library.sqlite"));
   EXPECT_FALSE(itemExists(working));
   EXPECT_TRUE(readList(TQVornexUtil::localLibraryPlist()).empty());
   EXPECT_TRUE(logged("########## CANCEL WORKFLOW #############"));
@@ -330,7 +335,7 @@ TEST_F(LibraryTest, ALibraryLeavesTheListWithItsDatabaseAndComesBackElsewhere) {
   EXPECT_FALSE(import(*library->packageFolder).error);
   ASSERT_TRUE(import(moved).ok);
   EXPECT_EQ(synced_, 1);
-  EXPECT_TRUE(fileExists(working + "/copy"));
+  EXPECT_TRUE(fileExists(working + "/library.sqlite"));
   EXPECT_EQ(*readList(TQVornexUtil::localLibraryPlist())[0].find("packagefolder"), Value(moved));
   EXPECT_EQ(*readDictionaryFile(moved + "/library.plist")->find("packagefolder"), Value(moved));
   EXPECT_EQ(import(moved).code(), 10002);

@@ -227,6 +227,64 @@ TEST_F(ControlTest, CopiesADatabaseAndKeepsItClosedOnlyWhenAsked) {
   EXPECT_EQ(errorCode("snapshotDatabase", copy("one", "copy", false)), 3);
 }
 
+TEST_F(ControlTest, RemovesADatabaseOnlyWhenItsLastCopyHasEverything) {
+  const Dictionary last{{"dbname", "one"}, {"folder", "/copy"}, {"close", true}};
+  (void)result("addLibrary", {{"library", record("one")}});
+  EXPECT_EQ(errorCode("retireDatabase", {{"dbname", "one"}}), 6);
+  (void)result("snapshotDatabase", last);
+  (void)result("launchLibraryForDBName", "one");  // another client, which may have written
+  (void)result("terminateLibraryForDBName", "one");
+  EXPECT_EQ(errorCode("retireDatabase", {{"dbname", "one"}}), 6);
+  EXPECT_TRUE(isDirectory(layout::databaseFolder("one")));
+  (void)result("snapshotDatabase", last);
+  (void)result("retireDatabase", "one");
+  EXPECT_FALSE(itemExists(layout::databaseFolder("one")));
+
+  LibraryRegistry impatient([this](const std::string& folder, bool) { return openFake(folder); }, 50ms);
+  ASSERT_TRUE(impatient.add(record("two"), true));
+  ASSERT_TRUE(impatient.snapshot("two", "/copy", true));
+  EXPECT_EQ(impatient.find("two")->state, LibraryState::closed);
+  for (auto end = std::chrono::steady_clock::now() + 10s;
+       impatient.find("two")->state != LibraryState::open && std::chrono::steady_clock::now() < end;)
+    std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(impatient.find("two")->state, LibraryState::open) << "who closed it is gone";
+}
+
+TEST_F(ControlTest, ReplacesADatabaseByASoundCopyOnly) {
+  using Opener = std::function<Result<std::unique_ptr<AssetStore>>(const std::string&, bool)>;
+  const std::string working = layout::databaseFolder("one");
+  const std::string staged = layout::stagedDatabaseFolder("one");
+  auto write = [](const std::string& folder, const char* content) {
+    ASSERT_TRUE(createDirectories(folder));
+    ASSERT_TRUE(writeFileAtomically(folder + "/content", content));
+  };
+  auto content = [&](const std::string& folder) { return readFile(folder + "/content").value_or(""); };
+  bool failsInPlace = false;
+  Opener opener = [&](const std::string& folder, bool) -> Result<std::unique_ptr<AssetStore>> {
+    const bool isBad =
+        content(folder) == "bad" || (failsInPlace && folder == working && content(folder) == "new");
+    if (isBad) return serverFailure(StatusCode::databaseFailed, "The database is damaged.");
+    return openFake(folder);
+  };
+  LibraryRegistry libraries(opener);
+  write(working, "old");
+  EXPECT_FALSE(libraries.replace("one")) << "an unknown library";
+  ASSERT_TRUE(libraries.add(record("one"), false));
+  for (const bool inPlace : {false, true}) {
+    failsInPlace = inPlace;
+    write(staged, inPlace ? "new" : "bad");
+    EXPECT_FALSE(libraries.replace("one"));
+    EXPECT_EQ(content(working), "old");
+    EXPECT_EQ(libraries.find("one")->state, LibraryState::open);
+  }
+  failsInPlace = false;
+  write(staged, "new");
+  ASSERT_TRUE(libraries.replace("one"));
+  EXPECT_EQ(content(working), "new");
+  EXPECT_EQ(content(staged), "old");
+  EXPECT_EQ(libraries.find("one")->state, LibraryState::open);
+}
+
 TEST_F(ControlTest, TellsThePasswordAndTheSessions) {
   std::string password = coerce::string(result("getLocalAccountPassword").find("password")).value();
   EXPECT_GE(password.size(), 32u);

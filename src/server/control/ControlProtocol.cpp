@@ -75,6 +75,8 @@ const ControlProtocol::Method* ControlProtocol::methodNamed(const std::string& n
       {"terminateLibraryForDBName", &P::terminateLibraryForDBName},
       {"removeLibraryWithDBName", &P::removeLibraryWithDBName},
       {"snapshotDatabase", &P::snapshotDatabase},
+      {"retireDatabase", &P::retireDatabase},
+      {"replaceDatabase", &P::replaceDatabase},
       {"startAllBookmarks", &P::startAllBookmarks},
       {"terminate", &P::terminate},
   };
@@ -205,7 +207,9 @@ ControlProtocol::Reply ControlProtocol::addLibrary(const Dictionary& params) {
   const Value* library = params.find("library");
   if (!library || !library->ifDictionary())
     return tl::unexpected(rpcError(kInvalidParams, "\"library\" is no object."));
-  return emptyResult(service_.libraries().add(*library->ifDictionary()));
+  const Value* create = params.find("create");
+  const bool mayCreate = !create || coerce::boolean(create);
+  return emptyResult(service_.libraries().add(*library->ifDictionary(), mayCreate));
 }
 
 ControlProtocol::Reply ControlProtocol::getLibraryForDBName(const Dictionary& params) {
@@ -243,6 +247,18 @@ ControlProtocol::Reply ControlProtocol::snapshotDatabase(const Dictionary& param
   OptionalString folder = coerce::string(params.find("folder"));
   if (!folder) return tl::unexpected(rpcError(kInvalidParams, "\"folder\" is missing."));
   return emptyResult(service_.libraries().snapshot(*dbName, *folder, coerce::boolean(params.find("close"))));
+}
+
+ControlProtocol::Reply ControlProtocol::retireDatabase(const Dictionary& params) {
+  auto dbName = dbNameOf(params);
+  if (!dbName) return tl::unexpected(dbName.error());
+  return emptyResult(service_.libraries().retire(*dbName));
+}
+
+ControlProtocol::Reply ControlProtocol::replaceDatabase(const Dictionary& params) {
+  auto dbName = dbNameOf(params);
+  if (!dbName) return tl::unexpected(dbName.error());
+  return emptyResult(service_.libraries().replace(*dbName));
 }
 
 /// Access to folders needs no opening on this platform; what cannot be reached is worth a line in the log.

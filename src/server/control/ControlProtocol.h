@@ -64,6 +64,8 @@ class ControlProtocol {
   Reply terminateLibraryForDBName(const Dictionary& params);
   Reply removeLibraryWithDBName(const Dictionary& params);
   Reply snapshotDatabase(const Dictionary& params);
+  Reply retireDatabase(const Dictionary& params);
+  Reply replaceDatabase(const Dictionary& params);
   Reply startAllBookmarks(const Dictionary& params);
   Reply terminate(const Dictionary& params);
 

@@ -16,8 +16,6 @@ namespace vornex::server {
 //  - "changes" has the rows up to the checkpoint's last one that were changed or removed since, each with the
 //    version of that write. Together with the rows beyond they are what the checkpoint does not know.
 
-inline constexpr const char* kDatabaseFileName = "library.sqlite";
-
 /// Opens the file for writing, making it when it is missing or empty. A file that is no asset database,
 /// damaged or made by a newer version is an error and is left as it is; an older one is brought up to date.
 [[nodiscard]] Result<Database> openAssetDatabase(const std::string& path);

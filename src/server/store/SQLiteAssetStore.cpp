@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "core/DatabaseFolder.h"
 #include "foundation/Files.h"
 #include "foundation/Json.h"
 #include "foundation/Text.h"
@@ -421,7 +422,7 @@ Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
 
 Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder, bool mayCreate) {
   std::string path = appendPathComponent(folder, kDatabaseFileName);
-  if (!mayCreate && !fileExists(path))
+  if (!mayCreate && !isDatabaseFolder(folder))
     return serverFailure(StatusCode::databaseNotFound, "the database is missing");
   Result<void> made = createDirectories(folder);
   if (!made) return tl::unexpected(made.error());
