@@ -25,13 +25,61 @@ struct LibraryListCommand {};
 struct LibraryShowCommand {
   OptionalString library;
 };
+struct LibraryImportCommand {
+  /// Package folders.
+  std::vector<std::string> places;
+  bool force = false;
+};
+struct LibraryRenameCommand {
+  std::string library;
+  std::string name;
+};
+struct LibraryDeleteCommand {
+  std::string library;
+  /// With the database and the package folder.
+  bool everything = false;
+  bool yes = false;
+};
+struct LibraryBackupCommand {
+  OptionalString library;
+};
+struct LibraryRestoreCommand {
+  OptionalString library;
+  bool yes = false;
+};
+struct LibraryReloadCommand {
+  OptionalString library;
+};
 
 struct ProjectAddCommand {
   /// "name" or "name/group/group"; missing levels are made.
   std::string path;
   OptionalString library;
 };
+struct ProjectGroupCommand {
+  std::string parent;
+  std::string name;
+  OptionalString library;
+};
 struct ProjectListCommand {
+  OptionalString library;
+};
+struct ProjectRenameCommand {
+  std::string path;
+  std::string name;
+  OptionalString library;
+};
+struct ProjectMoveCommand {
+  std::string path;
+  /// Absent: it stays with its parent.
+  OptionalString into;
+  /// Counted before the move; absent: the end.
+  std::optional<std::int64_t> position;
+  OptionalString library;
+};
+struct ProjectRemoveCommand {
+  std::string path;
+  bool yes = false;
   OptionalString library;
 };
 
@@ -62,9 +110,12 @@ struct AssetShowCommand {
   OptionalString library;
 };
 
-using Command = std::variant<ServeCommand, StopCommand, StatusCommand, LibraryCreateCommand,
-                             LibraryListCommand, LibraryShowCommand, ProjectAddCommand, ProjectListCommand,
-                             ImportCommand, SearchCommand, AssetShowCommand>;
+using Command =
+    std::variant<ServeCommand, StopCommand, StatusCommand, LibraryCreateCommand, LibraryListCommand,
+                 LibraryShowCommand, LibraryImportCommand, LibraryRenameCommand, LibraryDeleteCommand,
+                 LibraryBackupCommand, LibraryRestoreCommand, LibraryReloadCommand, ProjectAddCommand,
+                 ProjectGroupCommand, ProjectListCommand, ProjectRenameCommand, ProjectMoveCommand,
+                 ProjectRemoveCommand, ImportCommand, SearchCommand, AssetShowCommand>;
 
 /// What a command line asks for.
 struct Arguments {

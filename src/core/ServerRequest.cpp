@@ -1,10 +1,10 @@
 #include "core/ServerRequest.h"
 
+#include <vornex/Queue.h>
 #include <vornex/TQVornexUtil.h>
 
-#include <new>
+#include <exception>
 
-#include "core/HttpExchange.h"
 #include "core/StatusCode.h"
 #include "foundation/Json.h"
 #include "foundation/Text.h"
@@ -13,13 +13,15 @@ namespace vornex {
 namespace {
 
 constexpr const char* kClientType = "Mac";
+// Reading that many bytes takes less time than handing them to another thread.
+constexpr std::size_t kDecodedAtOnce = 16 << 10;
 
-HttpExchange makeExchange(const ServerRequest& request) {
+HttpExchange makeExchange(ServerRequest request) {
   HttpExchange exchange;
-  exchange.url = request.url;
-  exchange.method = request.method;
-  exchange.userName = request.userID;
-  exchange.password = request.userPassword;
+  exchange.url = std::move(request.url);
+  exchange.method = std::move(request.method);
+  exchange.userName = std::move(request.userID);
+  exchange.password = std::move(request.userPassword);
   exchange.timeLimit = request.timeLimit;
   exchange.answerLimit = request.answerLimit;
   // Without "Expect" a large body is sent at once.
@@ -28,7 +30,7 @@ HttpExchange makeExchange(const ServerRequest& request) {
     exchange.headers.push_back("X-Vornex-Device: " + *device);
   // Without a body the header is taken out: it would name a form.
   exchange.headers.push_back(request.body ? "Content-Type: application/json" : "Content-Type:");
-  if (request.body) exchange.body = writeJson(*request.body, JsonStyle::pretty);
+  exchange.body = std::move(request.body);
   return exchange;
 }
 
@@ -79,27 +81,9 @@ ServerReply failureReply(const HttpAnswer& answer, const Result<Value>& decoded)
   return {decoded ? *decoded : Value(), error};
 }
 
-ServerReply readAnswer(const HttpAnswer& answer) {
-  if (answer.status == 204) return {};
-  Result<Value> decoded = isJson(answer.contentType)
-                              ? parseJson(answer.body)
-                              : failure("http", answer.status, "content type \"" + answer.contentType + "\"");
-  if (!isSuccess(answer.status)) return failureReply(answer, decoded);
-  if (!decoded) {
-    return {Value(),
-            serverError(StatusCode::internalError, "response.error.invalid", decoded.error().message)};
-  }
-  return {*decoded, TQVornexUtil::errorWithResponse(*decoded)};
-}
-
-ServerReply obtainReply(const ServerRequest& request) {
-  try {
-    Result<HttpAnswer> answer = exchangeHttp(makeExchange(request));
-    return answer ? readAnswer(*answer) : ServerReply{Value(), transportError(answer.error())};
-  } catch (const std::exception& exception) {
-    // Whoever waits for the answer must hear of it.
-    return {Value(), serverError(StatusCode::internalError, "response.error.invalid", exception.what())};
-  }
+/// Whatever happens, whoever waits for the answer must hear of it.
+ServerReply exceptionReply(const std::exception& exception) {
+  return {Value(), serverError(StatusCode::internalError, "response.error.invalid", exception.what())};
 }
 
 /// The component after "libraries" in ".../vornex/libraries/NAME/...".
@@ -120,14 +104,56 @@ TQErrorPtr withLibraryName(const TQErrorPtr& error, const std::string& url) {
   return std::make_shared<const TQError>(error->domain(), error->code(), std::move(userInfo));
 }
 
-}  // namespace
-
-ServerReply sendServerRequest(const ServerRequest& request) {
-  ServerReply reply = obtainReply(request);
+ServerReply replyFromOutcome(const Result<HttpAnswer>& answer, const std::string& url) {
+  ServerReply reply;
+  try {
+    reply = answer ? replyFromAnswer(*answer) : ServerReply{Value(), transportError(answer.error())};
+  } catch (const std::exception& exception) {
+    reply = exceptionReply(exception);
+  }
   if (!reply.error) return reply;
-  reply.error = withLibraryName(reply.error, request.url);
+  reply.error = withLibraryName(reply.error, url);
   if (!reply.response.find("items")) reply.response = Value();
   return reply;
+}
+
+}  // namespace
+
+ServerReply replyFromAnswer(const HttpAnswer& answer) {
+  if (answer.status == 204) return {};
+  Result<Value> decoded = isJson(answer.contentType)
+                              ? parseJson(answer.body)
+                              : failure("http", answer.status, "content type \"" + answer.contentType + "\"");
+  if (!isSuccess(answer.status)) return failureReply(answer, decoded);
+  if (!decoded) {
+    return {Value(),
+            serverError(StatusCode::internalError, "response.error.invalid", decoded.error().message)};
+  }
+  TQErrorPtr error = TQVornexUtil::errorWithResponse(*decoded);
+  return {std::move(*decoded), error};
+}
+
+ServerReply sendServerRequest(ServerRequest request) {
+  std::string url = request.url;
+  try {
+    return replyFromOutcome(exchangeHttp(makeExchange(std::move(request))), url);
+  } catch (const std::exception& exception) {
+    return exceptionReply(exception);
+  }
+}
+
+void sendServerRequest(ServerRequest request, std::function<void(ServerReply reply)> done) {
+  std::string url = request.url;
+  try {
+    exchangeHttp(makeExchange(std::move(request)), [url, done](Result<HttpAnswer> answer) {
+      if (!answer || answer->body.size() <= kDecodedAtOnce) return done(replyFromOutcome(answer, url));
+      // Decoding a large answer must not hold up the other requests.
+      GlobalQueue::shared().async(
+          [answer = std::move(answer), url, done] { done(replyFromOutcome(answer, url)); });
+    });
+  } catch (const std::exception& exception) {
+    GlobalQueue::shared().async([reply = exceptionReply(exception), done] { done(reply); });
+  }
 }
 
 bool announcesErrors(const std::string& url) {
