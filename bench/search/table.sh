@@ -8,7 +8,11 @@ awk -F'\t' '
     print "|---|---|---|---|---|---|---|"
     for (i = 1; i <= n; i++) {
       c = order[i]; v = median["vornexd", c]; p = median["PostgreSQL", c]; s = median["scan in memory", c]
-      same = note["vornexd", c] == note["PostgreSQL", c] ? "equal" : note["vornexd", c] " / " note["PostgreSQL", c]
-      printf "| %s | %s | %s | %s | %s | %s | %s |\n", c, v, last["vornexd", c], p, s, p > 0 && v > 0 ? sprintf("%.0f", p / v) : "", same
+      ratio = ""
+      if (p > 0 && v > 0) ratio = sprintf("%.0f", p / v)
+      same = note["vornexd", c]
+      if (same == note["PostgreSQL", c]) same = "equal"
+      else if (note["PostgreSQL", c] != "") same = same " / " note["PostgreSQL", c]
+      printf("| %s | %s | %s | %s | %s | %s | %s |\n", c, v, last["vornexd", c], p, s, ratio, same)
     }
   }' "$1"
