@@ -2,7 +2,9 @@
 
 #include <vornex/Types.h>
 
+#include <atomic>
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace vornex {
@@ -12,6 +14,9 @@ inline constexpr std::int64_t kProjectTypeGroup = 1;
 
 /// How a file enters a library.
 enum class ImportType : std::int64_t { reference = 0, copy = 1 };
+
+class ImportBatch;
+class REDFolders;
 
 /// One node of a library's project tree: a project at the top, a group below it.
 ///
@@ -150,8 +155,9 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   static OptionalString referenceREDFileFromFolderPath(const OptionalString& folder,
                                                        const OptionalString& targetDir);
 
-  /// Source folder of RED clips to the folder chosen for its copy; present while a batch runs.
-  std::optional<std::map<std::string, std::string>> availableTargetREDFolders;
+  /// Source folder of RED clips to the folder chosen for its copy, of the batch started last; absent when
+  /// that has ended. Safe on any thread.
+  std::optional<std::map<std::string, std::string>> availableTargetREDFolders() const;
 
   std::weak_ptr<TQLibrary> library;
   std::weak_ptr<TQProject> rootProject;
@@ -172,6 +178,9 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   Dictionary renameRequest(const std::string& newName) const;
   TQErrorPtr renameLocally(const std::string& newName, TQLibrary& owner);
   void adoptGroup(const Ptr& group);
+
+  std::atomic<std::shared_ptr<const REDFolders>> redFolders_;
+  friend class ImportBatch;
 
   friend class TQLibrary;
 };

@@ -25,6 +25,7 @@
 #include "import/ImportError.h"
 #include "import/ImportJournal.h"
 #include "import/PackagePath.h"
+#include "import/REDFolders.h"
 #include "import/Thumbnail.h"
 #include "platform/AliasFile.h"
 
@@ -72,6 +73,11 @@ void TQProject::createAssetWithFolder(AssetFolderPtr folder, OptionalString srcP
     completion(asset, progress, bytes, finished, error);
   };
   std::make_shared<FileImport>(std::move(request), journal, std::move(report))->start();
+}
+
+std::optional<std::map<std::string, std::string>> TQProject::availableTargetREDFolders() const {
+  std::shared_ptr<const REDFolders> folders = redFolders_;
+  return folders ? std::make_optional(folders->all()) : std::nullopt;
 }
 
 AssetPtr TQProject::createAssetWithSrcPath(const std::string& srcPath, OptionalString masterPath,
@@ -230,12 +236,10 @@ void TQProject::extractThumbnail(const std::string& source, const std::string& t
 
 void TQProject::extractPreviewImageFromAsset(const AssetPtr& asset) {
   LibraryPtr owner = library.lock();
-  if (!asset || !owner || !owner->packageFolder || owner->libraryType == kLibraryTypeNetwork) return;
-  if (!asset->metaDataDictionary || !needsPreview(*asset->metaDataDictionary, asset->importType)) return;
-  if (!asset->previewPath || asset->previewPath->empty()) return;
-  OptionalString master = asset->originMasterPath();
+  OptionalString preview = asset && owner ? neededPreviewPath(*owner, *asset) : std::nullopt;
+  OptionalString master = preview ? asset->originMasterPath() : std::nullopt;
   ImagePtr image = master ? previewOfFile(*master) : nullptr;
-  if (image) image->saveJPEGWithPath(appendPathComponent(*owner->packageFolder, *asset->previewPath));
+  if (image) image->saveJPEGWithPath(*preview);
 }
 
 OptionalString TQProject::reelNameForREDFileName(const OptionalString& name) {
