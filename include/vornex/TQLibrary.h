@@ -1,10 +1,14 @@
 #pragma once
 
+#include <vornex/ProjectList.h>
 #include <vornex/Types.h>
 
 #include <vector>
 
 namespace vornex {
+
+class ProjectFile;
+class ProjectIndex;
 
 /// The record of one asset library, local or network, and its project tree.
 ///
@@ -78,9 +82,10 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// Removes the first lock file of any computer; true when there is none.
   bool removeLibraryLockFileAll() const;
 
-  // Project tree (TQLibraryProjects.cpp). A local library's changes rewrite "project.plist"; a network
-  // library's are made by its server first. A change that fails leaves the tree as it was, unless stated
-  // otherwise.
+  // Project tree (TQLibraryProjects.cpp, TQLibraryProjectChanges.cpp). A local library's changes rewrite
+  // "project.plist"; a network library's are made by its server first. A change that fails leaves the tree as
+  // it was, unless stated otherwise. A local change also fails, as not saved, when another program has
+  // changed the file since the tree was loaded: load the tree and try again.
 
   /// Loads the tree from the server on a worker thread and calls back there: the root projects, or an error.
   /// Known root projects keep their objects; groups are built anew. Errors: 10000 no connection or user,
@@ -101,16 +106,17 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// Index by identifier, or -1.
   std::int64_t indexOfProject(const ProjectPtr& project) const;
   /// Reorders the root projects; the index counts positions before the move. Blocks for a network library.
-  /// False, and nothing changed, for an unknown item, an index out of range or a refusal of the server. A
-  /// local move that cannot be saved is kept, and logged.
+  /// False, and nothing changed, for an unknown item, an index out of range, a refusal of the server or a
+  /// file that another program has changed. A local move that the disk refuses is kept, and logged.
   bool moveItem(const ProjectPtr& item, std::int64_t toIndex);
-  /// The project or group with the identifier, or null. Root projects come before groups.
+  /// The project or group with the identifier, or null. Root projects come before groups. Costs the same
+  /// however large the tree is, but for the first call after a change of any tree.
   ProjectPtr projectWithID(const std::string& id) const;
   /// Exact and case-sensitive.
   bool isExistNameInProjects(const std::string& name) const;
   /// Writes "project.plist" with a new random hash, keeping the keys that are not the tree's. The first save
   /// of a library whose tree was never loaded takes over the tree of the file. False when the file cannot be
-  /// written, or is there and cannot be read.
+  /// written, is there and cannot be read, or was changed by another program since the tree was loaded.
   bool saveProjects();
   /// Puts the node's children, if it has any, under "group" of its dictionary form.
   void loadGroup(const ProjectPtr& project, Dictionary& parent) const;
@@ -180,7 +186,7 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   OptionalString desc;
   OptionalString packageFolder;
   OptionalString mountPath;
-  std::vector<ProjectPtr> projects;
+  ProjectList projects;
   ConnectionPtr connection;
   OptionalString projectHashValue;
   OptionalString versionNumber;
@@ -189,7 +195,7 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   OptionalString fcpxLibraryHashValue;
 
  private:
-  TQLibrary() = default;
+  TQLibrary();
 
   /// "http://address:port/vornex/libraries/dbName" followed by the path.
   OptionalString serverURL(const std::string& path) const;
@@ -198,9 +204,13 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   AssetFolderPtr makeAssetFolder(const std::string& group, const char* operation) const;
 
   void takeProjects(const Array& nodes);
-  /// Reads "project.plist" once: saving keeps its keys, and its tree stands in while none was loaded. False
-  /// when it is there but cannot be read; then it must not be overwritten.
+  /// The file of a local library's tree, for the package folder that it has now.
+  ProjectFile& projectFile();
+  /// Looks at the file before a change: its tree stands in while none was loaded or made. False when it is
+  /// there but cannot be read; then it must not be overwritten.
   bool readProjectFile();
+  enum class SaveResult { saved, notSaved, overtaken };
+  SaveResult saveTree();
   TQErrorPtr projectsNotSaved() const;
   void adoptProject(const ProjectPtr& project);
   void addNetworkProject(const std::string& newName,
@@ -215,8 +225,8 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   OptionalString takeTreeChange(const Value& response, TQErrorPtr& error);
   /// Whether the item may be moved: a network library asks its server.
   bool confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex);
-  /// Saves a local library's tree after a move.
-  void saveMove();
+  /// Saves a local library's tree after a move. False when the move has to be taken back.
+  bool saveMove();
 
   using AssetIDs = std::optional<std::vector<std::string>>;
   TQErrorPtr assetUpdateError(const std::vector<AssetPtr>& assets) const;
@@ -226,9 +236,8 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   void sendAssetUpdate(Array items, std::function<AssetIDs(const Value& response)> apply,
                        Completion completion);
 
-  /// In-memory copy of "project.plist"; keys other than the tree's are kept.
-  Dictionary projectDict_;
-  bool isProjectFileRead_ = false;
+  std::shared_ptr<ProjectFile> projectFile_;
+  std::shared_ptr<ProjectIndex> projectIndex_;
   bool isTreeLoaded_ = false;
 
   friend class TQAsset;

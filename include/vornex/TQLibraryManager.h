@@ -47,7 +47,9 @@ class TQLibraryManager {
   /// lists. False as soon as a list cannot be saved; the libraries stay in the list.
   bool addLibraries(const std::vector<LibraryPtr>& libraries);
   /// Writes the libraries of the type to the local (0) or the network (any other type) list and has the
-  /// service, if there is a connection to it, read its list again.
+  /// service, if it runs, read its list again. What other processes have changed in the file since this one
+  /// last read or wrote it stays; this list does not take it over. A record that has no dictionary form keeps
+  /// its row.
   bool saveLibrariesFileWithType(std::int64_t type);
 
   /// Keeps the user's ID and password for the library. False when either argument or one of the values is
@@ -104,6 +106,8 @@ class TQLibraryManager {
  private:
   TQLibraryManager();
   ~TQLibraryManager() = delete;
+  bool writeList(std::int64_t type);
+  bool changeNetworkUsers(const char* operation, const std::function<void(Dictionary& users)>& change);
   struct State;
   const std::unique_ptr<State> state_;
 };

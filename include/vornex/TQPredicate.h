@@ -36,9 +36,10 @@ enum PredicateOption : unsigned {
 /// Thread-safety: immutable; every operation is safe on any thread.
 class TQPredicate {
  public:
-  /// Null when the key is empty, the number names no operator, or the constant has no textual form: data,
-  /// dictionaries, numbers that are not finite, and arrays that hold one of those or null. A null constant is
-  /// written `nil`, a date as its date number.
+  /// The key is words of letters, digits and underscores, joined by dots; words that the format reserves are
+  /// fine. Null when it is anything else, the number names no operator, or the constant has no textual form:
+  /// data, dictionaries, numbers that are not finite, and arrays that hold one of those or null. A null
+  /// constant is written `nil`, a date as its date number.
   static PredicatePtr comparisonPredicate(const std::string& key, const Value& constant,
                                           std::int64_t operatorType, unsigned options = kPredicateNoOption);
   /// Null when one of the parts is null. Without parts the first matches everything, the second nothing.

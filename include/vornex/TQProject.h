@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/ProjectList.h>
 #include <vornex/Types.h>
 
 #include <atomic>
@@ -54,15 +55,17 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   std::int64_t descendantCount() const;
 
   // Changes. A local library's rewrite its "project.plist"; a network library's are made by its server first,
-  // and the moves and the second rename block meanwhile. A change that fails leaves the tree as it was, but a
-  // local move that cannot be saved is kept, and logged. Completions come on the caller's thread, for a
-  // network library's answer on the main queue.
+  // and the moves and the second rename block meanwhile. A change that fails leaves the tree as it was. A
+  // local change fails, too, when another program has changed the file since the tree was loaded: load the
+  // tree and try again. Only a local move that the disk refuses is kept, and logged. Completions come on the
+  // caller's thread, for a network library's answer on the main queue.
 
   /// Reorders within this node; the index counts positions before the move. False for an unknown item, an
-  /// index out of range or a refusal of the server.
+  /// index out of range, a refusal of the server or a file that another program has changed.
   bool moveItem(const Ptr& item, std::int64_t toIndex);
-  /// Moves a child of this node into another parent, at an index of that parent's list. Also false for a
-  /// parent that lies within the item.
+  /// Moves a child of this node into another parent, at an index of that parent's list; this node may be that
+  /// parent, and the index then counts positions without the item. Also false for a parent that lies within
+  /// the item, and for groups that would lie more than 254 levels below their project.
   bool moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent);
   /// Errors: 10000 no name, 10002 the name is taken (a network library leaves that to its server), 10003 not
   /// saved, 10004 a useless answer, or the request's.
@@ -166,7 +169,7 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   OptionalString name;
   OptionalString dbName;
   std::int64_t projectType = kProjectTypeProject;
-  std::vector<Ptr> childGroups;
+  ProjectList childGroups;
   /// 0 for projects, the parent's level + 1 for groups loaded from the server.
   std::int64_t level = 0;
 

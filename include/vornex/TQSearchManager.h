@@ -200,7 +200,7 @@ class TQSearchManager {
   // Answers (TQSearchManagerAnswers.cpp)
 
   /// The assets of an answer, each linked to its project and group; an unknown project becomes the undefined
-  /// one. What is no asset is logged and left out.
+  /// one. An item that is no asset is logged and ends the list.
   std::vector<AssetPtr> extractAssetInfo(const Value& response, const LibraryPtr& library) const;
   /// Makes the page of an answer or error, posts the error's notification, and calls back.
   void assetResultWithResponse(const Value& response, const LibraryPtr& library, const TQErrorPtr& error,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/KeyedArchive.h>
 #include <vornex/Types.h>
 
 #include <vector>
@@ -9,7 +10,7 @@ namespace vornex {
 /// A person known to a server, with the libraries assigned to that person.
 ///
 /// Thread-safety: none; the users list is guarded by TQUserManager.
-class TQUser {
+class TQUser : public Archivable {
  public:
   /// Stores the values unchanged: nothing is hashed.
   static UserPtr userWithID(OptionalString id, OptionalString name, std::int64_t type,
@@ -31,6 +32,11 @@ class TQUser {
   /// Assigns or takes away libraries, then (adding only) saves the users file.
   void addLibraries(const std::vector<LibraryPtr>& libraries);
   void removeLibraries(const std::vector<LibraryPtr>& libraries);
+
+  std::string archivedClassName() const override;
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  /// The name is read from the key "parent", where no writer puts it: a user comes back without its name.
+  void initWithCoder(KeyedUnarchiver& coder) override;
 
   OptionalString id;
   OptionalString name;

@@ -1,8 +1,10 @@
 #pragma once
 
 // The whole SDK.
+#include <vornex/KeyedArchive.h>
 #include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>
+#include <vornex/ProjectList.h>
 #include <vornex/Queue.h>
 #include <vornex/TQAsset.h>
 #include <vornex/TQBookmarkUtil.h>

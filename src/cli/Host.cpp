@@ -156,8 +156,8 @@ Result<ProjectPtr> Host::project(const LibraryPtr& library, const OptionalString
   }
   if (!wanted) {
     if (library->projects.size() == 1) return library->projects.front();
-    return tl::unexpected(
-        failureOf(fmt::format("say which project with --project; there are {}", namesOf(library->projects))));
+    return tl::unexpected(failureOf(fmt::format("say which project with --project; there are {}",
+                                                namesOf<TQProject>(library->projects))));
   }
   if (ProjectPtr found = findProject(library, *wanted)) return found;
   return tl::unexpected(failureOf(fmt::format(
@@ -188,7 +188,7 @@ ProjectPtr findProject(const LibraryPtr& library, const std::string& path) {
     const auto& children = node ? node->childGroups : library->projects;
     const auto child = std::find_if(children.begin(), children.end(),
                                     [&](const ProjectPtr& each) { return each->name == name; });
-    if (child == children.end()) return nullptr;
+    if (child == children.end()) return library->projectWithID(path);
     node = *child;
   }
   return node;

@@ -53,7 +53,7 @@ class Host {
 /// "name/group/group", or "-" for none.
 std::string projectPath(const ProjectPtr& project);
 
-/// The node below the library that the path names, or null.
+/// The node below the library that the path or identifier names, or null.
 ProjectPtr findProject(const LibraryPtr& library, const std::string& path);
 
 /// The names in "name/group/group".

@@ -17,4 +17,8 @@ bool isBinaryPropertyList(std::string_view bytes);
 /// {"CF$UID": index}.
 [[nodiscard]] Result<Value> parseBinaryPropertyList(std::string_view bytes);
 
+/// Writes any value but null, and nesting up to 512 levels. {"CF$UID": index} becomes an object identifier.
+/// Equal texts are stored once.
+[[nodiscard]] Result<std::string> writeBinaryPropertyList(const Value& value);
+
 }  // namespace vornex

@@ -7,6 +7,7 @@
 
 #include "foundation/BinaryPropertyList.h"
 #include "foundation/Files.h"
+#include "foundation/ReferenceDate.h"
 #include "foundation/Text.h"
 
 namespace vornex {
@@ -14,9 +15,6 @@ namespace vornex {
 namespace {
 
 constexpr int kMaximumDepth = 512;
-
-// Property lists count seconds from 2001-01-01 UTC.
-constexpr Date kReferenceDate = std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
 
 struct NodeDeleter {
   void operator()(void* node) const { plist_free(node); }
@@ -133,7 +131,6 @@ Result<Value> readNode(plist_t node, int depth) {
 Result<Node> makeNode(const Value& value, int depth);
 
 Result<Node> makeString(const std::string& string) {
-  if (string.find('\0') != std::string::npos) return plistFailure("a string holds a null character");
   return Node(plist_new_string(validUtf8(string).c_str()));
 }
 
@@ -150,7 +147,6 @@ Result<Node> makeArray(const Array& array, int depth) {
 Result<Node> makeDictionary(const Dictionary& dictionary, int depth) {
   Node node(plist_new_dict());
   for (const auto& [key, value] : dictionary) {
-    if (key.find('\0') != std::string::npos) return plistFailure("a key holds a null character");
     Result<Node> child = makeNode(value, depth + 1);
     if (!child) return child;
     plist_dict_set_item(node.get(), validUtf8(key).c_str(), child->release());
@@ -158,13 +154,10 @@ Result<Node> makeDictionary(const Dictionary& dictionary, int depth) {
   return node;
 }
 
-Result<Node> makeDate(Date date) {
+Node makeDate(Date date) {
   using namespace std::chrono;
   auto sinceReference = date - kReferenceDate;
   auto whole = floor<seconds>(sinceReference);
-  if (whole.count() > std::numeric_limits<std::int32_t>::max() ||
-      whole.count() < std::numeric_limits<std::int32_t>::min())
-    return plistFailure("a date lies outside the years 1933 to 2069");
   return Node(plist_new_date(static_cast<std::int32_t>(whole.count()),
                              static_cast<std::int32_t>((sinceReference - whole).count())));
 }
@@ -179,7 +172,7 @@ Result<Node> makeNode(const Value& value, int depth) {
     case Value::Kind::integer:
       return Node(plist_new_uint(static_cast<std::uint64_t>(*value.ifInteger())));
     case Value::Kind::unsignedInteger:
-      return plistFailure("an integer of a property list must fit 63 bits");
+      return Node(plist_new_uint(*value.ifUnsigned()));
     case Value::Kind::real:
       return Node(plist_new_real(*value.ifReal()));
     case Value::Kind::string:
@@ -206,7 +199,15 @@ bool fitsXml(const std::string& text) {
          text.find("\xEF\xBF\xBF") == std::string::npos;
 }
 
+// The library counts a date's seconds in 32 bits: the years 1933 to 2069.
+bool fitsXml(Date date) {
+  auto seconds = std::chrono::floor<std::chrono::seconds>(date - kReferenceDate).count();
+  return seconds == static_cast<std::int32_t>(seconds);
+}
+
 bool fitsXml(const Value& value) {
+  if (value.ifUnsigned()) return false;
+  if (const Date* date = value.ifDate()) return fitsXml(*date);
   if (const std::string* string = value.ifString()) return fitsXml(*string);
   if (const Array* array = value.ifArray())
     return std::all_of(array->begin(), array->end(), [](const Value& element) { return fitsXml(element); });
@@ -231,14 +232,12 @@ Result<Value> parsePropertyList(std::string_view bytes) {
 }
 
 Result<std::string> writePropertyList(const Value& value, PropertyListFormat format) {
+  if (format == PropertyListFormat::binary || !fitsXml(value)) return writeBinaryPropertyList(value);
   Result<Node> node = makeNode(value, 0);
   if (!node) return tl::unexpected(node.error());
   char* raw = nullptr;
   std::uint32_t length = 0;
-  if (format == PropertyListFormat::xml && fitsXml(value))
-    plist_to_xml(node->get(), &raw, &length);
-  else
-    plist_to_bin(node->get(), &raw, &length);
+  plist_to_xml(node->get(), &raw, &length);
   Memory owner(raw);
   if (!raw) return plistFailure("a property list could not be written");
   return std::string(raw, length);

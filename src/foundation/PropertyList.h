@@ -16,8 +16,9 @@ enum class PropertyListFormat { xml, binary };
 [[nodiscard]] Result<Value> parsePropertyList(std::string_view bytes);
 
 /// Null values have no property-list form: an entry or element that is null is an error of domain "plist".
-/// Texts that XML cannot carry (control characters) make the result binary whatever the format asked for;
-/// every reader tells the two apart by their first bytes.
+/// Values that XML cannot carry (control characters, integers beyond 63 bits, dates outside 1933 to 2069)
+/// make the result binary whatever the format asked for; every reader tells the two apart by their first
+/// bytes.
 [[nodiscard]] Result<std::string> writePropertyList(const Value& value,
                                                     PropertyListFormat format = PropertyListFormat::xml);
 

@@ -8,7 +8,7 @@ namespace vornex {
 Result<void> writeCredentialFile(const std::string& path, const Value& value) {
   auto bytes = writePropertyList(value);
   if (!bytes) return tl::unexpected(bytes.error());
-  return writeFileAtomically(path, *bytes, 0600);
+  return writeFileAtomically(path, *bytes, kCredentialFileMode);
 }
 
 }  // namespace vornex

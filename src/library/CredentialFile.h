@@ -8,6 +8,9 @@
 
 namespace vornex {
 
+/// The permission of a file that holds passwords.
+inline constexpr unsigned kCredentialFileMode = 0600;
+
 /// Writes a property list that holds passwords: atomically, readable by this user only.
 [[nodiscard]] Result<void> writeCredentialFile(const std::string& path, const Value& value);
 

@@ -3,28 +3,44 @@
 #include <vornex/TQCopyInterface.h>
 #include <vornex/TQLibraryManager.h>
 
+#include <array>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "library/Published.h"
 
 namespace vornex {
 
+/// A list of libraries in its order, with the first library of each database name.
+struct LibraryList {
+  LibraryList() = default;
+  explicit LibraryList(std::vector<LibraryPtr> libraries);
+
+  std::vector<LibraryPtr> all;
+  std::unordered_map<std::string, LibraryPtr> byDBName;
+};
+
 struct TQLibraryManager::State {
   /// Serialises the changes of the list; who changes it reads, copies and publishes while holding it.
   std::recursive_mutex monitor;
-  Published<std::vector<LibraryPtr>> libraries;
+  Published<LibraryList> libraries;
+  /// The rows of the local and of the network list as this process last read or wrote them.
+  std::array<Array, 2> savedRows;
   /// Guards the file, too.
   std::mutex networkUsersMutex;
   Dictionary networkUsers;
   TQCopyInterface copyInterface;
 
-  void append(const LibraryPtr& library) {
-    std::vector<LibraryPtr> next = *libraries.read();
-    next.push_back(library);
-    libraries.publish(std::move(next));
-  }
+  // These need the monitor.
+
+  /// Sorts and publishes.
+  void publish(std::vector<LibraryPtr> next);
+  void append(const std::vector<LibraryPtr>& added);
+  /// The next save writes them even if another process has removed them from the file.
+  void claim(const std::vector<LibraryPtr>& added);
 };
 
 /// Gives a local library's connection the local user and the port of the local service.

@@ -12,10 +12,13 @@
 
 #include <algorithm>
 #include <tuple>
+#include <unordered_set>
 
 #include "core/Coercion.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
+#include "foundation/SharedDictionaryFile.h"
+#include "library/ListMerge.h"
 #include "library/ManagerState.h"
 #include "service/TQVornexService.h"
 
@@ -53,7 +56,77 @@ void markSharedDatabase(Dictionary& row) {
     row.set("version", kSharedDatabaseVersion);
 }
 
+const char* const kRows = "library";
+
+std::string listPath(std::int64_t type) {
+  return type ? TQVornexUtil::networkLibraryPlist() : TQVornexUtil::localLibraryPlist();
+}
+
+/// The libraries of one list file, and the rows that they were made of.
+struct LoadedList {
+  std::vector<LibraryPtr> libraries;
+  Array rows;
+};
+
+std::optional<LoadedList> readList(const TQLibraryManager& manager, const std::string& path) {
+  auto file = readDictionaryFile(path);
+  if (!file) {
+    if (fileExists(path)) logLine(LogLevel::error, "Can't read Library Plist: " + file.error().message);
+    return std::nullopt;
+  }
+  LoadedList list;
+  for (Value& row : coerce::array(file->find(kRows))) {
+    LibraryPtr library = row.ifDictionary() ? TQLibrary::libraryWithDictionary(*row.ifDictionary()) : nullptr;
+    if (!library) {
+      logLine(LogLevel::error, "libraryWithDictionary exception:a row of " + path + " is no library");
+      continue;
+    }
+    if (library->libraryType == kLibraryTypeNetwork)
+      library->connection->user = manager.networkUserWithDBName(library->dbName);
+    else if (library->libraryType == kLibraryTypeLocal)
+      connectLocally(library);
+    list.libraries.push_back(std::move(library));
+    list.rows.push_back(std::move(row));
+  }
+  return list;
+}
+
+/// The row that stands for the library, or null.
+const Value* rowOf(const Array& rows, const OptionalString& dbName) {
+  auto found = std::find_if(rows.begin(), rows.end(), [&](const Value& row) {
+    return dbName && coerce::string(row.find("dbname")) == dbName;
+  });
+  return found == rows.end() ? nullptr : &*found;
+}
+
 }  // namespace
+
+LibraryList::LibraryList(std::vector<LibraryPtr> libraries) : all(std::move(libraries)) {
+  byDBName.reserve(all.size());
+  for (const LibraryPtr& library : all)
+    if (library->dbName) byDBName.emplace(*library->dbName, library);
+}
+
+void TQLibraryManager::State::publish(std::vector<LibraryPtr> next) {
+  libraries.publish(LibraryList(sorted(std::move(next))));
+}
+
+void TQLibraryManager::State::append(const std::vector<LibraryPtr>& added) {
+  std::vector<LibraryPtr> next = libraries.read()->all;
+  next.insert(next.end(), added.begin(), added.end());
+  publish(std::move(next));
+}
+
+void TQLibraryManager::State::claim(const std::vector<LibraryPtr>& added) {
+  std::unordered_set<std::string> names;
+  for (const LibraryPtr& library : added)
+    if (library && library->dbName) names.insert(*library->dbName);
+  for (Array& rows : savedRows)
+    std::erase_if(rows, [&](const Value& row) {
+      OptionalString name = coerce::string(row.find("dbname"));
+      return name && names.contains(*name);
+    });
+}
 
 void connectLocally(const LibraryPtr& library) {
   library->connection->user = localUser();
@@ -79,41 +152,26 @@ void TQLibraryManager::loadAllLibraries(std::function<void(std::vector<LibraryPt
   GlobalQueue::shared().async([this, completion = std::move(completion)] {
     std::lock_guard lock(state_->monitor);
     std::vector<LibraryPtr> loaded;
-    for (const std::string& file : {TQVornexUtil::localLibraryPlist(), TQVornexUtil::networkLibraryPlist()}) {
-      auto rows = loadLibrariesFromPlistFile(file);
-      if (rows) loaded.insert(loaded.end(), rows->begin(), rows->end());
+    for (std::int64_t type : {kLibraryTypeLocal, kLibraryTypeNetwork}) {
+      LoadedList list = readList(*this, listPath(type)).value_or(LoadedList());
+      loaded.insert(loaded.end(), list.libraries.begin(), list.libraries.end());
+      state_->savedRows[type] = std::move(list.rows);
     }
-    state_->libraries.publish(sorted(std::move(loaded)));
+    state_->publish(std::move(loaded));
     createLockFiles();
     completion(libraries());
   });
 }
 
 std::optional<std::vector<LibraryPtr>> TQLibraryManager::loadLibrariesFromPlistFile(const std::string& path) {
-  auto file = readDictionaryFile(path);
-  if (!file) {
-    if (fileExists(path)) logLine(LogLevel::error, "Can't read Library Plist: " + file.error().message);
-    return std::nullopt;
-  }
-  std::vector<LibraryPtr> result;
   std::lock_guard lock(state_->monitor);
-  for (const Value& row : coerce::array(file->find("library"))) {
-    LibraryPtr library = row.ifDictionary() ? TQLibrary::libraryWithDictionary(*row.ifDictionary()) : nullptr;
-    if (!library) {
-      logLine(LogLevel::error, "libraryWithDictionary exception:a row of " + path + " is no library");
-      continue;
-    }
-    if (library->libraryType == kLibraryTypeNetwork)
-      library->connection->user = networkUserWithDBName(library->dbName);
-    else if (library->libraryType == kLibraryTypeLocal)
-      connectLocally(library);
-    result.push_back(std::move(library));
-  }
-  return result;
+  auto list = readList(*this, path);
+  if (!list) return std::nullopt;
+  return std::move(list->libraries);
 }
 
 std::vector<LibraryPtr> TQLibraryManager::libraries() const {
-  return *state_->libraries.read();
+  return state_->libraries.read()->all;
 }
 
 std::vector<LibraryPtr> TQLibraryManager::localLibraries() const {
@@ -131,15 +189,14 @@ std::vector<LibraryPtr> TQLibraryManager::networkLibraries() const {
 
 void TQLibraryManager::sortLibraries() {
   std::lock_guard lock(state_->monitor);
-  state_->libraries.publish(sorted(libraries()));
+  state_->publish(libraries());
 }
 
 LibraryPtr TQLibraryManager::libraryForDBName(const OptionalString& dbName) const {
   if (!dbName) return nullptr;
   auto list = state_->libraries.read();
-  auto found = std::find_if(list->begin(), list->end(),
-                            [&](const LibraryPtr& library) { return library->dbName == dbName; });
-  return found == list->end() ? nullptr : *found;
+  auto found = list->byDBName.find(*dbName);
+  return found == list->byDBName.end() ? nullptr : found->second;
 }
 
 bool TQLibraryManager::findLibrary(const LibraryPtr& library) const {
@@ -164,38 +221,52 @@ std::vector<LibraryPtr> TQLibraryManager::findNetworkLibrariesWithIP(const Optio
 bool TQLibraryManager::addLibraries(const std::vector<LibraryPtr>& added) {
   {
     std::lock_guard lock(state_->monitor);
+    std::vector<LibraryPtr> unknown;
+    std::unordered_set<std::string> names;
     for (const LibraryPtr& library : added) {
       if (!library) continue;
-      if (!findLibrary(library)) state_->append(library);
+      if (!findLibrary(library) && names.insert(library->dbName.value_or("")).second)
+        unknown.push_back(library);
       if (library->libraryType == kLibraryTypeNetwork)
         saveNetworkUserFile(library->connection->user, library);
     }
-    sortLibraries();
+    state_->append(unknown);
+    state_->claim(added);
   }
   return saveLibrariesFileWithType(kLibraryTypeLocal) && saveLibrariesFileWithType(kLibraryTypeNetwork);
 }
 
-bool TQLibraryManager::saveLibrariesFileWithType(std::int64_t type) {
-  {
-    // The file must never be older than the list, so two saves must not overtake each other.
-    std::lock_guard lock(state_->monitor);
-    Array rows;
-    for (const LibraryPtr& library : libraries()) {
-      if (library->libraryType != type) continue;
-      auto row = library->libDictionary();
-      if (!row) return false;
+// Other processes change the file, too: see ListMerge.h.
+bool TQLibraryManager::writeList(std::int64_t type) {
+  std::lock_guard lock(state_->monitor);
+  Array& saved = state_->savedRows[type ? 1 : 0];
+  Array rows;
+  for (const LibraryPtr& library : libraries()) {
+    if (library->libraryType != type) continue;
+    auto row = library->libDictionary();
+    if (row) {
       markSharedDatabase(*row);
       rows.emplace_back(std::move(*row));
-    }
-    std::string path = type ? TQVornexUtil::networkLibraryPlist() : TQVornexUtil::localLibraryPlist();
-    auto written = writePropertyListFile(path, Dictionary{{"library", std::move(rows)}});
-    if (!written) {
-      logLine(LogLevel::error, written.error().message);
-      return false;
+    } else if (const Value* former = rowOf(saved, library->dbName)) {
+      rows.push_back(*former);
     }
   }
-  auto service = TQVornexService();
-  if (service && service->isConnected()) service->updateLibrary([](const TQErrorPtr&) {});
+  const std::string path = listPath(type);
+  const bool isNew = !itemExists(path);
+  auto written = changeDictionaryFile(path, [&](Dictionary& file) {
+    file.set(kRows, mergedRows(coerce::array(file.find(kRows)), isNew ? Array() : saved, rows));
+  });
+  if (!written) {
+    logLine(LogLevel::error, written.error().message);
+    return false;
+  }
+  saved = std::move(rows);
+  return true;
+}
+
+bool TQLibraryManager::saveLibrariesFileWithType(std::int64_t type) {
+  if (!writeList(type)) return false;
+  if (auto service = TQVornexService()) service->updateLibrary([](const TQErrorPtr&) {});
   return true;
 }
 
@@ -207,7 +278,7 @@ bool TQLibraryManager::deleteLibraryPlist(const LibraryPtr& library) {
     auto found = std::find_if(next.begin(), next.end(),
                               [&](const LibraryPtr& known) { return known->dbName == library->dbName; });
     if (found != next.end()) next.erase(found);
-    state_->libraries.publish(std::move(next));
+    state_->publish(std::move(next));
   }
   return saveLibrariesFileWithType(library->libraryType);
 }
@@ -247,7 +318,7 @@ void TQLibraryManager::startWorkflows() {
 
 void TQLibraryManager::startAllBookmarks() {
   auto service = TQVornexService();
-  if (service && service->isConnected()) service->startAllBoookmarks([](const TQErrorPtr&) {});
+  if (service) service->startAllBoookmarks([](const TQErrorPtr&) {});
   copyInterface().startAllBookmarks();
 }
 

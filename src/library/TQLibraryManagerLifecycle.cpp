@@ -151,8 +151,7 @@ void TQLibraryManager::createLibrary(LibraryPtr library, Completion completion) 
     library->onlineStatus = true;
     {
       std::lock_guard lock(state_->monitor);
-      state_->append(library);
-      sortLibraries();
+      state_->append({library});
     }
     auto row = library->libDictionary();
     auto service = TQVornexService();

@@ -6,6 +6,7 @@
 
 #include "core/Coercion.h"
 #include "foundation/PropertyList.h"
+#include "foundation/SharedDictionaryFile.h"
 #include "library/CredentialFile.h"
 #include "library/ManagerState.h"
 
@@ -19,8 +20,18 @@ static UserPtr networkUser(const Dictionary& users, const OptionalString& dbName
   return TQUser::userWithID(id, id, kUserTypeNetwork, std::move(password));
 }
 
-static bool writeNetworkUsers(const Dictionary& users, const char* operation) {
-  auto written = writeCredentialFile(TQVornexUtil::networkUserPlist(), users);
+// Changes the credentials in memory and in the file, which other processes change, too.
+bool TQLibraryManager::changeNetworkUsers(const char* operation,
+                                          const std::function<void(Dictionary& users)>& change) {
+  std::lock_guard lock(state_->networkUsersMutex);
+  change(state_->networkUsers);
+  auto written = changeDictionaryFile(
+      TQVornexUtil::networkUserPlist(),
+      [&](Dictionary& users) {
+        change(users);
+        state_->networkUsers = users;
+      },
+      kCredentialFileMode);
   if (!written) logLine(LogLevel::error, std::string(operation) + " exception:" + written.error().message);
   return written.has_value();
 }
@@ -31,17 +42,14 @@ bool TQLibraryManager::saveNetworkUserFile(const UserPtr& user, const LibraryPtr
     logLine(LogLevel::error, "saveNetworkUserFile exception:no database name, user ID or password");
     return false;
   }
-  std::lock_guard lock(state_->networkUsersMutex);
-  state_->networkUsers.set(*library->dbName,
-                           Dictionary{{"userid", user->id}, {"userpassword", user->password}});
-  return writeNetworkUsers(state_->networkUsers, "saveNetworkUserFile");
+  return changeNetworkUsers("saveNetworkUserFile", [&](Dictionary& users) {
+    users.set(*library->dbName, Dictionary{{"userid", user->id}, {"userpassword", user->password}});
+  });
 }
 
 void TQLibraryManager::deleteNetworkUserWithDBName(const OptionalString& dbName) {
   if (!dbName) return;
-  std::lock_guard lock(state_->networkUsersMutex);
-  state_->networkUsers.erase(*dbName);
-  writeNetworkUsers(state_->networkUsers, "deleteNetworkUserWithDBName");
+  changeNetworkUsers("deleteNetworkUserWithDBName", [&](Dictionary& users) { users.erase(*dbName); });
 }
 
 UserPtr TQLibraryManager::networkUserWithDBName(const OptionalString& dbName) const {

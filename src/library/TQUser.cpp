@@ -8,6 +8,28 @@
 
 namespace vornex {
 
+static const ArchivedClass archivedClass("TQUser", [] { return std::make_shared<TQUser>(); });
+
+std::string TQUser::archivedClassName() const {
+  return "TQUser";
+}
+
+void TQUser::encodeWithCoder(KeyedArchiver& coder) const {
+  coder.encodeValue("id", id);
+  coder.encodeInteger("userType", userType);
+  coder.encodeValue("name", name);
+  coder.encodeValue("password", password);
+  coder.encodeMutableValue("libraries", libraries);
+}
+
+void TQUser::initWithCoder(KeyedUnarchiver& coder) {
+  id = coder.decodeString("id");
+  userType = coder.decodeInteger("userType");
+  name = coder.decodeString("parent");
+  password = coder.decodeString("password");
+  libraries = coder.decodeDictionary("libraries");
+}
+
 UserPtr TQUser::userWithID(OptionalString id, OptionalString name, std::int64_t type,
                            OptionalString password) {
   auto user = std::make_shared<TQUser>();

@@ -9,26 +9,45 @@ TQErrorPtr error(std::int64_t code, const std::string& key) {
   return TQVornexUtil::errorWithCode(code, LocalizedString(key));
 }
 
-std::int64_t indexOf(const Nodes& nodes, const OptionalString& id) {
+std::int64_t indexOf(const ProjectList& nodes, const OptionalString& id) {
   if (!id) return -1;
   auto found =
       std::find_if(nodes.begin(), nodes.end(), [&](const ProjectPtr& node) { return node->id == id; });
   return found == nodes.end() ? -1 : found - nodes.begin();
 }
 
-bool hasName(const Nodes& nodes, const OptionalString& name) {
+bool hasName(const ProjectList& nodes, const OptionalString& name) {
   return name &&
          std::any_of(nodes.begin(), nodes.end(), [&](const ProjectPtr& node) { return node->name == name; });
 }
 
-bool isInsertionIndex(const Nodes& nodes, std::int64_t index) {
+bool isInsertionIndex(const ProjectList& nodes, std::int64_t index) {
   return index >= 0 && index <= static_cast<std::int64_t>(nodes.size());
 }
 
-void reorder(Nodes& nodes, std::int64_t from, std::int64_t to) {
+void reorder(ProjectList& nodes, std::int64_t from, std::int64_t to) {
   ProjectPtr node = nodes[static_cast<std::size_t>(from)];
   nodes.insert(nodes.begin() + to, std::move(node));
   nodes.erase(nodes.begin() + (from < to ? from : from + 1));
+}
+
+std::int64_t depthOf(const TQProject& node) {
+  std::int64_t depth = 0;
+  for (ProjectPtr above = node.parent.lock(); above; above = above->parent.lock()) ++depth;
+  return depth;
+}
+
+std::int64_t levelsBelow(const TQProject& node) {
+  std::int64_t levels = 0;
+  for (const ProjectPtr& child : node.childGroups) levels = std::max(levels, levelsBelow(*child) + 1);
+  return levels;
+}
+
+bool isWithin(const TQProject& node, const TQProject& top) {
+  if (&node == &top) return true;
+  for (ProjectPtr above = node.parent.lock(); above; above = above->parent.lock())
+    if (above.get() == &top) return true;
+  return false;
 }
 
 }  // namespace vornex::tree

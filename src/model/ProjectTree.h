@@ -1,25 +1,30 @@
 #pragma once
 
-#include <vornex/Types.h>
-
-#include <vector>
+#include <vornex/ProjectList.h>
 
 /// What a library's list of projects and a node's list of groups have in common.
 namespace vornex::tree {
-
-using Nodes = std::vector<ProjectPtr>;
 
 /// The error of a structural change, with the localised message of the key.
 TQErrorPtr error(std::int64_t code, const std::string& key);
 
 /// The position of the first node with the identifier, or -1.
-std::int64_t indexOf(const Nodes& nodes, const OptionalString& id);
+std::int64_t indexOf(const ProjectList& nodes, const OptionalString& id);
 /// Exact and case-sensitive.
-bool hasName(const Nodes& nodes, const OptionalString& name);
+bool hasName(const ProjectList& nodes, const OptionalString& name);
 /// Whether something can be inserted at the index.
-bool isInsertionIndex(const Nodes& nodes, std::int64_t index);
+bool isInsertionIndex(const ProjectList& nodes, std::int64_t index);
 
 /// Moves the node at `from` to just before the one that stands at `to` now; `to` may be the end.
-void reorder(Nodes& nodes, std::int64_t from, std::int64_t to);
+void reorder(ProjectList& nodes, std::int64_t from, std::int64_t to);
+
+/// A project is level 0. Deeper trees do not fit the nesting that readers of property lists and JSON accept.
+inline constexpr std::int64_t kDeepestLevel = 254;
+
+/// How many nodes lie above this one, and how many levels below it.
+std::int64_t depthOf(const TQProject& node);
+std::int64_t levelsBelow(const TQProject& node);
+/// Whether the node is the top or lies below it.
+bool isWithin(const TQProject& node, const TQProject& top);
 
 }  // namespace vornex::tree

@@ -14,6 +14,8 @@
 #include "foundation/Files.h"
 #include "foundation/Json.h"
 #include "foundation/PropertyList.h"
+#include "model/Conversion.h"
+#include "model/ProjectIndex.h"
 
 namespace vornex {
 namespace {
@@ -21,6 +23,8 @@ namespace {
 constexpr const char* kFormatVersion = "1.1";
 
 }  // namespace
+
+TQLibrary::TQLibrary() : projectIndex_(std::make_shared<ProjectIndex>()) {}
 
 TQLibrary::Ptr TQLibrary::libraryWithName(OptionalString name, OptionalString desc, std::int64_t libType,
                                           bool shared, bool creatable, bool editable,
@@ -41,17 +45,17 @@ TQLibrary::Ptr TQLibrary::libraryWithName(OptionalString name, OptionalString de
   return library;
 }
 
-TQLibrary::Ptr TQLibrary::libraryWithDictionary(const Dictionary& dictionary) {
+static LibraryPtr readLibrary(const Dictionary& dictionary) {
   auto text = [&](const char* key) { return coerce::string(dictionary.find(key)); };
   auto number = [&](const char* key) { return coerce::integer(dictionary.find(key)); };
   auto flag = [&](const char* key) { return coerce::boolean(dictionary.find(key)); };
 
   OptionalString dbName = text("dbname");
   if (!dbName) return nullptr;
-  Ptr library =
-      libraryWithName(text("name"), text("desc"), number("type"), flag("shared"), flag("uploadable"),
-                      flag("editable"), text("packagefolder"), text("mountpath"),
-                      TQConnection::connectionWithAddress(text("address"), number("port"), nullptr));
+  LibraryPtr library = TQLibrary::libraryWithName(
+      text("name"), text("desc"), number("type"), flag("shared"), flag("uploadable"), flag("editable"),
+      text("packagefolder"), text("mountpath"),
+      TQConnection::connectionWithAddress(text("address"), number("port"), nullptr));
   if (!library) return nullptr;
   library->dbName = std::move(dbName);
   library->projectHashValue = text("projecthash");
@@ -66,33 +70,31 @@ TQLibrary::Ptr TQLibrary::libraryWithDictionary(const Dictionary& dictionary) {
   return library;
 }
 
+TQLibrary::Ptr TQLibrary::libraryWithDictionary(const Dictionary& dictionary) {
+  return conversion::caught("libraryWithDictionary exception:", [&] { return readLibrary(dictionary); });
+}
+
 std::optional<Dictionary> TQLibrary::libDictionary() const {
-  const char* missing = !dbName                               ? "dbname"
-                        : !name                               ? "name"
-                        : !packageFolder                      ? "packagefolder"
-                        : !connection || !connection->address ? "address"
-                                                              : nullptr;
-  if (missing) {
-    logLine(LogLevel::error, fmt::format("libDictionary exception: no {}", missing));
-    return std::nullopt;
-  }
-  return Dictionary{{"dbname", dbName},
-                    {"name", name},
-                    {"desc", desc.value_or("")},
-                    {"packagefolder", packageFolder},
-                    {"mountpath", mountPath.value_or("")},
-                    {"type", libraryType},
-                    {"address", connection->address},
-                    {"port", connection->port},
-                    {"shared", isShared},
-                    {"projecthash", projectHashValue.value_or("")},
-                    {"version", versionNumber.value_or(kFormatVersion)},
-                    {"hasreffile", hasReferenceFile},
-                    {"uploadable", storedIsCreatable},
-                    {"editable", storedIsEditable},
-                    {"livefolderhash", liveFolderHashValue.value_or("")},
-                    {"bonjourname", bonjourName.value_or("")},
-                    {"fcpxlibraryhash", fcpxLibraryHashValue.value_or("")}};
+  using conversion::required;
+  return conversion::caught("libDictionary exception: ", [&]() -> std::optional<Dictionary> {
+    return Dictionary{{"dbname", required(dbName, "dbname")},
+                      {"name", required(name, "name")},
+                      {"desc", desc.value_or("")},
+                      {"packagefolder", required(packageFolder, "packagefolder")},
+                      {"mountpath", mountPath.value_or("")},
+                      {"type", libraryType},
+                      {"address", required(connection ? connection->address : std::nullopt, "address")},
+                      {"port", connection->port},
+                      {"shared", isShared},
+                      {"projecthash", projectHashValue.value_or("")},
+                      {"version", versionNumber.value_or(kFormatVersion)},
+                      {"hasreffile", hasReferenceFile},
+                      {"uploadable", storedIsCreatable},
+                      {"editable", storedIsEditable},
+                      {"livefolderhash", liveFolderHashValue.value_or("")},
+                      {"bonjourname", bonjourName.value_or("")},
+                      {"fcpxlibraryhash", fcpxLibraryHashValue.value_or("")}};
+  });
 }
 
 bool TQLibrary::writeToFile() const {
@@ -107,7 +109,7 @@ bool TQLibrary::writeToFile() const {
 bool TQLibrary::saveFieldChange(const char* operation, bool sorts) {
   TQLibraryManager& manager = TQLibraryManager::sharedManager();
   if (!manager.saveLibrariesFileWithType(libraryType)) {
-    logLine(LogLevel::error, fmt::format("{}, Can't save Library Plist", operation));
+    logLine(LogLevel::error, fmt::format("TQLibrary::{}, Can't save Library Plist", operation));
     return false;
   }
   if (sorts) manager.sortLibraries();
@@ -155,7 +157,7 @@ bool TQLibrary::updateNewName(OptionalString newName, OptionalString newDesc, Op
   isShared = shared;
   TQLibraryManager& manager = TQLibraryManager::sharedManager();
   if (!manager.saveLibrariesFileWithType(libraryType)) {
-    logLine(LogLevel::error, "updateNewName, Can't save Library Plist");
+    logLine(LogLevel::error, "TQLibrary::updateNewName, Can't save Library Plist");
     if (error) *error = TQVornexUtil::errorWithCode(10003, LocalizedString("library.error.cannot.save"));
     return false;
   }
@@ -249,7 +251,7 @@ AssetFolderPtr TQLibrary::makeAssetFolder(const std::string& group, const char* 
       appendPathComponent(*TQVornexUtil::assetCatalogFolderWithPackageFolder(packageFolder), *folder);
   for (const std::string& path : {master, thumbnail, preview}) {
     if (createDirectories(path)) continue;
-    logLine(LogLevel::error, fmt::format("{}, Can't create directory:{}", operation, path));
+    logLine(LogLevel::error, fmt::format("TQLibrary::{}, Can't create directory:{}", operation, path));
     return nullptr;
   }
   return TQAssetFolder::assetFolderWithMasterpath(master, thumbnail, preview, catalog);

@@ -3,13 +3,12 @@
 #include <vornex/TQConnection.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQProject.h>
-#include <vornex/TQSearchManager.h>
 #include <vornex/TQUser.h>
 #include <vornex/TQVornexUtil.h>
 
 #include "core/Coercion.h"
-#include "foundation/Files.h"
-#include "foundation/PropertyList.h"
+#include "model/ProjectFile.h"
+#include "model/ProjectIndex.h"
 #include "model/ProjectTree.h"
 
 namespace vornex {
@@ -24,6 +23,8 @@ std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error
     failure = tree::error(10000, "request.error.param.nil");
     return std::nullopt;
   }
+  // Looked at before the server reads it: a change in between is taken for one that is not loaded yet.
+  Result<FileStamp> stamp = projectFile().stamp();
   const UserPtr user = connection->user;
   Value response = TQVornexUtil::syncRequestURL(serverURL("/projects"), user->id, user->password, "GET",
                                                 std::nullopt, &failure);
@@ -37,6 +38,7 @@ std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error
   projectHashValue = coerce::string(response.find("hash"));
   takeProjects(*nodes->ifArray());
   isTreeLoaded_ = true;
+  if (stamp) projectFile().setBase(*stamp);
   return projects;
 }
 
@@ -96,11 +98,7 @@ std::int64_t TQLibrary::indexOfProject(const ProjectPtr& project) const {
 }
 
 ProjectPtr TQLibrary::projectWithID(const std::string& id) const {
-  for (const ProjectPtr& project : projects)
-    if (project->id == id) return project;
-  for (const ProjectPtr& project : projects)
-    if (ProjectPtr group = project->groupWithID(id)) return group;
-  return nullptr;
+  return projectIndex_->find(projects, id);
 }
 
 bool TQLibrary::isExistNameInProjects(const std::string& wanted) const {
@@ -136,190 +134,51 @@ void TQLibrary::loadGroup(const ProjectPtr& project, Dictionary& parent) const {
   if (children && !children->empty()) parent.set("group", std::move(*children));
 }
 
+ProjectFile& TQLibrary::projectFile() {
+  std::string path = TQVornexUtil::projectPlistWithPackageFolder(packageFolder).value_or("");
+  if (!projectFile_ || projectFile_->path() != path) projectFile_ = std::make_shared<ProjectFile>(path);
+  return *projectFile_;
+}
+
 bool TQLibrary::readProjectFile() {
-  if (isProjectFileRead_) return true;
-  OptionalString path = TQVornexUtil::projectPlistWithPackageFolder(packageFolder);
-  if (!path) return false;
-  if (itemExists(*path)) {
-    Result<Dictionary> file = readDictionaryFile(*path);
-    if (!file) {
-      logLine(LogLevel::error, "Can't read project file : " + file.error().message);
-      return false;
-    }
-    projectDict_ = std::move(*file);
-    if (!isTreeLoaded_ && projects.empty()) takeProjects(coerce::array(projectDict_.find("projects")));
+  ProjectFile& file = projectFile();
+  Result<std::optional<Array>> nodes = file.readChanged();
+  if (!nodes) {
+    logLine(LogLevel::error, "Can't read project file : " + nodes.error().message);
+    return false;
   }
-  isProjectFileRead_ = true;
+  if (*nodes && !isTreeLoaded_ && projects.empty()) {
+    takeProjects(**nodes);
+    file.setBaseToRead();
+  }
+  if (!file.hasBase()) file.setBaseToRead();
   return true;
 }
 
-bool TQLibrary::saveProjects() {
-  if (!readProjectFile()) return false;
+TQLibrary::SaveResult TQLibrary::saveTree() {
+  if (!readProjectFile()) return SaveResult::notSaved;
   Array nodes;
   for (const ProjectPtr& project : projects) {
     std::optional<Dictionary> node = treeNode(*project);
-    if (!node) return false;
+    if (!node) return SaveResult::notSaved;
     nodes.push_back(std::move(*node));
   }
-  projectDict_.set("projects", std::move(nodes));
-  projectHashValue = MD5String(TQVornexUtil::UUIDString());
-  projectDict_.set("hash", *projectHashValue);
-  OptionalString path = TQVornexUtil::projectPlistWithPackageFolder(packageFolder);
-  Result<void> written = writePropertyListFile(path.value_or(""), projectDict_);
-  if (!written) logLine(LogLevel::error, "saveProjects: " + written.error().message);
-  return written.has_value();
-}
-
-TQErrorPtr TQLibrary::projectsNotSaved() const {
-  logLine(LogLevel::error, "Can't save project file : " + packageFolder.value_or(""));
-  return tree::error(10003, "project.error.cannot.save");
-}
-
-// Changing
-
-static Value treeChangeBody(const Dictionary& item) {
-  return Dictionary{{"items", Array{item}}};
-}
-
-OptionalString TQLibrary::takeTreeChange(const Value& response, TQErrorPtr& error) {
-  if (error) return std::nullopt;
-  OptionalString id = coerce::string(response.find("id"));
-  if (!id) error = tree::error(10004, "response.error.invalid");
-  OptionalString hash = coerce::string(response.find("hash"));
-  if (id && hash) projectHashValue = hash;
-  return id;
-}
-
-OptionalString TQLibrary::sendTreeChange(const std::string& operation, const Dictionary& item,
-                                         TQErrorPtr& error) {
-  if (!connection || !connection->user) {
-    error = tree::error(10000, "request.error.param.nil");
-    return std::nullopt;
+  std::string hash = MD5String(TQVornexUtil::UUIDString());
+  Result<ProjectFile::Saved> saved = projectFile().save(std::move(nodes), hash);
+  if (!saved) {
+    logLine(LogLevel::error, "saveProjects: " + saved.error().message);
+    return SaveResult::notSaved;
   }
-  const UserPtr user = connection->user;
-  Value response = TQVornexUtil::syncRequestURL(serverURL("/projects/" + operation), user->id, user->password,
-                                                "POST", treeChangeBody(item), &error);
-  return takeTreeChange(response, error);
-}
-
-void TQLibrary::sendTreeChange(const std::string& operation, const Dictionary& item,
-                               std::function<void(OptionalString id, TQErrorPtr error)> completion) {
-  if (!connection || !connection->user)
-    return completion(std::nullopt, tree::error(10000, "request.error.param.nil"));
-  const UserPtr user = connection->user;
-  TQVornexUtil::requestURL(
-      serverURL("/projects/" + operation), user->id, user->password, "POST", treeChangeBody(item),
-      [self = shared_from_this(), completion = std::move(completion)](Value response, TQErrorPtr error) {
-        OptionalString id = self->takeTreeChange(response, error);
-        completion(id, error);
-      });
-}
-
-bool TQLibrary::confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex) {
-  if (libraryType == kLibraryTypeLocal) return true;
-  Dictionary change = {
-      {"id", item.id}, {"parentid", parentID}, {"toindex", toIndex}, {"type", item.projectType}};
-  TQErrorPtr error;
-  return sendTreeChange("move", change, error).has_value();
-}
-
-void TQLibrary::saveMove() {
-  if (libraryType == kLibraryTypeLocal && !saveProjects()) projectsNotSaved();
-}
-
-bool TQLibrary::moveItem(const ProjectPtr& item, std::int64_t toIndex) {
-  std::int64_t from = indexOfProject(item);
-  if (from < 0 || !tree::isInsertionIndex(projects, toIndex)) return false;
-  if (!confirmMove(*item, item->parentID(), toIndex)) return false;
-  tree::reorder(projects, from, toIndex);
-  saveMove();
-  return true;
-}
-
-void TQLibrary::adoptProject(const ProjectPtr& project) {
-  project->library = weak_from_this();
-  project->rootProject = project;
-  projects.push_back(project);
-}
-
-void TQLibrary::addProject(OptionalString newName,
-                           std::function<void(ProjectPtr project, TQErrorPtr error)> completion) {
-  GlobalQueue::shared().async(
-      [self = shared_from_this(), newName = std::move(newName), completion = std::move(completion)] {
-        if (!newName) {
-          logLine(LogLevel::error, "Library not found: " + self->dbName.value_or(""));
-          return completion(nullptr, tree::error(10000, "request.error.param.nil"));
-        }
-        if (self->libraryType == kLibraryTypeNetwork) return self->addNetworkProject(*newName, completion);
-        TQErrorPtr error;
-        ProjectPtr project = self->addLocalProject(*newName, error);
-        completion(project, error);
-      });
-}
-
-void TQLibrary::addNetworkProject(
-    const std::string& newName, const std::function<void(ProjectPtr project, TQErrorPtr error)>& completion) {
-  Dictionary item = {{"name", newName}, {"parentid", ""}, {"type", kProjectTypeProject}};
-  sendTreeChange(
-      "create", item, [self = shared_from_this(), newName, completion](OptionalString id, TQErrorPtr error) {
-        if (!id) return completion(nullptr, error);
-        ProjectPtr project = TQProject::projectWithID(id, newName, self->dbName, kProjectTypeProject);
-        if (project) self->adoptProject(project);
-        completion(project, nullptr);
-      });
-}
-
-ProjectPtr TQLibrary::addLocalProject(const std::string& newName, TQErrorPtr& error) {
-  if (!readProjectFile()) {
-    error = projectsNotSaved();
-    return nullptr;
+  if (*saved == ProjectFile::Saved::overtaken) {
+    logLine(LogLevel::error, "saveProjects: another program has changed " + projectFile().path());
+    return SaveResult::overtaken;
   }
-  if (isExistNameInProjects(newName)) {
-    logLine(LogLevel::warning, "Already exist project name : " + newName);
-    error = tree::error(10002, "project.message.exist");
-    return nullptr;
-  }
-  ProjectPtr project = TQProject::projectWithName(newName, dbName, kProjectTypeProject);
-  if (!project) {
-    error = tree::error(10000, "request.error.param.nil");
-    return nullptr;
-  }
-  adoptProject(project);
-  if (saveProjects()) return project;
-  projects.pop_back();
-  error = projectsNotSaved();
-  return nullptr;
+  projectHashValue = std::move(hash);
+  return SaveResult::saved;
 }
 
-void TQLibrary::removeProject(ProjectPtr project, Completion completion) {
-  GlobalQueue::shared().async(
-      [self = shared_from_this(), project = std::move(project), completion = std::move(completion)] {
-        TQErrorPtr error = self->removeLocalProject(project);
-        completion(!error, error);
-      });
-}
-
-TQErrorPtr TQLibrary::removeLocalProject(const ProjectPtr& project) {
-  if (!project || !project->id) return tree::error(10000, "request.error.param.nil");
-  if (libraryType == kLibraryTypeNetwork) {
-    logLine(LogLevel::warning, "Library is network: " + name.value_or(""));
-    return tree::error(10005, "library.error.no.authority.network");
-  }
-  if (!readProjectFile()) return projectsNotSaved();
-  TQSearchManager& manager = TQSearchManager::sharedManager();
-  PredicatePtr inside = TQPredicate::andPredicateWithSubpredicates(
-      {manager.createPredicateWithKey("project", project->id), manager.createQueryWithTrash(false)});
-  TQSearchResponse found = manager.searchAssetWithLibrary(shared_from_this(), inside, 0, 1, 0);
-  // Without an answer nobody knows what the project holds.
-  if (found.error) return found.error;
-  if (found.totalCount > 0 || !found.result.empty()) return tree::error(10004, "project.error.item.exist");
-  std::int64_t index = indexOfProject(project);
-  if (index < 0) return tree::error(10000, "request.error.param.nil");
-  ProjectPtr removed = projects[static_cast<std::size_t>(index)];
-  projects.erase(projects.begin() + index);
-  if (saveProjects()) return nullptr;
-  projects.insert(projects.begin() + index, removed);
-  return projectsNotSaved();
+bool TQLibrary::saveProjects() {
+  return saveTree() == SaveResult::saved;
 }
 
 }  // namespace vornex

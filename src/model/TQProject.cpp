@@ -5,6 +5,8 @@
 
 #include "core/Coercion.h"
 #include "foundation/Json.h"
+#include "model/Conversion.h"
+#include "model/ProjectIndex.h"
 #include "model/ProjectTree.h"
 
 namespace vornex {
@@ -24,9 +26,14 @@ TQProject::Ptr TQProject::projectWithName(OptionalString name, OptionalString db
   return projectWithID(TQVornexUtil::UUIDString(), std::move(name), std::move(dbName), type);
 }
 
+static ProjectPtr readNode(const Dictionary& dictionary) {
+  return TQProject::projectWithID(
+      coerce::string(dictionary.find("id")), coerce::string(dictionary.find("name")),
+      coerce::string(dictionary.find("dbname")), coerce::integer(dictionary.find("type")));
+}
+
 TQProject::Ptr TQProject::projectWithDictionary(const Dictionary& dictionary) {
-  return projectWithID(coerce::string(dictionary.find("id")), coerce::string(dictionary.find("name")),
-                       coerce::string(dictionary.find("dbname")), coerce::integer(dictionary.find("type")));
+  return conversion::caught("projectWithDictionary : ", [&] { return readNode(dictionary); });
 }
 
 TQProject::Ptr TQProject::undefinedProjectWithLibrary(const LibraryPtr& library) {
@@ -43,27 +50,28 @@ TQProject::Ptr TQProject::undefinedProjectWithLibrary(const LibraryPtr& library)
 }
 
 std::optional<Dictionary> TQProject::projectDictionary() const {
-  if (!id || !name || !dbName) {
-    logLine(LogLevel::error, "libDictionary exception: a project has no identifier, name or database");
-    return std::nullopt;
-  }
-  return Dictionary{{"id", *id}, {"name", *name}, {"dbname", *dbName}, {"type", projectType}};
+  using conversion::required;
+  return conversion::caught("libDictionary exception: ", [&]() -> std::optional<Dictionary> {
+    return Dictionary{{"id", required(id, "id")},
+                      {"name", required(name, "name")},
+                      {"dbname", required(dbName, "dbname")},
+                      {"type", projectType}};
+  });
 }
 
 void TQProject::setDictionary(const Dictionary& dictionary) {
-  OptionalString newID = coerce::string(dictionary.find("id"));
-  OptionalString newName = coerce::string(dictionary.find("name"));
-  OptionalString newDBName = coerce::string(dictionary.find("dbname"));
-  if (!newID || !newName || !newDBName) return;
-  id = std::move(newID);
-  name = std::move(newName);
-  dbName = std::move(newDBName);
-  projectType = coerce::integer(dictionary.find("type"));
+  ProjectPtr read = conversion::caught("setDictionary : ", [&] { return readNode(dictionary); });
+  if (!read) return;
+  id = std::move(read->id);
+  name = std::move(read->name);
+  dbName = std::move(read->dbName);
+  projectType = read->projectType;
+  ProjectList::noteChange();
 }
 
 std::string TQProject::description() const {
   std::optional<Dictionary> dictionary = projectDictionary();
-  return dictionary ? writeJson(*dictionary, JsonStyle::pretty) : "";
+  return dictionary ? writeJson(*dictionary, JsonStyle::pretty) : "(null)";
 }
 
 std::int64_t TQProject::indexOfGroup(const Ptr& group) const {
@@ -72,6 +80,8 @@ std::int64_t TQProject::indexOfGroup(const Ptr& group) const {
 
 TQProject::Ptr TQProject::groupWithID(const std::string& wanted) {
   if (id == wanted) return shared_from_this();
+  if (LibraryPtr owner = library.lock())
+    if (auto known = owner->projectIndex_->findWithin(owner->projects, *this, wanted)) return *known;
   Ptr found;
   findGroupWithID(wanted, shared_from_this(), &found);
   return found;

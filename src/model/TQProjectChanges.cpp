@@ -6,12 +6,6 @@
 
 namespace vornex {
 
-static bool isWithin(ProjectPtr node, const ProjectPtr& tree) {
-  for (; node; node = node->parent.lock())
-    if (node == tree) return true;
-  return false;
-}
-
 OptionalString TQProject::parentID() const {
   if (Ptr above = parent.lock()) return above->id;
   Ptr root = rootProject.lock();
@@ -23,27 +17,39 @@ bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex) {
   std::int64_t from = indexOfGroup(item);
   if (!owner || from < 0 || !tree::isInsertionIndex(childGroups, toIndex)) return false;
   if (!owner->confirmMove(*item, item->parentID(), toIndex)) return false;
+  ProjectList before = childGroups;
   tree::reorder(childGroups, from, toIndex);
-  owner->saveMove();
-  return true;
+  if (owner->saveMove()) return true;
+  childGroups = before;
+  return false;
 }
 
 bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent) {
-  LibraryPtr owner = library.lock();
   auto place = std::find(childGroups.begin(), childGroups.end(), item);
+  if (!inParent || place == childGroups.end()) return false;
+  if (inParent.get() == this) {
+    // To the server this is a reordering, whose index counts the item in its old place.
+    const std::int64_t from = place - childGroups.begin();
+    if (toIndex < 0 || toIndex >= static_cast<std::int64_t>(childGroups.size())) return false;
+    return moveItem(Ptr(*place), toIndex <= from ? toIndex : toIndex + 1);
+  }
+  LibraryPtr owner = library.lock();
   // Below itself a node would be cut off from the tree, with all that it holds.
-  if (!owner || !inParent || place == childGroups.end() || isWithin(inParent, item)) return false;
-  tree::Nodes left(childGroups);
-  left.erase(left.begin() + (place - childGroups.begin()));
-  const bool sameParent = inParent.get() == this;
-  if (!tree::isInsertionIndex(sameParent ? left : inParent->childGroups, toIndex)) return false;
+  if (!owner || tree::isWithin(*inParent, *item)) return false;
+  if (tree::depthOf(*inParent) + 1 + tree::levelsBelow(*item) > tree::kDeepestLevel) return false;
+  if (!tree::isInsertionIndex(inParent->childGroups, toIndex)) return false;
   if (!owner->confirmMove(*item, inParent->id, toIndex)) return false;
-  Ptr moved = item;
-  childGroups = std::move(left);
+  const Ptr moved = item;
+  const ProjectList before = childGroups;
+  const ProjectList beforeThere = inParent->childGroups;
+  childGroups.erase(place);
   inParent->childGroups.insert(inParent->childGroups.begin() + toIndex, moved);
   moved->parent = inParent;
-  owner->saveMove();
-  return true;
+  if (owner->saveMove()) return true;
+  childGroups = before;
+  inParent->childGroups = beforeThere;
+  moved->parent = weak_from_this();
+  return false;
 }
 
 Dictionary TQProject::renameRequest(const std::string& newName) const {

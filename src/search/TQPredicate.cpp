@@ -1,8 +1,10 @@
 #include <vornex/TQPredicate.h>
 
 #include <cmath>
+#include <set>
 
 #include "core/DateNumber.h"
+#include "foundation/Text.h"
 
 namespace vornex {
 
@@ -51,6 +53,64 @@ static std::string quoted(const std::string& text) {
   return result + '"';
 }
 
+static bool isWordCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+         static_cast<unsigned char>(c) >= 0x80;
+}
+
+/// Whether the reader would take the word for something else than a key.
+static bool isReserved(const std::string& word) {
+  static const std::set<std::string> kReserved = {"and",
+                                                  "or",
+                                                  "in",
+                                                  "not",
+                                                  "all",
+                                                  "any",
+                                                  "some",
+                                                  "none",
+                                                  "like",
+                                                  "caseinsensitive",
+                                                  "ci",
+                                                  "matches",
+                                                  "contains",
+                                                  "beginswith",
+                                                  "endswith",
+                                                  "between",
+                                                  "null",
+                                                  "nil",
+                                                  "self",
+                                                  "true",
+                                                  "yes",
+                                                  "false",
+                                                  "no",
+                                                  "first",
+                                                  "last",
+                                                  "size",
+                                                  "anykey",
+                                                  "subquery",
+                                                  "fetch",
+                                                  "cast",
+                                                  "truepredicate",
+                                                  "falsepredicate"};
+  return kReserved.contains(foldedText(word));
+}
+
+/// A key path as the reader takes it: a "#" says that what follows is a key. Absent when it cannot be
+/// written.
+static OptionalString keyText(const std::string& key) {
+  std::string result;
+  for (std::size_t begin = 0; begin <= key.size();) {
+    std::size_t end = std::min(key.find('.', begin), key.size());
+    std::string word = key.substr(begin, end - begin);
+    if (word.empty() || !std::all_of(word.begin(), word.end(), isWordCharacter)) return std::nullopt;
+    if (begin > 0) result += '.';
+    if (std::isdigit(static_cast<unsigned char>(word.front())) || isReserved(word)) result += '#';
+    result += word;
+    begin = end + 1;
+  }
+  return result;
+}
+
 static OptionalString constantText(const Value& constant);
 
 static OptionalString listText(const Array& list) {
@@ -97,9 +157,10 @@ PredicatePtr TQPredicate::make(std::string format, bool isCompound) {
 PredicatePtr TQPredicate::comparisonPredicate(const std::string& key, const Value& constant,
                                               std::int64_t operatorType, unsigned options) {
   const char* word = operatorWord(operatorType);
+  OptionalString path = keyText(key);
   OptionalString text = constantText(constant);
-  if (key.empty() || !word || !text) return nullptr;
-  return make(key + " " + word + optionText(options) + " " + *text, false);
+  if (!path || !word || !text) return nullptr;
+  return make(*path + " " + word + optionText(options) + " " + *text, false);
 }
 
 std::string TQPredicate::asPart() const {

@@ -5,8 +5,9 @@
 #include <vornex/TQSearchManager.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <stdexcept>
+
 #include "core/Coercion.h"
-#include "search/TreeLookup.h"
 
 namespace vornex {
 
@@ -32,32 +33,43 @@ TQSearchResponse readPage(const Value& response, std::int64_t tag) {
   return page;
 }
 
-void linkProject(TQAsset& asset, const Value& item, const LibraryPtr& library, TreeLookup& tree) {
-  asset.project = tree.project(coerce::string(item.find("project")));
+ProjectPtr projectNamedBy(const Value& item, const TQLibrary& library) {
+  OptionalString id = coerce::string(item.find("project"));
+  return id ? library.projectWithID(*id) : nullptr;
+}
+
+ProjectPtr groupNamedBy(const Value& item, TQProject& project) {
+  OptionalString id = coerce::string(item.find("group"));
+  return id && !id->empty() ? project.groupWithID(*id) : nullptr;
+}
+
+void linkProject(TQAsset& asset, const Value& item, const LibraryPtr& library) {
+  asset.project = projectNamedBy(item, *library);
   if (!asset.project) asset.project = TQProject::undefinedProjectWithLibrary(library);
-  asset.group = tree.group(asset.project, coerce::string(item.find("group")));
+  asset.group = groupNamedBy(item, *asset.project);
 }
 
 /// An asset that belongs elsewhere may lie in a project besides.
-void linkOptionalProject(TQAsset& asset, const Value& item, TreeLookup& tree) {
-  ProjectPtr project = tree.project(coerce::string(item.find("project")));
+void linkOptionalProject(TQAsset& asset, const Value& item, const TQLibrary& library) {
+  ProjectPtr project = projectNamedBy(item, library);
   if (!project) return;
   asset.project = project;
-  if (ProjectPtr group = tree.group(project, coerce::string(item.find("group")))) asset.group = group;
+  if (ProjectPtr group = groupNamedBy(item, *project)) asset.group = group;
 }
 
-AssetPtr makeAsset(const Value& item, const LibraryPtr& library, TreeLookup& tree) {
+/// Throws for an item that is no asset.
+AssetPtr makeAsset(const Value& item, const LibraryPtr& library) {
   const Dictionary* dictionary = item.ifDictionary();
   AssetPtr asset = dictionary ? TQAsset::assetWithDictionary(*dictionary) : nullptr;
-  if (!asset) return nullptr;
+  if (!asset) throw std::invalid_argument("an item has no identifier or name");
   bool isLiveFolder = coerce::boolean(item.find("islivefolder"));
   bool isFCPXLibrary = coerce::boolean(item.find("isfcpxlibrary"));
   if (!isLiveFolder && !isFCPXLibrary) {
-    linkProject(*asset, item, library, tree);
+    linkProject(*asset, item, library);
   } else if (isLiveFolder != isFCPXLibrary) {
     asset->isLiveFolder = isLiveFolder;
     asset->isFCPXLibrary = isFCPXLibrary;
-    linkOptionalProject(*asset, item, tree);
+    linkOptionalProject(*asset, item, *library);
   }
   return asset;
 }
@@ -70,13 +82,11 @@ std::vector<AssetPtr> TQSearchManager::extractAssetInfo(const Value& response,
   const Value* value = response.find("items");
   const Array* items = value ? value->ifArray() : nullptr;
   if (!items || !library) return assets;
-  assets.reserve(items->size());
-  TreeLookup tree(*library, *items);
-  for (const Value& item : *items) {
-    if (AssetPtr asset = makeAsset(item, library, tree))
-      assets.push_back(std::move(asset));
-    else
-      logLine(LogLevel::error, "extractAssetInfo : an item has no identifier or name");
+  try {
+    assets.reserve(items->size());
+    for (const Value& item : *items) assets.push_back(makeAsset(item, library));
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error, std::string("extractAssetInfo : ") + exception.what());
   }
   return assets;
 }

@@ -7,6 +7,8 @@
 #include <vornex/TQUser.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <stdexcept>
+
 #include "core/DateNumber.h"
 #include "foundation/Text.h"
 
@@ -32,6 +34,17 @@ std::string assetPath(const std::string& assetID) {
 /// One condition stands for itself, so that it is sent as it was made.
 PredicatePtr allOf(const std::vector<PredicatePtr>& conditions) {
   return conditions.size() == 1 ? conditions.front() : TQPredicate::andPredicateWithSubpredicates(conditions);
+}
+
+/// Throws for a condition that could not be made.
+std::string queryText(const PredicatePtr& query) {
+  if (!query) throw std::invalid_argument("a condition of the search has no textual form");
+  return query->predicateFormat();
+}
+
+TQErrorPtr exceptionError(const std::exception& exception) {
+  logLine(LogLevel::error, std::string("searchAssetWithLibrary exception :") + exception.what());
+  return TQVornexUtil::errorWithCode(10017, exception.what());
 }
 
 }  // namespace
@@ -93,15 +106,14 @@ void TQSearchManager::send(Request request, AddConditions addConditions, SearchC
       completion(TQSearchResponse::searchResponseWithError(std::move(error), request.tag));
     };
     if (TQErrorPtr error = requestError(request)) return fail(error);
-    std::vector<PredicatePtr> conditions;
-    addConditions(*frozen, conditions);
-    PredicatePtr query = allOf(conditions);
-    if (!query) {
-      const std::string reason = "a condition of the search has no textual form";
-      logLine(LogLevel::error, "searchAssetWithLibrary exception :" + reason);
-      return fail(TQVornexUtil::errorWithCode(10017, reason));
+    OptionalString text;
+    try {
+      std::vector<PredicatePtr> conditions;
+      addConditions(*frozen, conditions);
+      if (!conditions.empty()) text = queryText(allOf(conditions));
+    } catch (const std::exception& exception) {
+      return fail(exceptionError(exception));
     }
-    OptionalString text = conditions.empty() ? std::nullopt : OptionalString(query->predicateFormat());
     const UserPtr& user = request.library->connection->user;
     TQVornexUtil::requestURL(
         request.library->serverURL("/assets/search"), user->id, user->password, "POST",
@@ -260,14 +272,15 @@ TQSearchResponse TQSearchManager::searchAssetWithLibrary(const LibraryPtr& libra
                                                          const Dictionary& searchKeyValues,
                                                          std::int64_t operatorType, std::int64_t pageIndex,
                                                          std::int64_t pageLimit, std::int64_t tag) {
-  std::vector<PredicatePtr> conditions;
-  for (const auto& [key, value] : searchKeyValues) conditions.push_back(createPredicateWithKey(key, value));
-  PredicatePtr query = operatorType == kSearchOR ? TQPredicate::orPredicateWithSubpredicates(conditions)
-                                                 : TQPredicate::andPredicateWithSubpredicates(conditions);
-  if (!query) {
-    const std::string reason = "a value of the search has no textual form";
-    logLine(LogLevel::error, "searchAssetWithLibrary exception :" + reason);
-    return TQSearchResponse::searchResponseWithError(TQVornexUtil::errorWithCode(10017, reason), tag);
+  PredicatePtr query;
+  try {
+    std::vector<PredicatePtr> conditions;
+    for (const auto& [key, value] : searchKeyValues) conditions.push_back(createPredicateWithKey(key, value));
+    query = operatorType == kSearchOR ? TQPredicate::orPredicateWithSubpredicates(conditions)
+                                      : TQPredicate::andPredicateWithSubpredicates(conditions);
+    (void)queryText(query);
+  } catch (const std::exception& exception) {
+    return TQSearchResponse::searchResponseWithError(exceptionError(exception), tag);
   }
   return searchAssetWithLibrary(library, query, pageIndex, pageLimit, tag);
 }

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <sys/stat.h>
-
 #include <mutex>
-#include <optional>
 #include <string>
+
+#include "foundation/FileStamp.h"
 
 namespace vornex::server {
 
@@ -22,7 +21,7 @@ class TreeHash {
  private:
   const std::string path_;
   std::mutex mutex_;
-  std::optional<struct ::stat> readAt_;
+  FileStamp readAt_;
   std::string hash_;
 };
 

@@ -1,3 +1,5 @@
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vornex/TQConnection.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
@@ -170,6 +172,63 @@ TEST_F(LibraryTest, NetworkLibrariesAreAddedOnceWithTheirCredentials) {
   EXPECT_TRUE(manager().deleteRemoteLibrary(library));
   EXPECT_TRUE(load().empty());
   EXPECT_FALSE(manager().networkUserWithDBName("9")->id);
+}
+
+TEST_F(LibraryTest, ASaveCarriesOverOnlyWhatThisProcessHasChanged) {
+  const std::string path = TQVornexUtil::localLibraryPlist();
+  Dictionary newer = row("1", "a", 0);
+  newer.set("future", "kept");
+  const Dictionary nameless{{"dbname", "5"}, {"type", 0}};
+  writeList(path, {newer, row("2", "b", 0), row("3", "c", 0), row("3", "twin", 0), nameless, "damaged"});
+  load();
+
+  // Another process renames "1", removes "2" and adds "4".
+  newer.set("name", "renamed");
+  writeList(path, {newer, row("3", "c", 0), row("3", "twin", 0), row("4", "d", 0), nameless, "damaged"});
+  manager().libraryForDBName("1")->isShared = true;
+  manager().deleteLibraryPlist(manager().libraryForDBName("3"));
+  Array rows = readList(path);
+  ASSERT_EQ(rows.size(), 5u);
+  EXPECT_EQ(*rows[0].find("name"), Value("renamed"));
+  EXPECT_EQ(*rows[0].find("shared"), Value(true));
+  EXPECT_EQ(*rows[0].find("future"), Value("kept"));
+  EXPECT_EQ(*rows[1].find("name"), Value("twin"));
+  EXPECT_EQ(*rows[2].find("dbname"), Value("4"));
+  EXPECT_EQ(rows[3], Value(nameless));
+  EXPECT_EQ(rows[4], Value("damaged"));
+
+  // A record that has lost its name keeps its row, and does not keep the others from being saved.
+  manager().libraryForDBName("1")->name = std::nullopt;
+  manager().libraryForDBName("3")->desc = "twin's";
+  EXPECT_TRUE(manager().saveLibrariesFileWithType(kLibraryTypeLocal));
+  EXPECT_EQ(*readList(path)[0].find("dbname"), Value("1"));
+  EXPECT_EQ(*readList(path)[1].find("desc"), Value("twin's"));
+
+  std::ofstream(path) << "no list";
+  manager().libraryForDBName("1")->name = "a";
+  EXPECT_TRUE(manager().saveLibrariesFileWithType(kLibraryTypeLocal));
+  EXPECT_TRUE(fileExists(path + ".damaged"));
+}
+
+TEST_F(LibraryTest, TwoProcessesThatAddAtOnceLoseNothing) {
+  ASSERT_TRUE(createDirectories(TQVornexUtil::preferenceFolder()));
+  auto addTwenty = [this](const std::string& prefix) {
+    for (int i = 0; i < 20; ++i) {
+      std::string name = prefix + std::to_string(i);
+      LibraryPtr library = TQLibrary::libraryWithDictionary(row(name.c_str(), name.c_str(), i % 2));
+      library->connection->user = TQUser::userWithID("ann", "ann", kUserTypeNetwork, "digest");
+      if (!manager().addLibraries({library})) return false;
+    }
+    return true;
+  };
+  const pid_t other = ::fork();
+  if (other == 0) ::_exit(addTwenty("theirs") ? 0 : 1);
+  EXPECT_TRUE(addTwenty("ours"));
+  int status = -1;
+  ASSERT_EQ(::waitpid(other, &status, 0), other);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(load().size(), 40u);
+  EXPECT_EQ(readDictionaryFile(TQVornexUtil::networkUserPlist())->size(), 20u);
 }
 
 TEST_F(LibraryTest, ALibraryIsCreatedWhole) {

@@ -2,6 +2,7 @@
 #include <fstream>
 
 #include "foundation/Files.h"
+#include "foundation/Json.h"
 #include "foundation/PropertyList.h"
 #include "sdk/ServedLibrary.h"
 
@@ -177,6 +178,67 @@ TEST_F(ProjectTree, NeverLosesATreeThatWasNotLoaded) {
   EXPECT_EQ(readFile(folder_ / "Project/project.plist").value(), "damaged");
 }
 
+TEST_F(ProjectTree, DoesNotOverwriteWhatAnotherProgramChanged) {
+  ProjectPtr root = addRoot("A", "a");
+  ProjectPtr group = addBelow(root, "G", "g");
+  ProjectPtr second = addRoot("B", "b");
+  ASSERT_TRUE(library_->saveProjects());
+  LibraryPtr first = library_;
+  const OptionalString hash = first->projectHashValue;
+  // Another program's copy of the tree.
+  useLibrary(kLibraryTypeLocal);
+  ASSERT_TRUE(std::get<0>(addProject("other")));
+  std::swap(first, library_);
+
+  answer(R"({"items": [], "total": 0})");
+  EXPECT_EQ(codeOf(std::get<1>(addProject("c"))), 10003);
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(root, "h"))), 10003);
+  EXPECT_EQ(renameCode(group, "new"), 10003);
+  EXPECT_EQ(codeOf(std::get<1>(removeGroup(group))), 10003);
+  EXPECT_EQ(codeOf(std::get<1>(removeProject(second))), 10003);
+  EXPECT_FALSE(library_->moveItem(root, 2));
+  EXPECT_FALSE(root->moveItem(group, 0, second));
+  EXPECT_FALSE(library_->saveProjects());
+  EXPECT_THAT(names(library_->projects), ElementsAre("a", "b"));
+  EXPECT_THAT(names(root->childGroups), ElementsAre("g"));
+  EXPECT_EQ(group->parent.lock(), root);
+  EXPECT_EQ(library_->projectHashValue, hash);
+  EXPECT_EQ(file().find("projects")->ifArray()->size(), 3U);
+
+  // Loaded again, the tree can be changed; the other program has now the older copy.
+  answer(writeJson(file()));
+  ASSERT_TRUE(library_->loadProjects(nullptr));
+  EXPECT_TRUE(std::get<0>(addProject("c")));
+  EXPECT_EQ(file().find("projects")->ifArray()->size(), 4U);
+  EXPECT_FALSE(first->saveProjects());
+}
+
+TEST_F(ProjectTree, FindsNodesAsAWalkWouldWhateverChanges) {
+  ProjectPtr a = addRoot("A", "a"), b = addRoot("B", "b");
+  ProjectPtr g = addBelow(a, "G", "g"), inner = addBelow(g, "inner", "i");
+  EXPECT_EQ(library_->projectWithID("inner"), inner);
+  EXPECT_EQ(b->groupWithID("inner"), nullptr);
+  ASSERT_TRUE(a->moveItem(g, 0, b));
+  EXPECT_EQ(a->groupWithID("inner"), nullptr);
+  EXPECT_EQ(b->groupWithID("inner"), inner);
+  g->setDictionary({{"id", "new"}, {"name", "g"}, {"dbname", "db"}, {"type", 1}});
+  EXPECT_EQ(library_->projectWithID("G"), nullptr);
+  EXPECT_EQ(library_->projectWithID("new"), g);
+  // Of equal identifiers a root comes first, then the first of the walk; within a node only its own count.
+  ProjectPtr early = addBelow(a, "twice", "early"), late = addBelow(b, "twice", "late"),
+             likeRoot = addBelow(a, "B", "x");
+  EXPECT_EQ(library_->projectWithID("twice"), early);
+  EXPECT_EQ(b->groupWithID("twice"), late);
+  EXPECT_EQ(library_->projectWithID("B"), b);
+  EXPECT_EQ(a->groupWithID("B"), likeRoot);
+  ASSERT_TRUE(std::get<0>(removeGroup(early)));
+  EXPECT_EQ(library_->projectWithID("twice"), late);
+  EXPECT_EQ(early->groupWithID("twice"), early);
+  ASSERT_TRUE(std::get<0>(await<bool, TQErrorPtr>([&](auto finish) { b->removeGroup(g, finish); })));
+  EXPECT_EQ(library_->projectWithID("inner"), nullptr);
+  EXPECT_EQ(g->groupWithID("inner"), inner);
+}
+
 TEST_F(ProjectTree, ReordersByPositionsBeforeTheMove) {
   struct Case {
     const char* item;
@@ -219,6 +281,16 @@ TEST_F(ProjectTree, MovesGroupsIntoOtherParents) {
   EXPECT_EQ(group->parent.lock(), other);
   EXPECT_TRUE(other->moveItem(group, 0, other));
   EXPECT_THAT(names(other->childGroups), ElementsAre("g", "i"));
+  EXPECT_TRUE(other->moveItem(group, 1, other));
+  EXPECT_THAT(names(other->childGroups), ElementsAre("i", "g"));
+  EXPECT_FALSE(other->moveItem(group, 2, other));
+  ProjectPtr deep = root;
+  for (int level = 1; level <= 254; ++level) deep = addBelow(deep, "L" + std::to_string(level), "n");
+  EXPECT_TRUE(library_->saveProjects());
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(deep, "too deep"))), 10003);
+  EXPECT_FALSE(other->moveItem(group, 0, deep->parent.lock()));
+  root->childGroups.clear();
+  EXPECT_TRUE(library_->saveProjects());
   EXPECT_EQ(file().find("projects")->ifArray()->at(0).find("group"), nullptr);
 }
 

@@ -189,9 +189,9 @@ TEST_F(Search, ReadsAPageAndLinksItsAssets) {
   answer(R"({"items": [
       {"_id": "1", "name": "a", "project": "Q", "group": "G"},
       {"_id": "2", "name": "b", "project": "gone", "group": "G"},
-      {"name": "no identifier"}, 5,
       {"_id": "3", "name": "c", "islivefolder": true, "project": "P"},
-      {"_id": "4", "name": "d", "isfcpxlibrary": true, "project": "gone"}],
+      {"_id": "4", "name": "d", "isfcpxlibrary": true, "project": "gone"},
+      {"name": "no identifier"}, {"_id": "5", "name": "after the end"}],
     "page": 2, "limit": 4, "total": 99, "tag": "12", "elapsed": 0.5,
     "projecthash": "ph", "livefolderhash": "lh", "fcpxlibraryhash": "fh", "version": "9"})");
   TQSearchResponse page =

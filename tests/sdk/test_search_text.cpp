@@ -114,6 +114,9 @@ TEST(Predicate, WritesComparisons) {
   EXPECT_EQ(text("x", kPredicateContains, kPredicateCaseInsensitive | kPredicateDiacriticInsensitive),
             R"(k CONTAINS[cd] "x")");
   EXPECT_EQ(text("x", kPredicateMatches), R"(k MATCHES "x")");
+  EXPECT_EQ(equal("exif.in.2nd", 1)->predicateFormat(), "exif.#in.#2nd == 1");
+  for (const char* unwritable : {"", "a b", "a..b", "trash == 1 OR x", "a\"", "a."})
+    EXPECT_FALSE(equal(unwritable, 1)) << unwritable;
   EXPECT_EQ(text(1, kPredicateLessThanOrEqual), "k <= 1");
   EXPECT_EQ(text(1, kPredicateGreaterThanOrEqual), "k >= 1");
   for (const Value& unwritable :

@@ -99,4 +99,27 @@ TEST_F(UsersTest, LibrariesAreAssignedToUsers) {
   EXPECT_TRUE(library->users().empty());
 }
 
+TEST_F(UsersTest, ArchivesKeepAllButTheName) {
+  auto connection = std::make_shared<TQConnection>();
+  EXPECT_EQ(connection->address, "127.0.0.1");
+  EXPECT_EQ(connection->port, 8080);
+  connection->user = TQUser::userWithID("rev", "Ada", kUserTypeReviewer, "900150983CD24FB0D6963F7D28E17F72");
+  connection->user->libraries.set("db1", "Films");
+  connection->address = "192.168.0.7";
+  connection->port = 38317;
+  std::string golden = readFile(VORNEX_GOLDEN "/connection.archive").value();
+  for (const Data& bytes :
+       {KeyedArchiver::archivedData(connection).value(), Data(golden.begin(), golden.end())}) {
+    auto copy = KeyedUnarchiver::unarchivedObject<TQConnection>(bytes);
+    ASSERT_TRUE(copy && copy->user);
+    EXPECT_EQ(copy->address, connection->address);
+    EXPECT_EQ(copy->port, connection->port);
+    EXPECT_EQ(copy->user->id, connection->user->id);
+    EXPECT_EQ(copy->user->userType, kUserTypeReviewer);
+    EXPECT_EQ(copy->user->password, connection->user->password);
+    EXPECT_EQ(copy->user->libraries, connection->user->libraries);
+    EXPECT_EQ(copy->user->name, std::nullopt);
+  }
+}
+
 }  // namespace

@@ -10,10 +10,15 @@ Response checkLogin(const Context&, const Call&, const Request&);
 Response login(const Context&, const Call&, const Request&);
 Response logout(const Context&, const Call&, const Request&);
 
-// Libraries and their trees (LibraryHandlers.cpp)
+// Libraries (LibraryHandlers.cpp)
 Response listLibraries(const Context&, const Call&, const Request&);
 Response getLibrary(const Context&, const Call&, const Request&);
+
+// The tree of projects and groups (ProjectHandlers.cpp)
 Response getProjects(const Context&, const Call&, const Request&);
+Response createProject(const Context&, const Call&, const Request&);
+Response updateProject(const Context&, const Call&, const Request&);
+Response moveProject(const Context&, const Call&, const Request&);
 
 // Assets (AssetHandlers.cpp)
 Response createAssets(const Context&, const Call&, const Request&);

@@ -90,11 +90,4 @@ Response getLibrary(const Context& context, const Call& call, const Request&) {
   return jsonReply(Dictionary{{"items", Array{currentRecord(*library)}}});
 }
 
-Response getProjects(const Context& context, const Call& call, const Request&) {
-  auto library = libraryFor(context, call, Right::read);
-  if (!library) return errorReply(library.error());
-  auto tree = library->trees->projects.tree();
-  return tree ? jsonReply(std::move(*tree)) : errorReply(tree.error());
-}
-
 }  // namespace vornex::server

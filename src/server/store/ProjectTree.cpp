@@ -1,12 +1,16 @@
 #include "server/store/ProjectTree.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 
 #include "core/StorageLayout.h"
+#include "foundation/FileLock.h"
+#include "foundation/Json.h"
 #include "foundation/PropertyList.h"
+#include "foundation/Text.h"
+#include "server/ServerError.h"
+#include "server/store/ProjectEdits.h"
 
 namespace vornex::server {
 
@@ -47,44 +51,73 @@ static Result<Value> nodes(const Value* list, const std::string& path) {
   return result;
 }
 
-static Result<Dictionary> readTree(const std::string& path) {
-  Result<Dictionary> file = readDictionaryFile(path);
-  if (!file) return file;
-  const Value* hash = file->find("hash");
-  Result<Value> projects = nodes(file->find("projects"), path);
+static Result<Dictionary> treeIn(const Dictionary& content, const std::string& path) {
+  const Value* hash = content.find("hash");
+  Result<Value> projects = nodes(content.find("projects"), path);
   if (!projects) return tl::unexpected(projects.error());
   return Dictionary{{"hash", hash && hash->ifString() ? *hash : Value("")},
                     {"projects", std::move(*projects)}};
 }
 
-ProjectTree::ProjectTree(const std::string& packageFolder) : path_(layout::projectPlist(packageFolder)) {}
-
-Result<std::optional<ProjectTree::Stamp>> ProjectTree::stamp() const {
-  struct stat status {};
-  if (::stat(path_.c_str(), &status) == 0) {
-    std::int64_t nanoseconds = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
-    return Stamp{status.st_ino, status.st_size, nanoseconds};
-  }
-  if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
-  return posixFailure(errno, "cannot read " + path_);
+/// An empty list when there is no file.
+static Result<Dictionary> readContent(const std::string& path, const FileStamp& stamp) {
+  if (!stamp.exists()) return Dictionary{{"projects", Array()}};
+  return readDictionaryFile(path);
 }
 
-Result<Dictionary> ProjectTree::tree() {
+ProjectTree::ProjectTree(const std::string& packageFolder) : path_(layout::projectPlist(packageFolder)) {}
+
+Result<std::shared_ptr<const std::string>> ProjectTree::json() {
   std::lock_guard lock(mutex_);
-  // Taken before reading: a change in between only makes the file be read once more.
-  Result<std::optional<Stamp>> now = stamp();
+  Result<FileStamp> now = fileStamp(path_);
   if (!now) return tl::unexpected(now.error());
-  if (!*now) {
-    known_.reset();
-    return Dictionary{{"hash", ""}, {"projects", Array()}};
-  }
-  if (known_ == *now) return tree_;
-  known_.reset();
-  Result<Dictionary> read = readTree(path_);
-  if (!read) return read;
+  if (json_ && known_ == *now) return json_;
+  json_.reset();
+  Result<Dictionary> content = readContent(path_, *now);
+  if (!content) return tl::unexpected(content.error());
+  Result<Dictionary> tree = treeIn(*content, path_);
+  if (!tree) return tl::unexpected(tree.error());
+  json_ = std::make_shared<const std::string>(writeJson(*tree));
   known_ = *now;
-  tree_ = *read;
-  return read;
+  return json_;
+}
+
+Result<ProjectTree::Change> ProjectTree::change(
+    const std::function<Result<std::string>(Dictionary& content)>& edit) {
+  Result<FileLock> lock = FileLock::acquire(path_);
+  if (!lock && lock.error().code == ETIMEDOUT)
+    return serverFailure(StatusCode::timedOut, "Another program keeps changing the projects.");
+  if (!lock) return tl::unexpected(lock.error());
+  Result<FileStamp> stamp = fileStamp(path_);
+  if (!stamp) return tl::unexpected(stamp.error());
+  Result<Dictionary> content = readContent(path_, *stamp);
+  if (!content) return tl::unexpected(content.error());
+  // What cannot be read is not written either.
+  if (Result<Dictionary> tree = treeIn(*content, path_); !tree) return tl::unexpected(tree.error());
+  Result<std::string> id = edit(*content);
+  if (!id) return tl::unexpected(id.error());
+  std::string hash = md5Hex(makeUUID());
+  content->set("hash", hash);
+  Result<void> written = writePropertyListFile(path_, *content);
+  if (!written) return tl::unexpected(written.error());
+  return Change{std::move(*id), std::move(hash)};
+}
+
+Result<ProjectTree::Change> ProjectTree::create(const std::string& name, const std::string& parentID,
+                                                const std::string& dbName) {
+  return change([&](Dictionary& content) { return projects::create(content, name, parentID, dbName); });
+}
+
+Result<ProjectTree::Change> ProjectTree::rename(const std::string& id, const std::string& name) {
+  return change(
+      [&](Dictionary& content) { return projects::rename(content, id, name).map([&] { return id; }); });
+}
+
+Result<ProjectTree::Change> ProjectTree::move(const std::string& id, const std::string& parentID,
+                                              std::int64_t toIndex) {
+  return change([&](Dictionary& content) {
+    return projects::move(content, id, parentID, toIndex).map([&] { return id; });
+  });
 }
 
 }  // namespace vornex::server

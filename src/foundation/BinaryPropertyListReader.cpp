@@ -1,10 +1,10 @@
-#include "foundation/BinaryPropertyList.h"
-
 #include <unicode/unistr.h>
 
 #include <bit>
 #include <cmath>
 #include <limits>
+
+#include "foundation/BinaryPropertyList.h"
 
 namespace vornex {
 

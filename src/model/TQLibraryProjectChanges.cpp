@@ -1,0 +1,170 @@
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQProject.h>
+#include <vornex/TQSearchManager.h>
+#include <vornex/TQUser.h>
+#include <vornex/TQVornexUtil.h>
+
+#include "core/Coercion.h"
+#include "model/ProjectTree.h"
+
+namespace vornex {
+
+TQErrorPtr TQLibrary::projectsNotSaved() const {
+  logLine(LogLevel::error, "Can't save project file : " + packageFolder.value_or(""));
+  return tree::error(10003, "project.error.cannot.save");
+}
+
+static Value treeChangeBody(const Dictionary& item) {
+  return Dictionary{{"items", Array{item}}};
+}
+
+OptionalString TQLibrary::takeTreeChange(const Value& response, TQErrorPtr& error) {
+  if (error) return std::nullopt;
+  OptionalString id = coerce::string(response.find("id"));
+  if (!id) error = tree::error(10004, "response.error.invalid");
+  OptionalString hash = coerce::string(response.find("hash"));
+  if (id && hash) projectHashValue = hash;
+  return id;
+}
+
+OptionalString TQLibrary::sendTreeChange(const std::string& operation, const Dictionary& item,
+                                         TQErrorPtr& error) {
+  if (!connection || !connection->user) {
+    error = tree::error(10000, "request.error.param.nil");
+    return std::nullopt;
+  }
+  const UserPtr user = connection->user;
+  Value response = TQVornexUtil::syncRequestURL(serverURL("/projects/" + operation), user->id, user->password,
+                                                "POST", treeChangeBody(item), &error);
+  return takeTreeChange(response, error);
+}
+
+void TQLibrary::sendTreeChange(const std::string& operation, const Dictionary& item,
+                               std::function<void(OptionalString id, TQErrorPtr error)> completion) {
+  if (!connection || !connection->user)
+    return completion(std::nullopt, tree::error(10000, "request.error.param.nil"));
+  const UserPtr user = connection->user;
+  TQVornexUtil::requestURL(
+      serverURL("/projects/" + operation), user->id, user->password, "POST", treeChangeBody(item),
+      [self = shared_from_this(), completion = std::move(completion)](Value response, TQErrorPtr error) {
+        OptionalString id = self->takeTreeChange(response, error);
+        completion(id, error);
+      });
+}
+
+bool TQLibrary::confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex) {
+  if (libraryType == kLibraryTypeLocal) return true;
+  Dictionary change = {
+      {"id", item.id}, {"parentid", parentID}, {"toindex", toIndex}, {"type", item.projectType}};
+  TQErrorPtr error;
+  return sendTreeChange("move", change, error).has_value();
+}
+
+bool TQLibrary::saveMove() {
+  if (libraryType != kLibraryTypeLocal) return true;
+  SaveResult result = saveTree();
+  if (result == SaveResult::notSaved) projectsNotSaved();
+  return result != SaveResult::overtaken;
+}
+
+bool TQLibrary::moveItem(const ProjectPtr& item, std::int64_t toIndex) {
+  std::int64_t from = indexOfProject(item);
+  if (from < 0 || !tree::isInsertionIndex(projects, toIndex)) return false;
+  if (!confirmMove(*item, item->parentID(), toIndex)) return false;
+  ProjectList before = projects;
+  tree::reorder(projects, from, toIndex);
+  if (saveMove()) return true;
+  projects = before;
+  return false;
+}
+
+void TQLibrary::adoptProject(const ProjectPtr& project) {
+  project->library = weak_from_this();
+  project->rootProject = project;
+  projects.push_back(project);
+}
+
+void TQLibrary::addProject(OptionalString newName,
+                           std::function<void(ProjectPtr project, TQErrorPtr error)> completion) {
+  GlobalQueue::shared().async(
+      [self = shared_from_this(), newName = std::move(newName), completion = std::move(completion)] {
+        if (!newName) {
+          logLine(LogLevel::error, "Library not found: " + self->dbName.value_or(""));
+          return completion(nullptr, tree::error(10000, "request.error.param.nil"));
+        }
+        if (self->libraryType == kLibraryTypeNetwork) return self->addNetworkProject(*newName, completion);
+        TQErrorPtr error;
+        ProjectPtr project = self->addLocalProject(*newName, error);
+        completion(project, error);
+      });
+}
+
+void TQLibrary::addNetworkProject(
+    const std::string& newName, const std::function<void(ProjectPtr project, TQErrorPtr error)>& completion) {
+  Dictionary item = {{"name", newName}, {"parentid", ""}, {"type", kProjectTypeProject}};
+  sendTreeChange(
+      "create", item, [self = shared_from_this(), newName, completion](OptionalString id, TQErrorPtr error) {
+        if (!id) return completion(nullptr, error);
+        ProjectPtr project = TQProject::projectWithID(id, newName, self->dbName, kProjectTypeProject);
+        if (project) self->adoptProject(project);
+        completion(project, nullptr);
+      });
+}
+
+ProjectPtr TQLibrary::addLocalProject(const std::string& newName, TQErrorPtr& error) {
+  if (!readProjectFile()) {
+    error = projectsNotSaved();
+    return nullptr;
+  }
+  if (isExistNameInProjects(newName)) {
+    logLine(LogLevel::warning, "Already exist project name : " + newName);
+    error = tree::error(10002, "project.message.exist");
+    return nullptr;
+  }
+  ProjectPtr project = TQProject::projectWithName(newName, dbName, kProjectTypeProject);
+  if (!project) {
+    error = tree::error(10000, "request.error.param.nil");
+    return nullptr;
+  }
+  adoptProject(project);
+  if (saveProjects()) return project;
+  projects.pop_back();
+  error = projectsNotSaved();
+  return nullptr;
+}
+
+void TQLibrary::removeProject(ProjectPtr project, Completion completion) {
+  GlobalQueue::shared().async(
+      [self = shared_from_this(), project = std::move(project), completion = std::move(completion)] {
+        TQErrorPtr error = self->removeLocalProject(project);
+        completion(!error, error);
+      });
+}
+
+TQErrorPtr TQLibrary::removeLocalProject(const ProjectPtr& project) {
+  if (!project || !project->id) return tree::error(10000, "request.error.param.nil");
+  if (libraryType == kLibraryTypeNetwork) {
+    logLine(LogLevel::warning, "Library is network: " + name.value_or(""));
+    return tree::error(10005, "library.error.no.authority.network");
+  }
+  if (!readProjectFile()) return projectsNotSaved();
+  TQSearchManager& manager = TQSearchManager::sharedManager();
+  PredicatePtr inside = TQPredicate::andPredicateWithSubpredicates(
+      {manager.createPredicateWithKey("project", project->id), manager.createQueryWithTrash(false)});
+  TQSearchResponse found = manager.searchAssetWithLibrary(shared_from_this(), inside, 0, 1, 0);
+  // Without an answer nobody knows what the project holds.
+  if (found.error) return found.error;
+  if (found.totalCount > 0 || !found.result.empty()) return tree::error(10004, "project.error.item.exist");
+  std::int64_t index = indexOfProject(project);
+  if (index < 0) return tree::error(10000, "request.error.param.nil");
+  ProjectPtr removed = projects[static_cast<std::size_t>(index)];
+  projects.erase(projects.begin() + index);
+  if (saveProjects()) return nullptr;
+  projects.insert(projects.begin() + index, removed);
+  return projectsNotSaved();
+}
+
+}  // namespace vornex
