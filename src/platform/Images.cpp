@@ -203,6 +203,7 @@ static int degreesOf(int orientation) {
 static Result<Image> loadRawPreview(const std::string& path, int maxWidth, int maxHeight) {
   auto preview = rawPreview(path);
   if (!preview) return tl::unexpected(preview.error());
+  if (auto checked = checkImageBytes(preview->jpeg); !checked) return tl::unexpected(checked.error());
   auto ownOrientation = catchingVips(path, [&] {
     return vips_image_get_orientation(
         VImage::new_from_buffer(preview->jpeg.data(), preview->jpeg.size(), "").get_image());
