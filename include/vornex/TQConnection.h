@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/AtomicPtr.h>
 #include <vornex/KeyedArchive.h>
 #include <vornex/Types.h>
 
@@ -7,7 +8,8 @@ namespace vornex {
 
 /// Where the server of a library is reached, and as whom.
 ///
-/// Thread-safety: none of its own; a library's connection is changed by whoever changes the library.
+/// Thread-safety: the user may be replaced at any time, and is never changed; the rest is changed by whoever
+/// changes the library.
 class TQConnection : public Archivable {
  public:
   /// Address "127.0.0.1", port 8080, no user.
@@ -22,7 +24,7 @@ class TQConnection : public Archivable {
 
   OptionalString address = "127.0.0.1";
   std::int64_t port = 8080;
-  UserPtr user;
+  AtomicPtr<TQUser> user;
 };
 
 }  // namespace vornex

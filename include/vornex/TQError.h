@@ -16,6 +16,9 @@ using TQErrorPtr = std::shared_ptr<const TQError>;
 /// The key of the human-readable message in an error's userInfo.
 inline constexpr const char* kLocalizedDescriptionKey = "NSLocalizedDescription";
 
+/// The key of what caused the error, in the words of whoever failed; only where an operation says so.
+inline constexpr const char* kLocalizedFailureReasonKey = "NSLocalizedFailureReason";
+
 /// The domain of every error that the SDK raises itself.
 inline constexpr const char* kVornexErrorDomain = "VORNEX SDK";
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/TQWorkflowItem.h>
 #include <vornex/Types.h>
 
 #include <mutex>
@@ -8,6 +9,7 @@
 namespace vornex {
 
 class TQCopyInterface;
+class TQWorkflowEngineInterface;
 
 /// Owner of the list of known libraries; the entry point of the SDK.
 ///
@@ -15,7 +17,11 @@ class TQCopyInterface;
 /// enter repeatedly; lookups read a published snapshot and never wait for a writer.
 class TQLibraryManager {
  public:
+  /// Called, on a worker thread, before the database of a library is copied.
   using SyncHandler = std::function<void(LibraryPtr library, bool syncing)>;
+  /// How many bytes of a database are copied, of how many; called while it is, on a worker thread. May be
+  /// empty.
+  using DatabaseProgress = std::function<void(std::int64_t done, std::int64_t total)>;
 
   /// Made on first use, with the preference folders; lives until the process ends. The list is empty until
   /// loadAllLibraries.
@@ -81,7 +87,8 @@ class TQLibraryManager {
   // Life cycle (TQLibraryManagerLifecycle.cpp)
 
   /// Makes the package folder, the library's files and its database, and adds the library to the list. The
-  /// folder that is to contain the package folder must exist, or lie in a bookmarked one. Called back on a
+  /// folder that is to contain the package folder must exist, or lie in a bookmarked one. Only what this call
+  /// made is removed when it fails. Called back on a
   /// worker thread. Errors: 10000 a missing argument, 10001 a network library or a relative path, 10002 the
   /// package folder exists or the database name is known, 10003 a file could not be written, 10010 the
   /// package folder could not be made, 10011 and 10012 no access to the folder above it, a "posix" error when
@@ -89,19 +96,67 @@ class TQLibraryManager {
   /// fails, nothing stays behind. False without an error: another computer's lock file.
   void createLibrary(LibraryPtr library, Completion completion);
 
-  /// Takes a library out of the list. With allDelete its database and its package folder are removed first.
-  /// Without it, a network library's credentials are forgotten; a local library must have lost its package
-  /// folder. Called back on a worker thread, or on the caller's when nothing but the list changes. Errors:
-  /// 10000 no library, or a package folder that is still there without allDelete; a "posix" error when the
-  /// package folder cannot be removed; or the service's error. False without an error: the list cannot be
-  /// saved.
-  void deleteLibrary(LibraryPtr library, bool allDelete, SyncHandler syncHandler, Completion completion);
+  /// Brings an existing package folder, which may have been moved or come from another computer, into the
+  /// list. Without a working database, or when forced, the packaged one is restored; a working one that is
+  /// there is kept all the same. Called back on a worker thread. Nothing of an import that fails stays, and
+  /// the package is left as it was. Errors: 10001 a relative path, or a "library.plist" of something else
+  /// than a local library; 10002 the database name is in the list; 10003 a file could not be written; 10011
+  /// and 10012 no access to the folder; 10019 with a reason, the database could not be restored; 10020
+  /// another computer's lock file; 10022 a package of a newer version; 10023 lock files could not be removed;
+  /// one of domain "posix" or "plist" when "library.plist" cannot be read; or the service's. False without an
+  /// error: there is no library in the folder.
+  void importLibraryWithPackageFolder(std::string packageFolder, bool forceSyncingDB, SyncHandler syncHandler,
+                                      Completion completionHandler, DatabaseProgress progress = {});
+  /// The end of an import: adds the record to the list, without looking for another one of its database name,
+  /// and saves the list and "library.plist". Called back on the caller's thread: the library, or null and
+  /// error 10003; then it is still in the list.
+  void importLibrary(LibraryPtr library,
+                     std::function<void(LibraryPtr library, TQErrorPtr error)> completion);
+
+  /// Takes a library out of the list. Called back on a worker thread, or on the caller's when nothing but the
+  /// list changes.
+  ///
+  /// Without allDelete, a local library's database is backed up into its package folder first, with which it
+  /// can be imported again; of a library whose package folder is gone, and of a network library, which has
+  /// its credentials forgotten, only the list changes. With allDelete, the database and the package folder of
+  /// a local library are removed; a folder that holds something else than this library is refused.
+  ///
+  /// Errors: 10000 no library, or, with a reason, the backup failed; 10001 the folder is not this library's;
+  /// a "posix" error when something cannot be removed; or the service's error. False without an error: the
+  /// list cannot be saved. A deletion that fails or is cut short can be repeated.
+  void deleteLibrary(LibraryPtr library, bool allDelete, SyncHandler syncHandler, Completion completion,
+                     DatabaseProgress progress = {});
+
+  // Databases (TQLibraryManagerDatabase.cpp). At every instant, whatever is killed, one whole copy of the
+  // database exists, and the next operation puts right what was left. Called back on a worker thread; an
+  // error tells the cause, of domain "posix" or the service's. Operations on several databases wait for one
+  // another.
+
+  /// Copies a local library's database into its package folder, consistent even while it is in use.
+  void backupDatabaseWithLibrary(LibraryPtr library, Completion completion, DatabaseProgress progress = {});
+  /// Copies the packaged database to the place of the working one if there is none; else succeeds and copies
+  /// nothing.
+  void restoreDatabaseWithLibrary(LibraryPtr library, Completion completion, DatabaseProgress progress = {});
+  /// Puts a copy of the packaged database in the place of the working one: what was changed since the backup
+  /// is gone. The service must know the library. When it cannot open the packaged database, the working one
+  /// stays.
+  void replaceDatabaseWithLibrary(LibraryPtr library, Completion completion, DatabaseProgress progress = {});
 
   /// Whether any computer's lock file is in the package folder; false when there is no library in it.
   bool alreadyUsingLibraryWithPackageFolder(const std::string& packageFolder) const;
 
   /// The process's copy service.
   TQCopyInterface& copyInterface();
+
+  // Workflows (TQLibraryManagerWorkflows.cpp)
+
+  TQWorkflowEngineInterface& workflowEngineInterface();
+  /// The engine's job of the type, with its asset where the library and the asset are known. Without a job,
+  /// an item that has only its action. Null for type -1. Blocks until the engine and the server have
+  /// answered.
+  WorkflowAssetItemPtr currentWorkflowItemWithType(std::int64_t jobType);
+  /// "copy", "upload", "lowres transcoding", "highres transcoding" for 0, 1, 3, 4; else "unknown".
+  static std::string actionStringWithJobType(std::int64_t jobType);
 
  private:
   TQLibraryManager();

@@ -9,7 +9,8 @@ namespace vornex {
 
 /// A person known to a server, with the libraries assigned to that person.
 ///
-/// Thread-safety: none; the users list is guarded by TQUserManager.
+/// Thread-safety: the operations that change a user hold the monitor of TQUserManager's list, and so does
+/// writing "users.plist". Who sets a field by hand does so while no other thread uses the user.
 class TQUser : public Archivable {
  public:
   /// Stores the values unchanged: nothing is hashed.

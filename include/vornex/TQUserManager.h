@@ -9,8 +9,7 @@ namespace vornex {
 /// The users of the local libraries, kept in "users.plist", and the local account.
 ///
 /// Thread-safety: safe on any thread. Operations that change the list hold its monitor, which one thread may
-/// enter repeatedly; lookups read a published snapshot and never wait for a writer. The users themselves are
-/// changed by whoever holds them, one thread at a time.
+/// enter repeatedly; lookups read a published snapshot and never wait for a writer.
 class TQUserManager {
  public:
   /// Made on first use; lives until the process ends. The list is empty until loadUsers.
@@ -22,7 +21,8 @@ class TQUserManager {
   void loadUsers(std::function<void(std::vector<UserPtr> users)> completion);
 
   /// Writes every user but the local owner, atomically, and has the service, if there is a connection to it,
-  /// read the file again.
+  /// read the file again. What other processes have added, changed or removed meanwhile stays as they left
+  /// it, unless this one has changed the same; the list learns of it when it is loaded again.
   bool saveUsersFile();
 
   bool findUserID(const std::string& id) const;
@@ -52,6 +52,9 @@ class TQUserManager {
  private:
   TQUserManager();
   ~TQUserManager() = delete;
+  /// Runs a change of users while the list's monitor is held.
+  void changeUsers(const std::function<void()>& change);
+  friend class TQUser;
   struct State;
   const std::unique_ptr<State> state_;
 };

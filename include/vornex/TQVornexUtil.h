@@ -123,7 +123,8 @@ class TQVornexUtil {
   static std::int64_t integerValueFromObject(const Value* object);
   static std::int64_t longlongValueFromObject(const Value* object);
   static double doubleValueFromObject(const Value* object);
-  /// A non-zero number, or a string that begins with Y, y, T, t or a non-zero digit.
+  /// A non-zero number, or a string that begins with Y, y, T, t or a non-zero digit; blanks, a sign and zeros
+  /// may stand before the digit.
   static bool boolValueFromObject(const Value* object);
 
   /// 17 digits yyyyMMddHHmmssSSS, UTC. An absent date is now; 0 on failure.

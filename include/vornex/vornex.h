@@ -1,6 +1,7 @@
 #pragma once
 
 // The whole SDK.
+#include <vornex/AtomicPtr.h>
 #include <vornex/KeyedArchive.h>
 #include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>
@@ -23,6 +24,8 @@
 #include <vornex/TQUser.h>
 #include <vornex/TQUserManager.h>
 #include <vornex/TQVornexUtil.h>
+#include <vornex/TQWorkflowEngineInterface.h>
+#include <vornex/TQWorkflowItem.h>
 #include <vornex/Types.h>
 #include <vornex/Value.h>
 #include <vornex/VornexSDK.h>

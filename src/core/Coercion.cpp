@@ -47,6 +47,14 @@ double realFromText(std::string_view text) {
   return std::isinf(number) ? std::copysign(RealLimits::max(), number) : number;
 }
 
+bool booleanFromText(std::string_view text) {
+  text = numericText(text);
+  if (!text.empty() && std::string_view("YyTt").find(text[0]) != std::string_view::npos) return true;
+  if (isNegative(text)) text.remove_prefix(1);
+  std::size_t digit = text.find_first_not_of('0');
+  return digit != std::string_view::npos && text[digit] >= '1' && text[digit] <= '9';
+}
+
 std::int64_t integerFromReal(double number) {
   if (std::isnan(number)) return 0;
   if (number >= 0x1p63) return IntegerLimits::max();
@@ -93,8 +101,7 @@ bool boolean(const Value* object) {
   if (object->ifUnsigned()) return true;
   if (const double* number = object->ifReal()) return *number != 0;
   const std::string* text = object->ifString();
-  return text && !text->empty() &&
-         std::string_view("YyTt123456789").find(text->front()) != std::string_view::npos;
+  return text && booleanFromText(*text);
 }
 
 }  // namespace vornex::coerce

@@ -19,7 +19,8 @@ Array array(const Value* object);
 std::int64_t integer(const Value* object);
 /// As integer(); -1.0 as fallback. The decimal sign is the point in every locale.
 double real(const Value* object);
-/// A true boolean, a non-zero number, or a string that begins with Y, y, T, t or a non-zero digit.
+/// A true boolean, a non-zero number, or a string that begins with Y, y, T, t or a non-zero digit; blanks, a
+/// sign and zeros may stand before the digit.
 bool boolean(const Value* object);
 
 }  // namespace vornex::coerce

@@ -10,12 +10,12 @@ namespace vornex {
 namespace {
 
 /// One row's identity: its name, and how many rows of that name stand before it. Empty without a name.
-std::vector<std::string> identities(const Array& rows) {
+std::vector<std::string> identities(std::string_view key, const Array& rows) {
   std::vector<std::string> result;
   result.reserve(rows.size());
   std::unordered_map<std::string, std::size_t> seen;
   for (const Value& row : rows) {
-    OptionalString name = coerce::string(row.find("dbname"));
+    OptionalString name = coerce::string(row.find(key));
     result.push_back(name ? std::to_string(seen[*name]++) + ' ' + *name : "");
   }
   return result;
@@ -49,11 +49,11 @@ Dictionary changedRow(const Dictionary* file, const Dictionary* base, const Dict
 
 }  // namespace
 
-Array mergedRows(const Array& file, const Array& base, const Array& ours) {
-  const std::vector<std::string> fileNames = identities(file);
-  const std::vector<std::string> ourNames = identities(ours);
+Array mergedRows(std::string_view key, const Array& file, const Array& base, const Array& ours) {
+  const std::vector<std::string> fileNames = identities(key, file);
+  const std::vector<std::string> ourNames = identities(key, ours);
   const RowsByIdentity inFile = indexed(file, fileNames);
-  const RowsByIdentity inBase = indexed(base, identities(base));
+  const RowsByIdentity inBase = indexed(base, identities(key, base));
   const RowsByIdentity inOurs = indexed(ours, ourNames);
 
   Array result;

@@ -2,6 +2,7 @@
 
 #include <vornex/TQCopyInterface.h>
 #include <vornex/TQLibraryManager.h>
+#include <vornex/TQWorkflowEngineInterface.h>
 
 #include <array>
 #include <memory>
@@ -13,6 +14,9 @@
 #include "library/Published.h"
 
 namespace vornex {
+
+/// The "version" of a library whose database lives in the shared database folder.
+inline constexpr const char* kSharedDatabaseVersion = "1.1";
 
 /// A list of libraries in its order, with the first library of each database name.
 struct LibraryList {
@@ -33,6 +37,7 @@ struct TQLibraryManager::State {
   std::mutex networkUsersMutex;
   Dictionary networkUsers;
   TQCopyInterface copyInterface;
+  TQWorkflowEngineInterface workflowEngineInterface;
 
   // These need the monitor.
 

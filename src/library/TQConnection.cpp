@@ -12,7 +12,7 @@ std::string TQConnection::archivedClassName() const {
 void TQConnection::encodeWithCoder(KeyedArchiver& coder) const {
   coder.encodeValue("address", address);
   coder.encodeInteger("port", port);
-  coder.encodeObject("user", user);
+  coder.encodeObject("user", user.load());
 }
 
 void TQConnection::initWithCoder(KeyedUnarchiver& coder) {

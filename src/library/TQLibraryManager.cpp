@@ -25,8 +25,6 @@
 namespace vornex {
 namespace {
 
-constexpr const char* kSharedDatabaseVersion = "1.1";
-
 UserPtr localUser() {
   return TQUser::userWithID(kTQLocalUserID, kTQLocalUserID, kUserTypeLocalOwner,
                             TQUserManager::sharedManager().localPasswordMD5());
@@ -254,7 +252,7 @@ bool TQLibraryManager::writeList(std::int64_t type) {
   const std::string path = listPath(type);
   const bool isNew = !itemExists(path);
   auto written = changeDictionaryFile(path, [&](Dictionary& file) {
-    file.set(kRows, mergedRows(coerce::array(file.find(kRows)), isNew ? Array() : saved, rows));
+    file.set(kRows, mergedRows("dbname", coerce::array(file.find(kRows)), isNew ? Array() : saved, rows));
   });
   if (!written) {
     logLine(LogLevel::error, written.error().message);
@@ -297,9 +295,9 @@ void TQLibraryManager::updateLocalPassword() {
   std::lock_guard lock(state_->monitor);
   UserPtr current = localUser();
   for (const LibraryPtr& library : localLibraries()) {
-    // A connection that is right already is left alone: requests may be reading it.
-    UserPtr& user = library->connection->user;
-    if (!user || user->id != current->id || user->password != current->password) user = localUser();
+    UserPtr user = library->connection->user;
+    if (!user || user->id != current->id || user->password != current->password)
+      library->connection->user = current;
   }
 }
 

@@ -1,33 +1,31 @@
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <vornex/Log.h>
 #include <vornex/Queue.h>
-#include <vornex/TQBookmarkUtil.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQVornexUtil.h>
+#include <vornex/TQWorkflowEngineInterface.h>
 
+#include <cerrno>
 #include <filesystem>
 
+#include "core/Coercion.h"
+#include "core/DatabaseFolder.h"
 #include "core/SdkError.h"
 #include "core/StatusCode.h"
 #include "foundation/Files.h"
+#include "foundation/PropertyList.h"
+#include "library/AskService.h"
+#include "library/DatabaseCopies.h"
+#include "library/LibraryErrors.h"
 #include "library/ManagerState.h"
 #include "model/LockFiles.h"
-#include "service/TQVornexService.h"
 
 namespace vornex {
 namespace {
 
 namespace fs = std::filesystem;
-
-TQErrorPtr sdkError(std::int64_t code, const char* key) {
-  return TQVornexUtil::errorWithCode(code, LocalizedString(key));
-}
-
-TQErrorPtr noService() {
-  return TQVornexUtil::errorWithCode(static_cast<std::int64_t>(StatusCode::cannotConnectToHost),
-                                     "the service does not run", kServerErrorDomain);
-}
 
 void logPlace(const LibraryPtr& library) {
   logLine(LogLevel::error, fmt::format("createLibrary, packageFolder={}, library={}",
@@ -39,37 +37,24 @@ void logPlace(const LibraryPtr& library) {
 TQErrorPtr checkNewLibrary(const LibraryPtr& library) {
   if (!library || !library->packageFolder || !library->connection) {
     logPlace(library);
-    return sdkError(10000, "request.error.param.nil");
+    return libraryError(10000, "request.error.param.nil");
   }
   if (library->libraryType == kLibraryTypeNetwork) {
     logLine(LogLevel::error, "Library is network: " + library->name.value_or("(null)"));
-    return sdkError(10001, "request.error.param.invalid");
+    return libraryError(10001, "request.error.param.invalid");
   }
   if (!library->packageFolder->starts_with('/')) {
     logPlace(library);
-    return sdkError(10001, "request.error.param.invalid");
+    return libraryError(10001, "request.error.param.invalid");
   }
   if (itemExists(*library->packageFolder)) {
     logPlace(library);
-    return sdkError(10002, "library.message.exist");
+    return libraryError(10002, "library.message.exist");
   }
   // Undoing a failure removes by database name, so it must not be another library's.
-  if (TQLibraryManager::sharedManager().findLibrary(library)) {
+  if (TQLibraryManager::sharedManager().findLibrary(library) || DatabaseCopies(*library).hasWorking()) {
     logLine(LogLevel::error, "Already exist library: " + library->dbName.value_or("(null)"));
-    return sdkError(10002, "library.message.path.exist");
-  }
-  return nullptr;
-}
-
-TQErrorPtr bookmarkFolderOf(const std::string& packageFolder) {
-  TQBookmarkUtil& bookmarks = TQBookmarkUtil::sharedInstance();
-  if (!bookmarks.addBookmarkWithFilePath(deletingLastPathComponent(packageFolder))) {
-    logLine(LogLevel::error, "Can't create bookmark url: " + packageFolder);
-    return sdkError(10011, "bookmark.error.cannot.create.url");
-  }
-  if (!bookmarks.saveBookmarks()) {
-    logLine(LogLevel::error, "Can't save bookmarks");
-    return sdkError(10012, "bookmark.error.cannot.save");
+    return libraryError(10002, "library.message.path.exist");
   }
   return nullptr;
 }
@@ -84,13 +69,18 @@ TQErrorPtr createFoldersAndRecord(const LibraryPtr& library) {
   }
   if (library->writeToFile()) return nullptr;
   logLine(LogLevel::error, "createLibrary, Can't writeToFile Library");
-  return sdkError(10003, "library.error.cannot.save");
+  return libraryError(10003, "library.error.cannot.save");
 }
 
-// Null on success.
+// Null on success. The record goes last: a removal that was cut short can be repeated.
 TQErrorPtr removePackageFolder(const std::string& folder) {
+  const std::string record = *TQVornexUtil::libraryPlistWithPackageFolder(folder);
   std::error_code error;
-  fs::remove_all(folder, error);
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    if (entry->path() != record) fs::remove_all(entry->path(), error);
+    if (error) break;
+  }
+  if (!error) fs::remove_all(folder, error);
   if (!error) return nullptr;
   logLine(LogLevel::error, fmt::format("deleteLibrary, Can't removeFile : {}", folder));
   return makeSdkError(posixFailure(error.value(), "removing " + folder).value());
@@ -98,42 +88,93 @@ TQErrorPtr removePackageFolder(const std::string& folder) {
 
 // The package folder with everything in it that is there before the service knows the library.
 TQErrorPtr createPackage(const LibraryPtr& library) {
-  if (!TQVornexUtil::createPackageFolder(library->packageFolder, std::nullopt)) {
+  const std::string& folder = *library->packageFolder;
+  auto parent = createDirectories(deletingLastPathComponent(folder));
+  // Who makes the folder is who may remove it.
+  if (!parent || ::mkdir(folder.c_str(), 0755) != 0) {
+    const bool exists = parent && errno == EEXIST;
     logPlace(library);
-    return sdkError(10010, "library.error.create");
+    return exists ? libraryError(10002, "library.message.exist")
+                  : libraryError(10010, "library.error.create");
   }
-  TQErrorPtr error = createFoldersAndRecord(library);
-  if (error) removePackageFolder(*library->packageFolder);
+  TQErrorPtr error;
+  if (!TQVornexUtil::createPackageFolder(folder, std::nullopt)) {
+    logPlace(library);
+    error = libraryError(10010, "library.error.create");
+  }
+  if (!error) error = createFoldersAndRecord(library);
+  if (error) removePackageFolder(folder);
   return error;
+}
+
+// Removes everything that a creation has made.
+void undoCreation(TQLibraryManager& manager, const LibraryPtr& library, const TQErrorPtr& reason) {
+  // The database of that name is another library's.
+  const bool isOurs = reason->code() != static_cast<std::int64_t>(StatusCode::itemExists);
+  if (isOurs) askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or(""));
+  removePackageFolder(*library->packageFolder);
+  manager.deleteLibraryPlist(library);
 }
 
 // What follows once the service knows the library.
 void finishCreation(TQLibraryManager& manager, const LibraryPtr& library, const Completion& completion) {
   if (!manager.saveLibrariesFileWithType(kLibraryTypeLocal)) {
     logLine(LogLevel::error, "createLibrary, Can't save Library File");
-    return completion(false, sdkError(10003, "library.error.cannot.save"));
+    return completion(false, libraryError(10003, "library.error.cannot.save"));
   }
   if (!library->saveProjects()) {
     logLine(LogLevel::error, "createLibrary, Can't save Project File");
-    return completion(false, sdkError(10003, "project.error.cannot.save"));
+    return completion(false, libraryError(10003, "project.error.cannot.save"));
   }
   completion(library->createLibaryLockFileWithError(nullptr), nullptr);
 }
 
-// Removes everything again.
-void undoCreation(const LibraryPtr& library, const TQErrorPtr& reason, const Completion& completion) {
-  auto removeOwn = [library, reason, completion] {
-    removePackageFolder(*library->packageFolder);
-    TQLibraryManager::sharedManager().deleteLibraryPlist(library);
-    completion(false, reason);
-  };
-  // The database of that name is another library's.
-  if (reason->code() == static_cast<std::int64_t>(StatusCode::itemExists)) return removeOwn();
-  TQLibraryManager::sharedManager().deleteLibrary(
-      library, true, nullptr, [removeOwn, reason, completion](bool ok, const TQErrorPtr&) {
-        // A service that cannot be asked has nothing to remove; what this process made still goes.
-        ok ? completion(false, reason) : removeOwn();
-      });
+// Whether the folder is the library's package, or what a removal that was cut short has left of it.
+bool isPackageOf(const LibraryPtr& library, const std::string& folder) {
+  auto record = readDictionaryFile(*TQVornexUtil::libraryPlistWithPackageFolder(folder));
+  std::error_code error;
+  if (!record) return fs::is_empty(folder, error) && !error;
+  return coerce::string(record->find("dbname")) == library->dbName;
+}
+
+bool hasPackageFolder(const LibraryPtr& library) {
+  return library->packageFolder && itemExists(*library->packageFolder);
+}
+
+TQErrorPtr deleteEverything(const LibraryPtr& library) {
+  const bool hasPackage = hasPackageFolder(library);
+  if (hasPackage && !isPackageOf(library, *library->packageFolder)) {
+    logLine(LogLevel::error, "deleteLibrary, not the library's folder : " + *library->packageFolder);
+    return libraryError(10001, "request.error.param.invalid");
+  }
+  if (TQErrorPtr error = askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or("")))
+    return error;
+  return hasPackage ? removePackageFolder(*library->packageFolder) : nullptr;
+}
+
+// Leaves the package folder with a fresh packaged database, and no working one.
+TQErrorPtr packUp(TQLibraryManager& manager, const LibraryPtr& library,
+                  const TQLibraryManager::DatabaseProgress& progress) {
+  const std::string dbName = library->dbName.value_or("");
+  const DatabaseCopies copies(*library);
+  // Without a working database, an earlier deletion has been cut short after its backup.
+  if (copies.hasWorking() || !copies.hasPackaged()) {
+    auto copied = copies.backUp(true, progress);
+    if (!copied) {
+      askService(&ServiceProxy::launchLibraryForDBName, dbName);
+      return libraryError(10000, "library.error.db.backup.failed", copied.error().message);
+    }
+  }
+  if (TQErrorPtr error = askService(&ServiceProxy::terminateLibraryForDBName, dbName)) return error;
+  auto removed = removeDatabaseFolder(dbName);
+  if (!removed) {
+    askService(&ServiceProxy::launchLibraryForDBName, dbName);
+    return makeSdkError(removed.error());
+  }
+  library->removeLibraryLockFile();
+  logLine(LogLevel::info, "########## CANCEL WORKFLOW #############");
+  manager.workflowEngineInterface().cancelWorkflowWithDBName(dbName);
+  return nullptr;
 }
 
 }  // namespace
@@ -141,7 +182,7 @@ void undoCreation(const LibraryPtr& library, const TQErrorPtr& reason, const Com
 void TQLibraryManager::createLibrary(LibraryPtr library, Completion completion) {
   GlobalQueue::shared().async([this, library = std::move(library), completion = std::move(completion)] {
     TQErrorPtr error = checkNewLibrary(library);
-    if (!error) error = bookmarkFolderOf(*library->packageFolder);
+    if (!error) error = bookmarkFolder(deletingLastPathComponent(*library->packageFolder));
     if (error) return completion(false, error);
     startAllBookmarks();
     error = createPackage(library);
@@ -153,35 +194,28 @@ void TQLibraryManager::createLibrary(LibraryPtr library, Completion completion) 
       std::lock_guard lock(state_->monitor);
       state_->append({library});
     }
-    auto row = library->libDictionary();
-    auto service = TQVornexService();
-    if (!service || !row) return undoCreation(library, noService(), completion);
-    service->addLibrary(*row, [this, library, completion](const TQErrorPtr& refusal) {
-      if (isFailure(refusal)) return undoCreation(library, refusal, completion);
-      finishCreation(*this, library, completion);
-    });
+    error = askService(&ServiceProxy::addLibrary, library->libDictionary().value_or(Dictionary()));
+    if (!error) return finishCreation(*this, library, completion);
+    undoCreation(*this, library, error);
+    completion(false, error);
   });
 }
 
-void TQLibraryManager::deleteLibrary(LibraryPtr library, bool allDelete, SyncHandler, Completion completion) {
-  if (!library) return completion(false, sdkError(10000, "request.error.param.nil"));
-  if (!allDelete) {
-    if (library->libraryType == kLibraryTypeNetwork) return completion(deleteRemoteLibrary(library), nullptr);
-    if (library->packageFolder && fileExists(*library->packageFolder))
-      return completion(false, sdkError(10000, "library.error.db.backup.failed"));
-    return completion(deleteLibraryPlist(library), nullptr);
-  }
-  GlobalQueue::shared().async([this, library = std::move(library), completion = std::move(completion)] {
-    auto service = TQVornexService();
-    if (!service) return completion(false, noService());
-    service->removeLibraryWithDBName(library->dbName.value_or(""),
-                                     [this, library, completion](const TQErrorPtr& refusal) {
-                                       if (isFailure(refusal)) return completion(false, refusal);
-                                       if (library->packageFolder && itemExists(*library->packageFolder))
-                                         if (TQErrorPtr error = removePackageFolder(*library->packageFolder))
-                                           return completion(false, error);
-                                       completion(deleteLibraryPlist(library), nullptr);
-                                     });
+void TQLibraryManager::deleteLibrary(LibraryPtr library, bool allDelete, SyncHandler syncHandler,
+                                     Completion completion, DatabaseProgress progress) {
+  if (!library) return completion(false, libraryError(10000, "request.error.param.nil"));
+  // Nothing of a network library is here, not even when its server is.
+  if (library->libraryType == kLibraryTypeNetwork) return completion(deleteRemoteLibrary(library), nullptr);
+  if (!allDelete && !hasPackageFolder(library)) return completion(deleteLibraryPlist(library), nullptr);
+  GlobalQueue::shared().async([this, library, allDelete, syncHandler = std::move(syncHandler),
+                               completion = std::move(completion), progress = std::move(progress)] {
+    if (!allDelete && syncHandler) syncHandler(library, true);
+    TQErrorPtr error = allDelete ? deleteEverything(library) : packUp(*this, library, progress);
+    if (error) return completion(false, error);
+    const bool saved = deleteLibraryPlist(library);
+    // Who imports the package next may count on it that the service has forgotten the library.
+    askService(&ServiceProxy::updateLibrary);
+    completion(saved, nullptr);
   });
 }
 

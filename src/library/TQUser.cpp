@@ -5,6 +5,7 @@
 #include <vornex/TQVornexUtil.h>
 
 #include "core/Coercion.h"
+#include "model/Conversion.h"
 
 namespace vornex {
 
@@ -41,32 +42,35 @@ UserPtr TQUser::userWithID(OptionalString id, OptionalString name, std::int64_t 
 }
 
 UserPtr TQUser::userWithDictionary(const Dictionary& dictionary) {
-  OptionalString id = coerce::string(dictionary.find("id"));
-  OptionalString password = coerce::string(dictionary.find("password"));
-  if (!id || !password) return nullptr;
-  UserPtr user = userWithID(std::move(id), coerce::string(dictionary.find("name")),
-                            coerce::integer(dictionary.find("type")), std::move(password));
-  const Value* libraries = dictionary.find("libraries");
-  if (libraries && libraries->ifDictionary()) user->libraries = *libraries->ifDictionary();
-  return user;
+  return conversion::caught("userWithDictionary : ", [&]() -> UserPtr {
+    OptionalString id = coerce::string(dictionary.find("id"));
+    OptionalString password = coerce::string(dictionary.find("password"));
+    if (!id || !password) return nullptr;
+    UserPtr user = userWithID(std::move(id), coerce::string(dictionary.find("name")),
+                              coerce::integer(dictionary.find("type")), std::move(password));
+    const Value* libraries = dictionary.find("libraries");
+    if (libraries && libraries->ifDictionary()) user->libraries = *libraries->ifDictionary();
+    return user;
+  });
 }
 
 std::optional<Dictionary> TQUser::userDictionary() const {
-  if (!id || !password) {
-    logLine(LogLevel::error, std::string("userDictionary exception: no ") + (id ? "password" : "id"));
-    return std::nullopt;
-  }
-  return Dictionary{{"id", id},
-                    {"name", name.value_or("")},
-                    {"password", password},
-                    {"type", userType},
-                    {"libraries", libraries}};
+  return conversion::caught("userDictionary exception: ", [&]() -> std::optional<Dictionary> {
+    return Dictionary{{"id", conversion::required(id, "id")},
+                      {"name", name.value_or("")},
+                      {"password", conversion::required(password, "password")},
+                      {"type", userType},
+                      {"libraries", libraries}};
+  });
 }
 
 void TQUser::updateNewName(OptionalString newName, OptionalString newPassword, Completion completion) {
-  if (newName) name = std::move(newName);
-  if (newPassword) password = MD5String(*newPassword);
-  if (TQUserManager::sharedManager().saveUsersFile()) return completion(true, nullptr);
+  TQUserManager& manager = TQUserManager::sharedManager();
+  manager.changeUsers([&] {
+    if (newName) name = std::move(newName);
+    if (newPassword) password = MD5String(*newPassword);
+  });
+  if (manager.saveUsersFile()) return completion(true, nullptr);
   logLine(LogLevel::error, "updateNewName, Can't save User Plist");
   completion(false, TQVornexUtil::errorWithCode(10003, LocalizedString("user.error.cannot.save")));
 }
@@ -76,24 +80,30 @@ bool TQUser::findLibraryName(const std::string& dbName) const {
 }
 
 void TQUser::addLibraries(const std::vector<LibraryPtr>& added) {
-  for (const LibraryPtr& library : added) {
-    if (!library || !library->dbName || !library->name)
-      logLine(LogLevel::error, "addLibraries exception:a library without database name or name");
-    else if (libraries.contains(*library->dbName))
-      logLine(LogLevel::info, "Already exist library : " + *library->dbName);
+  auto add = [&](const LibraryPtr& library) {
+    if (!library) return;
+    const std::string& dbName = conversion::required(library->dbName, "database name");
+    if (libraries.contains(dbName))
+      logLine(LogLevel::info, "Already exist library : " + dbName);
     else
-      libraries.set(*library->dbName, library->name);
-  }
-  TQUserManager::sharedManager().saveUsersFile();
+      libraries.set(dbName, conversion::required(library->name, "name"));
+  };
+  TQUserManager& manager = TQUserManager::sharedManager();
+  manager.changeUsers([&] {
+    for (const LibraryPtr& library : added)
+      conversion::caught("addLibraries exception:", [&] { add(library); });
+  });
+  manager.saveUsersFile();
 }
 
 void TQUser::removeLibraries(const std::vector<LibraryPtr>& removed) {
-  for (const LibraryPtr& library : removed) {
-    if (library && library->dbName)
-      libraries.erase(*library->dbName);
-    else
-      logLine(LogLevel::error, "removeLibraries exception:a library without database name");
-  }
+  TQUserManager::sharedManager().changeUsers([&] {
+    for (const LibraryPtr& library : removed) {
+      conversion::caught("removeLibraries exception:", [&] {
+        if (library) libraries.erase(conversion::required(library->dbName, "database name"));
+      });
+    }
+  });
 }
 
 }  // namespace vornex

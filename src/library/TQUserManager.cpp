@@ -9,8 +9,11 @@
 
 #include "core/Coercion.h"
 #include "core/StorageLayout.h"
+#include "foundation/Files.h"
 #include "foundation/PropertyList.h"
+#include "foundation/SharedDictionaryFile.h"
 #include "library/CredentialFile.h"
+#include "library/ListMerge.h"
 #include "library/Published.h"
 #include "service/TQVornexService.h"
 
@@ -19,6 +22,8 @@ namespace vornex {
 struct TQUserManager::State {
   std::recursive_mutex monitor;
   Published<std::vector<UserPtr>> users;
+  /// The rows of the file as this process last read or wrote them.
+  Array savedRows;
 
   struct LocalAccount {
     OptionalString password, passwordMD5;
@@ -33,24 +38,45 @@ TQUserManager& TQUserManager::sharedManager() {
 
 TQUserManager::TQUserManager() : state_(std::make_unique<State>()) {}
 
-static std::vector<UserPtr> readUsers() {
-  auto file = readDictionaryFile(layout::userPlist());
-  if (!file) return {};
+namespace {
+
+struct LoadedUsers {
   std::vector<UserPtr> users;
-  for (const Value& row : coerce::array(file->find("users"))) {
-    UserPtr user = row.ifDictionary() ? TQUser::userWithDictionary(*row.ifDictionary()) : nullptr;
-    if (user)
-      users.push_back(std::move(user));
-    else
-      logLine(LogLevel::error, "userWithDictionary : a user without id or password");
+  Array rows;
+};
+
+LoadedUsers readUsers() {
+  auto file = readDictionaryFile(layout::userPlist());
+  if (!file) {
+    if (fileExists(layout::userPlist())) logLine(LogLevel::error, file.error().message);
+    return {};
   }
-  return TQUserManager::sortedUsers(std::move(users));
+  LoadedUsers loaded;
+  for (Value& row : coerce::array(file->find("users"))) {
+    UserPtr user = row.ifDictionary() ? TQUser::userWithDictionary(*row.ifDictionary()) : nullptr;
+    if (!user) {
+      logLine(LogLevel::error, "userWithDictionary : a user without id or password");
+      continue;
+    }
+    loaded.users.push_back(std::move(user));
+    loaded.rows.push_back(std::move(row));
+  }
+  return loaded;
+}
+
+}  // namespace
+
+void TQUserManager::changeUsers(const std::function<void()>& change) {
+  std::lock_guard lock(state_->monitor);
+  change();
 }
 
 void TQUserManager::loadUsers(std::function<void(std::vector<UserPtr> users)> completion) {
   GlobalQueue::shared().async([this, completion = std::move(completion)] {
     std::lock_guard lock(state_->monitor);
-    state_->users.publish(readUsers());
+    LoadedUsers loaded = readUsers();
+    state_->users.publish(sortedUsers(std::move(loaded.users)));
+    state_->savedRows = std::move(loaded.rows);
     completion(users());
   });
 }
@@ -63,11 +89,17 @@ bool TQUserManager::saveUsersFile() {
       if (user->id == kTQLocalUserID) continue;
       if (auto row = user->userDictionary()) rows.emplace_back(std::move(*row));
     }
-    auto written = writeCredentialFile(layout::userPlist(), Dictionary{{"users", std::move(rows)}});
+    const bool isNew = !itemExists(layout::userPlist());
+    auto merge = [&](Dictionary& file) {
+      file.set("users", mergedRows("id", coerce::array(file.find("users")),
+                                   isNew ? Array() : state_->savedRows, rows));
+    };
+    auto written = changeDictionaryFile(layout::userPlist(), merge, kCredentialFileMode);
     if (!written) {
       logLine(LogLevel::error, written.error().message);
       return false;
     }
+    state_->savedRows = std::move(rows);
   }
   auto service = TQVornexService();
   if (service && service->isConnected()) service->updateUsers([](const TQErrorPtr&) {});

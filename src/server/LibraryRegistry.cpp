@@ -5,27 +5,19 @@
 
 #include <algorithm>
 #include <atomic>
-#include <filesystem>
 #include <thread>
 
 #include "core/Coercion.h"
+#include "core/DatabaseFolder.h"
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
-#include "foundation/Text.h"
 #include "server/ServerError.h"
 
 namespace vornex::server {
 namespace {
 
-constexpr std::size_t kLongestName = 128;
 constexpr std::size_t kMostOpeners = 8;
-constexpr const char* kRemovedPrefix = ".removed-";
-
-bool isNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
-         c == '.';
-}
 
 Result<void> checkRecord(const Dictionary& record) {
   OptionalString dbName = coerce::string(record.find("dbname"));
@@ -61,30 +53,6 @@ Result<std::map<std::string, Dictionary>> readListFile() {
   return libraries;
 }
 
-/// Takes the folder out of the way in one step, so that a removal that is cut short leaves no half database.
-Result<void> removeDatabaseFolder(const std::string& dbName) {
-  std::string folder = layout::databaseFolder(dbName);
-  if (!itemExists(folder)) return {};
-  std::string grave = appendPathComponent(layout::databaseRoot(), kRemovedPrefix + makeUUID());
-  std::error_code error;
-  std::filesystem::rename(folder, grave, error);
-  if (error) return posixFailure(error.value(), "Cannot remove " + folder);
-  if (auto synced = syncDirectory(layout::databaseRoot()); !synced) return synced;
-  std::filesystem::remove_all(grave, error);
-  if (error) logLine(LogLevel::warning, fmt::format("Cannot remove {} yet: {}", grave, error.message()));
-  return {};
-}
-
-void finishRemovals() {
-  std::error_code error;
-  std::filesystem::directory_iterator folders(layout::databaseRoot(), error);
-  if (error) return;
-  for (const auto& folder : folders) {
-    if (folder.path().filename().string().starts_with(kRemovedPrefix))
-      std::filesystem::remove_all(folder, error);
-  }
-}
-
 std::shared_ptr<AssetStore> shareUntil(std::unique_ptr<AssetStore> store,
                                        std::shared_ptr<std::latch> closed) {
   return {store.release(), [closed = std::move(closed)](AssetStore* last) {
@@ -94,11 +62,6 @@ std::shared_ptr<AssetStore> shareUntil(std::unique_ptr<AssetStore> store,
 }
 
 }  // namespace
-
-bool isValidDatabaseName(std::string_view name) {
-  return !name.empty() && name.size() <= kLongestName && name.front() != '.' &&
-         std::all_of(name.begin(), name.end(), isNameCharacter);
-}
 
 LibraryTrees::LibraryTrees(const std::string& packageFolder)
     : projects(packageFolder),
@@ -186,7 +149,7 @@ bool LibraryRegistry::takeRecord(const Dictionary& record, bool listed) {
 
 Result<LibraryRegistry::LoadReport> LibraryRegistry::load() {
   std::lock_guard reading(listMutex_);
-  finishRemovals();
+  finishDatabaseRemovals();
   if (auto fresh = takeListFile(); !fresh) return tl::unexpected(fresh.error());
   LoadReport report = openEach(names());
   loaded_ = true;
@@ -320,6 +283,29 @@ Result<void> LibraryRegistry::remove(const std::string& dbName) {
   if (auto removed = removeDatabaseFolder(dbName); !removed) return removed;
   forgetLocked(dbName);
   return {};
+}
+
+Result<void> LibraryRegistry::snapshot(const std::string& dbName, const std::string& folder, bool close) {
+  if (!isValidDatabaseName(dbName) || !folder.starts_with('/')) {
+    return serverFailure(StatusCode::invalidRequest, "The database name or the folder is not allowed.");
+  }
+  Turn turn(*this, dbName);
+  auto library = find(dbName);
+  const bool wasOpen = library && library->store;
+  library.reset();
+  if (close) closeLocked(dbName);
+  auto copied = copyLocked(dbName, folder);
+  if (close && wasOpen && !copied) (void)openLocked(dbName, false);  // a failure has become its state
+  return copied;
+}
+
+/// Only the holder of the library's turn may call this.
+Result<void> LibraryRegistry::copyLocked(const std::string& dbName, const std::string& folder) {
+  auto library = find(dbName);
+  if (library && library->store) return library->store->snapshot(folder);
+  auto store = openStore_(layout::databaseFolder(dbName), false);
+  if (!store) return tl::unexpected(store.error());
+  return (*store)->snapshot(folder);
 }
 
 /// Only the holder of the library's turn may call this.

@@ -20,9 +20,6 @@
 
 namespace vornex::server {
 
-/// A name that may become a folder: up to 128 letters, digits, "-", "_" and ".", not starting with a dot.
-bool isValidDatabaseName(std::string_view name);
-
 enum class LibraryState { closed = 0, open = 1, failed = 2 };
 
 /// The trees in a package folder.
@@ -102,6 +99,11 @@ class LibraryRegistry {
   /// Closes, forgets and removes the database folder, also of a library that is unknown.
   [[nodiscard]] Result<void> remove(const std::string& dbName);
 
+  /// Writes a consistent copy of the database into the folder, which must exist and be empty, while requests
+  /// go on. The library may be closed or unknown. With `close` its database is closed first, after the
+  /// requests that use it have ended, and stays closed unless the copy fails: the copy is its last state.
+  [[nodiscard]] Result<void> snapshot(const std::string& dbName, const std::string& folder, bool close);
+
   std::optional<Library> find(const std::string& dbName) const;
   std::vector<Library> all() const;
 
@@ -118,6 +120,7 @@ class LibraryRegistry {
   [[nodiscard]] Result<void> open(const std::string& dbName, bool mayCreate);
   [[nodiscard]] Result<void> openLocked(const std::string& dbName, bool mayCreate);
   void closeLocked(const std::string& dbName);
+  [[nodiscard]] Result<void> copyLocked(const std::string& dbName, const std::string& folder);
   void forgetLocked(const std::string& dbName);
   void setFailed(const std::string& dbName);
   std::vector<std::string> names() const;

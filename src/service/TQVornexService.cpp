@@ -23,6 +23,7 @@ using namespace std::chrono_literals;
 // For questions, and for work that may take as long as the disks do.
 constexpr std::chrono::milliseconds kQuickLimit = 30s;
 constexpr std::chrono::milliseconds kWorkLimit = 10min;
+constexpr std::chrono::milliseconds kCopyLimit = 12h;
 // How long a service that was told to end is waited for.
 constexpr std::chrono::milliseconds kFarewell = 10s;
 
@@ -260,6 +261,12 @@ void ServiceProxy::terminateLibraryForDBName(const std::string& dbName, Complete
 }
 void ServiceProxy::removeLibraryWithDBName(const std::string& dbName, Completed completion) {
   work("removeLibraryWithDBName", {{"dbname", dbName}}, std::move(completion));
+}
+void ServiceProxy::snapshotDatabase(const std::string& dbName, const std::string& folder, bool close,
+                                    Completed completion) {
+  call(
+      "snapshotDatabase", {{"dbname", dbName}, {"folder", folder}, {"close", close}}, kCopyLimit,
+      [completion = std::move(completion)](const Value&, TQErrorPtr error) { completion(std::move(error)); });
 }
 
 // The process's proxy; the holder is never destroyed, since completions may run while the process ends.

@@ -64,6 +64,10 @@ class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
   void launchLibraryForDBName(const std::string& dbName, Completed completion);
   void terminateLibraryForDBName(const std::string& dbName, Completed completion);
   void removeLibraryWithDBName(const std::string& dbName, Completed completion);
+  /// Has the service write a consistent copy of the database into the folder, which must exist and be empty.
+  /// With `close` it lets go of the database first, and the library stays closed when the copy succeeds.
+  void snapshotDatabase(const std::string& dbName, const std::string& folder, bool close,
+                        Completed completion);
 
  private:
   using ChannelPtr = std::shared_ptr<ControlChannel>;

@@ -40,14 +40,18 @@ TEST(Coercion, ReadsTheLeadingDigitsOfStrings) {
   EXPECT_EQ(integer(" \t-12px"), -12);
   EXPECT_EQ(integer("+5"), 5);
   EXPECT_EQ(integer("+-5"), 0);
-  EXPECT_EQ(integer("none"), 0);
-  EXPECT_EQ(integer(""), 0);
+  EXPECT_EQ(integer("1e5"), 1);
+  for (const char* text : {"none", "", "-", "+", "--5", "\xEF\xBC\x95"}) EXPECT_EQ(integer(text), 0) << text;
   EXPECT_EQ(real("-2.5e1 m"), -25.0);
   EXPECT_EQ(real(".5"), 0.5);
+  EXPECT_EQ(real("1e5"), 1e5);
+  EXPECT_EQ(real("-"), 0.0);
   EXPECT_EQ(real("nan"), 0.0);
   EXPECT_EQ(real("-infinity"), 0.0);
-  for (const char* text : {"Yes", "y", "True", "t", "1", "9x"}) EXPECT_TRUE(boolean(text)) << text;
-  for (const char* text : {"No", "false", "0", "", "x1"}) EXPECT_FALSE(boolean(text)) << text;
+  for (const char* text : {"Yes", " y", "True", "t", "1", "9x", "-1", " +007"})
+    EXPECT_TRUE(boolean(text)) << text;
+  for (const char* text : {"No", "false", "0", "", "x1", "-0", "0.5", "-", "- 1"})
+    EXPECT_FALSE(boolean(text)) << text;
 }
 
 TEST(Coercion, NumbersOutOfRangeStopAtTheEndOfIt) {
@@ -60,6 +64,7 @@ TEST(Coercion, NumbersOutOfRangeStopAtTheEndOfIt) {
   EXPECT_EQ(integer(std::numeric_limits<std::uint64_t>::max()), kLargest);
   EXPECT_EQ(integer("99999999999999999999"), kLargest);
   EXPECT_EQ(integer("-99999999999999999999"), kSmallest);
+  EXPECT_EQ(integer(std::string(100'000, '9')), kLargest);
   EXPECT_EQ(real("1e999"), std::numeric_limits<double>::max());
   EXPECT_EQ(real("1e-999"), 0.0);
   EXPECT_EQ(integer(-2.9), -2);
@@ -76,7 +81,10 @@ TEST(DateNumber, AgreesWithTheSystemCalendarAndComesBackExactly) {
   std::uniform_int_distribution<std::int64_t> anyMillisecond(kFirst, kEnd - 1);
   std::vector<std::int64_t> samples = {kFirst, -1, 0, 951'782'400'000, kEnd - 1};
   while (samples.size() < 5000) samples.push_back(anyMillisecond(random));
+  const char* zones[] = {"UTC", "Asia/Seoul", "America/St_Johns", "Pacific/Apia"};
   for (std::int64_t sample : samples) {
+    ::setenv("TZ", zones[static_cast<std::uint64_t>(sample) % std::size(zones)], 1);
+    ::tzset();
     std::int64_t milliseconds = ((sample % 1000) + 1000) % 1000;
     std::time_t seconds = (sample - milliseconds) / 1000;
     std::tm calendar{};
@@ -87,6 +95,7 @@ TEST(DateNumber, AgreesWithTheSystemCalendarAndComesBackExactly) {
     ASSERT_EQ(std::to_string(dateNumber(at(sample * 1000 + 999))), text);
     ASSERT_EQ(dateFromDateNumber(dateNumber(at(sample * 1000))), at(sample * 1000));
   }
+  ::unsetenv("TZ");
 }
 
 TEST(DateNumber, RefusesWhatNoCalendarHas) {

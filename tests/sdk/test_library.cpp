@@ -6,6 +6,7 @@
 #include <vornex/TQUser.h>
 #include <vornex/TQUserManager.h>
 #include <vornex/TQVornexUtil.h>
+#include <vornex/TQWorkflowEngineInterface.h>
 #include <vornex/VornexSDK.h>
 
 #include <filesystem>
@@ -61,6 +62,43 @@ class LibraryTest : public vornex::testing::SdkTest {
                                       folder / "libraries/Films", std::nullopt,
                                       std::make_shared<TQConnection>());
   }
+
+  /// A service that copies databases.
+  static void letCopy(FakeService& service) {
+    service.on("snapshotDatabase", [](const Value& params) {
+      std::ofstream(*params.find("folder")->ifString() + "/copy") << "database";
+      return Dictionary{{"result", Dictionary()}};
+    });
+  }
+
+  /// A package folder as another computer has left it.
+  std::string package(const char* name, const Dictionary& record) {
+    const std::string path = folder / name;
+    fs::create_directories(path);
+    EXPECT_TRUE(writePropertyListFile(path + "/library.plist", record));
+    const std::string database =
+        *TQVornexUtil::dbFolderWithPackageFolder(path) + "/" + record.find("dbname")->ifString()->c_str();
+    fs::create_directories(database);
+    std::ofstream(database + "/library.sqlite") << "packaged";
+    return path;
+  }
+
+  Outcome import(const std::string& path, bool force = false) {
+    Outcome outcome;
+    manager().importLibraryWithPackageFolder(
+        path, force, [this](const LibraryPtr&, bool) { ++synced_; }, outcome.completion());
+    EXPECT_TRUE(outcome.await());
+    return outcome;
+  }
+
+  Outcome remove(const LibraryPtr& library, bool allDelete) {
+    Outcome outcome;
+    manager().deleteLibrary(library, allDelete, nullptr, outcome.completion());
+    EXPECT_TRUE(outcome.await());
+    return outcome;
+  }
+
+  std::atomic<int> synced_ = 0;
 
   Outcome create(const LibraryPtr& library) {
     Outcome outcome;
@@ -256,6 +294,146 @@ TEST_F(LibraryTest, ALibraryIsCreatedWhole) {
   EXPECT_TRUE(removed.ok);
   EXPECT_FALSE(fileExists(package));
   EXPECT_TRUE(readList(TQVornexUtil::localLibraryPlist()).empty());
+}
+
+TEST_F(LibraryTest, ALibraryLeavesTheListWithItsDatabaseAndComesBackElsewhere) {
+  FakeService service;
+  letCopy(service);
+  VornexSDK::sharedInstance().initializeWAS();
+  LibraryPtr library = newLibrary();
+  ASSERT_TRUE(create(library).ok);
+  const std::string dbName = *library->dbName;
+  const std::string working = appendPathComponent(TQVornexUtil::mongoDBFolder(), dbName);
+  fs::create_directories(working);
+
+  // What cannot be backed up stays; the service takes it up again.
+  const std::string databases = *TQVornexUtil::dbFolderWithPackageFolder(*library->packageFolder);
+  std::ofstream(databases) << "in the way";
+  Outcome refused = remove(library, false);
+  EXPECT_EQ(refused.code(), 10000);
+  EXPECT_TRUE(refused.error->userInfo().contains(kLocalizedFailureReasonKey));
+  EXPECT_EQ(service.count("launchLibraryForDBName"), 1);
+  EXPECT_EQ(service.count("terminateLibraryForDBName"), 0);
+  EXPECT_TRUE(manager().findLibrary(library));
+  EXPECT_TRUE(isDirectory(working));
+  fs::remove(databases);
+
+  ASSERT_TRUE(remove(library, false).ok);
+  EXPECT_EQ(*service.paramsOf("snapshotDatabase").find("close"), Value(true));
+  EXPECT_TRUE(fileExists(databases + "/" + dbName + "/copy"));
+  EXPECT_FALSE(itemExists(working));
+  EXPECT_TRUE(readList(TQVornexUtil::localLibraryPlist()).empty());
+  EXPECT_TRUE(logged("########## CANCEL WORKFLOW #############"));
+
+  const std::string moved = folder / "moved";
+  fs::rename(*library->packageFolder, moved);
+  EXPECT_FALSE(import(*library->packageFolder).error);
+  ASSERT_TRUE(import(moved).ok);
+  EXPECT_EQ(synced_, 1);
+  EXPECT_TRUE(fileExists(working + "/copy"));
+  EXPECT_EQ(*readList(TQVornexUtil::localLibraryPlist())[0].find("packagefolder"), Value(moved));
+  EXPECT_EQ(*readDictionaryFile(moved + "/library.plist")->find("packagefolder"), Value(moved));
+  EXPECT_EQ(import(moved).code(), 10002);
+  EXPECT_EQ(synced_, 1);
+
+  // A deletion that was cut short after its backup goes on without one.
+  fs::remove_all(working);
+  service.fail("snapshotDatabase", 8, "missing");
+  EXPECT_TRUE(remove(manager().libraryForDBName(dbName), false).ok);
+}
+
+TEST_F(LibraryTest, AnImportThatFailsLeavesNothingBehind) {
+  FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  const std::string path = package("Films", row("D", "Films", kLibraryTypeLocal));
+  const std::string working = appendPathComponent(TQVornexUtil::mongoDBFolder(), "D");
+  auto nothingStays = [&] {
+    EXPECT_TRUE(manager().libraries().empty());
+    EXPECT_TRUE(readList(TQVornexUtil::localLibraryPlist()).empty());
+    EXPECT_FALSE(itemExists(working));
+    EXPECT_TRUE(fileExists(path + "/Database/D/library.sqlite"));
+  };
+  service.on("removeLibraryWithDBName", [&](const Value&) {
+    fs::remove_all(working);
+    return Dictionary{{"result", Dictionary()}};
+  });
+  service.fail("addLibrary", 2, "made by a newer version");
+  EXPECT_EQ(import(path).code(), 2);
+  nothingStays();
+  service.answer("addLibrary", {});
+
+  std::ofstream(path + "/.sysUUID_OTHER.lock").put('\n');
+  EXPECT_EQ(import(path).code(), 10020);
+  nothingStays();
+  service.answer("getLibraryForDBName", {{"library", Dictionary{{"dbname", "D"}}}});
+  EXPECT_TRUE(import(path, true).ok) << "forced, the lock of a library that the service knows goes";
+  EXPECT_FALSE(fileExists(path + "/.sysUUID_OTHER.lock"));
+  EXPECT_TRUE(remove(manager().libraryForDBName("D"), true).ok);
+  EXPECT_FALSE(fileExists(path));
+
+  Dictionary newer = row("E", "Newer", kLibraryTypeLocal);
+  newer.set("version", "1.10");
+  EXPECT_EQ(import(package("Newer", newer)).code(), 10022);
+  EXPECT_EQ(import(package("Shared", row("F", "Shared", kLibraryTypeNetwork))).code(), 10001);
+  EXPECT_EQ(import(package("Bad", row("../D", "Bad", kLibraryTypeLocal))).code(), 10001);
+  const std::string bare = package("Bare", row("G", "Bare", kLibraryTypeLocal));
+  fs::remove_all(bare + "/Database");
+  EXPECT_EQ(import(bare).code(), 10019);
+  std::ofstream(bare + "/library.plist") << "damaged";
+  EXPECT_EQ(import(bare).error->domain(), "plist");
+}
+
+TEST_F(LibraryTest, OnlyWhatIsTheLibrarysOwnIsRemoved) {
+  FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  writeList(TQVornexUtil::localLibraryPlist(), {row("D", "Films", 0)});
+  LibraryPtr library = load().front();
+  library->packageFolder = package("Other", row("E", "Other", 0));
+  EXPECT_EQ(remove(library, true).code(), 10001);
+  library->packageFolder = folder / "documents";
+  fs::create_directories(folder / "documents/letters");
+  EXPECT_EQ(remove(library, true).code(), 10001);
+  EXPECT_EQ(service.count("removeLibraryWithDBName"), 0);
+  EXPECT_TRUE(fileExists(folder / "documents/letters"));
+  fs::remove(folder / "documents/letters");
+  EXPECT_TRUE(remove(library, true).ok) << "what a removal that was cut short has left";
+
+  LibraryPtr network = TQLibrary::libraryWithDictionary(row("E", "Other", kLibraryTypeNetwork));
+  network->packageFolder = folder / "Other";
+  manager().addLibraries({network});
+  EXPECT_TRUE(remove(network, true).ok);
+  EXPECT_TRUE(fileExists(folder / "Other/library.plist"));
+  EXPECT_EQ(service.count("removeLibraryWithDBName"), 1);
+
+  // The name of a database that is there cannot be taken by a new library.
+  LibraryPtr second = newLibrary();
+  fs::create_directories(appendPathComponent(TQVornexUtil::mongoDBFolder(), *second->dbName));
+  EXPECT_EQ(create(second).code(), 10002);
+}
+
+TEST_F(LibraryTest, TheCurrentJobOfATypeIsFound) {
+  fs::create_directories(deletingLastPathComponent(TQVornexUtil::workflowPlist()));
+  const Dictionary upload{
+      {"jobid", "7"},
+      {"jobtype", 1},
+      {"dbname", "D"},
+      {"status", 5},
+      {"data", Dictionary{{"protocol", "ftp"}, {"username", "u"}, {"server", "s"}, {"port", 21}}}};
+  ASSERT_TRUE(
+      writePropertyListFile(TQVornexUtil::workflowPlist(), Dictionary{{"jobs", Array{"damaged", upload}}}));
+  WorkflowAssetItemPtr item = manager().currentWorkflowItemWithType(1);
+  EXPECT_EQ(item->jobType, 1);
+  EXPECT_EQ(item->jobStatus, 1);
+  EXPECT_EQ(item->infoDescription(), "ftp://u@s:21");
+  EXPECT_EQ(TQWorkflowItem::workflowItemWithDictionary(item->workflowItemDictionary())->workflowID, "");
+  EXPECT_FALSE(TQWorkflowItem::workflowItemWithDictionary({{"action", "copy"}}));
+
+  manager().workflowEngineInterface().cancelWorkflowWithDBName("D");
+  item = manager().currentWorkflowItemWithType(1);
+  EXPECT_EQ(item->action, "upload");
+  EXPECT_EQ(item->jobType, 0);
+  EXPECT_EQ(manager().currentWorkflowItemWithType(2)->action, "unknown");
+  EXPECT_FALSE(manager().currentWorkflowItemWithType(-1));
 }
 
 TEST_F(LibraryTest, AnotherComputersLockGivesFalseWithoutAnError) {

@@ -6,6 +6,9 @@
 #include <vornex/TQUserManager.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <atomic>
+#include <thread>
+
 #include "foundation/PropertyList.h"
 #include "sdk/SdkFixture.h"
 
@@ -77,6 +80,55 @@ TEST_F(UsersTest, ADamagedRowDoesNotHideTheOthers) {
   EXPECT_EQ(users[0]->userType, -1);
 }
 
+TEST_F(UsersTest, WhatAnotherProcessSavedMeanwhileStays) {
+  ASSERT_TRUE(create("ann", "Ann", kUserTypeNetwork).ok && create("bob", "Bob", kUserTypeNetwork).ok);
+  Array rows = *readDictionaryFile(TQVornexUtil::userPlist())->find("users")->ifArray();
+  ASSERT_EQ(rows.size(), 2u);
+  rows[0].ifDictionary()->set("libraries", Dictionary{{"db1", "Films"}});
+  rows[0].ifDictionary()->set("colour", "blue");
+  rows[1] = Dictionary{{"id", "eve"}, {"password", "p"}, {"name", "Eve"}};
+  ASSERT_TRUE(writePropertyListFile(TQVornexUtil::userPlist(), Dictionary{{"users", rows}}));
+
+  Outcome renamed;
+  manager.userForID("ann")->updateNewName("Anna", std::nullopt, renamed.completion());
+  ASSERT_TRUE(renamed.await());
+  EXPECT_TRUE(renamed.ok);
+  rows = *readDictionaryFile(TQVornexUtil::userPlist())->find("users")->ifArray();
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(*rows[0].find("name"), Value("Anna"));
+  EXPECT_EQ(*rows[0].find("colour"), Value("blue"));
+  EXPECT_EQ(*rows[0].find("libraries"), Value(Dictionary{{"db1", "Films"}}));
+  EXPECT_EQ(*rows[1].find("id"), Value("eve"));
+}
+
+// For the thread sanitizer, too.
+TEST_F(UsersTest, ThreadsMayUseAUserWhileItIsReplacedOrChanged) {
+  auto library = TQLibrary::libraryWithName("Films", std::nullopt, kLibraryTypeLocal, false, true, true, "/p",
+                                            std::nullopt, std::make_shared<TQConnection>());
+  TQLibraryManager::sharedManager().addLibraries({library});
+  ASSERT_TRUE(create("ann", "Ann", kUserTypeNetwork).ok);
+  std::atomic<bool> isOver = false;
+  std::thread reader([&] {
+    while (!isOver) {
+      UserPtr user = library->connection->user;
+      EXPECT_TRUE(!user || user->password.value_or("").size() % 32 == 0);
+    }
+  });
+  std::thread saver([&] {
+    while (!isOver) manager.saveUsersFile();
+  });
+  for (int i = 0; i < 50; ++i) {
+    manager.setLocalPassword(std::to_string(i));
+    TQLibraryManager::sharedManager().updateLocalPassword();
+    manager.userForID("ann")->addLibraries({library});
+    manager.userForID("ann")->removeLibraries({library});
+  }
+  isOver = true;
+  reader.join();
+  saver.join();
+  EXPECT_EQ(library->connection->user->password, manager.localPasswordMD5());
+}
+
 TEST_F(UsersTest, AFileThatCannotBeWrittenIsReported) {
   ASSERT_TRUE(createDirectories(TQVornexUtil::userPlist()));
   EXPECT_EQ(create("ann", "Ann", kUserTypeNetwork).code(), 10003);
@@ -94,6 +146,9 @@ TEST_F(UsersTest, LibrariesAreAssignedToUsers) {
   library->removeUsers(manager.users());
   EXPECT_TRUE(library->users().empty());
 
+  UserPtr nobody = TQUser::userWithID(std::nullopt, "N", kUserTypeNetwork, "p");
+  EXPECT_FALSE(nobody->userDictionary());
+  EXPECT_TRUE(logged("userDictionary exception: no id"));
   library->libraryType = kLibraryTypeNetwork;
   library->addUsers(manager.users());
   EXPECT_TRUE(library->users().empty());

@@ -207,6 +207,23 @@ TEST_F(ControlTest, RemovesADatabaseOnlyWhenNobodyUsesIt) {
   EXPECT_EQ(result("getLibraryForDBName", "damaged"), Value(Dictionary{{"library", Value()}}));
 }
 
+TEST_F(ControlTest, CopiesADatabaseAndKeepsItClosedOnlyWhenAsked) {
+  (void)result("addLibrary", {{"library", record("one")}});
+  (void)takeNotifications();
+  auto copy = [](const char* dbName, const std::string& folder, bool close) {
+    return Dictionary{{"dbname", dbName}, {"folder", folder}, {"close", close}};
+  };
+  (void)result("snapshotDatabase", copy("one", "/copy", false));
+  EXPECT_EQ(service_->libraries().find("one")->state, LibraryState::open);
+  (void)result("snapshotDatabase", copy("one", "/copy", true));
+  EXPECT_EQ(service_->libraries().find("one")->state, LibraryState::closed);
+  (void)result("snapshotDatabase", copy("one", "/copy", true));
+  EXPECT_EQ(service_->libraries().find("one")->state, LibraryState::closed);
+  EXPECT_EQ(errorCode("snapshotDatabase", copy("damaged", "/copy", true)), 2);
+  EXPECT_EQ(errorCode("snapshotDatabase", copy("..", "/copy", false)), 3);
+  EXPECT_EQ(errorCode("snapshotDatabase", copy("one", "copy", false)), 3);
+}
+
 TEST_F(ControlTest, TellsThePasswordAndTheSessions) {
   std::string password = coerce::string(result("getLocalAccountPassword").find("password")).value();
   EXPECT_GE(password.size(), 32u);

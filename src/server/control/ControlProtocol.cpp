@@ -74,6 +74,7 @@ const ControlProtocol::Method* ControlProtocol::methodNamed(const std::string& n
       {"launchLibraryForDBName", &P::launchLibraryForDBName},
       {"terminateLibraryForDBName", &P::terminateLibraryForDBName},
       {"removeLibraryWithDBName", &P::removeLibraryWithDBName},
+      {"snapshotDatabase", &P::snapshotDatabase},
       {"startAllBookmarks", &P::startAllBookmarks},
       {"terminate", &P::terminate},
   };
@@ -236,6 +237,14 @@ ControlProtocol::Reply ControlProtocol::removeLibraryWithDBName(const Dictionary
   auto dbName = dbNameOf(params);
   if (!dbName) return tl::unexpected(dbName.error());
   return emptyResult(service_.libraries().remove(*dbName));
+}
+
+ControlProtocol::Reply ControlProtocol::snapshotDatabase(const Dictionary& params) {
+  auto dbName = dbNameOf(params);
+  if (!dbName) return tl::unexpected(dbName.error());
+  OptionalString folder = coerce::string(params.find("folder"));
+  if (!folder) return tl::unexpected(rpcError(kInvalidParams, "\"folder\" is missing."));
+  return emptyResult(service_.libraries().snapshot(*dbName, *folder, coerce::boolean(params.find("close"))));
 }
 
 /// Access to folders needs no opening on this platform; what cannot be reached is worth a line in the log.

@@ -63,6 +63,7 @@ class ControlProtocol {
   Reply launchLibraryForDBName(const Dictionary& params);
   Reply terminateLibraryForDBName(const Dictionary& params);
   Reply removeLibraryWithDBName(const Dictionary& params);
+  Reply snapshotDatabase(const Dictionary& params);
   Reply startAllBookmarks(const Dictionary& params);
   Reply terminate(const Dictionary& params);
 

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <vornex/Types.h>
+
+namespace vornex {
+
+/// The workflow engine as this process sees it: the jobs of the machine, which lie in "workflow.plist" of the
+/// preference folder under "jobs", each a dictionary with its type under "jobtype". There is no program yet
+/// that works on them: jobs stay as they are until they are cancelled.
+///
+/// Thread-safety: safe on any thread, and beside other processes.
+class TQWorkflowEngineInterface {
+ public:
+  /// Calls back, on a worker thread, with the first job of the type; absent when there is none or the jobs
+  /// cannot be read, which is logged.
+  void searchWorkflowWithJobType(std::int64_t jobType,
+                                 std::function<void(std::optional<Dictionary> job)> completion);
+
+  /// Removes the jobs of the library. Blocks. What cannot be written is logged.
+  void cancelWorkflowWithDBName(const std::string& dbName);
+};
+
+}  // namespace vornex

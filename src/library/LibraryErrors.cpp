@@ -1,0 +1,28 @@
+#include "library/LibraryErrors.h"
+
+#include <vornex/Log.h>
+#include <vornex/TQBookmarkUtil.h>
+#include <vornex/TQVornexUtil.h>
+
+namespace vornex {
+
+TQErrorPtr libraryError(std::int64_t code, const std::string& key, const std::string& reason) {
+  Dictionary userInfo{{kLocalizedDescriptionKey, LocalizedString(key)}};
+  if (!reason.empty()) userInfo.set(kLocalizedFailureReasonKey, reason);
+  return std::make_shared<const TQError>(kVornexErrorDomain, code, std::move(userInfo));
+}
+
+TQErrorPtr bookmarkFolder(const std::string& folder) {
+  TQBookmarkUtil& bookmarks = TQBookmarkUtil::sharedInstance();
+  if (!bookmarks.addBookmarkWithFilePath(folder)) {
+    logLine(LogLevel::error, "Can't create bookmark url: " + folder);
+    return libraryError(10011, "bookmark.error.cannot.create.url");
+  }
+  if (!bookmarks.saveBookmarks()) {
+    logLine(LogLevel::error, "Can't save bookmarks");
+    return libraryError(10012, "bookmark.error.cannot.save");
+  }
+  return nullptr;
+}
+
+}  // namespace vornex

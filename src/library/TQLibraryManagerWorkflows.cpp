@@ -1,0 +1,48 @@
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQSearchManager.h>
+
+#include <future>
+
+#include "library/ManagerState.h"
+
+namespace vornex {
+
+TQWorkflowEngineInterface& TQLibraryManager::workflowEngineInterface() {
+  return state_->workflowEngineInterface;
+}
+
+std::string TQLibraryManager::actionStringWithJobType(std::int64_t jobType) {
+  switch (jobType) {
+    case 0:
+      return "copy";
+    case 1:
+      return "upload";
+    case 3:
+      return "lowres transcoding";
+    case 4:
+      return "highres transcoding";
+    default:
+      return "unknown";
+  }
+}
+
+WorkflowAssetItemPtr TQLibraryManager::currentWorkflowItemWithType(std::int64_t jobType) {
+  if (jobType == -1) return nullptr;
+  std::promise<std::optional<Dictionary>> answer;
+  workflowEngineInterface().searchWorkflowWithJobType(
+      jobType, [&](std::optional<Dictionary> job) { answer.set_value(std::move(job)); });
+  const std::optional<Dictionary> job = answer.get_future().get();
+  WorkflowAssetItemPtr item = job ? TQWorkflowAssetItem::workflowAssetItemWithDictionary(*job) : nullptr;
+  if (!item) {
+    item = std::make_shared<TQWorkflowAssetItem>();
+    item->action = actionStringWithJobType(jobType);
+    return item;
+  }
+  item->jobType = jobType;
+  const LibraryPtr library = libraryForDBName(item->dbName);
+  if (library && item->assetID)
+    item->asset = TQSearchManager::sharedManager().searchAssetWithLibrary(library, item->assetID, nullptr);
+  return item;
+}
+
+}  // namespace vornex

@@ -1,0 +1,45 @@
+#include <vornex/Log.h>
+#include <vornex/Queue.h>
+#include <vornex/TQVornexUtil.h>
+#include <vornex/TQWorkflowEngineInterface.h>
+
+#include "core/Coercion.h"
+#include "foundation/Files.h"
+#include "foundation/PropertyList.h"
+#include "foundation/SharedDictionaryFile.h"
+
+namespace vornex {
+
+static constexpr const char* kJobs = "jobs";
+
+static std::optional<Dictionary> firstJob(std::int64_t jobType) {
+  const std::string path = TQVornexUtil::workflowPlist();
+  if (!itemExists(path)) return std::nullopt;
+  auto file = readDictionaryFile(path);
+  if (!file) {
+    logLine(LogLevel::error, "searchWorkflowWithJobType: " + file.error().message);
+    return std::nullopt;
+  }
+  for (const Value& job : coerce::array(file->find(kJobs)))
+    if (job.ifDictionary() && coerce::integer(job.find("jobtype")) == jobType) return *job.ifDictionary();
+  return std::nullopt;
+}
+
+void TQWorkflowEngineInterface::searchWorkflowWithJobType(
+    std::int64_t jobType, std::function<void(std::optional<Dictionary> job)> completion) {
+  GlobalQueue::shared().async(
+      [jobType, completion = std::move(completion)] { completion(firstJob(jobType)); });
+}
+
+void TQWorkflowEngineInterface::cancelWorkflowWithDBName(const std::string& dbName) {
+  const std::string path = TQVornexUtil::workflowPlist();
+  if (!itemExists(path)) return;
+  auto changed = changeDictionaryFile(path, [&](Dictionary& file) {
+    Array jobs = coerce::array(file.find(kJobs));
+    std::erase_if(jobs, [&](const Value& job) { return coerce::string(job.find("dbname")) == dbName; });
+    file.set(kJobs, std::move(jobs));
+  });
+  if (!changed) logLine(LogLevel::error, "cancelWorkflowWithDBName: " + changed.error().message);
+}
+
+}  // namespace vornex

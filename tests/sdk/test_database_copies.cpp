@@ -1,0 +1,214 @@
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQLibrary.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+
+#include "core/DatabaseFolder.h"
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
+#include "library/DatabaseCopies.h"
+#include "sdk/SdkFixture.h"
+
+using namespace vornex;
+namespace fs = std::filesystem;
+
+namespace {
+
+int stepsLeft = -1;
+
+/// Before each change of the file system: the process ends when its steps are used up.
+void step() {
+  if (stepsLeft > 0 && --stepsLeft == 0) ::_exit(77);
+}
+
+template <typename Function>
+Function* next(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+// What the library calls instead of the system's own.
+extern "C" {
+int rename(const char* from, const char* to) noexcept {
+  step();
+  return next<int(const char*, const char*)>("rename")(from, to);
+}
+int renameat2(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags) noexcept {
+  step();
+  return next<int(int, const char*, int, const char*, unsigned)>("renameat2")(fromFolder, from, toFolder, to,
+                                                                              flags);
+}
+int mkdir(const char* path, mode_t mode) noexcept {
+  step();
+  return next<int(const char*, mode_t)>("mkdir")(path, mode);
+}
+int unlinkat(int folder, const char* path, int flags) noexcept {
+  step();
+  return next<int(int, const char*, int)>("unlinkat")(folder, path, flags);
+}
+int remove(const char* path) noexcept {
+  step();
+  return next<int(const char*)>("remove")(path);
+}
+int fsync(int file) {
+  step();
+  return next<int(int)>("fsync")(file);
+}
+}
+
+namespace {
+
+class DatabaseCopiesTest : public vornex::testing::SdkTest {
+ protected:
+  using Content = std::map<std::string, std::string>;
+
+  DatabaseCopiesTest() {
+    library_ = TQLibrary::libraryWithName("Films", "", kLibraryTypeLocal, false, true, true, folder / "Films",
+                                          "", std::make_shared<TQConnection>());
+    library_->dbName = "D";
+  }
+
+  static Content version(const std::string& number) {
+    return {{"library.sqlite", "database " + number}, {"library.sqlite-wal", "log " + number}};
+  }
+
+  static void write(const std::string& path, const Content& content) {
+    fs::remove_all(path);
+    fs::create_directories(path);
+    for (const auto& [name, bytes] : content) std::ofstream(path + "/" + name) << bytes;
+  }
+
+  static Content contentOf(const std::string& path) {
+    Content content;
+    if (isDirectory(path))
+      for (const auto& entry : fs::directory_iterator(path))
+        content[entry.path().filename()] = readFile(entry.path()).value_or("unreadable");
+    return content;
+  }
+
+  static std::vector<std::string> names(const std::string& path) {
+    std::vector<std::string> result;
+    for (const auto& entry : fs::directory_iterator(path)) result.push_back(entry.path().filename());
+    std::sort(result.begin(), result.end());
+    return result;
+  }
+
+  /// Runs the work in a process that is killed before each of its steps in turn; `prepare` goes before,
+  /// `check` after each.
+  void killAtEveryStep(const std::function<void()>& prepare, const std::function<Result<void>()>& work,
+                       const std::function<void()>& check) {
+    for (int kill = 1;; ++kill) {
+      SCOPED_TRACE("killed before step " + std::to_string(kill));
+      prepare();
+      const pid_t process = ::fork();
+      if (process == 0) {
+        stepsLeft = kill;
+        ::_exit(work() ? 0 : 1);
+      }
+      int status = 0;
+      ASSERT_EQ(::waitpid(process, &status, 0), process);
+      ASSERT_TRUE(WIFEXITED(status));
+      check();
+      if (HasFatalFailure() || WEXITSTATUS(status) != 77) {
+        EXPECT_EQ(WEXITSTATUS(status), 0);
+        EXPECT_GT(kill, 5) << "the steps are not counted";
+        return;
+      }
+    }
+  }
+
+  LibraryPtr library_;
+  const std::string working_ = layout::databaseFolder("D");
+  const std::string packages_ = folder / "Films/Database";
+  const std::string packaged_ = packages_ + "/D";
+};
+
+TEST_F(DatabaseCopiesTest, ABackupThatIsKilledLeavesAWholeCopyAndTheNextOneMendsIt) {
+  killAtEveryStep(
+      [&] {
+        fs::remove_all(packages_);
+        write(working_, version("2"));
+        write(packaged_, version("1"));
+      },
+      [&] { return DatabaseCopies(*library_).backUp(false, {}); },
+      [&] {
+        const Content found = contentOf(
+            itemExists(packaged_) || !itemExists(packaged_ + "_origin") ? packaged_ : packaged_ + "_origin");
+        ASSERT_TRUE(found == version("1") || found == version("2"));
+        EXPECT_EQ(contentOf(working_), version("2"));
+        EXPECT_TRUE(DatabaseCopies(*library_).hasPackaged());
+        ASSERT_TRUE(DatabaseCopies(*library_).backUp(false, {}));
+        EXPECT_EQ(contentOf(packaged_), version("2"));
+        EXPECT_EQ(names(packages_), std::vector<std::string>{"D"});
+      });
+}
+
+TEST_F(DatabaseCopiesTest, ARestoreThatIsKilledLeavesNoHalfDatabase) {
+  write(packaged_ + "_origin", version("1"));
+  killAtEveryStep([&] { fs::remove_all(layout::databaseRoot()); },
+                  [&] { return DatabaseCopies(*library_).restore({}); },
+                  [&] {
+                    EXPECT_TRUE(!itemExists(working_) || contentOf(working_) == version("1"));
+                    ASSERT_TRUE(DatabaseCopies(*library_).restore({}));
+                    EXPECT_EQ(contentOf(working_), version("1"));
+                  });
+  EXPECT_EQ(names(layout::databaseRoot()), (std::vector<std::string>{".copies.lock", "D"}));
+  EXPECT_EQ(contentOf(packaged_ + "_origin"), version("1")) << "the package is only read";
+
+  // What is there is kept.
+  write(packaged_, version("3"));
+  ASSERT_TRUE(DatabaseCopies(*library_).restore({}));
+  EXPECT_EQ(contentOf(working_), version("1"));
+}
+
+TEST_F(DatabaseCopiesTest, AnExchangeThatIsKilledLeavesAWorkingDatabase) {
+  auto replace = [&]() -> Result<void> {
+    const DatabaseCopies copies(*library_);
+    if (auto staged = copies.stage({}); !staged) return staged;
+    if (auto exchanged = copies.exchange(); !exchanged) return exchanged;
+    return copies.removeStaged();
+  };
+  killAtEveryStep(
+      [&] {
+        write(working_, version("2"));
+        write(packaged_, version("1"));
+      },
+      replace,
+      [&] {
+        const Content found = contentOf(working_);
+        ASSERT_TRUE(found == version("1") || found == version("2"));
+        ASSERT_TRUE(replace());
+        EXPECT_EQ(contentOf(working_), version("1"));
+        EXPECT_EQ(names(layout::databaseRoot()), std::vector<std::string>{"D"});
+      });
+}
+
+TEST_F(DatabaseCopiesTest, ARemovalThatIsKilledLeavesNoHalfDatabase) {
+  killAtEveryStep([&] { write(working_, version("2")); }, [] { return removeDatabaseFolder("D"); },
+                  [&] {
+                    ASSERT_TRUE(!itemExists(working_) || contentOf(working_) == version("2"));
+                    finishDatabaseRemovals();
+                    ASSERT_TRUE(removeDatabaseFolder("D"));
+                    EXPECT_TRUE(names(layout::databaseRoot()).empty());
+                  });
+}
+
+TEST_F(DatabaseCopiesTest, NothingIsCopiedOrRemovedOutsideTheDatabaseFolders) {
+  for (const char* name : {"", ".", "..", "../D", "a/b"}) {
+    library_->dbName = name;
+    EXPECT_FALSE(DatabaseCopies(*library_).backUp(false, {})) << name;
+    EXPECT_FALSE(DatabaseCopies(*library_).restore({})) << name;
+    EXPECT_FALSE(removeDatabaseFolder(name)) << name;
+  }
+}
+
+}  // namespace
