@@ -25,3 +25,10 @@ file(RELATIVE_PATH prefix_from_pkgconfig
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/vornex.pc.in vornex.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vornex.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# Units for the service manager of a user's session; the user enables them: systemctl --user enable vornexd.socket
+install(FILES packaging/vornexd.socket DESTINATION lib/systemd/user)
+install(CODE "
+  set(VORNEXD \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vornexd\")
+  configure_file(\"${PROJECT_SOURCE_DIR}/packaging/vornexd.service.in\"
+    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/systemd/user/vornexd.service\" @ONLY)")

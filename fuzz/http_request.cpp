@@ -51,6 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   request.authorization = nextLine();
   request.range = nextLine();
   request.ifNoneMatch = nextLine();
+  request.contentType = "application/json";
+  request.hasBody = !text.empty();
   request.body = text;
   (void)parseBasicCredentials(request.authorization);
   (void)parseByteRange(request.range, 1000);

@@ -39,7 +39,8 @@ class TQBookmarkUtil {
   std::vector<TQBookmark> loadBookmarks();
   /// Ends the access to the folders; the list stays.
   void unloadBookmarks();
-  /// Writes the list; an empty list is not written, and is a success.
+  /// Writes the list, keeping what other processes have added or removed meanwhile; an empty list is not
+  /// written, and is a success.
   bool saveBookmarks();
   /// Adds the folder unless a bookmark covers it. The file is not written.
   bool addBookmarkWithFilePath(const OptionalString& path);
@@ -105,6 +106,8 @@ class TQBookmarkUtil {
 
   /// Held by who changes the list or the file.
   std::recursive_mutex monitor_;
+  /// The file's entries when they were last read or written here.
+  Array savedEntries_;
   /// Guards the pointer alone.
   mutable std::mutex listMutex_;
   std::shared_ptr<const List> bookmarks_ = std::make_shared<const List>();

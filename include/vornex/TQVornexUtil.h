@@ -100,9 +100,9 @@ class TQVornexUtil {
 
   using RequestCompletion = std::function<void(Value response, TQErrorPtr error)>;
 
-  /// Sends from a worker and returns at once; the completion is called once, on the main queue, with null and
-  /// the error or with the answer, before the error is announced. A missing argument calls it at once, on
-  /// this thread, with error 10000. The completion must not be empty.
+  /// Returns at once; the completion is called once, on the main queue, with null and the error or with the
+  /// answer, before the error is announced. A missing argument calls it at once, on this thread, with error
+  /// 10000. The completion must not be empty.
   static void requestURL(const OptionalString& url, const OptionalString& userID,
                          const OptionalString& userPassword, const OptionalString& method,
                          const std::optional<Value>& params, RequestCompletion completion);

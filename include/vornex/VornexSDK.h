@@ -34,9 +34,10 @@ class VornexSDK {
 
   /// Starts the service if it does not run, has it serve HTTP on the port (0: the port on which it serves
   /// already, else any free one) and load its libraries. Sets WASPort to the port in use. Called back with
-  /// (true, null) only when all succeeded; then the local password is known and local libraries carry it.
-  /// Errors: 10 the service serves on another port or the port is taken, 31 the service cannot be started or
-  /// went away, 9 it hangs, or the service's own. Never called back before initializeWAS.
+  /// (true, null) only when all succeeded. By then the local password has been asked for: local libraries
+  /// carry it, unless the service had none to give, which is logged. Errors: 10 the service serves on another
+  /// port or the port is taken, 31 the service cannot be started or went away, 9 it hangs, or the service's
+  /// own. Never called back before initializeWAS.
   void startWASServiceWithPort(std::int64_t port, Completion completion);
 
   /// Stops the web server and the databases; the service process stays. Called back at once without a

@@ -31,8 +31,40 @@ void addServiceCommands(CLI::App& app, Arguments& arguments) {
   addCommand<StatusCommand>(app, arguments, "status", "Say whether the service runs, and where");
 }
 
+constexpr const char* kLibraryText = "Name, path or database name (needed if there are several)";
+
+void addYesFlag(CLI::App* app, bool& yes) {
+  app->add_flag("-y,--yes", yes, "Do not ask");
+}
+
+void addLibraryLifeCommands(CLI::App& library, Arguments& arguments) {
+  const auto [import, importing] = addCommand<LibraryImportCommand>(
+      library, arguments, "import", "Take in package folders that were moved or come from another computer");
+  import->add_option("FOLDER", importing->places, "Package folders")->required();
+  import->add_flag("--force", importing->force, "Take over a library that another computer has locked");
+  const auto [rename, naming] =
+      addCommand<LibraryRenameCommand>(library, arguments, "rename", "Give a library another name");
+  rename->add_option("LIBRARY", naming->library, "Name, path or database name")->required();
+  rename->add_option("NAME", naming->name, "The new name; its folder keeps its own")->required();
+  const auto [remove, removal] = addCommand<LibraryDeleteCommand>(
+      library, arguments, "delete", "Take a library out of the list; its folder stays, with its database");
+  remove->add_option("LIBRARY", removal->library, "Name, path or database name")->required();
+  remove->add_flag("--everything", removal->everything, "Remove its database and all its files, too");
+  addYesFlag(remove, removal->yes);
+  const auto [backup, saved] = addCommand<LibraryBackupCommand>(
+      library, arguments, "backup", "Copy the database of a library into its folder");
+  backup->add_option("LIBRARY", saved->library, kLibraryText);
+  const auto [restore, restored] = addCommand<LibraryRestoreCommand>(
+      library, arguments, "restore", "Go back to the database that was last backed up");
+  restore->add_option("LIBRARY", restored->library, kLibraryText);
+  addYesFlag(restore, restored->yes);
+  const auto [reload, reloaded] = addCommand<LibraryReloadCommand>(
+      library, arguments, "reload", "Read the list of libraries again, and say which of them answer");
+  reload->add_option("LIBRARY", reloaded->library, "Only this one, by name, path or database name");
+}
+
 void addLibraryCommands(CLI::App& app, Arguments& arguments) {
-  CLI::App* library = app.add_subcommand("library", "Create and look at libraries");
+  CLI::App* library = app.add_subcommand("library", "Create, look at, move and delete libraries");
   library->require_subcommand(1);
   const auto [create, creation] =
       addCommand<LibraryCreateCommand>(*library, arguments, "create", "Create local libraries");
@@ -49,7 +81,8 @@ void addLibraryCommands(CLI::App& app, Arguments& arguments) {
   addCommand<LibraryListCommand>(*library, arguments, "list", "List the known libraries");
   const auto [show, shown] =
       addCommand<LibraryShowCommand>(*library, arguments, "show", "Show a library and what it holds");
-  show->add_option("LIBRARY", shown->library, "Name, path or database name (needed if there are several)");
+  show->add_option("LIBRARY", shown->library, kLibraryText);
+  addLibraryLifeCommands(*library, arguments);
 }
 
 void addProjectCommands(CLI::App& app, Arguments& arguments) {

@@ -25,6 +25,31 @@ struct LibraryListCommand {};
 struct LibraryShowCommand {
   OptionalString library;
 };
+struct LibraryImportCommand {
+  /// Package folders.
+  std::vector<std::string> places;
+  bool force = false;
+};
+struct LibraryRenameCommand {
+  std::string library;
+  std::string name;
+};
+struct LibraryDeleteCommand {
+  std::string library;
+  /// With the database and the package folder.
+  bool everything = false;
+  bool yes = false;
+};
+struct LibraryBackupCommand {
+  OptionalString library;
+};
+struct LibraryRestoreCommand {
+  OptionalString library;
+  bool yes = false;
+};
+struct LibraryReloadCommand {
+  OptionalString library;
+};
 
 struct ProjectAddCommand {
   /// "name" or "name/group/group"; missing levels are made.
@@ -62,9 +87,11 @@ struct AssetShowCommand {
   OptionalString library;
 };
 
-using Command = std::variant<ServeCommand, StopCommand, StatusCommand, LibraryCreateCommand,
-                             LibraryListCommand, LibraryShowCommand, ProjectAddCommand, ProjectListCommand,
-                             ImportCommand, SearchCommand, AssetShowCommand>;
+using Command =
+    std::variant<ServeCommand, StopCommand, StatusCommand, LibraryCreateCommand, LibraryListCommand,
+                 LibraryShowCommand, LibraryImportCommand, LibraryRenameCommand, LibraryDeleteCommand,
+                 LibraryBackupCommand, LibraryRestoreCommand, LibraryReloadCommand, ProjectAddCommand,
+                 ProjectListCommand, ImportCommand, SearchCommand, AssetShowCommand>;
 
 /// What a command line asks for.
 struct Arguments {

@@ -18,8 +18,11 @@ namespace vornex::cli {
 /// The error of the SDK as one of this program; "unknown error" for a failure that brought none.
 inline Error fromSDK(const TQErrorPtr& error) {
   if (!error) return {"vornex", 0, "unknown error"};
-  const std::string message = error->message();
-  return {error->domain().value_or(""), error->code(), message.empty() ? error->description() : message};
+  std::string message = error->message();
+  if (message.empty()) message = error->description();
+  const Value* reason = error->userInfo().find(kLocalizedFailureReasonKey);
+  if (reason && reason->ifString()) message += " (" + *reason->ifString() + ")";
+  return {error->domain().value_or(""), error->code(), std::move(message)};
 }
 
 /// Whether the service went away, or was never there.

@@ -134,6 +134,12 @@ Result<LibraryPtr> Host::library(const OptionalString& wanted) {
   return persistently([&] { return loadLibrary(wanted); });
 }
 
+Result<LibraryPtr> Host::listedLibrary(const OptionalString& wanted) {
+  auto known = persistently([&] { return libraries(); });
+  if (!known) return tl::unexpected(known.error());
+  return choose(*known, wanted);
+}
+
 Result<LibraryPtr> Host::loadLibrary(const OptionalString& wanted) {
   auto known = libraries();
   if (!known) return tl::unexpected(known.error());

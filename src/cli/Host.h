@@ -37,6 +37,10 @@ class Host {
   /// Starts the service unless it runs, and loads the list of libraries.
   [[nodiscard]] Result<std::vector<LibraryPtr>> libraries();
 
+  /// The library with the name, path or database name as the list has it, usable or not; without one, the
+  /// only library there is.
+  [[nodiscard]] Result<LibraryPtr> listedLibrary(const OptionalString& wanted);
+
   /// The library with the name, path or database name; without one, the only library there is. Its project
   /// tree is loaded.
   [[nodiscard]] Result<LibraryPtr> library(const OptionalString& wanted);

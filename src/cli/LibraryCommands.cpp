@@ -10,6 +10,7 @@
 #include "cli/Commands.h"
 #include "cli/Format.h"
 #include "cli/Host.h"
+#include "cli/LibraryFacts.h"
 #include "cli/Output.h"
 #include "cli/Paths.h"
 #include "cli/Search.h"
@@ -21,12 +22,8 @@ namespace {
 
 constexpr const char* kDefaultFolder = "Vornex";
 
-Dictionary facts(const LibraryPtr& library) {
-  return {{"name", library->name},
-          {"dbname", library->dbName},
-          {"type", library->libraryType == kLibraryTypeLocal ? "local" : "network"},
-          {"path", library->packageFolder},
-          {"description", library->desc}};
+const char* typeOf(const LibraryPtr& library) {
+  return library->libraryType == kLibraryTypeLocal ? "local" : "network";
 }
 
 /// A plain name stands for a folder below the default folder, which is made when it is missing.
@@ -62,14 +59,31 @@ Result<LibraryPtr> createLibrary(const std::string& place, const LibraryCreateCo
   return failure("vornex", error ? error->code() : 0, fmt::format("cannot create {}: {}", *folder, reason));
 }
 
+/// Whether the library answers; an error why not.
+Result<void> check(const LibraryPtr& library) {
+  if (library->libraryType == kLibraryTypeLocal && !isDirectory(library->packageFolder.value_or("")))
+    return failure("vornex", 0, "its folder is missing");
+  auto counts = countAssets(library);
+  if (!counts) return tl::unexpected(counts.error());
+  return {};
+}
+
 }  // namespace
+
+Dictionary libraryFacts(const LibraryPtr& library) {
+  return {{"name", library->name},
+          {"dbname", library->dbName},
+          {"type", typeOf(library)},
+          {"path", library->packageFolder},
+          {"description", library->desc}};
+}
 
 Result<void> run(const LibraryCreateCommand& command, Host& host, const Output& output) {
   if (auto known = host.libraries(); !known) return tl::unexpected(known.error());
   for (const std::string& place : command.places) {
     auto library = createLibrary(place, command);
     if (!library) return tl::unexpected(library.error());
-    output.record("library", facts(*library));
+    output.record("library", libraryFacts(*library));
     output.text(fmt::format("Created the library \"{}\" in {}.", (*library)->name.value_or(""),
                             (*library)->packageFolder.value_or("")));
   }
@@ -81,9 +95,9 @@ Result<void> run(const LibraryListCommand&, Host& host, const Output& output) {
   if (!libraries) return tl::unexpected(libraries.error());
   Table table({{"NAME", Table::Kind::text}, {"TYPE"}, {"DATABASE"}, {"PATH", Table::Kind::path}});
   for (const LibraryPtr& library : *libraries) {
-    output.record("library", facts(library));
-    table.addRow({library->name.value_or(""), library->libraryType == kLibraryTypeLocal ? "local" : "network",
-                  library->dbName.value_or(""), library->packageFolder.value_or("")});
+    output.record("library", libraryFacts(library));
+    table.addRow({library->name.value_or(""), typeOf(library), library->dbName.value_or(""),
+                  library->packageFolder.value_or("")});
   }
   if (table.empty()) {
     output.text("There is no library yet.");
@@ -99,7 +113,7 @@ Result<void> run(const LibraryShowCommand& command, Host& host, const Output& ou
   auto counts = countAssets(*library);
   if (!counts) return tl::unexpected(counts.error());
 
-  Dictionary record = facts(*library);
+  Dictionary record = libraryFacts(*library);
   record.set("projects", static_cast<std::int64_t>((*library)->projects.size()));
   record.set("assets", counts->total);
   Dictionary byType;
@@ -116,6 +130,45 @@ Result<void> run(const LibraryShowCommand& command, Host& host, const Output& ou
   for (const auto& [type, count] : counts->byType) table.addRow({"  " + type, std::to_string(count)});
   output.table(table);
   return {};
+}
+
+Result<void> run(const LibraryRenameCommand& command, Host& host, const Output& output) {
+  auto library = host.listedLibrary(command.library);
+  if (!library) return tl::unexpected(library.error());
+  if (command.name.find_first_not_of(" \t\n") == std::string::npos)
+    return failure("vornex", 0, "a library needs a name");
+  const std::string former = (*library)->name.value_or("");
+  if (!(*library)->updateName(command.name))
+    return failure(
+        "vornex", 0,
+        fmt::format("the new name of \"{}\" cannot be saved; is its folder there, and writable?", former));
+  output.record("library", libraryFacts(*library));
+  output.text(fmt::format("Renamed the library \"{}\" to \"{}\".", former, command.name));
+  return {};
+}
+
+Result<void> run(const LibraryReloadCommand& command, Host& host, const Output& output) {
+  auto libraries = host.libraries();
+  if (!libraries) return tl::unexpected(libraries.error());
+  if (command.library) {
+    auto library = host.listedLibrary(command.library);
+    if (!library) return tl::unexpected(library.error());
+    libraries = std::vector{*library};
+  }
+  std::size_t failures = 0;
+  Table table({{"NAME", Table::Kind::text}, {"STATE", Table::Kind::text}});
+  for (const LibraryPtr& library : *libraries) {
+    const Result<void> answers = check(library);
+    if (!answers) ++failures;
+    Dictionary record = libraryFacts(library);
+    record.set("usable", answers.has_value());
+    if (!answers) record.set("reason", answers.error().message);
+    output.record("library", record);
+    table.addRow({library->name.value_or(""), answers ? "usable" : answers.error().message});
+  }
+  if (!table.empty()) output.table(table);
+  if (failures == 0) return {};
+  return failure("vornex", 0, fmt::format("{} of {} libraries cannot be used", failures, libraries->size()));
 }
 
 }  // namespace vornex::cli

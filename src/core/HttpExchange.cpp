@@ -1,173 +1,171 @@
 #include "core/HttpExchange.h"
 
-#include <curl/curl.h>
-
-#include <memory>
+#include <algorithm>
+#include <deque>
+#include <exception>
+#include <map>
 #include <mutex>
-#include <new>
+#include <thread>
+
+#include "core/HttpTransfer.h"
 
 namespace vornex {
 namespace {
 
-struct FreeEasy {
-  void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-struct FreeList {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-struct FreeUrl {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-using Easy = std::unique_ptr<CURL, FreeEasy>;
-using HeaderList = std::unique_ptr<curl_slist, FreeList>;
-using Url = std::unique_ptr<CURLU, FreeUrl>;
+using Clock = std::chrono::steady_clock;
+using Done = std::function<void(Result<HttpAnswer> answer)>;
 
-/// Idle handles, each with its open connections; the one used last goes out first.
+/// "http://host:port" of a URL.
+std::string serverOf(const std::string& url) {
+  std::size_t host = url.find("://");
+  return host == std::string::npos ? url : url.substr(0, url.find('/', host + 3));
+}
+
+Result<std::unique_ptr<HttpTransfer>> makeTransfer(HttpExchange exchange, HandlePool& pool) {
+  try {
+    return HttpTransfer::make(std::move(exchange), pool);
+  } catch (const std::exception& exception) {
+    return failure("curl", CURLE_OUT_OF_MEMORY, exception.what());
+  }
+}
+
+/// The thread that carries requests nobody waits for.
 ///
-/// Thread-safety: safe on any thread.
-class HandlePool {
+/// Thread-safety: submit() is safe on any thread; the rest belongs to the loop's own thread.
+class HttpLoop {
  public:
-  static HandlePool& shared() {
-    // Never destroyed: workers may send while the process ends.
-    static HandlePool* pool = new HandlePool;
-    return *pool;
+  static HttpLoop& shared() {
+    // Never destroyed: its thread works while the process ends.
+    static HttpLoop* loop = new HttpLoop;
+    return *loop;
   }
 
-  Easy take() {
-    std::lock_guard lock(mutex_);
-    if (idle_.empty()) return Easy(curl_easy_init());
-    Easy handle = std::move(idle_.back());
-    idle_.pop_back();
-    return handle;
-  }
-
-  void giveBack(Easy handle) {
-    curl_easy_reset(handle.get());
-    std::lock_guard lock(mutex_);
-    if (idle_.size() < kMostIdle) idle_.push_back(std::move(handle));
+  void submit(HttpExchange exchange, Done done) {
+    Clock::time_point deadline = Clock::now() + exchange.timeLimit;
+    {
+      std::lock_guard lock(mutex_);
+      submitted_.push_back({std::move(exchange), std::move(done), deadline});
+    }
+    curl_multi_wakeup(multi_);
   }
 
  private:
-  static constexpr std::size_t kMostIdle = 8;
+  struct Waiting {
+    HttpExchange exchange;
+    Done done;
+    Clock::time_point deadline;
+  };
+  /// A server that does not answer must not hold up the requests to others.
+  struct Server {
+    std::deque<Waiting> waiting;
+    std::size_t running = 0;
+  };
+  struct Running {
+    std::string server;
+    std::unique_ptr<HttpTransfer> transfer;
+    Done done;
+  };
 
-  HandlePool() { curl_global_init(CURL_GLOBAL_DEFAULT); }
+  static constexpr std::size_t kMostRunning = 8;
+  static constexpr int kPauseMs = 250;
+  static constexpr int kIdlePauseMs = 60'000;
 
+  HttpLoop() : multi_(curl_multi_init()) {
+    std::thread([this] { run(); }).detach();
+  }
+
+  [[noreturn]] void run() {
+    for (;;) {
+      takeSubmitted();
+      for (auto server = servers_.begin(); server != servers_.end();) {
+        expire(server->second);
+        start(server->first, server->second);
+        bool isIdle = server->second.running == 0 && server->second.waiting.empty();
+        server = isIdle ? servers_.erase(server) : std::next(server);
+      }
+      int ignored = 0;
+      curl_multi_perform(multi_, &ignored);
+      if (finishEnded()) continue;
+      curl_multi_poll(multi_, nullptr, 0, servers_.empty() ? kIdlePauseMs : kPauseMs, nullptr);
+    }
+  }
+
+  void takeSubmitted() {
+    std::vector<Waiting> submitted;
+    {
+      std::lock_guard lock(mutex_);
+      submitted.swap(submitted_);
+    }
+    for (Waiting& request : submitted)
+      servers_[serverOf(request.exchange.url)].waiting.push_back(std::move(request));
+  }
+
+  static void expire(Server& server) {
+    auto now = Clock::now();
+    auto late = std::stable_partition(server.waiting.begin(), server.waiting.end(),
+                                      [now](const Waiting& request) { return request.deadline > now; });
+    for (auto request = late; request != server.waiting.end(); ++request)
+      request->done(failure("curl", CURLE_OPERATION_TIMEDOUT, curl_easy_strerror(CURLE_OPERATION_TIMEDOUT)));
+    server.waiting.erase(late, server.waiting.end());
+  }
+
+  void start(const std::string& name, Server& server) {
+    while (server.running < kMostRunning && !server.waiting.empty()) {
+      Waiting next = std::move(server.waiting.front());
+      server.waiting.pop_front();
+      auto left = std::chrono::ceil<std::chrono::milliseconds>(next.deadline - Clock::now());
+      next.exchange.timeLimit =
+          std::max(left, std::chrono::milliseconds(1));  // none at all would be no limit
+      auto transfer = makeTransfer(std::move(next.exchange), handles_);
+      if (!transfer) {
+        next.done(tl::unexpected(transfer.error()));
+        continue;
+      }
+      CURL* handle = (*transfer)->handle();
+      curl_multi_add_handle(multi_, handle);
+      running_.emplace(handle, Running{name, std::move(*transfer), std::move(next.done)});
+      ++server.running;
+    }
+  }
+
+  bool finishEnded() {
+    bool anyEnded = false;
+    int ignored = 0;
+    while (CURLMsg* message = curl_multi_info_read(multi_, &ignored)) {
+      CURLcode code = message->data.result;
+      auto ended = running_.extract(message->easy_handle);
+      curl_multi_remove_handle(multi_, ended.key());
+      --servers_[ended.mapped().server].running;
+      ended.mapped().done(ended.mapped().transfer->finish(code));
+      anyEnded = true;
+    }
+    return anyEnded;
+  }
+
+  HandlePool handles_;
+  CURLM* const multi_;
   std::mutex mutex_;
-  std::vector<Easy> idle_;
+  std::vector<Waiting> submitted_;
+  std::map<std::string, Server> servers_;
+  std::map<CURL*, Running> running_;
 };
 
-/// What arrives of one answer's body. (curl itself bounds the headers.)
-struct Arrival {
-  std::string body;
-  std::size_t limit = 0;
-  bool isTooLong = false;
-};
-
-std::size_t takeBody(char* bytes, std::size_t size, std::size_t count, void* target) {
-  auto& arrival = *static_cast<Arrival*>(target);
-  std::size_t length = size * count;
-  try {
-    arrival.isTooLong = length > arrival.limit - arrival.body.size();
-    if (arrival.isTooLong) return 0;
-    arrival.body.append(bytes, length);
-    return length;
-  } catch (const std::bad_alloc&) {
-    arrival.isTooLong = true;
-    return 0;
-  }
-}
-
-bool isLoopback(const std::string& host) {
-  return host == "localhost" || host == "[::1]" || host.starts_with("127.");
-}
-
-bool isMethod(const std::string& method) {
-  return method == "GET" || method == "POST" || method == "PUT" || method == "PATCH" || method == "DELETE";
-}
-
-std::string urlPart(const Url& url, CURLUPart part) {
-  char* text = nullptr;
-  if (curl_url_get(url.get(), part, &text, 0) != CURLUE_OK) return "";
-  std::string copy = text;
-  curl_free(text);
-  return copy;
-}
-
-HeaderList headerList(const std::vector<std::string>& headers) {
-  HeaderList list;
-  for (const std::string& header : headers) {
-    curl_slist* longer = curl_slist_append(list.get(), header.c_str());
-    if (!longer) throw std::bad_alloc();
-    list.release();
-    list.reset(longer);
-  }
-  return list;
-}
-
-void configure(CURL* handle, const HttpExchange& exchange, const UrlParts& url, const curl_slist* headers,
-               Arrival& arrival) {
-  curl_easy_setopt(handle, CURLOPT_URL, exchange.url.c_str());
-  curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 0L);
-  if (isLoopback(url.host)) curl_easy_setopt(handle, CURLOPT_PROXY, "");
-  curl_easy_setopt(handle, CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
-  curl_easy_setopt(handle, CURLOPT_USERNAME, exchange.userName.c_str());
-  curl_easy_setopt(handle, CURLOPT_PASSWORD, exchange.password.c_str());
-  curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
-  // A body is a POST to curl; the method's name is a matter of its own.
-  bool hasBody = exchange.body || exchange.method != "GET";
-  if (hasBody) {
-    std::string_view body = exchange.body ? std::string_view(*exchange.body) : "";
-    curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-    curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.data());
-  }
-  curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, exchange.method.c_str());
-  curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, static_cast<long>(exchange.timeLimit.count()));
-  curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(exchange.timeLimit.count()));
-  curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(handle, CURLOPT_TCP_KEEPALIVE, 1L);
-  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, takeBody);
-  curl_easy_setopt(handle, CURLOPT_WRITEDATA, &arrival);
-}
-
-Result<HttpAnswer> perform(CURL* handle, Arrival& arrival) {
-  CURLcode code = curl_easy_perform(handle);
-  if (arrival.isTooLong) return failure("curl", kAnswerTooLong, "the answer is too long");
-  if (code != CURLE_OK) return failure("curl", code, curl_easy_strerror(code));
-  HttpAnswer answer;
-  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer.status);
-  const char* contentType = nullptr;
-  curl_easy_getinfo(handle, CURLINFO_CONTENT_TYPE, &contentType);
-  if (contentType) answer.contentType = contentType;
-  answer.body = std::move(arrival.body);
-  return answer;
+HandlePool& handlesOfCallers() {
+  // Never destroyed: workers may send while the process ends.
+  static auto* pool = new HandlePool;
+  return *pool;
 }
 
 }  // namespace
 
-std::optional<UrlParts> parseHttpUrl(const std::string& text) {
-  Url url(curl_url());
-  if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
-  std::string scheme = urlPart(url, CURLUPART_SCHEME);
-  if (scheme != "http" && scheme != "https") return std::nullopt;
-  return UrlParts{urlPart(url, CURLUPART_HOST), urlPart(url, CURLUPART_PATH)};
+Result<HttpAnswer> exchangeHttp(HttpExchange exchange) {
+  auto transfer = HttpTransfer::make(std::move(exchange), handlesOfCallers());
+  if (!transfer) return tl::unexpected(transfer.error());
+  return (*transfer)->finish(curl_easy_perform((*transfer)->handle()));
 }
 
-Result<HttpAnswer> exchangeHttp(const HttpExchange& exchange) {
-  std::optional<UrlParts> url = parseHttpUrl(exchange.url);
-  if (!url) return failure("curl", kUnusableRequest, "not a URL that can be requested: " + exchange.url);
-  if (!isMethod(exchange.method)) {
-    return failure("curl", kUnusableRequest, "not a method that can be requested: " + exchange.method);
-  }
-  Easy handle = HandlePool::shared().take();
-  if (!handle) return failure("curl", CURLE_FAILED_INIT, curl_easy_strerror(CURLE_FAILED_INIT));
-  HeaderList headers = headerList(exchange.headers);
-  Arrival arrival;
-  arrival.limit = exchange.answerLimit;
-  configure(handle.get(), exchange, *url, headers.get(), arrival);
-  Result<HttpAnswer> answer = perform(handle.get(), arrival);
-  HandlePool::shared().giveBack(std::move(handle));
-  return answer;
+void exchangeHttp(HttpExchange exchange, std::function<void(Result<HttpAnswer> answer)> done) {
+  HttpLoop::shared().submit(std::move(exchange), std::move(done));
 }
 
 }  // namespace vornex

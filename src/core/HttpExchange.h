@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,6 +45,11 @@ inline constexpr std::int64_t kAnswerTooLong = -2;
 
 /// Runs the request and blocks until its answer is complete, whatever its status. Domain "curl" on failure;
 /// code kUnusableRequest when nothing can be sent for such a URL or method. Thread-safe.
-[[nodiscard]] Result<HttpAnswer> exchangeHttp(const HttpExchange& exchange);
+[[nodiscard]] Result<HttpAnswer> exchangeHttp(HttpExchange exchange);
+
+/// The same without blocking. One thread carries the requests of the whole process, a few to each server at a
+/// time; the others wait for their turn, within their time limit. `done` is called once, on that thread, and
+/// must neither block nor throw. Thread-safe.
+void exchangeHttp(HttpExchange exchange, std::function<void(Result<HttpAnswer> answer)> done);
 
 }  // namespace vornex

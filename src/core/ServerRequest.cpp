@@ -1,10 +1,10 @@
 #include "core/ServerRequest.h"
 
+#include <vornex/Queue.h>
 #include <vornex/TQVornexUtil.h>
 
-#include <new>
+#include <exception>
 
-#include "core/HttpExchange.h"
 #include "core/StatusCode.h"
 #include "foundation/Json.h"
 #include "foundation/Text.h"
@@ -79,27 +79,9 @@ ServerReply failureReply(const HttpAnswer& answer, const Result<Value>& decoded)
   return {decoded ? *decoded : Value(), error};
 }
 
-ServerReply readAnswer(const HttpAnswer& answer) {
-  if (answer.status == 204) return {};
-  Result<Value> decoded = isJson(answer.contentType)
-                              ? parseJson(answer.body)
-                              : failure("http", answer.status, "content type \"" + answer.contentType + "\"");
-  if (!isSuccess(answer.status)) return failureReply(answer, decoded);
-  if (!decoded) {
-    return {Value(),
-            serverError(StatusCode::internalError, "response.error.invalid", decoded.error().message)};
-  }
-  return {*decoded, TQVornexUtil::errorWithResponse(*decoded)};
-}
-
-ServerReply obtainReply(const ServerRequest& request) {
-  try {
-    Result<HttpAnswer> answer = exchangeHttp(makeExchange(request));
-    return answer ? readAnswer(*answer) : ServerReply{Value(), transportError(answer.error())};
-  } catch (const std::exception& exception) {
-    // Whoever waits for the answer must hear of it.
-    return {Value(), serverError(StatusCode::internalError, "response.error.invalid", exception.what())};
-  }
+/// Whatever happens, whoever waits for the answer must hear of it.
+ServerReply exceptionReply(const std::exception& exception) {
+  return {Value(), serverError(StatusCode::internalError, "response.error.invalid", exception.what())};
 }
 
 /// The component after "libraries" in ".../vornex/libraries/NAME/...".
@@ -120,14 +102,53 @@ TQErrorPtr withLibraryName(const TQErrorPtr& error, const std::string& url) {
   return std::make_shared<const TQError>(error->domain(), error->code(), std::move(userInfo));
 }
 
-}  // namespace
-
-ServerReply sendServerRequest(const ServerRequest& request) {
-  ServerReply reply = obtainReply(request);
+ServerReply replyFromOutcome(const Result<HttpAnswer>& answer, const std::string& url) {
+  ServerReply reply;
+  try {
+    reply = answer ? replyFromAnswer(*answer) : ServerReply{Value(), transportError(answer.error())};
+  } catch (const std::exception& exception) {
+    reply = exceptionReply(exception);
+  }
   if (!reply.error) return reply;
-  reply.error = withLibraryName(reply.error, request.url);
+  reply.error = withLibraryName(reply.error, url);
   if (!reply.response.find("items")) reply.response = Value();
   return reply;
+}
+
+}  // namespace
+
+ServerReply replyFromAnswer(const HttpAnswer& answer) {
+  if (answer.status == 204) return {};
+  Result<Value> decoded = isJson(answer.contentType)
+                              ? parseJson(answer.body)
+                              : failure("http", answer.status, "content type \"" + answer.contentType + "\"");
+  if (!isSuccess(answer.status)) return failureReply(answer, decoded);
+  if (!decoded) {
+    return {Value(),
+            serverError(StatusCode::internalError, "response.error.invalid", decoded.error().message)};
+  }
+  TQErrorPtr error = TQVornexUtil::errorWithResponse(*decoded);
+  return {std::move(*decoded), error};
+}
+
+ServerReply sendServerRequest(const ServerRequest& request) {
+  try {
+    return replyFromOutcome(exchangeHttp(makeExchange(request)), request.url);
+  } catch (const std::exception& exception) {
+    return exceptionReply(exception);
+  }
+}
+
+void sendServerRequest(const ServerRequest& request, std::function<void(ServerReply reply)> done) {
+  try {
+    exchangeHttp(makeExchange(request), [url = request.url, done](Result<HttpAnswer> answer) {
+      // Decoding a large answer must not hold up the other requests.
+      GlobalQueue::shared().async(
+          [answer = std::move(answer), url, done] { done(replyFromOutcome(answer, url)); });
+    });
+  } catch (const std::exception& exception) {
+    GlobalQueue::shared().async([reply = exceptionReply(exception), done] { done(reply); });
+  }
 }
 
 bool announcesErrors(const std::string& url) {

@@ -3,8 +3,11 @@
 #include <vornex/TQError.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
+
+#include "core/HttpExchange.h"
 
 namespace vornex {
 
@@ -33,6 +36,12 @@ struct ServerReply {
 /// are kept and used again. Redirects are not followed; no proxy stands before a loopback address. The errors
 /// are those listed at TQVornexUtil::requestURL. Thread-safe.
 ServerReply sendServerRequest(const ServerRequest& request);
+
+/// The same without blocking; `done` is called once, on a worker thread.
+void sendServerRequest(const ServerRequest& request, std::function<void(ServerReply reply)> done);
+
+/// What an answer says.
+ServerReply replyFromAnswer(const HttpAnswer& answer);
 
 /// Whether an error of this URL may be announced: not when "login" is anywhere in its path.
 bool announcesErrors(const std::string& url);

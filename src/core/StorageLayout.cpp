@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "foundation/Files.h"
-#include "foundation/Text.h"
 
 namespace vornex::layout {
 namespace {
@@ -53,11 +52,6 @@ std::string inPreferences(std::string_view name) {
 }
 std::string inService(std::string_view name) {
   return appendPathComponent(serviceFolder(), name);
-}
-
-std::string temporaryFolder() {
-  std::string folder = absoluteEnvironment("TMPDIR");
-  return folder.empty() ? "/tmp" : folder;
 }
 
 }  // namespace
@@ -107,13 +101,8 @@ std::string localAccountFile() {
 std::string serviceLogFile() {
   return inService("vornexd.log");
 }
-
 std::string controlSocket() {
-  std::string folder = absoluteEnvironment("XDG_RUNTIME_DIR");
-  folder = folder.empty() ? appendPathComponent(temporaryFolder(), "vornex-" + std::to_string(::getuid()))
-                          : appendPathComponent(folder, "vornex");
-  // A socket's path holds 107 bytes, so half of the digest has to do.
-  return appendPathComponent(folder, md5Hex(rootFolder()).substr(0, 16) + ".sock");
+  return inService("vornexd.sock");
 }
 
 std::string libraryPlist(std::string_view packageFolder) {

@@ -27,8 +27,8 @@ std::string serviceFolder();
 std::string serviceLockFile();
 std::string localAccountFile();
 std::string serviceLogFile();
-/// Unix socket of the control channel: "vornex/" and a digest of the root folder below `$XDG_RUNTIME_DIR`, or
-/// below a private folder of the user in the temporary folder.
+/// Unix socket of the control channel. Beside the lock, so that whoever knows the root folder finds the
+/// service, by whatever name and with whatever environment.
 std::string controlSocket();
 
 // Inside a package folder.

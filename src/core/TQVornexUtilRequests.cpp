@@ -35,10 +35,9 @@ void announce(const TQErrorPtr& error, const std::string& url) {
     TQVornexUtil::sendNotificationWithError(error);
 }
 
-void finish(const ServerReply& reply, const std::string& url,
-            const TQVornexUtil::RequestCompletion& completion) {
+void finish(ServerReply reply, const std::string& url, const TQVornexUtil::RequestCompletion& completion) {
   if (!reply.error) {
-    completion(reply.response, nullptr);
+    completion(std::move(reply.response), nullptr);
     return;
   }
   logLine(LogLevel::info, "Vornex Error:" + reply.error->description());
@@ -56,10 +55,9 @@ void TQVornexUtil::requestURL(const OptionalString& url, const OptionalString& u
     completion(Value(), errorWithCode(10000, LocalizedString("request.error.param.nil")));
     return;
   }
-  GlobalQueue::shared().async([request = std::move(*request), completion = std::move(completion)] {
-    MainQueue::shared().async([reply = sendServerRequest(request), url = request.url, completion] {
-      finish(reply, url, completion);
-    });
+  sendServerRequest(*request, [url = request->url, completion = std::move(completion)](ServerReply reply) {
+    MainQueue::shared().async(
+        [reply = std::move(reply), url, completion]() mutable { finish(std::move(reply), url, completion); });
   });
 }
 

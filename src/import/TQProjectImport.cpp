@@ -117,7 +117,7 @@ OptionalString TQProject::availableFileNameWithPath(const OptionalString& dir,
                                                     const OptionalString& fileName) {
   if (!dir || !fileName) return std::nullopt;
   return availableFileName(
-      *fileName, [&](const std::string& name) { return itemExists(appendPathComponent(*dir, name)); });
+      *fileName, [&](const std::string& other) { return itemExists(appendPathComponent(*dir, other)); });
 }
 
 void TQProject::createAsset(AssetPtr asset, std::function<void(AssetPtr, TQErrorPtr)> completion) {

@@ -8,7 +8,9 @@
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
+#include "foundation/SharedDictionaryFile.h"
 #include "foundation/Text.h"
+#include "library/ListMerge.h"
 #include "platform/FolderAccess.h"
 #include "platform/Volumes.h"
 
@@ -37,9 +39,7 @@ std::optional<TQBookmark> bookmarkOf(const Value& entry) {
   return dictionary ? TQBookmark::bookmarkWithDictionary(*dictionary) : std::nullopt;
 }
 
-bool writeBookmarks(Array entries) {
-  auto written = writePropertyListFile(
-      layout::bookmarkPlist(), Dictionary{{"version", kFileVersion}, {"bookmark", std::move(entries)}});
+bool logUnlessDone(const Result<void>& written) {
   if (!written) logLine(LogLevel::error, written.error().message);
   return written.has_value();
 }
@@ -100,7 +100,8 @@ std::vector<TQBookmark> TQBookmarkUtil::loadBookmarks() {
   publish({});
   auto file = readDictionaryFile(layout::bookmarkPlist());
   if (!file) return {};
-  for (const Value& entry : coerce::array(file->find("bookmark"))) {
+  savedEntries_ = coerce::array(file->find("bookmark"));
+  for (const Value& entry : savedEntries_) {
     auto bookmark = bookmarkOf(entry);
     if (!bookmark) {
       logLine(LogLevel::error, "loadBookmarks exception:an entry is no bookmark");
@@ -139,7 +140,15 @@ bool TQBookmarkUtil::saveBookmarks() {
   if (list->empty()) return true;
   Array entries;
   for (const TQBookmark& bookmark : *list) entries.emplace_back(bookmark.bookmarkDictionary());
-  return writeBookmarks(std::move(entries));
+  const bool isNew = !itemExists(layout::bookmarkPlist());
+  auto merge = [&](Dictionary& file) {
+    file.set("version", kFileVersion);
+    file.set("bookmark", mergedRows("filepath", coerce::array(file.find("bookmark")),
+                                    isNew ? Array() : savedEntries_, entries));
+  };
+  if (!logUnlessDone(changeDictionaryFile(layout::bookmarkPlist(), merge))) return false;
+  savedEntries_ = std::move(entries);
+  return true;
 }
 
 bool TQBookmarkUtil::addBookmark(const std::string& path) {
@@ -233,7 +242,9 @@ bool TQBookmarkUtil::needUpdateVersion() {
 
 bool TQBookmarkUtil::updateVersion() {
   std::lock_guard lock(monitor_);
-  return bookmarks()->empty() && writeBookmarks({});
+  return bookmarks()->empty() &&
+         logUnlessDone(writePropertyListFile(layout::bookmarkPlist(),
+                                             Dictionary{{"version", kFileVersion}, {"bookmark", Array()}}));
 }
 
 void TQBookmarkUtil::startAllBookmarks() {

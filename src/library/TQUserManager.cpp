@@ -102,7 +102,7 @@ bool TQUserManager::saveUsersFile() {
     state_->savedRows = std::move(rows);
   }
   auto service = TQVornexService();
-  if (service && service->isConnected()) service->updateUsers([](const TQErrorPtr&) {});
+  if (service) service->updateUsers([](const TQErrorPtr&) {});
   return true;
 }
 

@@ -100,7 +100,7 @@ Result<FramePtr> decodeFrame(const std::string& path, double seconds, bool seek,
 
   std::int64_t start = stream->start_time == AV_NOPTS_VALUE ? 0 : stream->start_time;
   auto offset = static_cast<std::int64_t>(std::clamp(seconds, 0.0, 1e8) * AV_TIME_BASE);
-  std::int64_t time = start + av_rescale_q(offset, AV_TIME_BASE_Q, stream->time_base);
+  std::int64_t time = start + av_rescale_q(offset, AVRational{1, AV_TIME_BASE}, stream->time_base);
   if (seek && offset > 0) av_seek_frame(context, stream->index, time, AVSEEK_FLAG_BACKWARD);
 
   FramePtr frame = FrameReader(**file, stream, decoder->get()).frameAt(time);

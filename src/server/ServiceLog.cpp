@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <vector>
 
 #include "core/StorageLayout.h"
@@ -41,6 +42,16 @@ bool isStandardError(const std::string& path) {
          file.st_dev == standardError.st_dev && file.st_ino == standardError.st_ino;
 }
 
+/// What other libraries, and a crash, write to standard error goes to the newest generation of the log.
+spdlog::file_event_handlers followedByStandardError() {
+  spdlog::file_event_handlers handlers;
+  handlers.after_open = [](const spdlog::filename_t&, std::FILE* file) {
+    ::dup2(::fileno(file), STDOUT_FILENO);
+    ::dup2(::fileno(file), STDERR_FILENO);
+  };
+  return handlers;
+}
+
 /// A line stays one line, whatever a client put into it.
 std::string withoutControls(std::string line) {
   std::replace_if(
@@ -61,10 +72,12 @@ Result<LogLevel> logLevelNamed(const std::string& name) {
 Result<void> startServiceLog(LogLevel level) {
   if (auto made = createDirectories(layout::serviceFolder(), 0700); !made) return made;
   try {
-    auto file = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(layout::serviceLogFile(), kFileSize,
-                                                                       kGenerations);
+    bool isLogAlready = isStandardError(layout::serviceLogFile());
+    auto file = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
+        layout::serviceLogFile(), kFileSize, kGenerations, false,
+        isLogAlready ? followedByStandardError() : spdlog::file_event_handlers{});
     std::vector<spdlog::sink_ptr> sinks{file};
-    if (!isStandardError(layout::serviceLogFile())) {
+    if (!isLogAlready) {
       sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
     }
     auto logger = std::make_shared<spdlog::logger>("vornexd", sinks.begin(), sinks.end());

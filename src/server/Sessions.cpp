@@ -11,8 +11,8 @@ namespace {
 constexpr auto kIdleLimit = std::chrono::hours(12);
 constexpr auto kForgiveAfter = std::chrono::minutes(15);
 constexpr int kFreeFailures = 3;
-constexpr auto kFirstDelay = std::chrono::milliseconds(200);
-constexpr auto kLongestDelay = std::chrono::milliseconds(5000);
+constexpr auto kFirstPause = std::chrono::milliseconds(200);
+constexpr auto kLongestPause = std::chrono::milliseconds(5000);
 constexpr std::size_t kMostRecords = 4096;
 
 Date now() {
@@ -29,6 +29,10 @@ tl::unexpected<Error> loggedInElsewhere(const User& user) {
 Result<void> Sessions::login(const User& user, const Client& client, bool force, Clock::time_point at) {
   std::lock_guard lock(mutex_);
   dropIdle(at);
+  return open(user, client, force, at);
+}
+
+Result<void> Sessions::open(const User& user, const Client& client, bool force, Clock::time_point at) {
   if (!user.isOwner()) {
     for (auto& [key, session] : sessions_) {
       if (key.first != user.id || key.second == client.device || session.displaced) continue;
@@ -55,15 +59,17 @@ void Sessions::logout(const User& user, const Client& client) {
 
 Result<void> Sessions::admit(const User& user, const Client& client, Clock::time_point at) {
   std::lock_guard lock(mutex_);
+  dropIdle(at);
   auto found = sessions_.find({user.id, client.device});
-  if (found == sessions_.end()) return {};
+  if (found == sessions_.end()) return user.isOwner() ? Result<void>() : open(user, client, false, at);
   if (found->second.displaced) return loggedInElsewhere(user);
   found->second.lastSeen = at;
   return {};
 }
 
-Array Sessions::list() const {
+Array Sessions::list(Clock::time_point at) {
   std::lock_guard lock(mutex_);
+  dropIdle(at);
   Array result;
   for (const auto& [key, session] : sessions_) {
     if (session.displaced) continue;
@@ -91,8 +97,13 @@ void Sessions::makeRoom() {
   }
 }
 
-std::chrono::milliseconds FailedLogins::count(const std::string& userID, const std::string& host,
-                                              Clock::time_point at) {
+bool FailedLogins::mayTry(const std::string& userID, const std::string& host, Clock::time_point at) const {
+  std::lock_guard lock(mutex_);
+  auto found = records_.find({userID, host});
+  return found == records_.end() || found->second.pauseEnd <= at;
+}
+
+void FailedLogins::count(const std::string& userID, const std::string& host, Clock::time_point at) {
   std::lock_guard lock(mutex_);
   std::erase_if(records_, [at](const auto& entry) { return at - entry.second.last > kForgiveAfter; });
   if (records_.size() >= kMostRecords) {
@@ -103,11 +114,11 @@ std::chrono::milliseconds FailedLogins::count(const std::string& userID, const s
   Record& record = records_[{userID, host}];
   record.last = at;
   ++record.failures;
-  auto delay = std::chrono::milliseconds(0);
-  for (int failure = kFreeFailures; failure < record.failures && delay < kLongestDelay; ++failure) {
-    delay = delay.count() == 0 ? kFirstDelay : std::min(delay * 2, kLongestDelay);
+  auto pause = std::chrono::milliseconds(0);
+  for (int failure = kFreeFailures; failure < record.failures && pause < kLongestPause; ++failure) {
+    pause = pause.count() == 0 ? kFirstPause : std::min(pause * 2, kLongestPause);
   }
-  return delay;
+  record.pauseEnd = at + pause;
 }
 
 void FailedLogins::forget(const std::string& userID, const std::string& host) {

@@ -24,8 +24,10 @@ struct Client {
 /// Who is logged in, one session for each user and device.
 ///
 /// A user works on one device at a time: a login from another one is refused, or, when it is forced,
-/// displaces the earlier session, whose device is then refused until it logs in again. The owner of the local
-/// libraries may work on any number. Sessions end with a logout or after twelve hours without a request.
+/// displaces the earlier session, whose device is then refused until it logs in again. A request of a device
+/// without a session counts as a login that is not forced, so nobody works without one. The owner of the
+/// local libraries may work on any number of devices and needs no session. Sessions end with a logout or
+/// after twelve hours without a request.
 ///
 /// Thread-safety: safe on any thread.
 class Sessions {
@@ -40,12 +42,12 @@ class Sessions {
                                    Clock::time_point now = Clock::now());
   void logout(const User& user, const Client& client);
 
-  /// Notes a request; fails with `alreadyLoggedIn` for a device that was displaced.
+  /// Notes a request. Fails like a login; with `alreadyLoggedIn` for a device that was displaced.
   [[nodiscard]] Result<void> admit(const User& user, const Client& client,
                                    Clock::time_point now = Clock::now());
 
   /// Each with "userid", "username", "host", "deviceuuid", "clienttype" and "logindate" (a date number).
-  Array list() const;
+  Array list(Clock::time_point now = Clock::now());
 
  private:
   struct Session {
@@ -57,35 +59,40 @@ class Sessions {
   };
   using Key = std::pair<std::string, std::string>;
 
+  Result<void> open(const User& user, const Client& client, bool force, Clock::time_point now);
   void dropIdle(Clock::time_point now);
   void makeRoom();
 
   const std::size_t limit_;
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::map<Key, Session> sessions_;
 };
 
-/// Counts failed logins by user and host and says how long the next refusal should take.
+/// Slows guessing of passwords down: after a few failed logins of a user from a host, the next attempts are
+/// not looked at for a while.
 ///
 /// Thread-safety: safe on any thread.
 class FailedLogins {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Counts one more failure. The first three cost nothing, each later one twice the time before it, from 200
+  /// Whether an attempt is to be looked at now.
+  bool mayTry(const std::string& userID, const std::string& host, Clock::time_point now = Clock::now()) const;
+
+  /// Notes a failure. The first three cost nothing, each later one a pause of twice the length, from 200
   /// milliseconds to 5 seconds; a quarter of an hour without a failure forgives.
-  std::chrono::milliseconds count(const std::string& userID, const std::string& host,
-                                  Clock::time_point now = Clock::now());
+  void count(const std::string& userID, const std::string& host, Clock::time_point now = Clock::now());
   void forget(const std::string& userID, const std::string& host);
 
  private:
   struct Record {
     int failures = 0;
     Clock::time_point last;
+    Clock::time_point pauseEnd;
   };
   using Key = std::pair<std::string, std::string>;
 
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::map<Key, Record> records_;
 };
 

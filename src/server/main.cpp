@@ -15,6 +15,7 @@
 #include "server/ServiceLog.h"
 #include "server/control/ControlProtocol.h"
 #include "server/control/ControlServer.h"
+#include "server/control/InheritedSocket.h"
 #include "server/http/HttpServer.h"
 #include "server/http/Router.h"
 
@@ -113,6 +114,8 @@ int run(const Options& options) {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
 
+  auto inherited = takeInheritedSocket();
+  if (!inherited) return fail(inherited.error());
   auto level = logLevelNamed(options.logLevel);
   if (!level) return fail(level.error());
   auto service = Service::open(openSQLiteAssetStore);
@@ -124,7 +127,7 @@ int run(const Options& options) {
   HttpServer webServer(router, options.address, options.limits);
   ControlProtocol protocol(**service, webServer);
   ControlServer control(protocol, [] { ::kill(::getpid(), SIGTERM); });
-  if (auto started = control.start(); !started) return fail(started.error());
+  if (auto started = control.start(std::move(*inherited)); !started) return fail(started.error());
   if (options.port) {
     if (auto serving = serveAtOnce(webServer, (*service)->libraries(), *options.port); !serving) {
       return fail(serving.error());

@@ -1,15 +1,13 @@
 #include "service/ControlChannel.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 #include <vornex/Log.h>
 #include <vornex/Queue.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -18,6 +16,7 @@
 #include "core/StatusCode.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/Json.h"
+#include "platform/UnixSocket.h"
 #include "service/SerialQueue.h"
 
 namespace vornex {
@@ -28,34 +27,11 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kLineLimit = std::size_t{16} << 20;
 // A service that does not take a message for this long is taken for dead.
 constexpr timeval kSendLimit{10, 0};
+// A call made meanwhile may be noticed to be late by this much.
+constexpr std::chrono::milliseconds kLongestPause{250};
 
 tl::unexpected<Error> serviceFailure(StatusCode code, std::string message) {
   return failure(kServerErrorDomain, static_cast<std::int64_t>(code), std::move(message));
-}
-
-Result<void> checkPeer(int socket, const std::string& path) {
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
-    return posixFailure(errno, "identifying the process behind " + path);
-  if (peer.uid != ::geteuid())
-    return posixFailure(EACCES, "the process behind " + path + " is another user's");
-  return {};
-}
-
-Result<FileDescriptor> connectTo(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) return posixFailure(ENAMETOOLONG, "connecting to " + path);
-  std::memcpy(address.sun_path, path.data(), path.size());
-  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!socket) return posixFailure(errno, "making a socket");
-  // The limit holds for connecting, too.
-  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendLimit, sizeof kSendLimit);
-  if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-    return posixFailure(errno, "connecting to " + path);
-  if (auto admitted = checkPeer(socket.get(), path); !admitted) return tl::unexpected(admitted.error());
-  return socket;
 }
 
 bool sendAll(int socket, std::string_view bytes) {
@@ -136,12 +112,17 @@ struct ControlChannel::State {
     return answer;
   }
 
-  void expire() {
+  // Fails the calls whose time is over; gives how long the next one has, within the longest pause.
+  std::chrono::milliseconds expire() {
     std::vector<Answer> expired;
+    auto next = std::chrono::duration_cast<Clock::duration>(kLongestPause);
     {
       std::lock_guard lock(mutex);
+      auto now = Clock::now();
       for (auto entry = pending.begin(); entry != pending.end();) {
-        if (entry->second.deadline > Clock::now()) {
+        auto left = entry->second.deadline - now;
+        if (left > Clock::duration::zero()) {
+          next = std::min(next, left);
           ++entry;
           continue;
         }
@@ -151,6 +132,7 @@ struct ControlChannel::State {
     }
     for (Answer& answer : expired)
       deliver(std::move(answer), serviceFailure(StatusCode::timedOut, "the service did not answer in time"));
+    return std::chrono::ceil<std::chrono::milliseconds>(next);
   }
 
   static void answerCallback(const std::shared_ptr<State>& state, const Value& message,
@@ -190,10 +172,9 @@ struct ControlChannel::State {
   bool awaitInput() {
     pollfd wanted{socket.get(), POLLIN, 0};
     for (;;) {
-      int ready = ::poll(&wanted, 1, 1000);
+      int ready = ::poll(&wanted, 1, static_cast<int>(expire().count()));
       if (ready > 0) return true;
       if (ready < 0 && errno != EINTR) return false;
-      expire();
     }
   }
 
@@ -229,7 +210,7 @@ ControlChannel::~ControlChannel() {
 
 Result<std::shared_ptr<ControlChannel>> ControlChannel::open(const std::string& socketPath,
                                                              CallbackHandler handler) {
-  auto socket = connectTo(socketPath);
+  auto socket = connectToUnixSocket(socketPath, kSendLimit);
   if (!socket) return tl::unexpected(socket.error());
   auto state = std::make_shared<State>();
   state->socket = std::move(*socket);

@@ -16,11 +16,11 @@ static void post(const char* name, std::any object, Dictionary userInfo) {
   NotificationCenter::defaultCenter().postOnMainQueue({name, std::move(object), std::move(userInfo)});
 }
 
-void fetchLocalPassword(std::function<void(TQErrorPtr error)> done) {
+void fetchLocalPassword(std::function<void()> done) {
   auto service = TQVornexService();
-  if (!service) return done(nullptr);
+  if (!service) return done();
   service->getLocalAccountPassword(
-      [done = std::move(done)](const OptionalString& password, const TQErrorPtr& error) {
+      [done = std::move(done)](const OptionalString& password, const TQErrorPtr&) {
         if (password) {
           TQUserManager::sharedManager().setLocalPassword(password);
           TQLibraryManager::sharedManager().updateLocalPassword();
@@ -28,12 +28,12 @@ void fetchLocalPassword(std::function<void(TQErrorPtr error)> done) {
         } else {
           logLine(LogLevel::error, "vornexServiceLaunched error");
         }
-        done(error);
+        done();
       });
 }
 
 void ServiceCallbacks::vornexServiceLaunched() {
-  fetchLocalPassword([](const TQErrorPtr&) {});
+  fetchLocalPassword([] {});
 }
 
 void ServiceCallbacks::vornexLibraryDidChangeState(const std::string& dbName, std::int64_t state) {

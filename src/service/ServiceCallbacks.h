@@ -24,8 +24,7 @@ class ServiceCallbacks : public TQVornexClient {
 };
 
 /// Asks the service for the local password and gives it to the users and libraries that need it. Calls `done`
-/// when that has happened, on a worker thread: null, also when the service has no password to give (which is
-/// logged), or why it could not be asked.
-void fetchLocalPassword(std::function<void(TQErrorPtr error)> done);
+/// when that has happened, or cannot happen (which is logged), on a worker thread.
+void fetchLocalPassword(std::function<void()> done);
 
 }  // namespace vornex

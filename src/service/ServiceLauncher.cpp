@@ -87,12 +87,13 @@ Result<LaunchPlan> planLaunch(const std::string& executable) {
   return plan;
 }
 
+// Handlers of the host program must not run in the new process, so its signals stay blocked until here.
 void resetSignals() {
+  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGCHLD, SIGUSR1, SIGUSR2})
+    ::signal(signal, SIG_DFL);
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGCHLD, SIGUSR1, SIGUSR2})
-    ::signal(signal, SIG_DFL);
 }
 
 void closeOnExecFrom(int first) {
@@ -122,20 +123,28 @@ void report(const LaunchPlan& plan, const void* bytes, std::size_t size) {
   ::_exit(127);
 }
 
-// Forks twice: the service belongs to nobody who would have to wait for it.
-Result<void> spawnDetached(const LaunchPlan& plan) {
-  pid_t between = ::fork();
-  if (between < 0) return posixFailure(errno, "starting " + plan.words.front());
-  if (between == 0) {
-    ::setsid();
-    pid_t service = ::fork();
-    if (service == 0) becomeService(plan);
-    if (service < 0) {
-      Report failed{0, errno};
-      report(plan, &failed, sizeof failed);
-    }
-    ::_exit(0);
+// Forks twice: the service belongs to nobody who would have to wait for it. What runs after the first fork is
+// safe in a process that had several threads.
+[[noreturn]] void forkService(const LaunchPlan& plan) {
+  ::setsid();
+  pid_t service = ::_Fork();
+  if (service == 0) becomeService(plan);
+  if (service < 0) {
+    Report failed{0, errno};
+    report(plan, &failed, sizeof failed);
   }
+  ::_exit(0);
+}
+
+Result<void> spawnDetached(const LaunchPlan& plan) {
+  sigset_t all, former;
+  ::sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &former);
+  pid_t between = ::fork();
+  int reason = errno;
+  if (between == 0) forkService(plan);
+  ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  if (between < 0) return posixFailure(reason, "starting " + plan.words.front());
   int status = 0;
   while (::waitpid(between, &status, 0) < 0 && errno == EINTR) {
   }

@@ -14,7 +14,7 @@ class TQVornexClient {
  public:
   virtual ~TQVornexClient() = default;
 
-  /// The service answers, or its web server has been launched: the local password can be asked for.
+  /// The service answers: the local password can be asked for.
   virtual void vornexServiceLaunched() = 0;
   virtual void vornexLibraryDidLoad() = 0;
   /// 0 closed, 1 open, 2 failed.

@@ -102,10 +102,13 @@ class Starter {
 
 }  // namespace
 
+// Connecting may block, so nothing is locked meanwhile; of two channels opened at once the first one stays.
 ServiceProxy::ChannelPtr ServiceProxy::channel() {
-  std::lock_guard lock(mutex_);
-  if (disconnected_) return nullptr;
-  if (channel_ && channel_->isOpen()) return channel_;
+  {
+    std::lock_guard lock(mutex_);
+    if (disconnected_) return nullptr;
+    if (channel_ && channel_->isOpen()) return channel_;
+  }
   auto opened = ControlChannel::open(layout::controlSocket(),
                                      [client = client_](const std::string& method, const Value& params) {
                                        return dispatch(*client, method, params);
@@ -114,14 +117,19 @@ ServiceProxy::ChannelPtr ServiceProxy::channel() {
     if (opened.error().code == EACCES) logLine(LogLevel::error, opened.error().message);
     return nullptr;
   }
-  channel_ = std::move(*opened);
-  channel_->call(
+  {
+    std::lock_guard lock(mutex_);
+    if (disconnected_) return nullptr;
+    if (channel_ && channel_->isOpen()) return channel_;
+    channel_ = *opened;
+  }
+  (*opened)->call(
       "register",
       Dictionary{{"device", TQVornexUtil::systemUUID()}, {"clienttype", "Mac"}, {"pid", ::getpid()}},
       kQuickLimit, [](const Result<Value>& result) {
         if (!result) logLine(LogLevel::error, "Can't register: " + result.error().message);
       });
-  return channel_;
+  return *opened;
 }
 
 bool ServiceProxy::isConnected() const {

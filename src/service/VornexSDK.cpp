@@ -1,6 +1,7 @@
 #include <vornex/Queue.h>
 #include <vornex/TQBookmarkUtil.h>
 #include <vornex/TQLibraryManager.h>
+#include <vornex/TQUserManager.h>
 #include <vornex/VornexSDK.h>
 
 #include "core/Coercion.h"
@@ -24,8 +25,11 @@ TQSession sessionOf(const Value& entry) {
 void loadLibraries(const std::shared_ptr<ServiceProxy>& service, const Completion& completion) {
   service->loadLibrary([completion](const TQErrorPtr& error) {
     if (isFailure(error)) return completion(false, error);
-    // The service reports its launch as well, but requests may follow the completion at once.
-    fetchLocalPassword([completion](const TQErrorPtr& failure) { completion(!isFailure(failure), failure); });
+    // Requests may follow the completion at once. The password usually came with the report of the launch.
+    if (!TQUserManager::sharedManager().localPassword())
+      return fetchLocalPassword([completion] { completion(true, nullptr); });
+    TQLibraryManager::sharedManager().updateLocalPassword();
+    completion(true, nullptr);
   });
 }
 

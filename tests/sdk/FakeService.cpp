@@ -1,17 +1,15 @@
 #include "sdk/FakeService.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <stdexcept>
 
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
 #include "foundation/Json.h"
+#include "platform/UnixSocket.h"
 
 namespace vornex::testing {
 
@@ -19,25 +17,17 @@ using namespace std::chrono_literals;
 
 FakeService::FakeService() {
   std::string path = layout::controlSocket();
-  ::unlink(path.c_str());
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.data(), path.size());
-  listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (!createDirectories(deletingLastPathComponent(path)) ||
-      ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(listener_, 16) != 0)
-    throw std::runtime_error("no control socket at " + path);
-  threads_.emplace_back([this, listener = listener_] { serve(listener); });
+  (void)createDirectories(deletingLastPathComponent(path));
+  listener_ = listenOnUnixSocket(path).value();
+  threads_.emplace_back([this, listener = listener_.get()] { serve(listener); });
 }
 
 FakeService::~FakeService() {
   ::unlink(layout::controlSocket().c_str());
-  ::shutdown(listener_, SHUT_RDWR);
+  ::shutdown(listener_.get(), SHUT_RDWR);
   threads_.front().join();
   hangUp();
   for (std::size_t i = 1; i < threads_.size(); ++i) threads_[i].join();
-  ::close(listener_);
 }
 
 void FakeService::serve(int listener) {

@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "foundation/FileDescriptor.h"
+
 namespace vornex::testing {
 
 /// A control-channel server without anything behind it: answers, errs, hangs and hangs up as it is told.
@@ -55,7 +57,7 @@ class FakeService {
   std::vector<std::pair<std::string, Value>> received_;
   std::map<std::int64_t, Value> answers_;
   std::vector<int> connections_;
-  int listener_ = -1;
+  FileDescriptor listener_;
   std::vector<std::thread> threads_;
 };
 

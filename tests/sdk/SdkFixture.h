@@ -43,12 +43,11 @@ class Outcome {
   std::future<Pair> future_ = promise_->get_future();
 };
 
-/// A root folder and a runtime folder of its own, and the log lines of the test.
+/// A root folder of its own, and the log lines of the test.
 class SdkTest : public ::testing::Test {
  protected:
   SdkTest() {
     ::setenv("VORNEX_ROOT", (folder / "root").c_str(), 1);
-    ::setenv("XDG_RUNTIME_DIR", (folder / "run").c_str(), 1);
     setLogSink([this](LogLevel, const std::string& line) {
       std::lock_guard lock(mutex_);
       lines_.push_back(line);

@@ -72,6 +72,20 @@ TEST_F(BookmarksTest, AnEntryThatIsNoBookmarkEndsTheLoadAndLeavesTheFile) {
   EXPECT_EQ(stored(), entries);
 }
 
+TEST_F(BookmarksTest, SavingKeepsWhatOtherProcessesAdded) {
+  ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  Array entries = stored();
+  Dictionary theirs = *entries.front().ifDictionary();
+  theirs.set("filepath", "/elsewhere");
+  entries.emplace_back(theirs);
+  ASSERT_TRUE(writePropertyListFile(TQBookmarkUtil::bookmarkPlist(),
+                                    Dictionary{{"version", "2.0"}, {"bookmark", entries}}));
+  ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "other"));
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  EXPECT_EQ(stored().size(), 3u);
+}
+
 TEST_F(BookmarksTest, OldFilesAreDiscarded) {
   auto write = [](const Dictionary& file) {
     return writePropertyListFile(TQBookmarkUtil::bookmarkPlist(), file).has_value();

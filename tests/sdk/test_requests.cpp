@@ -4,7 +4,10 @@
 #include <vornex/Queue.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 #include "core/ServerRequest.h"
@@ -208,6 +211,34 @@ TEST(Requests, SynchronousOnesAnnounceOnlyWhatConcernsTheSession) {
             (std::vector<std::string>{
                 "TQLibraryCannotConnectToHostNotification db", "TQNetworkLibraryAlreadyLoginNotification db",
                 "TQNetwokLibraryExceedSessionCountNotification db", "TQClientNeedUpdateNotification db"}));
+}
+
+TEST(Requests, AHangingServerHoldsUpNeitherOthersNorTheProcess) {
+  FakeServer hanging([](const FakeRequest&) { return FakeReply{"", Then::hang}; });
+  FakeServer good([](const FakeRequest& request) { return FakeReply::json(request.body); });
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::int64_t> codes;
+  auto note = [&](const ServerReply& reply) {
+    std::lock_guard lock(mutex);
+    codes.push_back(codeOf(reply));
+    changed.notify_all();
+  };
+  ServerRequest request{hanging.url("/a"), "u", "p", "GET", std::nullopt};
+  request.timeLimit = std::chrono::milliseconds(1000);
+  constexpr int kHanging = 100, kGood = 50;
+  auto started = std::chrono::steady_clock::now();
+  for (int i = 0; i < kHanging; ++i) sendServerRequest(request, note);
+  for (int i = 0; i < kGood; ++i)
+    sendServerRequest({good.url("/b"), "u", "p", "POST", Dictionary{{"n", i}}}, note);
+  std::unique_lock lock(mutex);
+  ASSERT_TRUE(
+      changed.wait_for(lock, std::chrono::seconds(10), [&] { return codes.size() == kHanging + kGood; }));
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(3)) << "waiting takes time too";
+  EXPECT_EQ(std::count(codes.begin(), codes.begin() + kGood, 0), kGood) << "answers come before time-outs";
+  EXPECT_EQ(std::count(codes.begin(), codes.end(), 31), kHanging);
+  EXPECT_LE(hanging.connectionCount(), kHanging / 2u) << "most were never sent";
+  EXPECT_LE(good.connectionCount(), 8u);
 }
 
 TEST(Requests, ManyThreadsShareTheHandles) {

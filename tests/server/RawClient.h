@@ -15,6 +15,23 @@
 
 namespace vornex::server::testing {
 
+inline sockaddr_un unixAddress(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  return address;
+}
+
+/// A Unix socket that listens, as a service manager makes it.
+inline FileDescriptor listenAt(const std::string& path) {
+  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address = unixAddress(path);
+  if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(socket.get(), 8) != 0)
+    throw std::runtime_error(std::strerror(errno));
+  return socket;
+}
+
 /// A socket that sends exactly what it is told to. Reading gives up after ten seconds.
 class RawClient {
  public:
@@ -30,9 +47,7 @@ class RawClient {
 
   static RawClient unixSocket(const std::string& path) {
     RawClient client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    sockaddr_un address = unixAddress(path);
     client.connect(reinterpret_cast<sockaddr*>(&address), sizeof address);
     return client;
   }

@@ -23,10 +23,7 @@ class ServerTest : public ::testing::Test {
  protected:
   static constexpr const char* kDbName = "4D2C8D5E-0000-4000-8000-000000000001";
 
-  ServerTest() {
-    ::setenv("VORNEX_ROOT", (folder_ / "root").c_str(), 1);
-    ::setenv("XDG_RUNTIME_DIR", (folder_ / "run").c_str(), 1);
-  }
+  ServerTest() { ::setenv("VORNEX_ROOT", (folder_ / "root").c_str(), 1); }
 
   void openService() {
     auto opened = Service::open([this](const std::string& folder, bool) { return openFake(folder); });
@@ -118,6 +115,9 @@ class RouterTest : public ServerTest {
     request.authorization = authorization_;
     request.device = device_;
     request.host = "10.0.0.1";
+    request.server = "127.0.0.1:38317";
+    if (method == "POST") request.contentType = "application/json";
+    request.hasBody = !body.empty();
     request.body = body;
     return router_->answer(request);
   }

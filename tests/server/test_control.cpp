@@ -103,7 +103,6 @@ TEST_F(ControlTest, LaunchesAndStopsTheWebServer) {
   EXPECT_EQ(result("getWebServerState"), Value(Dictionary{{"state", 0}, {"port", 0}}));
   std::int64_t port = coerce::integer(result("launchWebServer", {{"port", 0}}).find("port"));
   EXPECT_GT(port, 0);
-  EXPECT_THAT(takeNotifications(), ElementsAre("vornexServiceLaunched"));
   EXPECT_EQ(result("launchWebServer", {{"port", port}}), Value(Dictionary{{"port", port}}));
   EXPECT_EQ(errorCode("launchWebServer", {{"port", port == 65535 ? 1024 : port + 1}}), 10);
   EXPECT_EQ(result("getWebServerState"), Value(Dictionary{{"state", 1}, {"port", port}}));
@@ -288,6 +287,21 @@ TEST_F(ControlTest, EndsAfterTheAnswerAndLeavesNoSocket) {
   server_->stop();
   EXPECT_TRUE(client_->atEnd());
   EXPECT_FALSE(itemExists(layout::controlSocket()));
+}
+
+TEST_F(ControlTest, TakesASocketThatListensAlreadyAndLeavesItInItsPlace) {
+  server_->stop();
+  std::string elsewhere = folder_ / "elsewhere.sock";
+  for (const std::string& place : {elsewhere, layout::controlSocket()}) {
+    FileDescriptor manager = listenAt(place);
+    ASSERT_TRUE(server_->start(FileDescriptor(::dup(manager.get()))));
+    client_ = std::make_unique<RawClient>(RawClient::unixSocket(layout::controlSocket()));
+    (void)result("getWebServerState");
+    server_->stop();
+    EXPECT_TRUE(itemExists(place));
+    EXPECT_NO_THROW(RawClient::unixSocket(place)) << "the manager listens again";
+    EXPECT_EQ(itemExists(layout::controlSocket()), place == layout::controlSocket());
+  }
 }
 
 TEST_F(ControlTest, IsPrivateAndReplacesWhatAKilledServiceLeft) {

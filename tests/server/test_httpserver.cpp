@@ -66,7 +66,8 @@ class HttpServerTest : public RouterTest {
                       const std::string& more = "") const {
     std::string text = method + " /vornex/" + path +
                        " HTTP/1.1\r\nHost: h\r\nAuthorization: " + authorization_ + "\r\n" + more;
-    if (method == "POST") text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+    if (method == "POST")
+      text += "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
     return text + "\r\n" + body;
   }
   std::string search() const { return request("POST", library("/assets/search"), "{}"); }
@@ -112,10 +113,11 @@ TEST_F(HttpServerTest, SurvivesMalformedRequests) {
       {request("POST", library("/assets/create"), std::string(1001, ' ')), 413},
       {request("POST", library("/assets/create"), "", "Transfer-Encoding: chunked\r\n"), 400},
       {"POST /vornex/" + library("/assets/create") + " HTTP/1.1\r\nAuthorization: " + authorization_ +
-           "\r\nTransfer-Encoding: chunked\r\n\r\n800\r\n" + std::string(2048, ' ') + "\r\n0\r\n\r\n",
+           "\r\nContent-Type: application/json; charset=utf-8\r\nTransfer-Encoding: chunked\r\n\r\n800\r\n" +
+           std::string(2048, ' ') + "\r\n0\r\n\r\n",
        413},
       {"POST /vornex/login HTTP/1.1\r\nContent-Length: 100000\r\n\r\n", 413},
-      {"POST /vornex/login HTTP/1.1\r\nContent-Length: 900\r\n\r\n", 401},
+      {"POST /vornex/login HTTP/1.1\r\nContent-Length: 900\r\n\r\n", 415},
       {"GET http://h/vornex/version HTTP/1.1\r\nAuthorization: " + authorization_ + "\r\n\r\n", 400},
   };
   for (const auto& [text, status] : cases) {
@@ -205,6 +207,33 @@ TEST_F(HttpServerTest, RefusesMoreThanItCanBear) {
   EXPECT_EQ(first.readReply().status, 200);
   ASSERT_TRUE(second.send(search()));
   EXPECT_EQ(second.readReply().status, 200);
+}
+
+TEST_F(HttpServerTest, SlowSearchesHoldNothingElseUp) {
+  limits_.workers = 1;
+  writePackageFile("Media/Master/drawing.svg", "<svg/>");
+  launch();
+  gate_.close();
+  RawClient searching = connect();
+  RawClient queued = connect();
+  ASSERT_TRUE(searching.send(search()));
+  gate_.awaitArrivals(1);
+  ASSERT_TRUE(queued.send(search()));
+  RawClient client = connect();
+  for (const std::string& other :
+       {request("GET", "version"), request("GET", library("/projects")),
+        request("POST", library("/assets/create"), R"({"items": [{"name": "x"}]})"),
+        request("GET", library("/master/drawing.svg"))}) {
+    ASSERT_TRUE(client.send(other));
+    RawClient::Reply reply = client.readReply();
+    EXPECT_EQ(reply.status, 200) << other;
+    for (const char* header :
+         {"X-Content-Type-Options: nosniff", "Content-Security-Policy: default-src 'none'"})
+      EXPECT_NE(reply.head.find(header), std::string::npos) << "what a file holds must not run in a browser";
+  }
+  gate_.open();
+  EXPECT_EQ(searching.readReply().status, 200);
+  EXPECT_EQ(queued.readReply().status, 200);
 }
 
 TEST_F(HttpServerTest, AnswersForAWorkerThatTakesTooLong) {

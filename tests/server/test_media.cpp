@@ -127,7 +127,10 @@ TEST_F(MediaTest, FollowsALinkOnlyForTheAssetThatReferencesIt) {
 
 TEST_F(MediaTest, SendsPartsAndTellsWhatTheClientHas) {
   writePackageFile("Media/Master/a.mov", "0123456789");
-  Request request{"GET", "/vornex/" + library("/master/a.mov"), authorization_, "d", "", "", "", "", "", ""};
+  Request request;
+  request.method = "GET";
+  request.target = "/vornex/" + library("/master/a.mov");
+  request.authorization = authorization_;
   Response whole = router_->answer(request);
   ASSERT_TRUE(whole.file);
   EXPECT_EQ(header(whole, "Content-Type"), "video/quicktime");

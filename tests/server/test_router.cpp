@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <set>
+#include <thread>
 
 #include "server/ServerFixture.h"
 #include "server/http/Replies.h"
@@ -55,17 +56,66 @@ TEST_F(RouterTest, RefusesEverybodyWithoutTheRightPassword) {
   EXPECT_EQ(get("version").status, 200u);
 }
 
-TEST_F(RouterTest, SlowsGuessingDownButNotTheUser) {
-  std::string right = authorization_;
+TEST_F(RouterTest, SlowsGuessingDownWithoutHoldingAnybodyUp) {
+  using namespace std::chrono_literals;
+  writeUsers({user("ann", "p", kDbName)});
+  authorization_ = basic("ann", "guess");
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(get("version").status, 401u);
+  authorization_ = basic("ann", "p");
+  Response refusal = get("version");
+  EXPECT_EQ(refusal.status, 429u) << "not even the right password is looked at";
+  EXPECT_EQ(code(refusal), 26);
+  std::this_thread::sleep_for(250ms);
+  EXPECT_EQ(get("version").status, 200u);
+
+  FailedLogins logins;
+  auto now = FailedLogins::Clock::now();
+  for (int i = 0; i < 30; ++i) logins.count("ann", "h", now);
+  EXPECT_FALSE(logins.mayTry("ann", "h", now + 4900ms));
+  EXPECT_TRUE(logins.mayTry("ann", "h", now + 5000ms));
+  EXPECT_TRUE(logins.mayTry("ann", "elsewhere", now));
+
   authorization_ = basic(kTQLocalUserID, "guess");
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(get("version").delay.count(), 0);
-  EXPECT_EQ(get("version").delay.count(), 200);
-  for (int i = 0; i < 20; ++i) (void)get("version");
-  EXPECT_EQ(get("version").delay.count(), 5000);
-  authorization_ = right;
-  EXPECT_EQ(get("version").delay.count(), 0);
-  authorization_ = basic(kTQLocalUserID, "guess");
-  EXPECT_EQ(get("version").delay.count(), 0);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(get("version").status, 401u);
+  authorization_ = ownerCredentials();
+  EXPECT_EQ(get("version").status, 200u) << "the owner cannot be kept out";
+}
+
+TEST_F(RouterTest, RefusesWhatPagesInABrowserSend) {
+  Request request;
+  request.method = "POST";
+  request.target = "/vornex/" + library("/assets/search");
+  request.authorization = authorization_;
+  request.server = "127.0.0.1:38317";
+  request.body = "{}";
+  request.hasBody = true;
+  struct {
+    std::string contentType, origin, fetchSite;
+    unsigned status;
+  } cases[] = {
+      {"application/json; charset=utf-8", "", "", 200},
+      {"application/json", "http://127.0.0.1:38317", "same-origin", 200},
+      {"", "", "", 415},
+      {"text/plain", "", "", 415},
+      {"application/x-www-form-urlencoded", "", "", 415},
+      {"application/json", "http://evil.example", "", 403},
+      {"application/json", "http://127.0.0.1:8000", "", 403},
+      {"application/json", "null", "", 403},
+      {"application/json", "", "cross-site", 403},
+  };
+  for (const auto& [contentType, origin, fetchSite, status] : cases) {
+    request.contentType = contentType;
+    request.origin = origin;
+    request.fetchSite = fetchSite;
+    EXPECT_EQ(router_->answer(request).status, status) << contentType << " " << origin << " " << fetchSite;
+  }
+  // An image of a foreign page could log the user out.
+  request = {};
+  request.method = "GET";
+  request.target = "/vornex/logout";
+  request.authorization = authorization_;
+  request.fetchSite = "cross-site";
+  EXPECT_EQ(code(router_->answer(request)), 14);
 }
 
 TEST_F(RouterTest, TakesUsersFromTheirFileAndKeepsTheAccountOfTheOwner) {
@@ -111,7 +161,12 @@ TEST_F(RouterTest, LetsANetworkUserWorkOnOneDevice) {
   EXPECT_EQ(code(get("libraries?type=0")), 38);
   EXPECT_EQ(get("login/check").status, 200u);
   EXPECT_EQ(get("logout").status, 200u);
+  EXPECT_EQ(code(get("libraries?type=0")), 38) << "without a login the rules are the same";
+  device_ = "device-2";
+  EXPECT_EQ(get("logout").status, 200u);
+  device_ = "device-3";
   EXPECT_EQ(get("libraries?type=0").status, 200u);
+  EXPECT_EQ(service_->sessions().list().size(), 1u) << "who works has a session";
 }
 
 TEST(Sessions, EndWhenIdleAndAreLimited) {
@@ -128,6 +183,8 @@ TEST(Sessions, EndWhenIdleAndAreLimited) {
   EXPECT_EQ(statusCodeOf(refused.error()), StatusCode::tooManySessions);
   EXPECT_TRUE(sessions.login(ann, {"h", "d2", "Mac"}, true, start))
       << "a displaced session gives its place up";
+  EXPECT_FALSE(sessions.admit(eve, {"h", "d1", "Mac"}, start)) << "nor is there room without a login";
+  EXPECT_TRUE(sessions.admit({"owner", "", kUserTypeLocalOwner, "", {}}, {"h", "d1", "Mac"}, start));
   EXPECT_TRUE(sessions.admit(bob, {"h", "d1", "Mac"}, start + 11h));
   EXPECT_TRUE(sessions.login(eve, {"h", "d1", "Mac"}, false, start + 13h)) << "Ann's session has ended";
   EXPECT_EQ(sessions.list().size(), 2u);

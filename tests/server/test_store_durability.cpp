@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vornex/Log.h>
 
 #include <csignal>
 #include <filesystem>
@@ -53,16 +54,15 @@ TEST_F(StoreDurabilityTest, WhatWasAcknowledgedSurvivesAKill) {
       ::_exit(1);
     }
     ::close(acknowledged[1]);
+    std::string id(24, '\0');
+    ASSERT_EQ(::read(acknowledged[0], id.data(), id.size()), 24);
     std::this_thread::sleep_for(std::chrono::milliseconds(60 + 37 * round));
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
     reopen();
-    std::string id(24, '\0');
-    std::int64_t count = 0;
-    for (; ::read(acknowledged[0], id.data(), id.size()) == 24; ++count)
-      EXPECT_TRUE(store_->document(id).value().has_value()) << id;
+    do EXPECT_TRUE(store_->document(id).value().has_value()) << id;
+    while (::read(acknowledged[0], id.data(), id.size()) == 24);
     ::close(acknowledged[0]);
-    EXPECT_GT(count, 0);
     EXPECT_TRUE(store_->checkIntegrity());
     EXPECT_EQ(search({0, 1, "tags CONTAINS 'each'", "", true}).total, store_->count().value());
     store_.reset();
@@ -96,17 +96,79 @@ TEST_F(StoreDurabilityTest, NoticesDamageInsideTheDatabase) {
   create(std::vector<std::string>(200, R"({"name":"a","trash":false})"));
   EXPECT_TRUE(store_->checkIntegrity());
   store_.reset();
-  runSql("INSERT INTO asset_text(asset_text) VALUES ('delete-all')");
-  reopen();
-  EXPECT_FALSE(store_->checkIntegrity());
-  store_.reset();
-  runSql(
-      "INSERT INTO asset_text(asset_text) VALUES ('rebuild'); UPDATE assets SET document = '{\"name\":' "
-      "WHERE n = 7");
+  runSql("UPDATE assets SET document = '{\"name\":' WHERE n = 7");
   reopen();
   Result<SearchPage> page = store_->search({0, 10, "custom == 1", "", true});
   ASSERT_FALSE(page);
   EXPECT_EQ(codeOf(page.error()), StatusCode::databaseFailed);
+  store_.reset();
+  std::string bytes = readFile(file()).value();
+  bytes.replace(bytes.size() - 5000, 4000, std::string(4000, '\x5a'));
+  ASSERT_TRUE(writeFileAtomically(file(), bytes));
+  reopen();
+  EXPECT_FALSE(store_->checkIntegrity());
+}
+
+// Whatever becomes of the index, answers stay the same, and the log tells when it had to be made anew.
+TEST_F(StoreDurabilityTest, TheIndexIsMadeAnewWhenItIsMissingDamagedOrOld) {
+  std::vector<std::string> names, lines;
+  for (int i = 0; i < 300; ++i) names.push_back(R"({"name":"clip )" + std::to_string(i) + "\"}");
+  create(names);
+  setLogSink([&](LogLevel, const std::string& line) { lines.push_back(line); });
+  auto expectSame = [&](const std::string& reason) {
+    lines.clear();
+    reopen();
+    EXPECT_EQ(lines.size(), reason.empty() ? 0u : 1u);
+    for (const std::string& line : lines) EXPECT_THAT(line, AllOf(HasSubstr("made anew"), HasSubstr(reason)));
+    EXPECT_THAT(found("name CONTAINS 'clip 29' AND NOT name CONTAINS 'clip 29 '").size(), 11u);
+    EXPECT_EQ(search({0, 1, "", "name", true}).total, 300);
+    store_.reset();
+  };
+  expectSame("");
+  auto files = [&](const std::string& start) {
+    std::vector<std::string> all;
+    for (const auto& entry : std::filesystem::directory_iterator(folder() + "/index"))
+      if (entry.path().filename().string().starts_with(start)) all.push_back(entry.path());
+    return all;
+  };
+  for (const std::string& path : files("segment-")) {
+    std::string bytes = readFile(path).value();
+    bytes[bytes.size() / 2] ^= 1;
+    ASSERT_TRUE(writeFileAtomically(path, bytes));
+  }
+  expectSame("is damaged");
+  for (const std::string& path : files("segment-")) std::filesystem::resize_file(path, 1000);
+  expectSame("cut off");
+  for (const std::string& path : files("checkpoint-")) std::filesystem::remove(path);
+  expectSame("cannot read");
+  expectSame("");
+
+  // A database from before the checkpoint, as a restored backup is.
+  std::string old = readFile(file()).value();
+  reopen();
+  create({R"({"name":"clip 290 b"})"});
+  store_.reset();
+  ASSERT_TRUE(writeFileAtomically(file(), old));
+  expectSame("cannot read");
+  setLogSink(nullptr);
+}
+
+TEST_F(StoreDurabilityTest, BringsTheFirstFormatUpToDate) {
+  store_.reset();
+  std::filesystem::remove_all(folder());
+  ASSERT_TRUE(createDirectories(folder()));
+  runSql(
+      "CREATE TABLE assets(n INTEGER PRIMARY KEY, id NOT NULL UNIQUE, name, document TEXT NOT NULL);"
+      "CREATE VIRTUAL TABLE asset_text USING fts5(name, content='assets', content_rowid='n');"
+      "CREATE TRIGGER assets_inserted AFTER INSERT ON assets BEGIN SELECT 1; END;"
+      "CREATE TRIGGER assets_deleted AFTER DELETE ON assets BEGIN SELECT 1; END;"
+      "CREATE TRIGGER assets_updated AFTER UPDATE ON assets BEGIN SELECT 1; END;"
+      "INSERT INTO assets VALUES (7, 'abc', 'x', '{\"_id\":\"abc\",\"name\":\"X\"}');"
+      "PRAGMA application_id = 0x56524e58; PRAGMA user_version = 1");
+  reopen();
+  create({R"({"name":"later"})"});
+  EXPECT_THAT(found("", "name", "name"), ElementsAre("later", "X"));
+  EXPECT_TRUE(store_->checkIntegrity());
 }
 
 TEST_F(StoreDurabilityTest, AFailedWriteStoresNothingAndLeavesTheStoreUsable) {

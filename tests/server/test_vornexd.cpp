@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,13 +25,19 @@ using namespace std::chrono_literals;
 /// One run of the program; what it writes to standard output and error goes into a file.
 class Program {
  public:
-  Program(std::vector<std::string> arguments, const std::string& output) {
+  /// The listener goes to the program as a service manager would pass it.
+  Program(std::vector<std::string> arguments, const std::string& output, int listener = -1) {
     arguments.insert(arguments.begin(), VORNEXD);
     std::vector<char*> words;
     for (std::string& argument : arguments) words.push_back(argument.data());
     words.push_back(nullptr);
     process_ = ::fork();
     if (process_ != 0) return;
+    if (listener >= 0) {
+      if (listener == 3 ? ::fcntl(3, F_SETFD, 0) < 0 : ::dup2(listener, 3) < 0) ::_exit(126);
+      ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
+      ::setenv("LISTEN_FDS", "1", 1);
+    }
     if (!::freopen(output.c_str(), "w", stdout) || ::dup2(STDOUT_FILENO, STDERR_FILENO) < 0) ::_exit(126);
     ::execv(VORNEXD, words.data());
     ::_exit(127);
@@ -57,10 +64,7 @@ class Program {
 
 class VornexdTest : public ::testing::Test {
  protected:
-  VornexdTest() {
-    ::setenv("VORNEX_ROOT", (folder_ / "root").c_str(), 1);
-    ::setenv("XDG_RUNTIME_DIR", (folder_ / "run").c_str(), 1);
-  }
+  VornexdTest() { ::setenv("VORNEX_ROOT", (folder_ / "root").c_str(), 1); }
 
   std::string output() const { return readFile(output_).value_or(""); }
 
@@ -95,7 +99,8 @@ class VornexdTest : public ::testing::Test {
     RawClient client = RawClient::tcp(static_cast<std::uint16_t>(port));
     (void)client.send("POST /vornex/" + path + " HTTP/1.1\r\nAuthorization: Basic " +
                       base64(std::string(kTQLocalUserID) + ":" + md5Hex(password)) +
-                      "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+                      "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+                      "\r\n\r\n" + body);
     return client.readReply();
   }
 
@@ -153,6 +158,24 @@ TEST_F(VornexdTest, RefusesToServeARootFolderTwice) {
   awaitSocket();
   third.signal(SIGINT);
   EXPECT_EQ(third.end(), 0);
+}
+
+TEST_F(VornexdTest, ServesOnTheSocketOfAServiceManagerWhoeverCameFirst) {
+  ASSERT_TRUE(createDirectories(layout::serviceFolder(), 0700));
+  FileDescriptor listener = listenAt(layout::controlSocket());
+  RawClient early = connect();
+  ASSERT_TRUE(early.send("{\"id\": 1, \"method\": \"getWebServerState\"}\n"));
+  for (int run = 0; run < 2; ++run) {
+    Program program({}, output_, listener.get());
+    if (run == 0) {
+      EXPECT_NE(early.readUntil("\n").find("\"state\":0"), std::string::npos) << output();
+    }
+    RawClient client = connect();
+    EXPECT_EQ(call(client, "terminate"), Value(Dictionary{}));
+    EXPECT_EQ(program.end(), 0);
+  }
+  Program refusing({}, output_, FileDescriptor(::open("/dev/null", O_RDONLY)).get());
+  EXPECT_EQ(refusing.end(), 1);
 }
 
 TEST_F(VornexdTest, TellsWhyItCannotStart) {

@@ -153,10 +153,8 @@ ControlProtocol::Reply ControlProtocol::launchWebServer(const Dictionary& params
   if (!number || *number < 0 || *number > 65535) {
     return tl::unexpected(rpcError(kInvalidParams, "\"port\" is no port number."));
   }
-  bool wasServing = webServer_.port() != 0;
   auto launched = webServer_.launch(static_cast<std::uint16_t>(*number));
   if (!launched) return tl::unexpected(launched.error());
-  if (!wasServing) broadcast_(launchedNotification());
   return Dictionary{{"port", std::int64_t{*launched}}};
 }
 

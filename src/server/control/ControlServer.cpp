@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 #include <vornex/Log.h>
 
@@ -20,6 +21,7 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
 #include <cerrno>
+#include <cstring>
 #include <deque>
 #include <future>
 #include <mutex>
@@ -28,6 +30,7 @@
 
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
+#include "platform/UnixSocket.h"
 #include "server/ServerError.h"
 
 namespace vornex::server {
@@ -61,10 +64,26 @@ Result<void> preparePrivateFolder(const std::string& folder) {
   return {};
 }
 
-bool isSameUser(int socket) {
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::geteuid();
+/// Where the socket is bound.
+std::string placeOf(int socket) {
+  sockaddr_un address{};
+  socklen_t size = sizeof address;
+  if (::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) return "";
+  return {address.sun_path, ::strnlen(address.sun_path, sizeof address.sun_path)};
+}
+
+bool isSameFile(const std::string& a, const std::string& b) {
+  struct stat first {};
+  struct stat second {};
+  return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+/// Makes a socket that lies elsewhere reachable at the path.
+Result<void> linkTo(const std::string& socket, const std::string& path) {
+  if (::unlink(path.c_str()) != 0 && errno != ENOENT) return posixFailure(errno, "Cannot replace " + path);
+  if (::symlink(socket.c_str(), path.c_str()) != 0) return posixFailure(errno, "Cannot make " + path);
+  return {};
 }
 
 }  // namespace
@@ -79,17 +98,15 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
         pause_(io_),
         workers_(kWorkers) {}
 
-  Result<void> start() {
+  Result<void> start(FileDescriptor inherited) {
     path_ = layout::controlSocket();
     if (auto prepared = preparePrivateFolder(deletingLastPathComponent(path_)); !prepared) return prepared;
-    // Only the holder of the root folder's lock comes here, so an old socket has no server any more.
-    if (::unlink(path_.c_str()) != 0 && errno != ENOENT)
-      return posixFailure(errno, "Cannot replace " + path_);
+    auto listener = inherited ? adopt(std::move(inherited)) : listenOnUnixSocket(path_);
+    if (!listener) return tl::unexpected(listener.error());
     error_code error;
-    acceptor_.open(Unix(), error);
-    if (!error) bind(error);
-    if (!error) acceptor_.listen(asio::socket_base::max_listen_connections, error);
-    if (error) return failure("posix", error.value(), "Cannot listen on " + path_ + ": " + error.message());
+    acceptor_.assign(Unix(), listener->get(), error);
+    if (error) return failure("posix", error.value(), "Cannot use " + path_ + ": " + error.message());
+    (void)listener->release();  // owned by the acceptor
     asio::co_spawn(io_, accept(), asio::detached);
     thread_ = std::thread([this] { io_.run(); });
     return {};
@@ -102,7 +119,7 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
       stopping_ = true;
       acceptor_.close(ignored);
       pause_.cancel();
-      ::unlink(path_.c_str());
+      if (ownsPath_) ::unlink(path_.c_str());
       closed.set_value();
     });
     closed.get_future().wait();
@@ -134,13 +151,14 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
   };
   using ClientPtr = std::shared_ptr<Client>;
 
-  void bind(error_code& error) {
-    try {
-      acceptor_.bind(Unix::endpoint(path_), error);  // the endpoint throws for a path that is too long
-    } catch (const boost::system::system_error& failure) {
-      error = failure.code();
+  /// The service manager keeps listening when this process has ended, so its socket stays where it is.
+  Result<FileDescriptor> adopt(FileDescriptor inherited) {
+    std::string place = placeOf(inherited.get());
+    ownsPath_ = !isSameFile(place, path_);
+    if (ownsPath_) {
+      if (auto linked = linkTo(place, path_); !linked) return tl::unexpected(linked.error());
     }
-    if (!error && ::chmod(path_.c_str(), 0600) != 0) error.assign(errno, boost::system::system_category());
+    return inherited;
   }
 
   asio::awaitable<void> accept() {
@@ -153,7 +171,7 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
         co_await pause_.async_wait(asio::as_tuple(asio::use_awaitable));
         continue;
       }
-      if (!isSameUser(socket.native_handle())) {
+      if (!isPeerOfSameUser(socket.native_handle())) {
         logLine(LogLevel::warning, "Refused a control connection of another user");
         continue;
       }
@@ -271,6 +289,7 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
   ControlProtocol& protocol_;
   const std::function<void()> onTerminate_;
   std::string path_;
+  bool ownsPath_ = true;
   asio::io_context io_;
   asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
   Unix::acceptor acceptor_;
@@ -290,13 +309,13 @@ ControlServer::~ControlServer() {
   stop();
 }
 
-Result<void> ControlServer::start() {
+Result<void> ControlServer::start(FileDescriptor inherited) {
   auto running = std::make_shared<Running>(protocol_, onTerminate_);
   // Before the first client can ask for anything.
   protocol_.sendEventsTo([weak = std::weak_ptr(running)](std::string notification) {
     if (auto current = weak.lock()) current->broadcast(std::move(notification));
   });
-  if (auto started = running->start(); !started) return started;
+  if (auto started = running->start(std::move(inherited)); !started) return started;
   running_ = std::move(running);
   return {};
 }

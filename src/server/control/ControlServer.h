@@ -5,6 +5,7 @@
 #include <string>
 
 #include "foundation/Error.h"
+#include "foundation/FileDescriptor.h"
 #include "server/control/ControlProtocol.h"
 
 namespace vornex::server {
@@ -23,10 +24,11 @@ class ControlServer {
   /// Stops.
   ~ControlServer();
 
-  /// Makes the socket, in the place of one that a killed process left, and takes clients.
-  [[nodiscard]] Result<void> start();
+  /// Makes the socket, in the place of one that a killed process left, and takes clients. An inherited socket
+  /// that listens already is used instead, and can be reached at the usual place too.
+  [[nodiscard]] Result<void> start(FileDescriptor inherited = {});
 
-  /// Removes the socket, waits for running calls, and closes every connection.
+  /// Removes the socket, unless it was inherited, waits for running calls, and closes every connection.
   void stop();
 
  private:

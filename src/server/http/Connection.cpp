@@ -45,8 +45,20 @@ http::response<Body> responseHead(const Response& response, bool keepAlive) {
   head.set(http::field::server, std::string("vornexd/") + serverVersion());
   head.set(http::field::date, httpDate(std::time(nullptr)));
   for (const auto& [name, value] : response.headers) head.insert(name, value);
+  // Media files may hold scripts, and pages may try to show them: nothing runs, nothing is embedded.
+  head.set("X-Content-Type-Options", "nosniff");
+  head.set("Cross-Origin-Resource-Policy", "same-origin");
+  head.set("Content-Security-Policy",
+           "default-src 'none'; img-src 'self' data:; media-src 'self'; style-src 'unsafe-inline'; sandbox");
   head.keep_alive(keepAlive);
   return head;
+}
+
+/// "address:port", the address of IPv6 in brackets.
+std::string textOf(const asio::ip::tcp::endpoint& endpoint) {
+  std::string address = endpoint.address().to_string();
+  if (endpoint.address().is_v6()) address = "[" + address + "]";
+  return address + ":" + std::to_string(endpoint.port());
 }
 
 /// A request that a worker has in hand. It outlives its connection's patience: a worker cannot be
@@ -70,6 +82,8 @@ Connection::Connection(asio::ip::tcp::socket socket, std::shared_ptr<ConnectionC
   socket_.set_option(asio::ip::tcp::no_delay(true), ignored);
   auto peer = socket_.remote_endpoint(ignored);
   if (!ignored) host_ = peer.address().to_string();
+  auto local = socket_.local_endpoint(ignored);
+  if (!ignored) server_ = textOf(local);
 }
 
 /// Starts the time limit of the next wait; when it passes, the wait fails and expired_ says why.
@@ -172,7 +186,12 @@ Request Connection::requestFrom(const Parser& parser) const {
   request.range = text(head[http::field::range]);
   request.ifRange = text(head[http::field::if_range]);
   request.ifNoneMatch = text(head[http::field::if_none_match]);
+  request.contentType = text(head[http::field::content_type]);
+  request.origin = text(head[http::field::origin]);
+  request.fetchSite = text(head["Sec-Fetch-Site"]);
   request.host = host_;
+  request.server = server_;
+  request.hasBody = !parser.is_done();
   return request;
 }
 
@@ -210,21 +229,19 @@ asio::awaitable<void> Connection::answerReadFailure(error_code error) {
 
 /// Has a worker answer the request; answers for it when none is free or when it takes too long.
 asio::awaitable<Response> Connection::work(Call call, Request request) {
-  if (++context_->requestsInFlight > context_->limits.requestsInFlight) {
-    --context_->requestsInFlight;
-    co_return errorReply(503, StatusCode::limitExceeded, "The server is busy.");
-  }
+  Lane lane = call.route->lane;
   auto job = std::make_shared<Work>(socket_.get_executor(), std::move(call), std::move(request));
   auto started = std::chrono::steady_clock::now();
   job->finished.expires_after(context_->limits.handling);
-  asio::post(context_->workers, [job, context = context_] {
-    job->response = context->router.handle(job->call, job->request);
-    --context->requestsInFlight;
-    asio::post(job->finished.get_executor(), [job] {
-      job->done = true;
-      job->finished.cancel();
-    });
-  });
+  bool taken = context_->workers.run(
+      lane, [job, context = context_] { job->response = context->router.handle(job->call, job->request); },
+      [job] {
+        asio::post(job->finished.get_executor(), [job] {
+          job->done = true;
+          job->finished.cancel();
+        });
+      });
+  if (!taken) co_return errorReply(503, StatusCode::limitExceeded, "The server is busy.");
   co_await job->finished.async_wait(kAwaitTuple);
   auto milliseconds =
       std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
@@ -236,12 +253,6 @@ asio::awaitable<Response> Connection::work(Call call, Request request) {
 }
 
 asio::awaitable<bool> Connection::write(Response response, bool isHead, bool keepAlive) {
-  if (response.delay.count() > 0) {
-    // Waits on its own: the socket has nothing to do meanwhile.
-    deadline_.expires_after(response.delay);
-    ++armed_;
-    co_await deadline_.async_wait(kAwaitTuple);
-  }
   arm(context_->limits.stall);
   error_code error;
   if (response.file || isHead) {
@@ -272,7 +283,7 @@ asio::awaitable<bool> Connection::sendFile(const FileBody& body) {
   while (left > 0 && !error) {
     arm(context_->limits.stall);
     std::size_t piece = std::min<std::uint64_t>(left, kSendPiece);
-    co_await asio::post(asio::bind_executor(context_->workers, asio::use_awaitable));
+    co_await asio::post(asio::bind_executor(context_->workers.fileExecutor(), asio::use_awaitable));
     ssize_t sent = ::sendfile(target, body.file.get(), &offset, piece);
     int failure = errno;
     co_await asio::post(asio::bind_executor(socket_.get_executor(), asio::use_awaitable));

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/thread_pool.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
@@ -14,6 +12,7 @@
 
 #include "server/http/Limits.h"
 #include "server/http/Router.h"
+#include "server/http/Workers.h"
 
 namespace vornex::server {
 
@@ -21,8 +20,7 @@ namespace vornex::server {
 struct ConnectionContext {
   const Router& router;
   const Limits& limits;
-  boost::asio::thread_pool& workers;
-  std::atomic<std::size_t> requestsInFlight{0};
+  Workers& workers;
 };
 
 /// One client's connection: reads requests, has them answered by a worker, and writes the answers. Every wait
@@ -63,6 +61,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::shared_ptr<ConnectionContext> context_;
   boost::beast::flat_buffer buffer_;
   std::string host_;
+  std::string server_;
 
   boost::asio::steady_timer deadline_;
   std::uint64_t armed_ = 0;

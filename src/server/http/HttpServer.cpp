@@ -47,7 +47,7 @@ class HttpServer::Running {
  public:
   Running(const Router& router, const Limits& limits)
       : limits_(limits),
-        workers_(limits.workers),
+        workers_(limits),
         context_(std::make_shared<ConnectionContext>(router, limits, workers_)),
         acceptor_(asio::make_strand(io_)),
         pause_(acceptor_.get_executor()) {}
@@ -145,7 +145,7 @@ class HttpServer::Running {
   const Limits& limits_;
   asio::io_context io_;
   asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
-  asio::thread_pool workers_;
+  Workers workers_;
   std::shared_ptr<ConnectionContext> context_;
   asio::ip::tcp::acceptor acceptor_;
   asio::steady_timer pause_;

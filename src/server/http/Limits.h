@@ -15,8 +15,10 @@ struct Limits {
   /// Assets of one search page.
   std::int64_t pageSize = 10'000;
   std::size_t connections = 512;
-  /// Requests that are worked on or wait for a worker.
+  /// Requests of one kind (searches, changes, files, everything else) that are worked on or wait for a
+  /// worker.
   std::size_t requestsInFlight = 128;
+  /// Threads that work on searches; the other kinds have half as many each.
   std::size_t workers = 8;
 
   /// How long an open connection may wait for its next request.

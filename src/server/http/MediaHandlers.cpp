@@ -37,8 +37,7 @@ Response fileReply(const Request& request, OpenMedia media, const std::string& n
   response.headers = {{"ETag", media.etag},
                       {"Last-Modified", httpDate(media.modified)},
                       {"Cache-Control", "private, no-cache"},
-                      {"Accept-Ranges", "bytes"},
-                      {"X-Content-Type-Options", "nosniff"}};
+                      {"Accept-Ranges", "bytes"}};
   if (!request.ifNoneMatch.empty() && namesETag(request.ifNoneMatch, media.etag)) {
     response.status = 304;
     return response;

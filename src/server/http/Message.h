@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -24,8 +23,15 @@ struct Request {
   std::string range;
   std::string ifRange;
   std::string ifNoneMatch;
-  /// The address the request comes from.
+  std::string contentType;
+  /// What browsers say of the page that sends the request.
+  std::string origin;
+  std::string fetchSite;
+  /// The address the request comes from, and "address:port" it came to.
   std::string host;
+  std::string server;
+  /// Whether a body comes; it may still be on its way.
+  bool hasBody = false;
   std::string body;
 };
 
@@ -42,8 +48,6 @@ struct Response {
   std::string body;
   /// Replaces the body.
   std::optional<FileBody> file;
-  /// To be waited for before the answer goes out.
-  std::chrono::milliseconds delay{0};
 };
 
 }  // namespace vornex::server

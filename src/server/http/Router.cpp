@@ -4,6 +4,7 @@
 
 #include <exception>
 
+#include "foundation/Text.h"
 #include "server/http/Credentials.h"
 #include "server/http/Handlers.h"
 #include "server/http/Replies.h"
@@ -71,38 +72,53 @@ tl::expected<Call, Response> findRoute(const Request& request, Target target) {
   return tl::unexpected(std::move(refusal));
 }
 
-/// The session calls must work on a device whose session was displaced.
+/// A browser may carry a user's credentials for a page of somebody else's. Such a page cannot leave out its
+/// origin, nor can a form send JSON.
+std::optional<Response> refusalOfForeignPage(const Request& request) {
+  bool isForeign = !request.origin.empty() && request.origin != "http://" + request.server;
+  isForeign = isForeign || request.fetchSite == "cross-site" || request.fetchSite == "same-site";
+  if (isForeign) return errorReply(StatusCode::clientRefused, "Requests of web pages are refused.");
+  if (request.method != "POST" || (request.contentType.empty() && !request.hasBody)) return {};
+  std::string type =
+      lowercased(trimmedWhitespace(request.contentType.substr(0, request.contentType.find(';'))));
+  if (type == "application/json") return {};
+  return errorReply(415, StatusCode::invalidRequest, "The body is not sent as application/json.");
+}
+
+/// The session calls must work on a device whose session was displaced, and the version before a login.
 bool needsSession(const Route& route) {
-  return route.handler != login && route.handler != checkLogin && route.handler != logout;
+  return route.handler != login && route.handler != checkLogin && route.handler != logout &&
+         route.handler != getVersion;
 }
 
 }  // namespace
 
 const std::vector<Route>& routes() {
   static const std::vector<Route> table{
-      {"GET", "/vornex/version", getVersion},
-      {"GET", "/vornex/login/check", checkLogin},
-      {"POST", "/vornex/login", login},
-      {"GET", "/vornex/logout", logout},
-      {"GET", "/vornex/libraries", listLibraries},
-      {"GET", "/vornex/libraries/{db}", getLibrary},
-      {"GET", "/vornex/libraries/{db}/projects", getProjects},
-      {"POST", "/vornex/libraries/{db}/projects/create", createProject},
-      {"POST", "/vornex/libraries/{db}/projects/update", updateProject},
-      {"POST", "/vornex/libraries/{db}/projects/move", moveProject},
-      {"POST", "/vornex/libraries/{db}/assets/create", createAssets},
-      {"POST", "/vornex/libraries/{db}/assets/search", searchAssets},
-      {"POST", "/vornex/libraries/{db}/assets/update", updateAssets},
-      {"POST", "/vornex/libraries/{db}/assets/delete", deleteAssets},
-      {"GET", "/vornex/libraries/{db}/assets/{id}", getAsset},
-      {"GET", "/vornex/libraries/{db}/master/{path}", getMaster},
-      {"GET", "/vornex/libraries/{db}/thumbnail/{path}", getThumbnail},
-      {"GET", "/vornex/libraries/{db}/preview/{path}", getPreview},
+      {"GET", "/vornex/version", getVersion, Lane::quick},
+      {"GET", "/vornex/login/check", checkLogin, Lane::quick},
+      {"POST", "/vornex/login", login, Lane::quick},
+      {"GET", "/vornex/logout", logout, Lane::quick},
+      {"GET", "/vornex/libraries", listLibraries, Lane::quick},
+      {"GET", "/vornex/libraries/{db}", getLibrary, Lane::quick},
+      {"GET", "/vornex/libraries/{db}/projects", getProjects, Lane::quick},
+      {"POST", "/vornex/libraries/{db}/projects/create", createProject, Lane::change},
+      {"POST", "/vornex/libraries/{db}/projects/update", updateProject, Lane::change},
+      {"POST", "/vornex/libraries/{db}/projects/move", moveProject, Lane::change},
+      {"POST", "/vornex/libraries/{db}/assets/create", createAssets, Lane::change},
+      {"POST", "/vornex/libraries/{db}/assets/search", searchAssets, Lane::search},
+      {"POST", "/vornex/libraries/{db}/assets/update", updateAssets, Lane::change},
+      {"POST", "/vornex/libraries/{db}/assets/delete", deleteAssets, Lane::change},
+      {"GET", "/vornex/libraries/{db}/assets/{id}", getAsset, Lane::search},
+      {"GET", "/vornex/libraries/{db}/master/{path}", getMaster, Lane::file},
+      {"GET", "/vornex/libraries/{db}/thumbnail/{path}", getThumbnail, Lane::file},
+      {"GET", "/vornex/libraries/{db}/preview/{path}", getPreview, Lane::file},
   };
   return table;
 }
 
 tl::expected<Call, Response> Router::admit(const Request& request) const {
+  if (auto refusal = refusalOfForeignPage(request)) return tl::unexpected(std::move(*refusal));
   Client client{request.host, request.device.empty() ? "host " + request.host : request.device,
                 request.clientType};
   auto user = authenticate(request, client);
@@ -127,15 +143,24 @@ tl::expected<User, Response> Router::authenticate(const Request& request, const 
     return tl::unexpected(
         errorReply(StatusCode::authenticationFailed, "A user ID and a password are needed."));
   }
+  // The owner's password cannot be guessed, and nobody may keep the owner out by guessing.
+  bool isGuessable = credentials->userID != kTQLocalUserID;
+  FailedLogins& failedLogins = service_.failedLogins();
+  if (isGuessable && !failedLogins.mayTry(credentials->userID, client.host)) {
+    Response refusal =
+        errorReply(429, StatusCode::authenticationFailed, "Too many failed logins; try later.");
+    refusal.headers.emplace_back("Retry-After", "5");
+    return tl::unexpected(std::move(refusal));
+  }
   auto user = service_.users().authenticate(credentials->userID, credentials->password);
   if (user) {
-    service_.failedLogins().forget(user->id, client.host);
+    failedLogins.forget(user->id, client.host);
     return *user;
   }
-  Response refusal = errorReply(StatusCode::authenticationFailed, "The user ID or the password is wrong.");
-  refusal.delay = service_.failedLogins().count(credentials->userID, client.host);
+  if (isGuessable) failedLogins.count(credentials->userID, client.host);
   logLine(LogLevel::warning, fmt::format("Failed login of \"{}\" from {}", credentials->userID, client.host));
-  return tl::unexpected(std::move(refusal));
+  return tl::unexpected(
+      errorReply(StatusCode::authenticationFailed, "The user ID or the password is wrong."));
 }
 
 Response Router::handle(const Call& call, const Request& request) const {

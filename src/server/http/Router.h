@@ -35,12 +35,17 @@ struct Context {
 
 using Handler = Response (*)(const Context& context, const Call& call, const Request& request);
 
+/// Kinds of work that have workers of their own, so that one kind cannot hold another one up.
+enum class Lane { quick, search, change, file };
+inline constexpr std::size_t kLanes = 4;
+
 /// One operation of the server.
 struct Route {
   const char* method;
   /// Components in braces take any value; "{path}" takes one or more components.
   const char* pattern;
   Handler handler;
+  Lane lane = Lane::change;
 };
 
 /// All operations; of two patterns that match, the earlier one counts.
@@ -53,7 +58,8 @@ class Router {
  public:
   Router(Service& service, const Limits& limits) : service_(service), limits_(limits) {}
 
-  /// Checks address, credentials and session of a request whose body need not be there yet. Does not block.
+  /// Checks origin, credentials, address and session of a request whose body need not be there yet. Does not
+  /// block.
   /// The unexpected value is the refusal.
   tl::expected<Call, Response> admit(const Request& request) const;
 

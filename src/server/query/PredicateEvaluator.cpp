@@ -170,6 +170,11 @@ void collectKeys(const Predicate& predicate, std::vector<std::string>& keys) {
 
 }  // namespace
 
+bool holds(const Comparison& comparison, const Value* left) {
+  const Value& right = std::get<Value>(comparison.right);
+  return holdsDirectly(comparison, left, right.isNull() ? nullptr : &right);
+}
+
 bool holds(const Predicate& predicate, const Dictionary& document) {
   if (const bool* constant = std::get_if<bool>(&predicate.node)) return *constant;
   if (const Comparison* comparison = std::get_if<Comparison>(&predicate.node))

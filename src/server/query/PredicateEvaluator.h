@@ -21,6 +21,10 @@ namespace vornex::server {
 /// - ANY and ALL ask the elements of an array; any other value counts as an array of itself.
 bool holds(const Predicate& predicate, const Dictionary& document);
 
+/// Whether a value that is no array fulfils the comparison, whose right side is a constant; null stands for a
+/// key that is missing.
+bool holds(const Comparison& comparison, const Value* left);
+
 /// The value at the path; null when a component is missing or the value itself is null.
 const Value* valueAt(const Dictionary& document, const std::vector<std::string>& path);
 

@@ -112,10 +112,11 @@ Result<void> TextPattern::makeMatches(std::string_view text) {
   return {};
 }
 
-bool TextPattern::matches(std::string_view original) const {
-  std::string normalized;
-  std::string_view text = original;
-  if (options_.any()) text = normalized = normalizedText(original, options_);
+bool TextPattern::matches(std::string_view text) const {
+  return options_.any() ? matchesNormalized(normalizedText(text, options_)) : matchesNormalized(text);
+}
+
+bool TextPattern::matchesNormalized(std::string_view text) const {
   if (expression_)
     return place_ == Place::whole ? RE2::FullMatch(text, *expression_)
                                   : RE2::PartialMatch(text, *expression_);

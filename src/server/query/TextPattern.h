@@ -38,7 +38,17 @@ class TextPattern {
                                                                        TextOptions options);
   ~TextPattern();
 
+  enum class Place { anywhere, start, end, whole };
+
   bool matches(std::string_view text) const;
+  /// The same for a text that is normalized by options() already.
+  bool matchesNormalized(std::string_view text) const;
+
+  TextOptions options() const { return options_; }
+  /// Where in a text it must stand.
+  Place place() const { return place_; }
+  /// The normalized text to be found, when it takes no more than that.
+  const std::string* literal() const { return expression_ ? nullptr : &text_; }
 
   /// Whether it takes a regular-expression engine, and not just a comparison of bytes.
   bool isExpression() const { return expression_ != nullptr; }
@@ -50,8 +60,6 @@ class TextPattern {
   const std::vector<std::string>& requiredPieces() const { return required_; }
 
  private:
-  enum class Place { anywhere, start, end, whole };
-
   explicit TextPattern(TextOptions options);
 
   void lookForText(Place place, std::string text);

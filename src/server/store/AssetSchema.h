@@ -1,42 +1,25 @@
 #pragma once
 
-#include <vornex/Value.h>
-
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "foundation/Error.h"
-#include "server/query/PredicateSql.h"
 #include "server/store/Sqlite.h"
 
 namespace vornex::server {
 
-// The table "assets" holds each document whole, as JSON, and beside it what searches ask for most:
+// The database is the truth about the documents and nothing else:
 //
-//  - columns for exact comparison and order, as SqlVocabulary describes them;
-//  - columns with the case-folded text of some keys (an array's strings one a line), which the trigram index
-//    "asset_text" covers and which order by name.
-//
-// "n" is the row's number, "id" the document's "_id".
+//  - "assets" holds each document whole, as JSON. "n" is the number of its row, which no other document ever
+//    gets, "id" its "_id".
+//  - "state" has one row: "version" counts the writes, "next" is the next row's number, "stamp" names the
+//    checkpoint of the search index that counts, 0 for none.
+//  - "changes" has the rows up to the checkpoint's last one that were changed or removed since, each with the
+//    version of that write. Together with the rows beyond they are what the checkpoint does not know.
 
 inline constexpr const char* kDatabaseFileName = "library.sqlite";
 
-const SqlVocabulary& assetVocabulary();
-
-/// The column that orders documents by the key as sortValue() would; empty when there is none.
-std::string sortColumn(std::string_view key);
-/// What a document's value under a key counts as in an order: numbers, booleans as 1 and 0, strings
-/// case-folded; everything else is null.
-Value sortValue(const Value* value);
-
-/// The names of all columns besides "n" and "document", joined by commas, and a document's values for them.
-const std::string& columnNames();
-std::size_t columnCount();
-std::vector<Value> columnValues(const Dictionary& document);
-
 /// Opens the file for writing, making it when it is missing or empty. A file that is no asset database,
-/// damaged or made by a newer version is an error and is left as it is.
+/// damaged or made by a newer version is an error and is left as it is; an older one is brought up to date.
 [[nodiscard]] Result<Database> openAssetDatabase(const std::string& path);
 /// A further connection that only reads.
 [[nodiscard]] Result<Database> openAssetReader(const std::string& path);

@@ -1,214 +1,218 @@
 #include "server/store/AssetSearch.h"
 
 #include <fmt/format.h>
-#include <sqlite3.h>
 
 #include <limits>
+#include <thread>
 
-#include "core/StatusCode.h"
 #include "foundation/Text.h"
+#include "server/ServerError.h"
+#include "server/index/HitOrder.h"
+#include "server/index/SegmentSearch.h"
 #include "server/query/PredicateEvaluator.h"
 #include "server/query/PredicateParser.h"
-#include "server/store/AssetSchema.h"
 #include "server/store/DocumentReader.h"
 
 namespace vornex::server {
 
 namespace {
 
-// What the SQL function "document_holds" is asked about each document.
-struct DocumentTest {
-  static constexpr const char* kType = "DocumentTest";
-  Predicate predicate;
-  std::vector<std::string> keys;
-};
+using Deadline = std::chrono::steady_clock::time_point;
 
-// The key that the SQL function "sort_value" reads from each document.
-struct SortKey {
-  static constexpr const char* kType = "SortKey";
+std::vector<std::string> splitPath(std::string_view key) {
   std::vector<std::string> path;
-  std::vector<std::string> keys;
-};
-
-std::string_view textArgument(sqlite3_value* value) {
-  const void* bytes = sqlite3_value_text(value);
-  return {static_cast<const char*>(bytes), bytes ? static_cast<std::size_t>(sqlite3_value_bytes(value)) : 0};
-}
-
-// The entries of the document given as first argument; reports the failure to the statement.
-std::optional<Dictionary> entriesArgument(sqlite3_context* context, sqlite3_value* value,
-                                          const std::vector<std::string>& keys) {
-  Result<Dictionary> entries = readEntries(textArgument(value), keys);
-  if (entries) return std::move(*entries);
-  sqlite3_result_error(context, entries.error().message.c_str(), -1);
-  return std::nullopt;
-}
-
-void documentHolds(sqlite3_context* context, int, sqlite3_value** arguments) {
-  const void* pointer = sqlite3_value_pointer(arguments[1], DocumentTest::kType);
-  const auto* test = static_cast<const DocumentTest*>(pointer);
-  if (!test) return sqlite3_result_error(context, "document_holds needs a test", -1);
-  if (std::optional<Dictionary> entries = entriesArgument(context, arguments[0], test->keys))
-    sqlite3_result_int(context, holds(test->predicate, *entries) ? 1 : 0);
-}
-
-void giveResult(sqlite3_context* context, const Value& value) {
-  if (const bool* boolean = value.ifBool())
-    sqlite3_result_int(context, *boolean ? 1 : 0);
-  else if (const std::int64_t* integer = value.ifInteger())
-    sqlite3_result_int64(context, *integer);
-  else if (const std::uint64_t* unsignedInteger = value.ifUnsigned())
-    sqlite3_result_double(context, static_cast<double>(*unsignedInteger));
-  else if (const double* real = value.ifReal())
-    sqlite3_result_double(context, *real);
-  else if (const std::string* text = value.ifString())
-    sqlite3_result_text64(context, text->data(), text->size(), SQLITE_TRANSIENT, SQLITE_UTF8);
-  else
-    sqlite3_result_null(context);
-}
-
-void sortValueOfDocument(sqlite3_context* context, int, sqlite3_value** arguments) {
-  const void* pointer = sqlite3_value_pointer(arguments[1], SortKey::kType);
-  const auto* key = static_cast<const SortKey*>(pointer);
-  if (!key) return sqlite3_result_error(context, "sort_value needs a key", -1);
-  if (std::optional<Dictionary> entries = entriesArgument(context, arguments[0], key->keys))
-    giveResult(context, sortValue(valueAt(*entries, key->path)));
-}
-
-template <void (*function)(sqlite3_context*, int, sqlite3_value**)>
-void withoutExceptions(sqlite3_context* context, int count, sqlite3_value** arguments) noexcept {
-  try {
-    function(context, count, arguments);
-  } catch (const std::exception& exception) {
-    sqlite3_result_error(context, exception.what(), -1);
-  }
-}
-
-SortKey sortKey(std::string_view key) {
-  SortKey result;
   for (std::size_t begin = 0; begin <= key.size();) {
     std::size_t end = std::min(key.find('.', begin), key.size());
-    result.path.emplace_back(key.substr(begin, end - begin));
+    path.emplace_back(key.substr(begin, end - begin));
     begin = end + 1;
   }
-  result.keys = {result.path.front()};
-  return result;
+  return path;
+}
+
+// What a document's value under a key counts as in an order: nothing, a number, or a case-folded text.
+struct SortValue {
+  enum class Sort { none, number, text };
+  Sort sort = Sort::none;
+  NumberKey number;
+  std::string text;
+
+  explicit SortValue(const Value* value) {
+    if (!value) return;
+    if (const std::string* string = value->ifString()) {
+      sort = Sort::text;
+      text = foldedText(*string);
+    } else if (std::optional<NumberKey> key = numberKey(*value)) {
+      sort = Sort::number;
+      number = *key;
+    }
+  }
+
+  auto operator<=>(const SortValue&) const = default;
+};
+
+// A reading transaction and the state of the index that belongs to it.
+struct Moment {
+  Transaction transaction;
+  std::shared_ptr<const IndexSnapshot> index;
+};
+
+// Between a write's commit and its appearance in the index lies a short while.
+Result<Moment> currentMoment(Database& database, const AssetIndex& index, Deadline deadline) {
+  for (;;) {
+    Result<Transaction> transaction = Transaction::begin(database, Transaction::Kind::read);
+    if (!transaction) return tl::unexpected(transaction.error());
+    Result<std::int64_t> version = database.integer("SELECT version FROM state");
+    if (!version) return tl::unexpected(version.error());
+    std::shared_ptr<const IndexSnapshot> snapshot = index.snapshot();
+    if (snapshot->version == *version) return Moment{std::move(*transaction), std::move(snapshot)};
+    if (std::chrono::steady_clock::now() > deadline)
+      return serverFailure(StatusCode::timedOut, "the search index is behind");
+    if (snapshot->version < *version) std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
 }
 
 // One search, from its request to its page.
 class Search {
  public:
-  Search(Database& database, const SearchRequest& request, const Predicate& predicate)
-      : database_(database),
-        request_(request),
-        compiled_(compilePredicate(predicate, assetVocabulary())),
-        sortColumn_(sortColumn(request.sortField.empty() ? "importdate" : request.sortField)) {
-    if (sortColumn_.empty()) sortKey_ = sortKey(request.sortField);
-    if (compiled_.rest) test_ = DocumentTest{std::move(*compiled_.rest), {}};
-    if (test_) test_->keys = topLevelKeys(test_->predicate);
-  }
+  Search(Database& database, const IndexSnapshot& index, const SearchRequest& request,
+         const Predicate& predicate, Deadline deadline)
+      : database_(database), index_(index), request_(request), predicate_(predicate), deadline_(deadline) {}
 
-  // What indexes answer is counted and walked along them; everything else is found once and kept for both.
-  Result<SearchPage> run() { return test_ || sortKey_ ? runOverHits() : runOverIndexes(); }
+  Result<SearchPage> run() {
+    Result<void> found = findHits();
+    if (!found) return tl::unexpected(found.error());
+    SearchPage page;
+    for (const SegmentHits& segment : segments_) page.total += segment.hits.count();
+    Result<std::vector<Hit>> hits = hitsOfPage(page.total);
+    if (!hits) return tl::unexpected(hits.error());
+    for (const Hit& hit : *hits) {
+      Result<std::string> document = read(hit);
+      if (!document) return tl::unexpected(document.error());
+      page.documents.push_back(std::move(*document));
+    }
+    return page;
+  }
 
  private:
-  Result<SearchPage> runOverIndexes() {
-    Result<Statement> counting = database_.prepare("SELECT count(*) FROM " + source());
-    if (!counting) return tl::unexpected(counting.error());
-    bindSource(*counting);
-    Result<bool> counted = counting->step();
-    if (!counted) return tl::unexpected(counted.error());
-    SearchPage page;
-    page.total = counting->integer(0);
-
-    // The inner query finds the rows of the page by an index alone; only these documents are read.
-    Result<Statement> reading = database_.prepare(fmt::format(
-        "SELECT document FROM (SELECT assets.n AS hit, {0} AS sortkey, assets.id AS sortid FROM {1}"
-        " ORDER BY {0} {2}, assets.id {2} LIMIT ? OFFSET ?) CROSS JOIN assets ON assets.n = hit"
-        " ORDER BY sortkey {2}, sortid {2}",
-        sortColumn_, source(), direction()));
-    if (!reading) return tl::unexpected(reading.error());
-    bindSource(*reading);
-    bindPage(*reading);
-    return readDocuments(*reading, std::move(page), 0);
-  }
-
-  Result<SearchPage> runOverHits() {
-    Result<Statement> reading = database_.prepare(fmt::format(
-        "WITH hits AS MATERIALIZED (SELECT assets.n AS hit, {0} AS sortkey, assets.id AS sortid FROM {1})"
-        " SELECT assets.document, (SELECT count(*) FROM hits) FROM (SELECT 1)"
-        " LEFT JOIN (SELECT * FROM hits ORDER BY sortkey {2}, sortid {2} LIMIT ? OFFSET ?) AS page"
-        " LEFT JOIN assets ON assets.n = page.hit ORDER BY page.sortkey {2}, page.sortid {2}",
-        sortKey_ ? "sort_value(assets.document, ?)" : sortColumn_, source(), direction()));
-    if (!reading) return tl::unexpected(reading.error());
-    if (sortKey_) reading->bindPointer(&*sortKey_, SortKey::kType);
-    bindSource(*reading);
-    bindPage(*reading);
-    return readDocuments(*reading, SearchPage(), 1);
-  }
-
-  // With a column for the total the page has at least one row, whose document is null when there is none.
-  static Result<SearchPage> readDocuments(Statement& statement, SearchPage page, int totalColumn) {
-    for (;;) {
-      Result<bool> row = statement.step();
-      if (!row) return tl::unexpected(row.error());
-      if (!*row) return page;
-      if (totalColumn > 0) page.total = statement.integer(totalColumn);
-      if (!statement.isNull(0)) page.documents.push_back(statement.text(0));
+  Result<void> findHits() {
+    keys_ = topLevelKeys(predicate_);
+    for (const LiveSegment& part : index_.segments) {
+      Result<SegmentAnswer> answer = searchSegment(*part.segment, *part.live, predicate_, deadline_);
+      if (!answer) return tl::unexpected(answer.error());
+      segments_.push_back({part.segment, std::move(answer->yes)});
+      Result<void> settled = settle(segments_.size() - 1, answer->open);
+      if (!settled) return settled;
     }
+    return {};
   }
 
-  std::string source() const {
-    bool narrowed = !compiled_.narrowing.empty();
-    return fmt::format("{} WHERE {}{}{}",
-                       narrowed ? "asset_text CROSS JOIN assets ON assets.n = asset_text.rowid" : "assets",
-                       narrowed ? "asset_text MATCH ? AND " : "", compiled_.condition,
-                       test_ ? " AND document_holds(assets.document, ?)" : "");
+  // Asks the documents themselves where the index does not know.
+  Result<void> settle(std::size_t segment, const DocumentSet& open) {
+    Result<void> outcome;
+    open.forEach([&](std::uint32_t document) {
+      if (!outcome) return;
+      Result<bool> fulfils = entries({segment, document}, keys_).map([&](const Dictionary& all) {
+        return holds(predicate_, all);
+      });
+      if (!fulfils)
+        outcome = tl::unexpected(fulfils.error());
+      else if (*fulfils)
+        segments_[segment].hits.add(document);
+    });
+    return outcome;
   }
 
-  void bindSource(Statement& statement) const {
-    if (!compiled_.narrowing.empty()) statement.bind(compiled_.narrowing);
-    for (const Value& value : compiled_.bindings) statement.bind(value);
-    if (test_) statement.bindPointer(&*test_, DocumentTest::kType);
-  }
-
-  void bindPage(Statement& statement) const {
+  Result<std::vector<Hit>> hitsOfPage(std::int64_t total) {
     constexpr std::int64_t kBeyond = std::numeric_limits<std::int64_t>::max();
     bool overflows = request_.limit > 0 && request_.page > kBeyond / request_.limit;
-    statement.bind(request_.limit);
-    statement.bind(overflows ? kBeyond : request_.page * request_.limit);
+    HitRange range{overflows ? kBeyond : request_.page * request_.limit, request_.limit, request_.ascending};
+    if (range.offset >= total) return std::vector<Hit>();
+    range.count = std::min(range.count, total - range.offset);
+    std::string key = request_.sortField.empty() ? "importdate" : request_.sortField;
+    if (isIndexOrder(key, segments_)) return hitsInOrder(segments_, total, key, range);
+    return hitsByDocuments(key, range);
   }
 
-  const char* direction() const { return request_.ascending ? "ASC" : "DESC"; }
+  // For keys the index has no order of.
+  Result<std::vector<Hit>> hitsByDocuments(const std::string& key, HitRange range) {
+    struct Item {
+      SortValue value;
+      std::string_view identifier;
+      Hit hit;
+    };
+    std::vector<std::string> path = splitPath(key);
+    std::vector<Item> items;
+    Result<void> outcome;
+    for (std::size_t i = 0; i < segments_.size(); ++i) {
+      segments_[i].hits.forEach([&](std::uint32_t document) {
+        if (!outcome) return;
+        Result<Dictionary> all = entries({i, document}, {path.front()});
+        if (!all)
+          outcome = tl::unexpected(all.error());
+        else
+          items.push_back(
+              {SortValue(valueAt(*all, path)), segments_[i].segment->identifiers()[document], {i, document}});
+      });
+    }
+    if (!outcome) return tl::unexpected(outcome.error());
+    std::sort(items.begin(), items.end(), [&](const Item& a, const Item& b) {
+      auto order = a.value <=> b.value;
+      if (order == 0) order = a.identifier <=> b.identifier;
+      return range.ascending ? order < 0 : order > 0;
+    });
+    std::vector<Hit> hits;
+    for (std::int64_t at = range.offset; at < range.offset + range.count; ++at)
+      hits.push_back(items[static_cast<std::size_t>(at)].hit);
+    return hits;
+  }
+
+  Result<Dictionary> entries(Hit hit, const std::vector<std::string>& keys) {
+    Result<std::string> document = read(hit);
+    if (!document) return tl::unexpected(document.error());
+    return readEntries(*document, keys).map_error([](Error error) {
+      return Error{kServerErrorDomain, static_cast<std::int64_t>(StatusCode::databaseFailed), error.message};
+    });
+  }
+
+  Result<std::string> read(Hit hit) {
+    if (std::chrono::steady_clock::now() > deadline_)
+      return serverFailure(StatusCode::timedOut, "the search takes too long");
+    if (!reading_) {
+      Result<Statement> prepared = database_.prepare("SELECT document FROM assets WHERE n = ?");
+      if (!prepared) return tl::unexpected(prepared.error());
+      reading_.emplace(std::move(*prepared));
+    }
+    std::int64_t row = segments_[hit.segment].segment->row(hit.document);
+    reading_->reset();
+    reading_->bind(row);
+    Result<bool> found = reading_->step();
+    if (!found) return tl::unexpected(found.error());
+    if (*found) return reading_->text(0);
+    return serverFailure(StatusCode::databaseFailed, fmt::format("the asset in row {} is missing", row));
+  }
 
   Database& database_;
+  const IndexSnapshot& index_;
   const SearchRequest& request_;
-  SqlPredicate compiled_;
-  std::string sortColumn_;
-  std::optional<SortKey> sortKey_;
-  std::optional<DocumentTest> test_;
+  const Predicate& predicate_;
+  Deadline deadline_;
+  std::vector<std::string> keys_;
+  std::vector<SegmentHits> segments_;
+  std::optional<Statement> reading_;
 };
 
 }  // namespace
 
-Result<void> addSearchFunctions(Database& database) {
-  return database.addFunction("document_holds", 2, withoutExceptions<documentHolds>).and_then([&] {
-    return database.addFunction("sort_value", 2, withoutExceptions<sortValueOfDocument>);
-  });
-}
-
-Result<SearchPage> searchAssets(Database& database, const SearchRequest& request) {
+Result<SearchPage> searchAssets(Database& database, const AssetIndex& index, const SearchRequest& request) {
   if (request.page < 0 || request.limit < 0)
-    return failure(kServerErrorDomain, static_cast<std::int64_t>(StatusCode::invalidRequest),
-                   "neither page nor limit may be negative");
+    return serverFailure(StatusCode::invalidRequest, "neither page nor limit may be negative");
   bool everything = trimmedWhitespace(request.query).empty();
   Result<Predicate> predicate = everything ? Predicate{true} : parsePredicate(request.query);
   if (!predicate) return tl::unexpected(predicate.error());
-  Result<Transaction> transaction = Transaction::begin(database, Transaction::Kind::read);
-  if (!transaction) return tl::unexpected(transaction.error());
-  database.setDeadline(std::chrono::steady_clock::now() + kSearchTimeLimit);
-  std::shared_ptr<void> deadline(nullptr, [&database](void*) { database.clearDeadline(); });
-  return Search(database, request, *predicate).run();
+  Deadline deadline = std::chrono::steady_clock::now() + kSearchTimeLimit;
+  Result<Moment> moment = currentMoment(database, index, deadline);
+  if (!moment) return tl::unexpected(moment.error());
+  return Search(database, *moment->index, request, *predicate, deadline).run();
 }
 
 }  // namespace vornex::server

@@ -1,17 +1,8 @@
 #include "server/store/ReaderPool.h"
 
 #include "server/store/AssetSchema.h"
-#include "server/store/AssetSearch.h"
 
 namespace vornex::server {
-
-static Result<Database> openReader(const std::string& path) {
-  Result<Database> reader = openAssetReader(path);
-  if (!reader) return reader;
-  Result<void> ready = addSearchFunctions(*reader);
-  if (!ready) return tl::unexpected(ready.error());
-  return reader;
-}
 
 Result<Database> ReaderPool::take() {
   {
@@ -24,7 +15,7 @@ Result<Database> ReaderPool::take() {
       return reader;
     }
   }
-  Result<Database> reader = openReader(path_);
+  Result<Database> reader = openAssetReader(path_);
   if (!reader) {
     std::lock_guard lock(mutex_);
     --inUse_;

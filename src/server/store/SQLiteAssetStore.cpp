@@ -1,14 +1,16 @@
 #include <fmt/format.h>
+#include <vornex/Log.h>
 
 #include <filesystem>
 
-#include "core/StatusCode.h"
 #include "foundation/Files.h"
 #include "foundation/Json.h"
 #include "foundation/Text.h"
+#include "server/ServerError.h"
 #include "server/store/AssetSchema.h"
 #include "server/store/AssetSearch.h"
 #include "server/store/AssetStore.h"
+#include "server/store/DocumentReader.h"
 #include "server/store/ReaderPool.h"
 #include "server/store/Sqlite.h"
 
@@ -16,29 +18,36 @@ namespace vornex::server {
 
 namespace {
 
-tl::unexpected<Error> storeFailure(StatusCode code, std::string message) {
-  return failure(kServerErrorDomain, static_cast<std::int64_t>(code), std::move(message));
-}
-
 tl::unexpected<Error> unknownAsset(const std::string& id) {
-  return storeFailure(StatusCode::itemNotFound, "there is no asset " + id);
+  return serverFailure(StatusCode::itemNotFound, "there is no asset " + id);
 }
 
-// The time in seconds and random bits: later assets have greater identifiers.
-std::string makeIdentifier() {
-  auto now = std::chrono::system_clock::now().time_since_epoch();
-  auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now).count();
-  return fmt::format("{:08x}{}", static_cast<std::uint32_t>(seconds), randomHex(8));
-}
+constexpr const char* kIndexFolder = "index";
+// How many documents are read at a time to be indexed.
+constexpr std::size_t kIndexBatch = 16'384;
+
+// Gives identifiers of the time in seconds, random bits of the maker, and a count: later ones are greater.
+class IdentifierMaker {
+ public:
+  std::string next() {
+    auto now = std::chrono::system_clock::now().time_since_epoch();
+    auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now).count();
+    return fmt::format("{:08x}{}{:06x}", static_cast<std::uint32_t>(seconds), maker_, ++count_ & 0xffffff);
+  }
+
+ private:
+  const std::string maker_ = randomHex(5);
+  std::uint32_t count_ = 0;
+};
 
 // The document as it is stored, or why it cannot be.
 Result<std::string> storedText(const Dictionary& document) {
   const Value* name = document.find("name");
-  if (!name || !name->ifString()) return storeFailure(StatusCode::invalidRequest, "an asset needs a name");
+  if (!name || !name->ifString()) return serverFailure(StatusCode::invalidRequest, "an asset needs a name");
   std::string json = writeJson(document);
   if (json.size() > kMaximumDocumentSize)
-    return storeFailure(StatusCode::limitExceeded,
-                        fmt::format("an asset may take {} bytes, not {}", kMaximumDocumentSize, json.size()));
+    return serverFailure(StatusCode::limitExceeded, fmt::format("an asset may take {} bytes, not {}",
+                                                                kMaximumDocumentSize, json.size()));
   return json;
 }
 
@@ -54,10 +63,40 @@ void mergeInto(Dictionary& target, const Dictionary& changes) {
   }
 }
 
+// What tells one import from another: the time and the file.
+using ImportKey = std::pair<NumberKey, std::string>;
+
+std::optional<ImportKey> importKey(const Dictionary& document) {
+  const Value* master = document.find("masterpath");
+  const Value* imported = document.find("importdate");
+  bool known =
+      master && master->ifString() && !master->ifString()->empty() && imported && imported->isNumber();
+  return known ? std::optional(ImportKey(*numberKey(*imported), *master->ifString())) : std::nullopt;
+}
+
+// What a batch does to the index, by identifier.
+struct IndexChanges {
+  std::map<std::string, IndexedDocument> added;
+  std::set<std::string> removed;
+  std::map<ImportKey, std::string> imports;
+
+  void add(std::int64_t row, const std::string& id, Dictionary document) {
+    if (std::optional<ImportKey> key = importKey(document)) imports.emplace(std::move(*key), id);
+    added.insert_or_assign(id, IndexedDocument{row, id, std::move(document)});
+  }
+};
+
 class SQLiteAssetStore final : public AssetStore {
  public:
   SQLiteAssetStore(std::string path, Database writer)
-      : path_(std::move(path)), writer_(std::move(writer)), readers_(path_) {}
+      : path_(std::move(path)),
+        writer_(std::move(writer)),
+        readers_(path_),
+        index_(appendPathComponent(deletingLastPathComponent(path_), kIndexFolder)) {}
+  ~SQLiteAssetStore() override { index_.stop(); }
+
+  /// Opens the index, brings it up to date or makes it anew.
+  Result<void> openIndex();
 
   Result<std::vector<Result<std::string>>> create(const Array& documents) override;
   Result<std::vector<Result<std::string>>> update(const Array& items) override;
@@ -74,17 +113,31 @@ class SQLiteAssetStore final : public AssetStore {
     Dictionary document;
   };
 
-  /// Runs `change` on each item in one transaction. An item's own failure is its outcome; a failure of the
-  /// database ends and undoes everything.
+  /// Runs `change` on each item in one transaction and tells the index what it noted. An item's own failure
+  /// is its outcome; a failure of the database ends and undoes everything.
   template <typename Outcome, typename Items, typename Change>
   Result<std::vector<Result<Outcome>>> changeAll(const Items& items, Change change);
 
+  [[nodiscard]] Result<void> noteChange(std::int64_t row);
+  [[nodiscard]] Result<OptionalString> findSameImport(const IndexChanges& changes,
+                                                      const Dictionary& document);
   static Result<std::optional<Row>> find(Statement& finding, const std::string& id);
+
+  [[nodiscard]] Result<void> rebuildIndex(std::int64_t version);
+  [[nodiscard]] Result<void> catchUp(std::int64_t version);
+  [[nodiscard]] Result<void> indexRows(const std::string& condition, std::int64_t bound,
+                                       std::int64_t version);
+  [[nodiscard]] Result<void> recordCheckpoint(const CheckpointRecord& record);
 
   const std::string path_;
   std::mutex writing_;
   Database writer_;
+  // Of the last write, and the next row's number.
+  std::int64_t version_ = 0;
+  std::int64_t nextRow_ = 1;
+  IdentifierMaker identifiers_;
   ReaderPool readers_;
+  AssetIndex index_;
 };
 
 // A failure that is the database's, not the item's.
@@ -98,76 +151,90 @@ template <typename Outcome, typename Items, typename Change>
 Result<std::vector<Result<Outcome>>> SQLiteAssetStore::changeAll(const Items& items, Change change) {
   Result<Transaction> transaction = Transaction::begin(writer_, Transaction::Kind::write);
   if (!transaction) return tl::unexpected(transaction.error());
+  std::int64_t firstRow = nextRow_;
+  std::shared_ptr<void> undone(nullptr, [&](void*) { nextRow_ = firstRow; });
   std::vector<Result<Outcome>> outcomes;
   outcomes.reserve(items.size());
+  IndexChanges changes;
   for (const auto& item : items) {
-    outcomes.push_back(change(item));
+    outcomes.push_back(change(item, changes));
     if (!outcomes.back() && endsBatch(outcomes.back().error()))
       return tl::unexpected(outcomes.back().error());
   }
-  Result<void> committed = transaction->commit();
-  if (!committed) return tl::unexpected(committed.error());
+  if (changes.added.empty() && changes.removed.empty()) return outcomes;
+  Result<void> done =
+      writer_.run(fmt::format("UPDATE state SET version = {}, next = {}", version_ + 1, nextRow_));
+  if (!done) return tl::unexpected(done.error());
+  std::vector<std::string> removed(changes.removed.begin(), changes.removed.end());
+  std::vector<IndexedDocument> added;
+  for (auto& [id, document] : changes.added) added.push_back(std::move(document));
+  AssetIndex::Change indexChange = index_.prepare(removed, std::move(added), version_ + 1);
+  done = transaction->commit();
+  if (!done) return tl::unexpected(done.error());
+  indexChange.publish();
+  ++version_;
+  firstRow = nextRow_;
   return outcomes;
 }
 
-// The identifier of the stored asset that the same import made; absent when there is none.
-static Result<OptionalString> findSameImport(Statement& finding, const Dictionary& document) {
-  const Value* master = document.find("masterpath");
-  const Value* imported = document.find("importdate");
-  bool namesImport =
-      master && master->ifString() && !master->ifString()->empty() && imported && imported->isNumber();
-  if (!namesImport) return std::nullopt;
-  finding.reset();
-  finding.bind(*master);
-  finding.bind(*imported);
-  Result<bool> found = finding.step();
-  if (!found) return tl::unexpected(found.error());
-  OptionalString id;
-  if (*found) id = finding.text(0);
-  finding.reset();
-  return id;
+// The identifier of the asset that the same import made, stored or in the same batch; absent when there is
+// none. Mostly nothing was imported at the same instant, and no document must be looked at.
+Result<OptionalString> SQLiteAssetStore::findSameImport(const IndexChanges& changes,
+                                                        const Dictionary& document) {
+  std::optional<ImportKey> key = importKey(document);
+  if (!key) return std::nullopt;
+  if (auto same = changes.imports.find(*key); same != changes.imports.end()) return same->second;
+  for (std::int64_t row : rowsWithNumber(*index_.snapshot(), "importdate", key->first)) {
+    Result<Statement> reading = writer_.prepare("SELECT id, document FROM assets WHERE n = ?");
+    if (!reading) return tl::unexpected(reading.error());
+    reading->bind(row);
+    Result<bool> found = reading->step();
+    if (!found) return tl::unexpected(found.error());
+    Result<Dictionary> stored = readEntries(reading->text(1), {"importdate", "masterpath"});
+    if (stored && importKey(*stored) == key) return reading->text(0);
+  }
+  return std::nullopt;
 }
 
 Result<std::vector<Result<std::string>>> SQLiteAssetStore::create(const Array& documents) {
   std::lock_guard lock(writing_);
-  std::string places = "?";
-  for (std::size_t i = 0; i < columnCount(); ++i) places += ", ?";
-  Result<Statement> inserting =
-      writer_.prepare(fmt::format("INSERT INTO assets({}, document) VALUES ({})", columnNames(), places));
+  Result<Statement> inserting = writer_.prepare("INSERT INTO assets(n, id, document) VALUES (?, ?, ?)");
   if (!inserting) return tl::unexpected(inserting.error());
-  Result<Statement> finding =
-      writer_.prepare("SELECT id FROM assets WHERE masterpath = ? AND importdate = ? ORDER BY n LIMIT 1");
-  if (!finding) return tl::unexpected(finding.error());
-  return changeAll<std::string>(documents, [&](const Value& item) -> Result<std::string> {
+  auto change = [&](const Value& item, IndexChanges& changes) -> Result<std::string> {
     const Dictionary* given = item.ifDictionary();
-    if (!given) return storeFailure(StatusCode::invalidRequest, "an asset is an object");
-    Result<OptionalString> known = findSameImport(*finding, *given);
+    if (!given) return serverFailure(StatusCode::invalidRequest, "an asset is an object");
+    Result<OptionalString> known = findSameImport(changes, *given);
     if (!known) return tl::unexpected(known.error());
     if (*known) return **known;
-    std::string id = makeIdentifier();
+    std::string id = identifiers_.next();
     Dictionary document{{"_id", id}};
     document.merge(*given);
     document.set("_id", id);
     Result<std::string> json = storedText(document);
     if (!json) return json;
     inserting->reset();
-    for (const Value& value : columnValues(document)) inserting->bind(value);
-    inserting->bind(*json);
-    return inserting->run().map([&] { return id; });
-  });
+    inserting->bind(nextRow_);
+    inserting->bindText(id);
+    inserting->bindText(*json);
+    Result<void> inserted = inserting->run();
+    if (!inserted) return tl::unexpected(inserted.error());
+    changes.add(nextRow_++, id, std::move(document));
+    return id;
+  };
+  return changeAll<std::string>(documents, change);
 }
 
 Result<std::optional<SQLiteAssetStore::Row>> SQLiteAssetStore::find(Statement& finding,
                                                                     const std::string& id) {
   finding.reset();
-  finding.bind(id);
+  finding.bindText(id);
   Result<bool> found = finding.step();
   if (!found) return tl::unexpected(found.error());
   if (!*found) return std::nullopt;
   Result<Value> value = parseJson(finding.text(1));
   Dictionary* document = value ? value->ifDictionary() : nullptr;
   if (!document)
-    return storeFailure(StatusCode::databaseFailed, "the stored document of " + id + " is damaged");
+    return serverFailure(StatusCode::databaseFailed, "the stored document of " + id + " is damaged");
   Row row{finding.integer(0), std::move(*document)};
   finding.reset();
   return row;
@@ -175,20 +242,21 @@ Result<std::optional<SQLiteAssetStore::Row>> SQLiteAssetStore::find(Statement& f
 
 static constexpr const char* kFindRow = "SELECT n, document FROM assets WHERE id = ?";
 
+Result<void> SQLiteAssetStore::noteChange(std::int64_t row) {
+  return writer_.run(fmt::format("INSERT OR REPLACE INTO changes VALUES ({}, {})", row, version_ + 1));
+}
+
 Result<std::vector<Result<std::string>>> SQLiteAssetStore::update(const Array& items) {
   std::lock_guard lock(writing_);
-  std::string places = "?";
-  for (std::size_t i = 1; i < columnCount(); ++i) places += ", ?";
   Result<Statement> finding = writer_.prepare(kFindRow);
-  Result<Statement> storing = writer_.prepare(
-      fmt::format("UPDATE assets SET ({}) = ({}), document = ? WHERE n = ?", columnNames(), places));
+  Result<Statement> storing = writer_.prepare("UPDATE assets SET document = ? WHERE n = ?");
   if (!finding) return tl::unexpected(finding.error());
   if (!storing) return tl::unexpected(storing.error());
-  return changeAll<std::string>(items, [&](const Value& item) -> Result<std::string> {
+  auto change = [&](const Value& item, IndexChanges& noted) -> Result<std::string> {
     const Dictionary* changes = item.ifDictionary();
     const Value* id = changes ? changes->find("_id") : nullptr;
     if (!id || !id->ifString())
-      return storeFailure(StatusCode::invalidRequest, "a change is an object with an \"_id\"");
+      return serverFailure(StatusCode::invalidRequest, "a change is an object with an \"_id\"");
     Result<std::optional<Row>> row = find(*finding, *id->ifString());
     if (!row) return tl::unexpected(row.error());
     if (!*row) return unknownAsset(*id->ifString());
@@ -197,11 +265,15 @@ Result<std::vector<Result<std::string>>> SQLiteAssetStore::update(const Array& i
     Result<std::string> json = storedText(document);
     if (!json) return json;
     storing->reset();
-    for (const Value& value : columnValues(document)) storing->bind(value);
-    storing->bind(*json);
+    storing->bindText(*json);
     storing->bind((*row)->number);
-    return storing->run().map([&] { return *id->ifString(); });
-  });
+    Result<void> stored = storing->run().and_then([&] { return noteChange((*row)->number); });
+    if (!stored) return tl::unexpected(stored.error());
+    noted.removed.insert(*id->ifString());
+    noted.add((*row)->number, *id->ifString(), std::move(document));
+    return *id->ifString();
+  };
+  return changeAll<std::string>(items, change);
 }
 
 Result<std::vector<Result<Dictionary>>> SQLiteAssetStore::remove(const std::vector<std::string>& ids) {
@@ -210,13 +282,94 @@ Result<std::vector<Result<Dictionary>>> SQLiteAssetStore::remove(const std::vect
   Result<Statement> removing = writer_.prepare("DELETE FROM assets WHERE n = ?");
   if (!finding) return tl::unexpected(finding.error());
   if (!removing) return tl::unexpected(removing.error());
-  return changeAll<Dictionary>(ids, [&](const std::string& id) -> Result<Dictionary> {
+  auto change = [&](const std::string& id, IndexChanges& changes) -> Result<Dictionary> {
     Result<std::optional<Row>> row = find(*finding, id);
     if (!row) return tl::unexpected(row.error());
     if (!*row) return unknownAsset(id);
     removing->reset();
     removing->bind((*row)->number);
-    return removing->run().map([&] { return std::move((*row)->document); });
+    Result<void> removed = removing->run().and_then([&] { return noteChange((*row)->number); });
+    if (!removed) return tl::unexpected(removed.error());
+    changes.removed.insert(id);
+    return std::move((*row)->document);
+  };
+  return changeAll<Dictionary>(ids, change);
+}
+
+Result<void> SQLiteAssetStore::openIndex() {
+  Result<std::int64_t> version = writer_.integer("SELECT version FROM state");
+  Result<std::int64_t> next = writer_.integer("SELECT next FROM state");
+  Result<std::int64_t> stamp = writer_.integer("SELECT stamp FROM state");
+  for (const Result<std::int64_t>* result : {&version, &next, &stamp})
+    if (!*result) return tl::unexpected(result->error());
+  version_ = *version;
+  nextRow_ = *next;
+  Result<void> made = createDirectories(index_.folder());
+  if (!made) return made;
+  Result<void> ready;
+  Result<IndexSnapshot> stored = readCheckpoint(index_.folder(), *stamp);
+  if (stored) {
+    index_.restore(std::move(*stored));
+    ready = catchUp(*version);
+  } else {
+    if (*version > 0)
+      logLine(LogLevel::warning, fmt::format("The search index of {} is made anew: {}", path_,
+                                             *stamp == 0 ? "there is none" : stored.error().message));
+    ready = rebuildIndex(*version);
+  }
+  if (ready) index_.start([this](const CheckpointRecord& record) { return recordCheckpoint(record); });
+  return ready;
+}
+
+Result<void> SQLiteAssetStore::rebuildIndex(std::int64_t version) {
+  return indexRows("n > ?", 0, version);
+}
+
+// Takes over what was written since the checkpoint.
+Result<void> SQLiteAssetStore::catchUp(std::int64_t version) {
+  std::set<std::int64_t> changed;
+  Result<Statement> reading = writer_.prepare("SELECT n FROM changes");
+  if (!reading) return tl::unexpected(reading.error());
+  for (;;) {
+    Result<bool> row = reading->step();
+    if (!row) return tl::unexpected(row.error());
+    if (!*row) break;
+    changed.insert(reading->integer(0));
+  }
+  if (!changed.empty()) index_.removeRows(changed);
+  return indexRows("n > ?1 OR n IN (SELECT n FROM changes)", index_.snapshot()->lastRow, version);
+}
+
+Result<void> SQLiteAssetStore::indexRows(const std::string& condition, std::int64_t bound,
+                                         std::int64_t version) {
+  Result<Statement> reading =
+      writer_.prepare("SELECT n, id, document FROM assets WHERE " + condition + " ORDER BY n");
+  if (!reading) return tl::unexpected(reading.error());
+  reading->bind(bound);
+  for (bool more = true; more;) {
+    std::vector<IndexedDocument> batch;
+    while (more && batch.size() < kIndexBatch) {
+      Result<bool> row = reading->step();
+      if (!row) return tl::unexpected(row.error());
+      more = *row;
+      if (!more) break;
+      // A damaged document has no keys; whoever reads it learns about it.
+      Result<Dictionary> entries = readEntries(reading->text(2), indexedKeys());
+      batch.push_back({reading->integer(0), reading->text(1), entries.value_or(Dictionary())});
+    }
+    index_.prepare({}, std::move(batch), version).publish();
+    Result<void> merged = index_.mergeAll();
+    if (!merged) return merged;
+  }
+  return {};
+}
+
+Result<void> SQLiteAssetStore::recordCheckpoint(const CheckpointRecord& record) {
+  std::lock_guard lock(writing_);
+  return Transaction::begin(writer_, Transaction::Kind::write).and_then([&](Transaction transaction) {
+    std::string sql = fmt::format("UPDATE state SET stamp = {}; DELETE FROM changes WHERE version <= {}",
+                                  record.stamp, record.version);
+    return writer_.run(sql).and_then([&] { return transaction.commit(); });
   });
 }
 
@@ -224,7 +377,7 @@ Result<std::optional<std::string>> SQLiteAssetStore::document(const std::string&
   return readers_.use([&](Database& reader) -> Result<std::optional<std::string>> {
     Result<Statement> finding = reader.prepare(kFindRow);
     if (!finding) return tl::unexpected(finding.error());
-    finding->bind(id);
+    finding->bindText(id);
     Result<bool> found = finding->step();
     if (!found) return tl::unexpected(found.error());
     return *found ? std::optional(finding->text(1)) : std::nullopt;
@@ -232,7 +385,7 @@ Result<std::optional<std::string>> SQLiteAssetStore::document(const std::string&
 }
 
 Result<SearchPage> SQLiteAssetStore::search(const SearchRequest& request) {
-  return readers_.use([&](Database& reader) { return searchAssets(reader, request); });
+  return readers_.use([&](Database& reader) { return searchAssets(reader, index_, request); });
 }
 
 Result<std::int64_t> SQLiteAssetStore::count() {
@@ -240,24 +393,21 @@ Result<std::int64_t> SQLiteAssetStore::count() {
 }
 
 Result<void> SQLiteAssetStore::checkIntegrity() {
-  Result<void> sound = readers_.use([&](Database& reader) -> Result<void> {
+  return readers_.use([&](Database& reader) -> Result<void> {
     Result<Statement> checking = reader.prepare("PRAGMA integrity_check(1)");
     if (!checking) return tl::unexpected(checking.error());
     Result<bool> row = checking->step();
     if (!row) return tl::unexpected(row.error());
     std::string answer = checking->text(0);
     if (answer == "ok") return {};
-    return storeFailure(StatusCode::databaseFailed, "the database " + path_ + " is damaged: " + answer);
+    return serverFailure(StatusCode::databaseFailed, "the database " + path_ + " is damaged: " + answer);
   });
-  if (!sound) return sound;
-  std::lock_guard lock(writing_);
-  return writer_.run("INSERT INTO asset_text(asset_text, rank) VALUES ('integrity-check', 1)");
 }
 
 Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
   std::error_code unreadable;
   if (!std::filesystem::is_empty(folder, unreadable) || unreadable)
-    return storeFailure(StatusCode::invalidRequest, "a snapshot needs an empty folder, not " + folder);
+    return serverFailure(StatusCode::invalidRequest, "a snapshot needs an empty folder, not " + folder);
   std::string path = appendPathComponent(folder, kDatabaseFileName);
   Result<void> copied = readers_.use([&](Database& reader) { return reader.copyTo(path); });
   if (copied) return syncDirectory(folder);
@@ -272,14 +422,17 @@ Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
 Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder, bool mayCreate) {
   std::string path = appendPathComponent(folder, kDatabaseFileName);
   if (!mayCreate && !fileExists(path))
-    return storeFailure(StatusCode::databaseNotFound, "the database is missing");
+    return serverFailure(StatusCode::databaseNotFound, "the database is missing");
   Result<void> made = createDirectories(folder);
   if (!made) return tl::unexpected(made.error());
   Result<Database> writer = openAssetDatabase(path);
   if (!writer) return tl::unexpected(writer.error());
   Result<void> synced = syncDirectory(folder);
   if (!synced) return tl::unexpected(synced.error());
-  return std::make_unique<SQLiteAssetStore>(std::move(path), std::move(*writer));
+  auto store = std::make_unique<SQLiteAssetStore>(std::move(path), std::move(*writer));
+  Result<void> ready = store->openIndex();
+  if (!ready) return tl::unexpected(ready.error());
+  return store;
 }
 
 }  // namespace vornex::server

@@ -10,14 +10,11 @@
 namespace vornex::server {
 
 static constexpr int kBusyTimeoutMilliseconds = 10'000;
-static constexpr int kInstructionsBetweenDeadlineChecks = 1'000;
 
 static StatusCode statusOf(sqlite3* database, int result) {
   switch (result & 0xff) {
     case SQLITE_FULL:
       return StatusCode::diskFull;
-    case SQLITE_INTERRUPT:
-      return StatusCode::timedOut;
     case SQLITE_TOOBIG:
       return StatusCode::limitExceeded;
     case SQLITE_IOERR:
@@ -67,8 +64,9 @@ void Statement::bind(const Value& value) {
   if (result != SQLITE_OK) bindFailure_ = result;
 }
 
-void Statement::bindPointer(const void* object, const char* type) {
-  int result = sqlite3_bind_pointer(statement_, ++parameters_, const_cast<void*>(object), type, nullptr);
+void Statement::bindText(std::string_view text) {
+  int result =
+      sqlite3_bind_text64(statement_, ++parameters_, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
   if (result != SQLITE_OK) bindFailure_ = result;
 }
 
@@ -111,11 +109,9 @@ bool Statement::isNull(int column) const {
   return sqlite3_column_type(statement_, column) == SQLITE_NULL;
 }
 
-Database::Database(sqlite3* handle)
-    : handle_(handle), deadline_(std::make_unique<std::chrono::steady_clock::time_point>()) {}
+Database::Database(sqlite3* handle) : handle_(handle) {}
 
-Database::Database(Database&& other) noexcept
-    : handle_(std::exchange(other.handle_, nullptr)), deadline_(std::move(other.deadline_)) {}
+Database::Database(Database&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
 
 Database::~Database() {
   sqlite3_close_v2(handle_);
@@ -151,32 +147,8 @@ Result<std::int64_t> Database::integer(std::string_view sql) {
   });
 }
 
-void Database::setDeadline(std::chrono::steady_clock::time_point deadline) {
-  *deadline_ = deadline;
-  sqlite3_progress_handler(
-      handle_, kInstructionsBetweenDeadlineChecks,
-      [](void* end) {
-        return std::chrono::steady_clock::now() > *static_cast<std::chrono::steady_clock::time_point*>(end)
-                   ? 1
-                   : 0;
-      },
-      deadline_.get());
-}
-
-void Database::clearDeadline() {
-  sqlite3_progress_handler(handle_, 0, nullptr, nullptr);
-}
-
 void Database::keepLogOnClose(bool keep) {
   sqlite3_db_config(handle_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, keep ? 1 : 0, nullptr);
-}
-
-Result<void> Database::addFunction(const char* name, int arguments, Function function) {
-  int result = sqlite3_create_function_v2(handle_, name, arguments,
-                                          SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr,
-                                          function, nullptr, nullptr, nullptr);
-  if (result != SQLITE_OK) return databaseFailure(handle_, result, "cannot add a function");
-  return {};
 }
 
 Result<void> Database::copyTo(const std::string& path) {

@@ -11,9 +11,7 @@
 #include "foundation/Error.h"
 
 struct sqlite3;
-struct sqlite3_context;
 struct sqlite3_stmt;
-struct sqlite3_value;
 
 namespace vornex::server {
 
@@ -30,8 +28,8 @@ class Statement {
   /// Null, booleans (as 1 and 0), numbers, strings and data; unsigned integers beyond 64 signed bits as
   /// doubles.
   void bind(const Value& value);
-  /// An object that an SQL function takes back with pointerArgument(). It must outlive the statement.
-  void bindPointer(const void* object, const char* type);
+  /// A text that stays where it is until the statement is reset.
+  void bindText(std::string_view text);
 
   /// Whether there is a row.
   [[nodiscard]] Result<bool> step();
@@ -58,7 +56,7 @@ class Statement {
 
 /// One connection to a database file.
 ///
-/// Errors have the domain "VORNEX SERVER": `diskFull`, `timedOut` after the deadline, `limitExceeded` for
+/// Errors have the domain "VORNEX SERVER": `diskFull`, `limitExceeded` for
 /// what is too large, else `databaseFailed`. The connection stays usable after them. Thread-safety: one
 /// thread at a time.
 class Database {
@@ -76,15 +74,8 @@ class Database {
   /// The first column of the first row; 0 when there is none.
   [[nodiscard]] Result<std::int64_t> integer(std::string_view sql);
 
-  /// Statements that still run at that time end with `timedOut`.
-  void setDeadline(std::chrono::steady_clock::time_point deadline);
-  void clearDeadline();
-
   /// Whether closing the last connection leaves the write-ahead log beside the file instead of working it in.
   void keepLogOnClose(bool keep);
-
-  using Function = void (*)(sqlite3_context*, int, sqlite3_value**);
-  [[nodiscard]] Result<void> addFunction(const char* name, int arguments, Function function);
 
   /// Writes all of this database, as it is at one moment, into a new file. Blocks nobody.
   [[nodiscard]] Result<void> copyTo(const std::string& path);
@@ -94,7 +85,6 @@ class Database {
   explicit Database(sqlite3* handle);
 
   sqlite3* handle_;
-  std::unique_ptr<std::chrono::steady_clock::time_point> deadline_;
 };
 
 /// Undoes what was written since its start unless it is committed.

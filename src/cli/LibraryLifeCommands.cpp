@@ -1,0 +1,169 @@
+#include <fmt/format.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQVornexUtil.h>
+
+#include "cli/Await.h"
+#include "cli/Commands.h"
+#include "cli/Confirm.h"
+#include "cli/Host.h"
+#include "cli/LibraryFacts.h"
+#include "cli/Output.h"
+#include "cli/Paths.h"
+#include "cli/Progress.h"
+#include "foundation/Files.h"
+#include "foundation/PropertyList.h"
+
+namespace vornex::cli {
+namespace {
+
+/// Large databases on slow disks take what they take; the SDK ends when the service goes away.
+constexpr auto kNoLimit = std::chrono::hours(24 * 365);
+
+TQLibraryManager& manager() {
+  return TQLibraryManager::sharedManager();
+}
+
+std::string nameOf(const LibraryPtr& library) {
+  return library->name.value_or("");
+}
+std::string folderOf(const LibraryPtr& library) {
+  return library->packageFolder.value_or("");
+}
+
+/// Shows how far the copying of a database has come.
+class CopyDisplay {
+ public:
+  explicit CopyDisplay(const LibraryPtr& library) : CopyDisplay(nameOf(library)) {}
+  explicit CopyDisplay(std::string name) { state_->current = std::move(name); }
+
+  TQLibraryManager::DatabaseProgress handler() {
+    return [state = state_, display = display_, start = Clock::now()](std::int64_t done, std::int64_t total) {
+      state->bytes = static_cast<std::uint64_t>(done);
+      state->totalBytes = static_cast<std::uint64_t>(total);
+      state->seconds = std::chrono::duration<double>(Clock::now() - start).count();
+      display->update(*state);
+    };
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  // The handler may outlive the command that gave up waiting.
+  std::shared_ptr<ImportState> state_ = std::make_shared<ImportState>(ImportState{.totalFiles = 1});
+  std::shared_ptr<ProgressDisplay> display_ = std::make_shared<ProgressDisplay>();
+};
+
+/// Waits for an operation of the manager; a failure begins with what was attempted.
+template <typename Start>
+Result<void> finish(const std::string& attempt, const std::string& silentFailure, Start start) {
+  const auto ended = await<bool, TQErrorPtr>(kNoLimit, start);
+  if (!ended) return failure("vornex", 0, "the service does not answer");
+  const auto& [ok, error] = *ended;
+  if (ok) return {};
+  if (!error) return failure("vornex", 0, fmt::format("{}: {}", attempt, silentFailure));
+  const Error reason = fromSDK(error);
+  return failure(reason.domain, reason.code, fmt::format("{}: {}", attempt, reason.message));
+}
+
+/// The package is in the list at a place where it is no more: it was moved, so the list follows.
+Result<void> forgetFormerPlace(const std::string& folder) {
+  auto record = readDictionaryFile(*TQVornexUtil::libraryPlistWithPackageFolder(folder));
+  if (!record) return failure("vornex", 0, fmt::format("there is no library in {}", folder));
+  const Value* dbName = record->find("dbname");
+  const LibraryPtr known =
+      dbName && dbName->ifString() ? manager().libraryForDBName(*dbName->ifString()) : nullptr;
+  if (!known) return {};
+  if (itemExists(folderOf(known)))
+    return failure(
+        "vornex", 0,
+        fmt::format("the library \"{}\" is in the list already, at {}", nameOf(known), folderOf(known)));
+  return finish("cannot take the former place out of the list", "the list cannot be saved",
+                [&](Completion done) { manager().deleteLibrary(known, false, nullptr, std::move(done)); });
+}
+
+}  // namespace
+
+Result<void> run(const LibraryImportCommand& command, Host& host, const Output& output) {
+  if (auto known = host.libraries(); !known) return tl::unexpected(known.error());
+  for (const std::string& place : command.places) {
+    const std::string folder = absolutePath(place);
+    if (auto ready = forgetFormerPlace(folder); !ready) return ready;
+    CopyDisplay display(lastPathComponent(folder));
+    auto imported =
+        finish(fmt::format("cannot import {}", folder), "there is no library in it", [&](Completion done) {
+          manager().importLibraryWithPackageFolder(folder, command.force, nullptr, std::move(done),
+                                                   display.handler());
+        });
+    if (!imported) return imported;
+    auto library = host.listedLibrary(folder);
+    if (!library) return tl::unexpected(library.error());
+    output.record("library", libraryFacts(*library));
+    output.text(fmt::format("Imported the library \"{}\" from {}.", nameOf(*library), folder));
+  }
+  return {};
+}
+
+Result<void> run(const LibraryDeleteCommand& command, Host& host, const Output& output) {
+  auto library = host.listedLibrary(command.library);
+  if (!library) return tl::unexpected(library.error());
+  const std::string name = nameOf(*library);
+  const bool isLocal = (*library)->libraryType == kLibraryTypeLocal;
+  if (command.everything && isLocal) {
+    auto confirmed =
+        confirm(fmt::format("This removes the library \"{}\", its database and every file in {}.", name,
+                            folderOf(*library)),
+                command.yes);
+    if (!confirmed) return confirmed;
+  }
+  const bool keepsFolder = isLocal && !command.everything && itemExists(folderOf(*library));
+  CopyDisplay display(*library);
+  auto deleted =
+      finish(fmt::format("cannot delete \"{}\"", name), "the list cannot be saved", [&](Completion done) {
+        manager().deleteLibrary(*library, command.everything, nullptr, std::move(done), display.handler());
+      });
+  if (!deleted) return deleted;
+  output.record("deleted", libraryFacts(*library));
+  output.text(keepsFolder
+                  ? fmt::format("Took the library \"{0}\" out of the list. To get it back: vornex library "
+                                "import {1}",
+                                name, folderOf(*library))
+                  : fmt::format("Deleted the library \"{}\".", name));
+  return {};
+}
+
+Result<void> run(const LibraryBackupCommand& command, Host& host, const Output& output) {
+  auto library = host.listedLibrary(command.library);
+  if (!library) return tl::unexpected(library.error());
+  CopyDisplay display(*library);
+  auto done = finish(fmt::format("cannot back up \"{}\"", nameOf(*library)), "", [&](Completion completion) {
+    manager().backupDatabaseWithLibrary(*library, std::move(completion), display.handler());
+  });
+  if (!done) return done;
+  const std::string folder = *TQVornexUtil::dbFolderWithPackageFolder((*library)->packageFolder);
+  output.record("backup", libraryFacts(*library));
+  output.text(fmt::format("Backed up the database of \"{}\" to {}.", nameOf(*library), folder));
+  return {};
+}
+
+Result<void> run(const LibraryRestoreCommand& command, Host& host, const Output& output) {
+  auto library = host.listedLibrary(command.library);
+  if (!library) return tl::unexpected(library.error());
+  const std::string working =
+      appendPathComponent(TQVornexUtil::mongoDBFolder(), (*library)->dbName.value_or(""));
+  if (itemExists(working)) {
+    auto confirmed = confirm(
+        fmt::format("What was changed in \"{}\" since its last backup will be lost.", nameOf(*library)),
+        command.yes);
+    if (!confirmed) return confirmed;
+  }
+  CopyDisplay display(*library);
+  auto done = finish(fmt::format("cannot restore \"{}\"", nameOf(*library)), "", [&](Completion completion) {
+    manager().replaceDatabaseWithLibrary(*library, std::move(completion), display.handler());
+  });
+  if (!done) return done;
+  output.record("restored", libraryFacts(*library));
+  output.text(fmt::format("Restored the database of \"{}\" from its package.", nameOf(*library)));
+  return {};
+}
+
+}  // namespace vornex::cli

@@ -1,0 +1,167 @@
+#include "server/index/SegmentSearch.h"
+
+#include <map>
+
+#include "server/ServerError.h"
+#include "server/index/FieldSearch.h"
+
+namespace vornex::server {
+
+namespace {
+
+// How much a part of a predicate costs, so that what is cheap narrows what is dear.
+enum class Cost { lookup, vocabulary, texts, documents };
+
+std::optional<std::size_t> fieldNamed(const Operand& operand) {
+  static const std::map<std::string, std::size_t, std::less<>> kFields = [] {
+    std::map<std::string, std::size_t, std::less<>> fields;
+    for (std::size_t i = 0; i < indexedFields().size(); ++i) fields[indexedFields()[i].key] = i;
+    return fields;
+  }();
+  const KeyPath* path = std::get_if<KeyPath>(&operand);
+  if (!path || path->components.size() != 1) return std::nullopt;
+  auto found = kFields.find(path->components.front());
+  return found == kFields.end() ? std::nullopt : std::optional(found->second);
+}
+
+bool asksIdentifier(const Operand& operand) {
+  const KeyPath* path = std::get_if<KeyPath>(&operand);
+  return path && path->components.size() == 1 && path->components.front() == "_id";
+}
+
+bool isConstant(const Operand& operand) {
+  return std::holds_alternative<Value>(operand);
+}
+
+Cost cost(const Predicate& predicate) {
+  if (std::holds_alternative<bool>(predicate.node)) return Cost::lookup;
+  if (const Compound* compound = std::get_if<Compound>(&predicate.node)) {
+    Cost most = Cost::lookup;
+    for (const Predicate& operand : compound->operands) most = std::max(most, cost(operand));
+    return most;
+  }
+  const Comparison& comparison = std::get<Comparison>(predicate.node);
+  if (!isConstant(comparison.right)) return Cost::documents;
+  if (asksIdentifier(comparison.left)) return Cost::lookup;
+  std::optional<std::size_t> field = fieldNamed(comparison.left);
+  if (!field) return Cost::documents;
+  if (!comparison.pattern) return Cost::lookup;
+  bool text = indexedFields()[*field].kind == IndexedField::Kind::text;
+  return text && needsTexts(*comparison.pattern) ? Cost::texts : Cost::vocabulary;
+}
+
+// Thrown inside of this file only.
+struct TimedOut {};
+
+class SegmentSearch {
+ public:
+  SegmentSearch(const Segment& segment, std::chrono::steady_clock::time_point deadline)
+      : segment_(segment), deadline_(deadline) {}
+
+  SegmentAnswer answer(const Predicate& predicate, const DocumentSet& scope) {
+    if (const bool* constant = std::get_if<bool>(&predicate.node))
+      return {*constant ? scope : none(), none()};
+    if (const Comparison* comparison = std::get_if<Comparison>(&predicate.node))
+      return answer(*comparison, scope);
+    const Compound& compound = std::get<Compound>(predicate.node);
+    switch (compound.kind) {
+      case Compound::Kind::conjunction:
+        return conjunction(compound.operands, scope);
+      case Compound::Kind::disjunction:
+        return disjunction(compound.operands, scope);
+      case Compound::Kind::negation:
+        break;
+    }
+    SegmentAnswer inner = answer(compound.operands.front(), scope);
+    inner.yes |= inner.open;
+    inner.yes.complement();
+    return inner;
+  }
+
+ private:
+  DocumentSet none() const { return DocumentSet(segment_.size()); }
+
+  SegmentAnswer conjunction(const std::vector<Predicate>& operands, const DocumentSet& given) {
+    std::vector<const Predicate*> order;
+    for (const Predicate& operand : operands) order.push_back(&operand);
+    std::stable_sort(order.begin(), order.end(),
+                     [](const Predicate* a, const Predicate* b) { return cost(*a) < cost(*b); });
+    SegmentAnswer all{given, none()};
+    DocumentSet scope = given;
+    for (const Predicate* operand : order) {
+      SegmentAnswer part = answer(*operand, scope);
+      part.open |= part.yes;
+      scope &= part.open;
+      all.yes &= part.yes;
+      if (scope.empty()) break;
+    }
+    all.open = std::move(scope);
+    all.open -= all.yes;
+    return all;
+  }
+
+  SegmentAnswer disjunction(const std::vector<Predicate>& operands, const DocumentSet& scope) {
+    SegmentAnswer any{none(), none()};
+    for (const Predicate& operand : operands) {
+      if (addLookup(operand, any.yes)) continue;
+      SegmentAnswer part = answer(operand, scope);
+      any.yes |= part.yes;
+      any.open |= part.open;
+    }
+    any.open -= any.yes;
+    return any;
+  }
+
+  bool addLookup(const Predicate& predicate, DocumentSet& found) {
+    const Comparison* comparison = std::get_if<Comparison>(&predicate.node);
+    if (!comparison || !isConstant(comparison->right)) return false;
+    if (asksIdentifier(comparison->left)) return addIdentifier(segment_, *comparison, found);
+    std::optional<std::size_t> field = fieldNamed(comparison->left);
+    return field && indexedFields()[*field].kind == IndexedField::Kind::exact &&
+           addExactText(segment_.exact(*field), *comparison, found);
+  }
+
+  SegmentAnswer answer(const Comparison& comparison, const DocumentSet& scope) {
+    if (std::chrono::steady_clock::now() > deadline_) throw TimedOut();
+    if (isConstant(comparison.right)) {
+      if (asksIdentifier(comparison.left)) return searchIdentifiers(segment_, comparison);
+      if (std::optional<std::size_t> field = fieldNamed(comparison.left))
+        return search(*field, comparison, scope);
+    }
+    return {none(), scope};
+  }
+
+  SegmentAnswer search(std::size_t field, const Comparison& comparison, const DocumentSet& scope) {
+    switch (indexedFields()[field].kind) {
+      case IndexedField::Kind::text:
+        return searchText(segment_.text(field), comparison, scope);
+      case IndexedField::Kind::exact:
+        return searchExact(segment_, field, comparison, scope);
+      case IndexedField::Kind::path:
+        return searchDigests(segment_.exact(field), true, comparison, scope);
+      case IndexedField::Kind::digest:
+        return searchDigests(segment_.exact(field), false, comparison, scope);
+    }
+    return {none(), scope};
+  }
+
+  const Segment& segment_;
+  std::chrono::steady_clock::time_point deadline_;
+};
+
+}  // namespace
+
+Result<SegmentAnswer> searchSegment(const Segment& segment, const DocumentSet& documents,
+                                    const Predicate& predicate,
+                                    std::chrono::steady_clock::time_point deadline) {
+  try {
+    SegmentAnswer answer = SegmentSearch(segment, deadline).answer(predicate, documents);
+    answer.yes &= documents;
+    answer.open &= documents;
+    return answer;
+  } catch (const TimedOut&) {
+    return serverFailure(StatusCode::timedOut, "the search takes too long");
+  }
+}
+
+}  // namespace vornex::server

@@ -1,0 +1,407 @@
+#include "server/index/SegmentWriter.h"
+
+#include <algorithm>
+#include <deque>
+
+#include "foundation/Text.h"
+#include "server/query/TextNormalization.h"
+
+namespace vornex::server {
+
+namespace {
+
+using Documents = std::vector<std::uint32_t>;
+
+void writeOne(SectionWriter& sections, std::uint32_t count, const Documents& documents) {
+  Postings::Writer writer(count);
+  writer.add(documents);
+  writer.write(sections);
+}
+
+// Takes a field's values in order and writes its sections.
+class ExactFieldWriter {
+ public:
+  ExactFieldWriter(std::uint32_t count, bool ordered, Documents missing, Documents lists, Documents unknown)
+      : count_(count),
+        missing_(std::move(missing)),
+        lists_(std::move(lists)),
+        unknown_(std::move(unknown)),
+        postings_(count) {
+    if (!ordered) return;
+    isList_ = DocumentSet(count);
+    for (std::uint32_t document : lists_) isList_.add(document);
+    codeOf_.assign(count, kNoCode);
+  }
+
+  void add(NumberKey number, const Documents& documents) {
+    wholes_.push_back(number.whole);
+    if (number.rest != 0) rests_.resize(wholes_.size() - 1);
+    if (number.rest != 0 || !rests_.empty()) rests_.push_back(number.rest);
+    addPostings(documents);
+  }
+
+  void add(std::string_view text, const Documents& documents) {
+    texts_.add(text);
+    addPostings(documents);
+  }
+
+  void write(SectionWriter& sections) const {
+    sections.add(wholes_);
+    sections.add(rests_);
+    texts_.write(sections);
+    postings_.write(sections);
+    writeOne(sections, count_, missing_);
+    writeOne(sections, count_, lists_);
+    writeOne(sections, count_, unknown_);
+    if (isList_.size() > 0) sections.add(codeOf_);
+  }
+
+ private:
+  void addPostings(const Documents& documents) {
+    postings_.add(documents);
+    for (std::uint32_t document : documents)
+      if (isList_.size() > 0 && !isList_.contains(document)) codeOf_[document] = code_;
+    ++code_;
+  }
+
+  std::uint32_t count_;
+  Documents missing_;
+  Documents lists_;
+  Documents unknown_;
+  DocumentSet isList_;
+  std::uint32_t code_ = 0;
+  std::vector<std::int64_t> wholes_;
+  std::vector<double> rests_;
+  Texts::Writer texts_;
+  Postings::Writer postings_;
+  std::vector<std::uint32_t> codeOf_;
+};
+
+class TextFieldWriter {
+ public:
+  explicit TextFieldWriter(std::uint32_t count)
+      : count_(count), valuePostings_(count), wordPostings_(count), codeOf_(count, kNoCode) {}
+
+  void addValue(std::string_view text, const Documents& documents) {
+    for (std::uint32_t document : documents) codeOf_[document] = values_.size();
+    values_.add(text);
+    valuePostings_.add(documents);
+  }
+
+  void addWord(std::string_view word, const Documents& documents) {
+    words_.add(word);
+    wordPostings_.add(documents);
+  }
+
+  void write(SectionWriter& sections, const Documents& missing, const Documents& unknown,
+             const Documents& notAscii) const {
+    values_.write(sections);
+    valuePostings_.write(sections);
+    words_.write(sections);
+    wordPostings_.write(sections);
+    writeOne(sections, count_, missing);
+    writeOne(sections, count_, unknown);
+    writeOne(sections, count_, notAscii);
+    sections.add(codeOf_);
+  }
+
+ private:
+  std::uint32_t count_;
+  Texts::Writer values_;
+  Postings::Writer valuePostings_;
+  Texts::Writer words_;
+  Postings::Writer wordPostings_;
+  std::vector<std::uint32_t> codeOf_;
+};
+
+// A text of a document. Most comparisons are decided by the first bytes, kept as a number.
+struct TextItem {
+  TextItem(std::string_view given, std::uint32_t of) : text(given), document(of) {
+    for (std::size_t i = 0; i < 8; ++i)
+      start = start << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0);
+  }
+  bool operator<(const TextItem& other) const {
+    if (start != other.start) return start < other.start;
+    int order = text.compare(other.text);
+    return order != 0 ? order < 0 : document < other.document;
+  }
+
+  std::uint64_t start = 0;
+  std::string_view text;
+  std::uint32_t document;
+};
+
+struct NumberItem {
+  NumberKey number;
+  std::uint32_t document;
+
+  bool operator<(const NumberItem& other) const {
+    auto order = number <=> other.number;
+    return order != 0 ? order < 0 : document < other.document;
+  }
+};
+
+// Sorts the items and calls `add(key, documents)` for each key.
+template <typename Item, typename Key, typename Add>
+void addGrouped(std::vector<Item>& items, Key key, Add add) {
+  std::sort(items.begin(), items.end());
+  Documents documents;
+  for (std::size_t i = 0; i < items.size();) {
+    documents.clear();
+    std::size_t first = i;
+    for (; i < items.size() && key(items[i]) == key(items[first]); ++i)
+      if (documents.empty() || documents.back() != items[i].document) documents.push_back(items[i].document);
+    add(key(items[first]), documents);
+  }
+}
+
+bool isListOfStrings(const Value& value) {
+  const Array* array = value.ifArray();
+  return array && std::all_of(array->begin(), array->end(),
+                              [](const Value& element) { return element.ifString() != nullptr; });
+}
+
+// One field of new documents.
+class FieldCollector {
+ public:
+  FieldCollector(const IndexedField& field, std::span<const IndexedDocument> documents)
+      : field_(field), documents_(documents) {}
+
+  void write(SectionWriter& sections) {
+    for (std::uint32_t i = 0; i < documents_.size(); ++i) collect(i);
+    auto count = static_cast<std::uint32_t>(documents_.size());
+    auto number = [](const NumberItem& item) { return item.number; };
+    auto text = [](const TextItem& item) { return item.text; };
+    if (field_.kind == IndexedField::Kind::text) {
+      TextFieldWriter writer(count);
+      addGrouped(texts_, text, [&](auto key, const Documents& all) { writer.addValue(key, all); });
+      addGrouped(words_, text, [&](auto key, const Documents& all) { writer.addWord(key, all); });
+      writer.write(sections, missing_, unknown_, notAscii_);
+    } else {
+      ExactFieldWriter writer(count, field_.ordered, missing_, lists_, unknown_);
+      addGrouped(numbers_, number, [&](auto key, const Documents& all) { writer.add(key, all); });
+      addGrouped(texts_, text, [&](auto key, const Documents& all) { writer.add(key, all); });
+      writer.write(sections);
+    }
+  }
+
+ private:
+  void collect(std::uint32_t document) {
+    const Value* value = documents_[document].content.find(field_.key);
+    if (!value || value->isNull()) {
+      missing_.push_back(document);
+    } else if (const std::string* text = value->ifString()) {
+      collect(*text, document);
+    } else if (field_.kind != IndexedField::Kind::exact) {
+      unknown_.push_back(document);
+    } else if (std::optional<NumberKey> number = numberKey(*value)) {
+      numbers_.push_back({*number, document});
+    } else if (isListOfStrings(*value)) {
+      lists_.push_back(document);
+      for (const Value& element : *value->ifArray()) texts_.emplace_back(*element.ifString(), document);
+    } else {
+      unknown_.push_back(document);
+    }
+  }
+
+  void collect(const std::string& text, std::uint32_t document) {
+    switch (field_.kind) {
+      case IndexedField::Kind::exact:
+        texts_.emplace_back(text, document);
+        return;
+      case IndexedField::Kind::path:
+        for (std::size_t slash = text.find('/'); slash != std::string::npos;
+             slash = text.find('/', slash + 1))
+          numbers_.push_back({NumberKey{textDigest(std::string_view(text).substr(0, slash + 1))}, document});
+        [[fallthrough]];
+      case IndexedField::Kind::digest:
+        numbers_.push_back({NumberKey{textDigest(text)}, document});
+        return;
+      case IndexedField::Kind::text:
+        break;
+    }
+    if (!isAsciiText(text)) notAscii_.push_back(document);
+    const std::string& folded = folded_.emplace_back(foldedText(text));
+    texts_.emplace_back(folded, document);
+    forEachWord(folded, [&](std::string_view word) { words_.emplace_back(word, document); });
+  }
+
+  const IndexedField& field_;
+  std::span<const IndexedDocument> documents_;
+  std::vector<NumberItem> numbers_;
+  std::vector<TextItem> texts_;
+  std::vector<TextItem> words_;
+  std::deque<std::string> folded_;
+  Documents missing_;
+  Documents lists_;
+  Documents unknown_;
+  Documents notAscii_;
+};
+
+// Merges segments field by field.
+class Merger {
+ public:
+  Merger(std::span<const SegmentPart> parts, SectionWriter& sections) : parts_(parts), sections_(sections) {}
+
+  DocumentMaps run() {
+    mergeDocuments();
+    std::span<const IndexedField> fields = indexedFields();
+    for (std::size_t i = 0; i < fields.size(); ++i)
+      fields[i].kind == IndexedField::Kind::text ? mergeText(i) : mergeExact(i, fields[i].ordered);
+    return std::move(maps_);
+  }
+
+ private:
+  // Sources with the place of a key in each.
+  using Places = std::vector<std::pair<std::size_t, std::uint32_t>>;
+
+  void mergeDocuments() {
+    for (const SegmentPart& part : parts_) maps_.emplace_back(part.segment->size(), kNoCode);
+    Texts::Writer identifiers;
+    std::vector<std::int64_t> rows;
+    auto size = [](const Segment& segment) { return segment.size(); };
+    auto key = [](const Segment& segment, std::uint32_t code) { return segment.identifiers()[code]; };
+    auto visit = [&](std::string_view id, const Places& places) {
+      for (auto [part, document] : places) {
+        if (!parts_[part].live->contains(document)) continue;
+        maps_[part][document] = static_cast<std::uint32_t>(rows.size());
+        rows.push_back(parts_[part].segment->row(document));
+        identifiers.add(id);
+      }
+    };
+    forEachKey(segments(), size, key, visit);
+    count_ = static_cast<std::uint32_t>(rows.size());
+    identifiers.write(sections_);
+    sections_.add(rows);
+  }
+
+  void mergeExact(std::size_t field, bool ordered) {
+    std::vector<const ExactField*> all;
+    for (const SegmentPart& part : parts_) all.push_back(&part.segment->exact(field));
+    auto special = [&](Postings ExactField::*which) { return mapped(all, which); };
+    ExactFieldWriter writer(count_, ordered, special(&ExactField::missing), special(&ExactField::lists),
+                            special(&ExactField::unknown));
+    auto add = [&](auto key, const Documents& found) { writer.add(key, found); };
+    mergePostings(
+        all, [](const ExactField& values) { return values.numbers(); },
+        [](const ExactField& values, std::uint32_t i) { return values.number(i); },
+        [](const ExactField& values, std::uint32_t i) { return std::pair(&values.documents, i); }, add);
+    mergePostings(
+        all, [](const ExactField& values) { return values.texts.size(); },
+        [](const ExactField& values, std::uint32_t i) { return values.texts[i]; },
+        [](const ExactField& values, std::uint32_t i) {
+          return std::pair(&values.documents, values.numbers() + i);
+        },
+        add);
+    writer.write(sections_);
+  }
+
+  void mergeText(std::size_t field) {
+    std::vector<const TextField*> all;
+    for (const SegmentPart& part : parts_) all.push_back(&part.segment->text(field));
+    TextFieldWriter writer(count_);
+    mergePostings(
+        all, [](const TextField& text) { return text.values.size(); },
+        [](const TextField& text, std::uint32_t i) { return text.values[i]; },
+        [](const TextField& text, std::uint32_t i) { return std::pair(&text.documents, i); },
+        [&](auto key, const Documents& found) { writer.addValue(key, found); });
+    mergePostings(
+        all, [](const TextField& text) { return text.words.size(); },
+        [](const TextField& text, std::uint32_t i) { return text.words[i]; },
+        [](const TextField& text, std::uint32_t i) { return std::pair(&text.wordDocuments, i); },
+        [&](auto key, const Documents& found) { writer.addWord(key, found); });
+    writer.write(sections_, mapped(all, &TextField::missing), mapped(all, &TextField::unknown),
+                 mapped(all, &TextField::notAscii));
+  }
+
+  std::vector<const Segment*> segments() const {
+    std::vector<const Segment*> all;
+    for (const SegmentPart& part : parts_) all.push_back(part.segment.get());
+    return all;
+  }
+
+  // Calls `visit(key, places)` for each distinct key of the sources in order, with who has it where.
+  template <typename Source, typename Size, typename Key, typename Visit>
+  void forEachKey(const std::vector<const Source*>& sources, Size size, Key key, Visit visit) {
+    using KeyType = decltype(key(*sources[0], 0u));
+    struct Head {
+      KeyType key;
+      std::size_t source;
+      std::uint32_t at;
+      std::uint32_t end;
+    };
+    std::vector<Head> heads;
+    for (std::size_t i = 0; i < sources.size(); ++i)
+      if (std::uint32_t end = size(*sources[i]); end > 0) heads.push_back({key(*sources[i], 0), i, 0, end});
+    Places places;
+    while (!heads.empty()) {
+      KeyType least = heads.front().key;
+      for (const Head& head : heads) least = head.key < least ? head.key : least;
+      places.clear();
+      for (Head& head : heads) {
+        if (head.key != least) continue;
+        places.emplace_back(head.source, head.at);
+        if (++head.at < head.end) head.key = key(*sources[head.source], head.at);
+      }
+      visit(least, places);
+      std::erase_if(heads, [](const Head& head) { return head.at == head.end; });
+    }
+  }
+
+  // Adds each key that documents still have.
+  template <typename Source, typename Size, typename Key, typename Slot, typename Add>
+  void mergePostings(const std::vector<const Source*>& sources, Size size, Key key, Slot slot, Add add) {
+    Documents found;
+    auto visit = [&](auto least, const Places& places) {
+      found.clear();
+      for (auto [source, at] : places) {
+        auto [postings, code] = slot(*sources[source], at);
+        append(found, *postings, code, source);
+      }
+      if (!std::is_sorted(found.begin(), found.end())) std::sort(found.begin(), found.end());
+      if (!found.empty()) add(least, found);
+    };
+    forEachKey(sources, size, key, visit);
+  }
+
+  void append(Documents& found, const Postings& postings, std::uint32_t code, std::size_t part) const {
+    const std::vector<std::uint32_t>& map = maps_[part];
+    postings.forEach(code, [&](std::uint32_t document) {
+      if (map[document] != kNoCode) found.push_back(map[document]);
+    });
+  }
+
+  template <typename Field>
+  Documents mapped(const std::vector<const Field*>& all, Postings Field::*which) const {
+    Documents found;
+    for (std::size_t i = 0; i < all.size(); ++i) append(found, all[i]->*which, 0, i);
+    std::sort(found.begin(), found.end());
+    return found;
+  }
+
+  std::span<const SegmentPart> parts_;
+  SectionWriter& sections_;
+  DocumentMaps maps_;
+  std::uint32_t count_ = 0;
+};
+
+}  // namespace
+
+void writeSegment(std::vector<IndexedDocument> documents, SectionWriter& sections) {
+  std::sort(documents.begin(), documents.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
+  Texts::Writer identifiers;
+  std::vector<std::int64_t> rows;
+  for (const IndexedDocument& document : documents) {
+    identifiers.add(document.id);
+    rows.push_back(document.row);
+  }
+  identifiers.write(sections);
+  sections.add(rows);
+  for (const IndexedField& field : indexedFields()) FieldCollector(field, documents).write(sections);
+}
+
+DocumentMaps mergeSegments(std::span<const SegmentPart> parts, SectionWriter& sections) {
+  return Merger(parts, sections).run();
+}
+
+}  // namespace vornex::server

@@ -1,0 +1,150 @@
+# The life of a library, with the service killed between its steps, and what is killed in the middle of one.
+source "$(dirname "$0")/harness.sh"
+mounted=
+cleanup() { [ -z "$mounted" ] || umount "$mounted"; }
+
+kill_service() { kill -9 "$(service_process)" 2>/dev/null; }
+
+# holds LIBRARY COUNT: so many assets, each with its file.
+holds() {
+  run 0 --json search '' --library "$1" --limit 1000
+  is 'rows[-1]["total"]' "$2"
+  is '[r["name"] for r in rows[:-1] if not __import__("os").path.isfile(r["file"])]' '[]'
+}
+
+packaged() { echo "$1"/Database/*/library.sqlite; }
+is_sound() { [ "$(sqlite3 "file:$1?immutable=1" 'PRAGMA integrity_check')" = ok ] || fail "$1 is damaged"; }
+
+mkdir "$work/media" "$work/elsewhere"
+for i in $(seq 20); do echo "text $i" >"$work/media/file $i.txt"; done
+
+run 0 library create "$work/Films"
+kill_service
+run 0 project add Trips/Sea -L Films
+kill_service
+run 0 import "$work/media" -L Films -P Trips/Sea
+kill_service
+run 0 library rename Films "Sea films"
+kill_service
+run 0 library backup "Sea films"
+is_sound "$(packaged "$work/Films")"
+
+# Going back to the backup has to be confirmed.
+echo late >"$work/late.txt"
+run 0 import "$work/late.txt" -L "Sea films" -P Trips
+run 1 library restore "Sea films"
+err_has "--yes"
+holds "Sea films" 21
+run 0 library restore "Sea films" --yes
+holds "Sea films" 20
+run 0 import "$work/late.txt" -L "Sea films" -P Trips
+kill_service
+
+# Out of the list, moved, renamed, and in again: everything is there, the last change too.
+run 0 library delete "Sea films"
+run 0 --json library list
+is 'len(rows)' 0
+[ -z "$(ls "$VORNEX_ROOT/Database")" ] || fail "a working database stays behind"
+kill_service
+mv "$work/Films" "$work/elsewhere/Renamed"
+run 1 library import "$work/Films"
+err_has "there is no library"
+run 0 library import "$work/elsewhere/Renamed"
+kill_service
+holds "Sea films" 21
+run 0 --json project list -L "Sea films"
+is '[r["path"] for r in rows]' "['Trips', 'Trips/Sea']"
+
+# A folder that is moved while the library is in the list.
+mv "$work/elsewhere/Renamed" "$work/elsewhere/Moved"
+run 1 --json library reload
+is 'rows[0]["usable"]' False
+run 0 library import "$work/elsewhere/Moved"
+run 0 --json library reload
+is '(rows[0]["usable"], rows[0]["path"])' "(True, '$work/elsewhere/Moved')"
+run 1 library import "$work/elsewhere/Moved"
+err_has "already"
+
+# On another computer.
+run 0 library backup
+cp -r "$work/elsewhere/Moved" "$work/elsewhere/Copied"
+VORNEX_ROOT=$work/other-root
+run 0 library import "$work/elsewhere/Copied"
+holds "Sea films" 21
+is 'rows[0]["file"].startswith("'"$work"'/elsewhere/Copied/")' True
+# A database of a newer version is refused, and nothing of it stays.
+run 0 library delete "Sea films"
+sqlite3 "$(packaged "$work/elsewhere/Copied")" 'PRAGMA user_version = 99'
+run 1 library import "$work/elsewhere/Copied"
+err_has "newer version"
+run 0 --json library list
+is 'len(rows)' 0
+[ -z "$(ls "$VORNEX_ROOT/Database")" ] || fail "a failed import leaves a working database"
+run 0 stop
+export VORNEX_ROOT=$work/root
+
+# A library is backed up while it is written to: every copy is sound and holds what was acknowledged before.
+mkdir "$work/many"
+for i in $(seq 60); do echo "$i" >"$work/many/$i.dat"; done
+"$vornex" --json import "$work/many" -L "Sea films" -P Trips >"$work/imported" 2>"$work/err" &
+import=$!
+until [ -s "$work/imported" ]; do sleep 0.02; done
+while kill -0 "$import" 2>/dev/null; do
+  acknowledged=$(grep -c '"result":"imported"' "$work/imported")
+  run 0 library backup
+  is_sound "$(packaged "$work/elsewhere/Moved")"
+  copied=$(sqlite3 "$(packaged "$work/elsewhere/Moved")" 'SELECT count(*) FROM assets')
+  [ "$copied" -ge "$((21 + acknowledged))" ] || fail "a backup lacks what was acknowledged before it"
+done
+wait "$import" || fail "an import ends with $? while the library is backed up"
+holds "Sea films" 81
+
+# Commands and the service are killed in the middle of leaving and coming back, and simply repeated.
+for round in $(seq 6); do
+  "$vornex" library delete "Sea films" >/dev/null 2>&1 &
+  victim=$!
+  sleep "0.0$((RANDOM % 10))"
+  [ "$((round % 2))" = 0 ] || kill -9 "$victim" 2>/dev/null
+  [ "$((round % 3))" = 0 ] && kill_service
+  wait "$victim" 2>/dev/null
+  run 0 --json library list
+  [ "$(json 'len(rows)')" = 0 ] || run 0 library delete "Sea films"
+  is_sound "$(packaged "$work/elsewhere/Moved")"
+  "$vornex" library import "$work/elsewhere/Moved" >/dev/null 2>&1 &
+  victim=$!
+  sleep "0.0$((RANDOM % 10))"
+  [ "$((round % 2))" = 1 ] || kill -9 "$victim" 2>/dev/null
+  [ "$((round % 3))" = 1 ] && kill_service
+  wait "$victim" 2>/dev/null
+  run 0 --json library list
+  [ "$(json 'len(rows)')" = 1 ] || run 0 library import "$work/elsewhere/Moved"
+  holds "Sea films" 81
+done
+
+# A package on another file system, which fills up: the backup fails and the earlier one stays.
+if [ "$(id -u)" -eq 0 ] && mkdir "$work/small" && mount -t tmpfs -o size=24m tmpfs "$work/small" 2>/dev/null; then
+  mounted=$work/small
+  run 0 library create "$work/small/Full"
+  run 0 project add Inbox -L Full
+  run 0 import "$work/late.txt" -L Full
+  run 0 library backup Full
+  head -c 100M /dev/zero >"$work/small/filler" 2>/dev/null
+  run 1 library backup Full
+  grep -qiE 'full|space' "$work/err" || fail "a full disk is not named: $(cat "$work/err")"
+  run 1 library delete Full
+  is_sound "$(packaged "$work/small/Full")"
+  holds Full 1
+  rm "$work/small/filler"
+  run 0 library delete Full
+  run 0 library import "$work/small/Full"
+  holds Full 1
+  run 0 library delete Full --everything --yes
+  [ ! -e "$work/small/Full" ] || fail "a package stays behind"
+fi
+
+# Everything goes, once it is confirmed.
+run 1 library delete "Sea films" --everything
+[ -f "$work/elsewhere/Moved/library.plist" ] || fail "removed without a question"
+run 0 library delete "Sea films" --everything --yes
+[ ! -e "$work/elsewhere/Moved" ] || fail "the package folder stays behind"
+[ -z "$(ls "$VORNEX_ROOT/Database")" ] || fail "a database stays behind"
