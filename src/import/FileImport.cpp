@@ -245,19 +245,21 @@ void FileImport::placeByCopy(const std::string& target) {
   asset_->copyProgressHandler = [self](double percent, std::int64_t bytes) {
     self->progress(percent, bytes);
   };
-  asset_->copyReportHandler = [self](const Value&, const TQErrorPtr& error) {
-    self->guarded([&] { self->copyEnded(error); });
+  asset_->copyReportHandler = [self](const Value& result, const TQErrorPtr& error) {
+    self->guarded([&] { self->copyEnded(result, error); });
   };
-  copyJob_ = startCopy(*request_.source, target, asset_->copyProgressHandler, asset_->copyReportHandler,
-                       [self](bool started, const TQErrorPtr& error) {
+  bool verify = request_.item && request_.item->verifiesCopy;
+  copyJob_ = startCopy(*request_.source, target, verify, asset_->copyProgressHandler,
+                       asset_->copyReportHandler, [self](bool started, const TQErrorPtr& error) {
                          if (!started) self->fail(error);
                        });
   // A cancel that came before the job had its number has not reached the job.
   if (cancelled_) cancel();
 }
 
-void FileImport::copyEnded(const TQErrorPtr& error) {
+void FileImport::copyEnded(const Value& result, const TQErrorPtr& error) {
   if (error) return fail(error);
+  if (const Value* checksum = result.find("checksum")) asset_->metaDataDictionary->set("checksum", *checksum);
   if (!isReference()) {
     placedFiles_ = true;
     return createRecord();

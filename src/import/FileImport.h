@@ -70,7 +70,7 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   void placeByCopy(const std::string& target);
   void placeByLink();
   void linkToTarget();
-  void copyEnded(const TQErrorPtr& error);
+  void copyEnded(const Value& result, const TQErrorPtr& error);
   void createRecordOfLink();
   void createRecord();
   void recordEnded(const TQErrorPtr& error);
