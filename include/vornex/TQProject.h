@@ -151,6 +151,12 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   void extractThumbnail(const std::string& source, const std::string& toPath, Completion completion);
   /// Writes the preview that a large or referenced image needs; blocks.
   void extractPreviewImageFromAsset(const AssetPtr& asset);
+  /// Readers of what a file tells about itself; they block. An image's XMP, and where it was taken.
+  static void addXMPDataWithAsset(const AssetPtr& asset, const std::string& srcPath);
+  /// Replaces the media information; empty when the file tells none.
+  static void addMediaInfoWithAsset(const AssetPtr& asset, const std::string& srcPath);
+  /// Of RED clips alone.
+  static void addRedMetaDataWithAsset(const AssetPtr& asset, const std::string& srcPatch);
   /// Names of RED clips: see the operations of the same meaning in src/import/FileNames.h.
   static OptionalString reelNameForREDFileName(const OptionalString& name);
   static OptionalString availableREDFolderNameWithPath(const OptionalString& dir,

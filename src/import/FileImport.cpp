@@ -13,7 +13,6 @@
 #include "import/ImportError.h"
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
-#include "platform/ContainedMedia.h"
 
 namespace vornex {
 
@@ -152,27 +151,11 @@ void FileImport::describe() {
   asset_->importFromPath = recordText(*request_.source);
 }
 
-static void addLocation(TQAsset& asset, const Dictionary& xmp) {
-  const Value* exif = xmp.find("exif");
-  if (!exif) return;
-  OptionalString latitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLatitude"));
-  OptionalString longitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLongitude"));
-  if (!latitude || !longitude) return;
-  asset.hasLocation = true;
-  asset.latitude = TQVornexUtil::convertFromGPSString(*latitude);
-  asset.longitude = TQVornexUtil::convertFromGPSString(*longitude);
-}
-
 void FileImport::readMetadata() {
   const std::string& source = *request_.source;
-  if (asset_->type == kAssetTypeImage) {
-    if (std::optional<Dictionary> xmp = asset_->xmpMetaWithPath(source)) {
-      addLocation(*asset_, *xmp);
-      asset_->setXMPData(std::move(*xmp));
-    }
-  }
-  asset_->mediaInfo = asset_->mediaInfoWithPath(source).value_or(Dictionary());
-  readREDMetadata(source);
+  TQProject::addXMPDataWithAsset(asset_, source);
+  TQProject::addMediaInfoWithAsset(asset_, source);
+  TQProject::addRedMetaDataWithAsset(asset_, source);
 
   if (!asset_->metaDataDictionary) asset_->metaDataDictionary.emplace();
   Dictionary& metadata = *asset_->metaDataDictionary;
@@ -183,14 +166,6 @@ void FileImport::readMetadata() {
   metadata.set("importfrompath", recordText(source));
   if (lowercased(pathExtension(source)) == "r3d")
     asset_->setName(TQProject::reelNameForREDFileName(recordText(lastPathComponent(source))));
-}
-
-void FileImport::readREDMetadata(const std::string& path) {
-  if (lowercased(pathExtension(path)) != "r3d") return;
-  if (std::optional<Dictionary> clip = contained::redInformation(path))
-    asset_->redInfo = Dictionary{{"red", std::move(*clip)}};
-  if (std::optional<Dictionary> facts = contained::videoInformation(path))
-    asset_->mediaInfo = std::move(facts);
 }
 
 // Where the clip went with which this file travels; absent for every other file.
@@ -271,7 +246,7 @@ void FileImport::linkToTarget() {
   const ImportAssetPtr& item = request_.item;
   if (item && item->isREDFile && redFile_) {
     target_ = redFile_;
-    readREDMetadata(*target_);
+    TQProject::addRedMetaDataWithAsset(asset_, *target_);
     Dictionary& metadata = *asset_->metaDataDictionary;
     if (std::optional<Dictionary> record = asset_->assetDictionary()) metadata.merge(*record);
     metadata.set("name", Value(asset_->name()));

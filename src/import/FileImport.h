@@ -59,7 +59,6 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   bool masterNameIsFree();
   void describe();
   void readMetadata();
-  void readREDMetadata(const std::string& path);
   OptionalString folderOfTravellingSideFile() const;
   void chooseTarget();
   bool recordInJournal();

@@ -45,7 +45,7 @@ TQErrorPtr ImportRecovery::run() {
       if (inUse.contains(entry.masterPath)) continue;
       if (TQErrorPtr failure = settle(entry)) return failure;
     }
-    journal.remove();
+    if (!journal.mayGetRecords()) journal.remove();
   }
   return nullptr;
 }

@@ -28,6 +28,7 @@
 #include "import/REDFolders.h"
 #include "import/Thumbnail.h"
 #include "platform/AliasFile.h"
+#include "platform/ContainedMedia.h"
 
 namespace vornex {
 
@@ -240,6 +241,37 @@ void TQProject::extractPreviewImageFromAsset(const AssetPtr& asset) {
   OptionalString master = preview ? asset->originMasterPath() : std::nullopt;
   ImagePtr image = master ? previewOfFile(*master) : nullptr;
   if (image) image->saveJPEGWithPath(*preview);
+}
+
+static void addLocation(TQAsset& asset, const Dictionary& xmp) {
+  const Value* exif = xmp.find("exif");
+  if (!exif) return;
+  OptionalString latitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLatitude"));
+  OptionalString longitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLongitude"));
+  if (!latitude || !longitude) return;
+  asset.hasLocation = true;
+  asset.latitude = TQVornexUtil::convertFromGPSString(*latitude);
+  asset.longitude = TQVornexUtil::convertFromGPSString(*longitude);
+}
+
+void TQProject::addXMPDataWithAsset(const AssetPtr& asset, const std::string& srcPath) {
+  if (asset->type != kAssetTypeImage) return;
+  std::optional<Dictionary> xmp = asset->xmpMetaWithPath(srcPath);
+  if (!xmp) return;
+  addLocation(*asset, *xmp);
+  asset->setXMPData(std::move(*xmp));
+}
+
+void TQProject::addMediaInfoWithAsset(const AssetPtr& asset, const std::string& srcPath) {
+  asset->mediaInfo = asset->mediaInfoWithPath(srcPath).value_or(Dictionary());
+}
+
+void TQProject::addRedMetaDataWithAsset(const AssetPtr& asset, const std::string& srcPatch) {
+  if (lowercased(pathExtension(srcPatch)) != "r3d") return;
+  if (std::optional<Dictionary> clip = contained::redInformation(srcPatch))
+    asset->redInfo = Dictionary{{"red", std::move(*clip)}};
+  if (std::optional<Dictionary> facts = contained::videoInformation(srcPatch))
+    asset->mediaInfo = std::move(facts);
 }
 
 OptionalString TQProject::reelNameForREDFileName(const OptionalString& name) {
