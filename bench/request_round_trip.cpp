@@ -4,8 +4,14 @@
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
+#include <fmt/format.h>
 #include <vornex/Queue.h>
 #include <vornex/TQVornexUtil.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <vector>
 
 #include "foundation/Json.h"
 #include "support/FakeServer.h"
@@ -36,85 +42,77 @@ static std::size_t ignoreBody(char*, std::size_t size, std::size_t count, void*)
   return size * count;
 }
 
-static void bareCurlLoop(benchmark::State& state) {
-  std::string body = writeJson(params(), JsonStyle::pretty);
-  CURL* handle = curl_easy_init();
-  std::string url = server().url("/echo");
-  curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/json");
-  headers = curl_slist_append(headers, "Expect:");
-  curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
-  curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.data());
-  curl_easy_setopt(handle, CURLOPT_USERPWD, "user:password");
-  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, ignoreBody);
-  for (auto _ : state)
-    if (curl_easy_perform(handle) != CURLE_OK) state.SkipWithError("the server does not answer");
-  curl_slist_free_all(headers);
-  curl_easy_cleanup(handle);
-  state.SetLabel(fmt::format("{} bytes each way", body.size()));
-}
-
-static void syncRequestURL(benchmark::State& state) {
-  Value body = params();
-  std::string url = server().url("/echo");
-  for (auto _ : state) {
-    TQErrorPtr error;
-    benchmark::DoNotOptimize(TQVornexUtil::syncRequestURL(url, "user", "password", "POST", body, &error));
-    if (error) state.SkipWithError(error->description().c_str());
-  }
-}
-
-static void requestURL(benchmark::State& state) {
-  Value body = params();
-  std::string url = server().url("/echo");
-  for (auto _ : state) {
-    TQVornexUtil::requestURL(url, "user", "password", "POST", body,
-                             [&](const Value&, const TQErrorPtr& error) {
-                               if (error) state.SkipWithError(error->description().c_str());
-                               MainQueue::shared().stop();
-                             });
-    MainQueue::shared().run();
-  }
-}
-
-// Turn by turn, so that whatever else the machine does meets all three alike.
-BENCHMARK(bareCurlLoop)->UseRealTime();
-BENCHMARK(syncRequestURL)->UseRealTime();
-BENCHMARK(requestURL)->UseRealTime();
-
-namespace {
-
-/// Prints the medians as multiples of the bare loop's, after the usual table.
-class RatioReporter : public benchmark::ConsoleReporter {
+/// A curl handle that sends the same bytes again and again.
+class BareLoop {
  public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs)
-      if (run.aggregate_name == "median")
-        medians_.emplace_back(run.run_name.function_name, run.GetAdjustedRealTime());
+  BareLoop() : body_(writeJson(params(), JsonStyle::pretty)), url_(server().url("/echo")) {
+    headers_ = curl_slist_append(headers_, "Content-Type: application/json");
+    headers_ = curl_slist_append(headers_, "Expect:");
+    curl_easy_setopt(handle_, CURLOPT_URL, url_.c_str());
+    curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, headers_);
+    curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE, static_cast<long>(body_.size()));
+    curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, body_.data());
+    curl_easy_setopt(handle_, CURLOPT_USERPWD, "user:password");
+    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, ignoreBody);
   }
-  void Finalize() override {
-    for (const auto& [name, time] : medians_)
-      GetOutputStream() << fmt::format("{:<16} {:5.2f} times the bare loop\n", name,
-                                       time / medians_.front().second);
+  ~BareLoop() {
+    curl_easy_cleanup(handle_);
+    curl_slist_free_all(headers_);
   }
+  BareLoop(const BareLoop&) = delete;
+  BareLoop& operator=(const BareLoop&) = delete;
+
+  bool send() { return curl_easy_perform(handle_) == CURLE_OK; }
 
  private:
-  std::vector<std::pair<std::string, double>> medians_;
+  std::string body_, url_;
+  CURL* handle_ = curl_easy_init();
+  curl_slist* headers_ = nullptr;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  std::vector<char*> arguments(argv, argv + argc);
-  std::string repeat = "--benchmark_repetitions=9",
-              interleave = "--benchmark_enable_random_interleaving=true",
-              aggregates = "--benchmark_report_aggregates_only=true";
-  arguments.insert(arguments.begin() + 1, {repeat.data(), interleave.data(), aggregates.data()});
-  argc = static_cast<int>(arguments.size());
-  benchmark::Initialize(&argc, arguments.data());
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  return 0;
+static bool sendSync(const std::string& url, const Value& body) {
+  TQErrorPtr error;
+  benchmark::DoNotOptimize(TQVornexUtil::syncRequestURL(url, "user", "password", "POST", body, &error));
+  return !error;
 }
+
+static bool sendAsync(const std::string& url, const Value& body) {
+  bool succeeded = false;
+  TQVornexUtil::requestURL(url, "user", "password", "POST", body, [&](const Value&, const TQErrorPtr& error) {
+    succeeded = !error;
+    MainQueue::shared().stop();
+  });
+  MainQueue::shared().run();
+  return succeeded;
+}
+
+/// In microseconds.
+static double median(std::vector<double>& times) {
+  std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
+  return times[times.size() / 2];
+}
+
+// One of each in turn, so that whatever else the machine does meets all three alike.
+static void requestRoundTrip(benchmark::State& state) {
+  const Value body = params();
+  const std::string url = server().url("/echo");
+  BareLoop bare;
+  const std::function<bool()> ways[] = {[&] { return bare.send(); }, [&] { return sendSync(url, body); },
+                                        [&] { return sendAsync(url, body); }};
+  std::vector<double> times[3];
+  for (auto _ : state) {
+    for (int way = 0; way < 3; ++way) {
+      auto started = std::chrono::steady_clock::now();
+      if (!ways[way]()) return state.SkipWithError("the server does not answer");
+      times[way].push_back(
+          std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - started).count());
+    }
+  }
+  double reference = median(times[0]);
+  state.counters["curl_us"] = reference;
+  state.counters["sync_ratio"] = median(times[1]) / reference;
+  state.counters["async_ratio"] = median(times[2]) / reference;
+}
+BENCHMARK(requestRoundTrip)->UseRealTime();
+
+BENCHMARK_MAIN();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/KeyedArchive.h>
 #include <vornex/ProjectList.h>
 #include <vornex/Types.h>
 
@@ -9,11 +10,12 @@ namespace vornex {
 
 class ProjectFile;
 class ProjectIndex;
+struct FileStamp;
 
 /// The record of one asset library, local or network, and its project tree.
 ///
 /// Thread-safety: none of its own. Changes to one library and its trees are serialised by the caller.
-class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
+class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibrary> {
  public:
   using Ptr = LibraryPtr;
 
@@ -71,6 +73,11 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// and logged, when one cannot be made.
   AssetFolderPtr createAssetFolder() const;
   AssetFolderPtr createAssetLiveFolder() const;
+
+  std::string archivedClassName() const override;
+  /// The record with its project tree and its connection, whose user goes along.
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  void initWithCoder(KeyedUnarchiver& coder) override;
 
   // Lock files (TQLibraryLockFiles.cpp): each names a computer that uses the package folder.
 
@@ -192,7 +199,10 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   OptionalString versionNumber;
   OptionalString bonjourName;
   OptionalString liveFolderHashValue;
+  /// In-memory copies of the lists of live folders and of Final Cut Pro X libraries, as archives carry them.
+  Dictionary liveFolderDict;
   OptionalString fcpxLibraryHashValue;
+  Dictionary fcpxLibraryDict;
 
  private:
   TQLibrary();
@@ -203,6 +213,8 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   bool serverRight(const char* key) const;
   AssetFolderPtr makeAssetFolder(const std::string& group, const char* operation) const;
 
+  /// The server's answer, and for a local library the state of the file that it stands for.
+  Value askForTree(FileStamp& state, TQErrorPtr& error);
   void takeProjects(const Array& nodes);
   /// The file of a local library's tree, for the package folder that it has now.
   ProjectFile& projectFile();
@@ -235,6 +247,8 @@ class TQLibrary : public std::enable_shared_from_this<TQLibrary> {
   /// Sends changed items to the server and applies the answer.
   void sendAssetUpdate(Array items, std::function<AssetIDs(const Value& response)> apply,
                        Completion completion);
+
+  static const ArchivedClass archivedClass_;
 
   std::shared_ptr<ProjectFile> projectFile_;
   std::shared_ptr<ProjectIndex> projectIndex_;

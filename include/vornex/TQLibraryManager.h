@@ -113,8 +113,7 @@ class TQLibraryManager {
   void importLibrary(LibraryPtr library,
                      std::function<void(LibraryPtr library, TQErrorPtr error)> completion);
 
-  /// Takes a library out of the list. Called back on a worker thread, or on the caller's when nothing but the
-  /// list changes.
+  /// Takes a library out of the list. Called back on a worker thread; on the caller's for a network library.
   ///
   /// Without allDelete, a local library's database is backed up into its package folder first, with which it
   /// can be imported again; of a library whose package folder is gone, and of a network library, which has

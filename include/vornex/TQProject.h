@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/KeyedArchive.h>
 #include <vornex/ProjectList.h>
 #include <vornex/Types.h>
 
@@ -22,7 +23,7 @@ class REDFolders;
 /// One node of a library's project tree: a project at the top, a group below it.
 ///
 /// Thread-safety: none; changes to one library's tree are serialised by the caller.
-class TQProject : public std::enable_shared_from_this<TQProject> {
+class TQProject : public Archivable, public std::enable_shared_from_this<TQProject> {
  public:
   using Ptr = ProjectPtr;
 
@@ -79,6 +80,13 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   void removeGroup(const Ptr& group, Completion completion);
   /// The dictionary form as text.
   std::string description() const;
+
+  std::string archivedClassName() const override;
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  /// The level is not archived. A node that several lists of an archive name comes back in one of them, and
+  /// its parent is the node of that list, whatever the archive says. What it only refers to (library, root
+  /// project, parent) is there as long as somebody keeps it.
+  void initWithCoder(KeyedUnarchiver& coder) override;
 
   // Import (src/import/TQProjectImport.cpp). Local libraries only. The host's main queue must be pumped while
   // an import runs: the server's answers pass through it. Callbacks come on worker threads, never two at a
@@ -187,6 +195,11 @@ class TQProject : public std::enable_shared_from_this<TQProject> {
   Dictionary renameRequest(const std::string& newName) const;
   TQErrorPtr renameLocally(const std::string& newName, TQLibrary& owner);
   void adoptGroup(const Ptr& group);
+  /// Those of an archived list that no other list has claimed: a tree names each of its nodes once.
+  static ProjectList decodeNodes(KeyedUnarchiver& coder, std::string_view key);
+
+  static const ArchivedClass archivedClass_;
+  bool isClaimed_ = false;
 
   std::atomic<std::shared_ptr<const REDFolders>> redFolders_;
   friend class ImportBatch;

@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -71,15 +70,14 @@ class Dictionary {
   bool operator==(const Dictionary& other) const;
 
  private:
-  // Dictionaries are mostly small: a linear search beats hashing up to this size.
-  static constexpr std::size_t kLinearLimit = 24;
-  using Index = std::unordered_map<std::string, std::size_t>;
-
   std::size_t position(std::string_view key) const;
+  /// Of the key, or the empty one where it belongs.
+  std::size_t indexSlot(std::string_view key) const;
   void rebuildIndex();
 
   std::vector<Entry> entries_;
-  std::unique_ptr<Index> index_;
+  /// A hash table of positions counted from 1, 0 being empty; at most half full. None for few entries.
+  std::vector<std::uint32_t> index_;
 };
 
 /// One value of a JSON document, property list or request: null, boolean, signed or unsigned 64-bit integer,

@@ -85,17 +85,52 @@ void addLibraryCommands(CLI::App& app, Arguments& arguments) {
   addLibraryLifeCommands(*library, arguments);
 }
 
+constexpr const char* kNodeHelp = "\"name\", \"name/group/group\" or an identifier";
+
+void addProjectMoveCommand(CLI::App& project, Arguments& arguments) {
+  const auto [move, command] = addCommand<ProjectMoveCommand>(
+      project, arguments, "move", "Move a project or group among its siblings, or a group elsewhere");
+  move->add_option("PROJECT", command->path, kNodeHelp)->required();
+  CLI::Option* into =
+      move->add_option("--into", command->into, "New parent of the group, named the same way");
+  CLI::Option* to = move->add_option(
+      "--to", command->position, "Put it before the node that is there now, from 0 (default: to the end)");
+  to->check(CLI::NonNegativeNumber);
+  move->callback([&arguments, into, to, moving = command] {
+    if (into->empty() && to->empty()) throw CLI::RequiredError("--into or --to");
+    arguments.command = *moving;
+  });
+  addLibraryOption(move, command->library);
+}
+
 void addProjectCommands(CLI::App& app, Arguments& arguments) {
-  CLI::App* project = app.add_subcommand("project", "Add and list the projects of a library");
+  CLI::App* project =
+      app.add_subcommand("project", "Add, list and change the projects and groups of a library");
   project->require_subcommand(1);
   const auto [add, addition] =
       addCommand<ProjectAddCommand>(*project, arguments, "add", "Add a project, or a group");
   add->add_option("PROJECT", addition->path, "\"name\", or \"name/group/group\"; missing levels are made")
       ->required();
   addLibraryOption(add, addition->library);
+  const auto [group, grouping] =
+      addCommand<ProjectGroupCommand>(*project, arguments, "group", "Add a group to a project or group");
+  group->add_option("PARENT", grouping->parent, kNodeHelp)->required();
+  group->add_option("NAME", grouping->name, "Name of the group; it may hold slashes")->required();
+  addLibraryOption(group, grouping->library);
   const auto [list, listing] =
-      addCommand<ProjectListCommand>(*project, arguments, "list", "List the project tree");
+      addCommand<ProjectListCommand>(*project, arguments, "list", "Show the project tree");
   addLibraryOption(list, listing->library);
+  const auto [rename, renaming] =
+      addCommand<ProjectRenameCommand>(*project, arguments, "rename", "Rename a project or group");
+  rename->add_option("PROJECT", renaming->path, kNodeHelp)->required();
+  rename->add_option("NAME", renaming->name, "The new name; it may hold slashes")->required();
+  addLibraryOption(rename, renaming->library);
+  addProjectMoveCommand(*project, arguments);
+  const auto [remove, removal] = addCommand<ProjectRemoveCommand>(
+      *project, arguments, "remove", "Remove a group, or a project that holds no assets");
+  remove->add_option("PROJECT", removal->path, kNodeHelp)->required();
+  addYesFlag(remove, removal->yes);
+  addLibraryOption(remove, removal->library);
 }
 
 void addImportCommand(CLI::App& app, Arguments& arguments) {

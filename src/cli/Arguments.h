@@ -56,7 +56,30 @@ struct ProjectAddCommand {
   std::string path;
   OptionalString library;
 };
+struct ProjectGroupCommand {
+  std::string parent;
+  std::string name;
+  OptionalString library;
+};
 struct ProjectListCommand {
+  OptionalString library;
+};
+struct ProjectRenameCommand {
+  std::string path;
+  std::string name;
+  OptionalString library;
+};
+struct ProjectMoveCommand {
+  std::string path;
+  /// Absent: it stays with its parent.
+  OptionalString into;
+  /// Counted before the move; absent: the end.
+  std::optional<std::int64_t> position;
+  OptionalString library;
+};
+struct ProjectRemoveCommand {
+  std::string path;
+  bool yes = false;
   OptionalString library;
 };
 
@@ -93,7 +116,8 @@ using Command =
     std::variant<ServeCommand, StopCommand, StatusCommand, LibraryCreateCommand, LibraryListCommand,
                  LibraryShowCommand, LibraryImportCommand, LibraryRenameCommand, LibraryDeleteCommand,
                  LibraryBackupCommand, LibraryRestoreCommand, LibraryReloadCommand, ProjectAddCommand,
-                 ProjectListCommand, ImportCommand, SearchCommand, AssetShowCommand>;
+                 ProjectGroupCommand, ProjectListCommand, ProjectRenameCommand, ProjectMoveCommand,
+                 ProjectRemoveCommand, ImportCommand, SearchCommand, AssetShowCommand>;
 
 /// What a command line asks for.
 struct Arguments {

@@ -31,28 +31,6 @@ std::string folderOf(const LibraryPtr& library) {
   return library->packageFolder.value_or("");
 }
 
-/// Shows how far the copying of a database has come.
-class CopyDisplay {
- public:
-  explicit CopyDisplay(const LibraryPtr& library) : CopyDisplay(nameOf(library)) {}
-  explicit CopyDisplay(std::string name) { state_->current = std::move(name); }
-
-  TQLibraryManager::DatabaseProgress handler() {
-    return [state = state_, display = display_, start = Clock::now()](std::int64_t done, std::int64_t total) {
-      state->bytes = static_cast<std::uint64_t>(done);
-      state->totalBytes = static_cast<std::uint64_t>(total);
-      state->seconds = std::chrono::duration<double>(Clock::now() - start).count();
-      display->update(*state);
-    };
-  }
-
- private:
-  using Clock = std::chrono::steady_clock;
-  // The handler may outlive the command that gave up waiting.
-  std::shared_ptr<ImportState> state_ = std::make_shared<ImportState>(ImportState{.totalFiles = 1});
-  std::shared_ptr<ProgressDisplay> display_ = std::make_shared<ProgressDisplay>();
-};
-
 /// Waits for an operation of the manager; a failure begins with what was attempted.
 template <typename Start>
 Result<void> finish(const std::string& attempt, const std::string& silentFailure, Start start) {
@@ -63,6 +41,41 @@ Result<void> finish(const std::string& attempt, const std::string& silentFailure
   if (!error) return failure("vornex", 0, fmt::format("{}: {}", attempt, silentFailure));
   const Error reason = fromSDK(error);
   return failure(reason.domain, reason.code, fmt::format("{}: {}", attempt, reason.message));
+}
+
+/// Shows how far the copying of a database has come, until the end of its scope.
+class CopyDisplay {
+ public:
+  explicit CopyDisplay(const std::string& name) : shown_(std::make_shared<Shown>()) {
+    shown_->state.current = name;
+  }
+
+  TQLibraryManager::DatabaseProgress handler() const {
+    return [weak = std::weak_ptr(shown_), start = Clock::now()](std::int64_t done, std::int64_t total) {
+      const auto shown = weak.lock();
+      if (!shown) return;
+      shown->state.bytes = static_cast<std::uint64_t>(done);
+      shown->state.totalBytes = static_cast<std::uint64_t>(total);
+      shown->state.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+      shown->display.update(shown->state);
+    };
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Shown {
+    ImportState state{.totalFiles = 1};
+    ProgressDisplay display;
+  };
+  const std::shared_ptr<Shown> shown_;
+};
+
+/// The same for one that copies the database of the library.
+template <typename Start>
+Result<void> finishCopying(const std::string& library, const std::string& attempt,
+                           const std::string& silentFailure, Start start) {
+  const CopyDisplay display(library);
+  return finish(attempt, silentFailure, [&](Completion done) { start(std::move(done), display.handler()); });
 }
 
 /// The package is in the list at a place where it is no more: it was moved, so the list follows.
@@ -88,12 +101,11 @@ Result<void> run(const LibraryImportCommand& command, Host& host, const Output& 
   for (const std::string& place : command.places) {
     const std::string folder = absolutePath(place);
     if (auto ready = forgetFormerPlace(folder); !ready) return ready;
-    CopyDisplay display(lastPathComponent(folder));
-    auto imported =
-        finish(fmt::format("cannot import {}", folder), "there is no library in it", [&](Completion done) {
-          manager().importLibraryWithPackageFolder(folder, command.force, nullptr, std::move(done),
-                                                   display.handler());
-        });
+    auto imported = finishCopying(lastPathComponent(folder), fmt::format("cannot import {}", folder),
+                                  "there is no library in it", [&](Completion done, auto progress) {
+                                    manager().importLibraryWithPackageFolder(
+                                        folder, command.force, nullptr, std::move(done), std::move(progress));
+                                  });
     if (!imported) return imported;
     auto library = host.listedLibrary(folder);
     if (!library) return tl::unexpected(library.error());
@@ -116,11 +128,11 @@ Result<void> run(const LibraryDeleteCommand& command, Host& host, const Output& 
     if (!confirmed) return confirmed;
   }
   const bool keepsFolder = isLocal && !command.everything && itemExists(folderOf(*library));
-  CopyDisplay display(*library);
-  auto deleted =
-      finish(fmt::format("cannot delete \"{}\"", name), "the list cannot be saved", [&](Completion done) {
-        manager().deleteLibrary(*library, command.everything, nullptr, std::move(done), display.handler());
-      });
+  auto deleted = finishCopying(nameOf(*library), fmt::format("cannot delete \"{}\"", name),
+                               "the list cannot be saved", [&](Completion done, auto progress) {
+                                 manager().deleteLibrary(*library, command.everything, nullptr,
+                                                         std::move(done), std::move(progress));
+                               });
   if (!deleted) return deleted;
   output.record("deleted", libraryFacts(*library));
   output.text(keepsFolder
@@ -134,10 +146,11 @@ Result<void> run(const LibraryDeleteCommand& command, Host& host, const Output& 
 Result<void> run(const LibraryBackupCommand& command, Host& host, const Output& output) {
   auto library = host.listedLibrary(command.library);
   if (!library) return tl::unexpected(library.error());
-  CopyDisplay display(*library);
-  auto done = finish(fmt::format("cannot back up \"{}\"", nameOf(*library)), "", [&](Completion completion) {
-    manager().backupDatabaseWithLibrary(*library, std::move(completion), display.handler());
-  });
+  auto done = finishCopying(nameOf(*library), fmt::format("cannot back up \"{}\"", nameOf(*library)), "",
+                            [&](Completion completion, auto progress) {
+                              manager().backupDatabaseWithLibrary(*library, std::move(completion),
+                                                                  std::move(progress));
+                            });
   if (!done) return done;
   const std::string folder = *TQVornexUtil::dbFolderWithPackageFolder((*library)->packageFolder);
   output.record("backup", libraryFacts(*library));
@@ -156,10 +169,11 @@ Result<void> run(const LibraryRestoreCommand& command, Host& host, const Output&
         command.yes);
     if (!confirmed) return confirmed;
   }
-  CopyDisplay display(*library);
-  auto done = finish(fmt::format("cannot restore \"{}\"", nameOf(*library)), "", [&](Completion completion) {
-    manager().replaceDatabaseWithLibrary(*library, std::move(completion), display.handler());
-  });
+  auto done = finishCopying(nameOf(*library), fmt::format("cannot restore \"{}\"", nameOf(*library)), "",
+                            [&](Completion completion, auto progress) {
+                              manager().replaceDatabaseWithLibrary(*library, std::move(completion),
+                                                                   std::move(progress));
+                            });
   if (!done) return done;
   output.record("restored", libraryFacts(*library));
   output.text(fmt::format("Restored the database of \"{}\" from its package.", nameOf(*library)));

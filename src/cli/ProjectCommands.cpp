@@ -1,9 +1,12 @@
 #include <fmt/format.h>
 #include <vornex/TQLibrary.h>
+#include <vornex/TQPredicate.h>
 #include <vornex/TQProject.h>
+#include <vornex/TQSearchManager.h>
 
 #include "cli/Await.h"
 #include "cli/Commands.h"
+#include "cli/Confirm.h"
 #include "cli/Host.h"
 #include "cli/Output.h"
 #include "cli/Table.h"
@@ -20,6 +23,27 @@ Dictionary facts(const ProjectPtr& project) {
           {"type", project->projectType == kProjectTypeProject ? "project" : "group"}};
 }
 
+Error noAnswer() {
+  return {"vornex", 0, "the service does not answer"};
+}
+
+/// Makes a change of the tree, again with the tree as it is now when another program has changed it
+/// meanwhile. The change looks its nodes up by itself each time.
+template <typename Change>
+auto changeTree(const LibraryPtr& library, Change change) {
+  constexpr int kMostTries = 50;
+  for (int tries = 1;; ++tries) {
+    const OptionalString hash = library->projectHashValue;
+    auto result = change();
+    if (result || tries == kMostTries) return result;
+    if (!library->loadProjects(nullptr) || library->projectHashValue == hash) return result;
+  }
+}
+
+Result<ProjectPtr> existing(const LibraryPtr& library, const std::string& path) {
+  return Host::project(library, path);
+}
+
 /// A project below the library, or a group below the parent when there is one.
 Result<ProjectPtr> addNode(const LibraryPtr& library, const ProjectPtr& parent, const std::string& name) {
   auto added = await<ProjectPtr, TQErrorPtr>(kPatience, [&](auto done) {
@@ -29,18 +53,113 @@ Result<ProjectPtr> addNode(const LibraryPtr& library, const ProjectPtr& parent, 
       library->addProject(name, done);
     }
   });
-  if (!added) return failure("vornex", 0, "the service does not answer");
+  if (!added) return tl::unexpected(noAnswer());
   auto& [node, error] = *added;
   if (!node) return tl::unexpected(fromSDK(error));
   return node;
 }
 
-void listTree(const std::vector<ProjectPtr>& nodes, const Output& output, Table& table) {
+/// Adds the levels of the path that are missing; gives the facts of those.
+Result<std::vector<Dictionary>> addLevels(const LibraryPtr& library, const std::vector<std::string>& names) {
+  std::vector<Dictionary> added;
+  auto addMissing = [&]() -> Result<ProjectPtr> {
+    ProjectPtr node;
+    for (const std::string& name : names) {
+      const auto& children = node ? node->childGroups : library->projects;
+      const auto known = std::find_if(children.begin(), children.end(),
+                                      [&](const ProjectPtr& child) { return child->name == name; });
+      if (known != children.end()) {
+        node = *known;
+        continue;
+      }
+      auto made = addNode(library, node, name);
+      if (!made) return made;
+      node = *made;
+      added.push_back(facts(node));
+    }
+    return node;
+  };
+  if (auto last = changeTree(library, addMissing); !last) return tl::unexpected(last.error());
+  return added;
+}
+
+/// One line for each node, drawn as a tree.
+void listTree(const ProjectList& nodes, const std::string& indent, const Output& output, Table& table) {
   for (const ProjectPtr& node : nodes) {
+    const bool isLast = node == nodes.back();
+    const bool isProject = node->projectType == kProjectTypeProject;
     output.record("project", facts(node));
-    table.addRow({projectPath(node), node->id.value_or("")});
-    listTree(node->childGroups, output, table);
+    table.addRow({(isProject ? "" : indent + (isLast ? "└─ " : "├─ ")) + node->name.value_or(""),
+                  node->id.value_or("")});
+    listTree(node->childGroups, isProject ? "" : indent + (isLast ? "   " : "│  "), output, table);
   }
+}
+
+/// Moves the node within its own list, to the position as it is counted there before the move.
+bool reorder(const LibraryPtr& library, const ProjectPtr& node, std::optional<std::int64_t> position) {
+  const ProjectPtr parent = node->parent.lock();
+  const ProjectList& siblings = parent ? parent->childGroups : library->projects;
+  const std::int64_t to = position.value_or(static_cast<std::int64_t>(siblings.size()));
+  return parent ? parent->moveItem(node, to) : library->moveItem(node, to);
+}
+
+Result<ProjectPtr> move(const LibraryPtr& library, const ProjectMoveCommand& command) {
+  auto node = existing(library, command.path);
+  if (!node) return node;
+  const ProjectPtr parent = (*node)->parent.lock();
+  ProjectPtr target = parent;
+  if (command.into) {
+    auto found = existing(library, *command.into);
+    if (!found) return found;
+    target = *found;
+  }
+  if (target && !parent) return failure("vornex", 0, "a project stays at the top; only groups have a parent");
+  const auto last = static_cast<std::int64_t>(target ? target->childGroups.size() : library->projects.size());
+  if (command.position && *command.position > last)
+    return failure("vornex", 0, fmt::format("there are {} positions, from 0", last + 1));
+  const bool moved = target == parent ? reorder(library, *node, command.position)
+                                      : parent->moveItem(*node, command.position.value_or(last), target);
+  if (moved) return node;
+  return failure("vornex", 0, fmt::format("\"{}\" cannot be moved there", command.path));
+}
+
+std::string counted(std::int64_t count, const std::string& thing) {
+  return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
+}
+
+/// What is lost when the node is removed, as a statement.
+Result<std::string> removalWarning(const LibraryPtr& library, const ProjectPtr& node) {
+  const std::int64_t groups = node->descendantCount();
+  const std::string with = groups == 0 ? "" : ", with " + counted(groups, "group");
+  if (node->projectType == kProjectTypeProject)
+    return fmt::format("This removes the project \"{}\"{}.", projectPath(node), with);
+  auto& manager = TQSearchManager::sharedManager();
+  const PredicatePtr inside = TQPredicate::andPredicateWithSubpredicates(
+      {manager.createQueryWithGroup(manager.groupIDs(node), "group"), manager.createQueryWithTrash(false)});
+  const TQSearchResponse found = manager.searchAssetWithLibrary(library, inside, 0, 1, 0);
+  if (found.error) return tl::unexpected(fromSDK(found.error));
+  const ProjectPtr root = node->rootProject.lock();
+  return fmt::format("This removes the group \"{}\"{}. {}", projectPath(node), with,
+                     found.totalCount == 0 ? "It holds no assets."
+                                           : fmt::format("{} in it will only belong to the project \"{}\".",
+                                                         counted(found.totalCount, "asset"),
+                                                         root ? root->name.value_or("") : ""));
+}
+
+Result<Dictionary> remove(const LibraryPtr& library, const std::string& id) {
+  auto node = existing(library, id);
+  if (!node) return tl::unexpected(node.error());
+  const Dictionary removed = facts(*node);
+  auto answer = await<bool, TQErrorPtr>(kPatience, [&](Completion done) {
+    if (const ProjectPtr parent = (*node)->parent.lock()) {
+      parent->removeGroup(*node, std::move(done));
+    } else {
+      library->removeProject(*node, std::move(done));
+    }
+  });
+  if (!answer) return tl::unexpected(noAnswer());
+  if (const auto& [ok, error] = *answer; !ok) return tl::unexpected(fromSDK(error));
+  return removed;
 }
 
 }  // namespace
@@ -53,20 +172,27 @@ Result<void> run(const ProjectAddCommand& command, Host& host, const Output& out
   if (findProject(*library, command.path)) {
     return failure("vornex", 0, fmt::format("there is a project \"{}\" already", command.path));
   }
-  ProjectPtr node;
-  std::string path;
-  for (const std::string& name : names) {
-    path += (path.empty() ? "" : "/") + name;
-    if (ProjectPtr known = findProject(*library, path)) {
-      node = known;
-      continue;
-    }
-    auto added = addNode(*library, node, name);
-    if (!added) return tl::unexpected(added.error());
-    node = *added;
-    output.record("project", facts(node));
-    output.text(fmt::format("Added \"{}\" to the library \"{}\".", path, (*library)->name.value_or("")));
+  auto added = addLevels(*library, names);
+  if (!added) return tl::unexpected(added.error());
+  for (const Dictionary& node : *added) {
+    output.record("project", node);
+    output.text(fmt::format("Added \"{}\" to the library \"{}\".", *node.find("path")->ifString(),
+                            (*library)->name.value_or("")));
   }
+  return {};
+}
+
+Result<void> run(const ProjectGroupCommand& command, Host& host, const Output& output) {
+  if (command.name.empty()) return failure("vornex", 0, "a group needs a name");
+  auto library = host.library(command.library);
+  if (!library) return tl::unexpected(library.error());
+  auto group = changeTree(*library, [&]() -> Result<ProjectPtr> {
+    auto parent = existing(*library, command.parent);
+    return parent ? addNode(*library, *parent, command.name) : parent;
+  });
+  if (!group) return tl::unexpected(group.error());
+  output.record("project", facts(*group));
+  output.text(fmt::format("Added \"{}\".", projectPath(*group)));
   return {};
 }
 
@@ -74,12 +200,58 @@ Result<void> run(const ProjectListCommand& command, Host& host, const Output& ou
   auto library = host.library(command.library);
   if (!library) return tl::unexpected(library.error());
   Table table({{"PROJECT", Table::Kind::text}, {"ID"}});
-  listTree((*library)->projects, output, table);
+  listTree((*library)->projects, "", output, table);
   if (table.empty()) {
     output.text("There is no project yet.");
   } else {
     output.table(table);
   }
+  return {};
+}
+
+Result<void> run(const ProjectRenameCommand& command, Host& host, const Output& output) {
+  auto library = host.library(command.library);
+  if (!library) return tl::unexpected(library.error());
+  auto renamed = changeTree(*library, [&]() -> Result<ProjectPtr> {
+    auto node = existing(*library, command.path);
+    if (!node) return node;
+    TQErrorPtr error;
+    if (!(*node)->rename(command.name, &error)) return tl::unexpected(fromSDK(error));
+    return node;
+  });
+  if (!renamed) return tl::unexpected(renamed.error());
+  output.record("project", facts(*renamed));
+  output.text(fmt::format("Renamed \"{}\" to \"{}\".", command.path, command.name));
+  return {};
+}
+
+Result<void> run(const ProjectMoveCommand& command, Host& host, const Output& output) {
+  auto library = host.library(command.library);
+  if (!library) return tl::unexpected(library.error());
+  auto moved = changeTree(*library, [&] { return move(*library, command); });
+  if (!moved) return tl::unexpected(moved.error());
+  output.record("project", facts(*moved));
+  const std::string to = command.into ? fmt::format(" to \"{}\"", projectPath(*moved)) : "";
+  output.text(fmt::format("Moved \"{}\"{}.", command.path, to));
+  return {};
+}
+
+Result<void> run(const ProjectRemoveCommand& command, Host& host, const Output& output) {
+  auto library = host.library(command.library);
+  if (!library) return tl::unexpected(library.error());
+  auto node = existing(*library, command.path);
+  if (!node) return tl::unexpected(node.error());
+  if (!command.yes) {
+    auto warning = removalWarning(*library, *node);
+    if (!warning) return tl::unexpected(warning.error());
+    if (auto agreed = confirm(*warning, false); !agreed) return agreed;
+  }
+  // By identifier: what was agreed to is removed, and nothing else that has come under its name.
+  const std::string id = (*node)->id.value_or("");
+  auto removed = changeTree(*library, [&] { return remove(*library, id); });
+  if (!removed) return tl::unexpected(removed.error());
+  output.record("removed", *removed);
+  output.text(fmt::format("Removed \"{}\".", *removed->find("path")->ifString()));
   return {};
 }
 

@@ -13,13 +13,15 @@ namespace vornex {
 namespace {
 
 constexpr const char* kClientType = "Mac";
+// Reading that many bytes takes less time than handing them to another thread.
+constexpr std::size_t kDecodedAtOnce = 16 << 10;
 
-HttpExchange makeExchange(const ServerRequest& request) {
+HttpExchange makeExchange(ServerRequest request) {
   HttpExchange exchange;
-  exchange.url = request.url;
-  exchange.method = request.method;
-  exchange.userName = request.userID;
-  exchange.password = request.userPassword;
+  exchange.url = std::move(request.url);
+  exchange.method = std::move(request.method);
+  exchange.userName = std::move(request.userID);
+  exchange.password = std::move(request.userPassword);
   exchange.timeLimit = request.timeLimit;
   exchange.answerLimit = request.answerLimit;
   // Without "Expect" a large body is sent at once.
@@ -28,7 +30,7 @@ HttpExchange makeExchange(const ServerRequest& request) {
     exchange.headers.push_back("X-Vornex-Device: " + *device);
   // Without a body the header is taken out: it would name a form.
   exchange.headers.push_back(request.body ? "Content-Type: application/json" : "Content-Type:");
-  if (request.body) exchange.body = writeJson(*request.body, JsonStyle::pretty);
+  exchange.body = std::move(request.body);
   return exchange;
 }
 
@@ -131,17 +133,20 @@ ServerReply replyFromAnswer(const HttpAnswer& answer) {
   return {std::move(*decoded), error};
 }
 
-ServerReply sendServerRequest(const ServerRequest& request) {
+ServerReply sendServerRequest(ServerRequest request) {
+  std::string url = request.url;
   try {
-    return replyFromOutcome(exchangeHttp(makeExchange(request)), request.url);
+    return replyFromOutcome(exchangeHttp(makeExchange(std::move(request))), url);
   } catch (const std::exception& exception) {
     return exceptionReply(exception);
   }
 }
 
-void sendServerRequest(const ServerRequest& request, std::function<void(ServerReply reply)> done) {
+void sendServerRequest(ServerRequest request, std::function<void(ServerReply reply)> done) {
+  std::string url = request.url;
   try {
-    exchangeHttp(makeExchange(request), [url = request.url, done](Result<HttpAnswer> answer) {
+    exchangeHttp(makeExchange(std::move(request)), [url, done](Result<HttpAnswer> answer) {
+      if (!answer || answer->body.size() <= kDecodedAtOnce) return done(replyFromOutcome(answer, url));
       // Decoding a large answer must not hold up the other requests.
       GlobalQueue::shared().async(
           [answer = std::move(answer), url, done] { done(replyFromOutcome(answer, url)); });

@@ -17,8 +17,8 @@ struct ServerRequest {
   std::string userID;
   std::string userPassword;
   std::string method;
-  /// Sent as pretty-printed JSON; absent sends no body.
-  std::optional<Value> body;
+  /// JSON; absent sends no body.
+  std::optional<std::string> body;
   /// From the start to the last byte of the answer.
   std::chrono::milliseconds timeLimit{30'000};
   /// In bytes; a longer answer is an error.
@@ -35,10 +35,10 @@ struct ServerReply {
 /// Sends the request with HTTP Basic credentials and the device's identity and waits for the end. Connections
 /// are kept and used again. Redirects are not followed; no proxy stands before a loopback address. The errors
 /// are those listed at TQVornexUtil::requestURL. Thread-safe.
-ServerReply sendServerRequest(const ServerRequest& request);
+ServerReply sendServerRequest(ServerRequest request);
 
-/// The same without blocking; `done` is called once, on a worker thread.
-void sendServerRequest(const ServerRequest& request, std::function<void(ServerReply reply)> done);
+/// The same without blocking; `done` is called once, on another thread, and must neither block nor throw.
+void sendServerRequest(ServerRequest request, std::function<void(ServerReply reply)> done);
 
 /// What an answer says.
 ServerReply replyFromAnswer(const HttpAnswer& answer);

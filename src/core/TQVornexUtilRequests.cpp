@@ -4,6 +4,7 @@
 
 #include "core/ServerRequest.h"
 #include "core/StatusCode.h"
+#include "foundation/Json.h"
 
 namespace vornex {
 namespace {
@@ -18,7 +19,7 @@ std::optional<ServerRequest> makeRequest(const OptionalString& url, const Option
   request.userID = *userID;
   request.userPassword = *userPassword;
   request.method = *method;
-  request.body = params;
+  if (params) request.body = writeJson(*params, JsonStyle::pretty);
   return request;
 }
 
@@ -55,7 +56,7 @@ void TQVornexUtil::requestURL(const OptionalString& url, const OptionalString& u
     completion(Value(), errorWithCode(10000, LocalizedString("request.error.param.nil")));
     return;
   }
-  sendServerRequest(*request, [url = request->url, completion = std::move(completion)](ServerReply reply) {
+  sendServerRequest(std::move(*request), [url = *url, completion = std::move(completion)](ServerReply reply) {
     MainQueue::shared().async(
         [reply = std::move(reply), url, completion]() mutable { finish(std::move(reply), url, completion); });
   });
@@ -66,10 +67,10 @@ Value TQVornexUtil::syncRequestURL(const OptionalString& url, const OptionalStri
                                    const std::optional<Value>& params, TQErrorPtr* error) {
   std::optional<ServerRequest> request = makeRequest(url, userID, userPassword, method, params);
   if (!request) return Value();
-  ServerReply reply = sendServerRequest(*request);
+  ServerReply reply = sendServerRequest(std::move(*request));
   if (!error) return reply.response;
   *error = reply.error;
-  announce(reply.error, request->url);
+  announce(reply.error, *url);
   return reply.response;
 }
 

@@ -3,10 +3,10 @@
 #include <vornex/TQVornexUtil.h>
 
 #include <chrono>
-#include <vector>
 
 #include "core/Coercion.h"
 #include "core/DateNumber.h"
+#include "core/GpsCoordinate.h"
 #include "core/TypeTables.h"
 #include "foundation/Text.h"
 #include "platform/Volumes.h"
@@ -27,20 +27,6 @@ std::int64_t dateNumberOrNow(const std::optional<Date>& date) {
   std::int64_t number = dateNumber(date.value_or(now()));
   if (number == 0) logLine(LogLevel::error, "dateNumberFromDate exception: the year has no four digits");
   return number;
-}
-
-/// The runs of digits, each with the sign directly before it.
-std::vector<std::string> signedNumbers(const std::string& text) {
-  std::vector<std::string> numbers;
-  auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (!isDigit(text[i])) continue;
-    bool hasSign = i > 0 && (text[i - 1] == '+' || text[i - 1] == '-');
-    std::size_t start = hasSign ? i - 1 : i;
-    while (i < text.size() && isDigit(text[i])) ++i;
-    numbers.push_back(text.substr(start, i - start));
-  }
-  return numbers;
 }
 
 std::string textOf(const Dictionary& dictionary, std::string_view key) {
@@ -104,16 +90,10 @@ std::int64_t TQVornexUtil::metaTypeFromString(const std::string& key) {
 }
 
 double TQVornexUtil::convertFromGPSString(const std::string& text) {
-  std::vector<std::string> numbers = signedNumbers(text);
-  if (numbers.size() < 3) {
+  std::optional<double> degrees = decimalDegrees(text);
+  if (!degrees)
     logLine(LogLevel::error, "convertFromGPSString exception:fewer than three numbers in \"" + text + "\"");
-    return 0;
-  }
-  auto degrees = static_cast<double>(integerFromText(numbers[0]));
-  auto minutes = static_cast<double>(integerFromText(numbers[1]));
-  auto hundredths = static_cast<double>(integerFromText(numbers[2].substr(0, 2)));
-  double value = (hundredths / 100.0 + minutes) / 60.0 + degrees;
-  return text.find_first_of("WS") == std::string::npos ? value : -value;
+  return degrees.value_or(0);
 }
 
 std::optional<Dictionary> TQVornexUtil::assetVolumeInfoFromVolumePath(const OptionalString& path) {

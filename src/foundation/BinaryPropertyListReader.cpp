@@ -1,10 +1,11 @@
 #include <unicode/unistr.h>
 
 #include <bit>
-#include <cmath>
 #include <limits>
 
 #include "foundation/BinaryPropertyList.h"
+#include "foundation/ReferenceDate.h"
+#include "foundation/Text.h"
 
 namespace vornex {
 
@@ -14,7 +15,6 @@ constexpr std::string_view kMagic = "bplist0";
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
 constexpr int kMaximumDepth = 512;
-constexpr Date kReferenceDate = std::chrono::sys_days(std::chrono::year(2001) / 1 / 1);
 
 // Thrown inside this file only.
 struct Malformed {
@@ -116,10 +116,9 @@ class Reader {
 
   Value readDate(std::size_t at, std::uint8_t marker) const {
     if (marker != 0x33) throw Malformed{"a date of unknown size"};
-    double seconds = real(at, 8);
-    // A million years around the reference date.
-    if (!(std::abs(seconds) < 3.2e13)) throw Malformed{"an impossible date"};
-    return Value(kReferenceDate + std::chrono::microseconds(std::llround(seconds * 1e6)));
+    std::optional<Date> date = dateFromReferenceSeconds(real(at, 8));
+    if (!date) throw Malformed{"an impossible date"};
+    return Value(*date);
   }
 
   Value readIdentifier(std::size_t at, std::size_t size) const {
@@ -167,7 +166,7 @@ class Reader {
 
   Value readText(std::size_t at, std::uint64_t count) const {
     require(at, count);
-    return Value(bytes_.substr(at, count));
+    return Value(validUtf8(bytes_.substr(at, count)));
   }
 
   Value readWideText(std::size_t at, std::uint64_t count) const {

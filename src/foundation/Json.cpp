@@ -15,6 +15,8 @@ namespace vornex {
 namespace {
 
 constexpr std::size_t kMaximumDepth = 512;
+// Beyond it, room is made as it is needed: a small container may follow a large one.
+constexpr std::size_t kLargestGuess = 64;
 
 // Builds values from the parser's events. A false answer ends the parse.
 class ValueBuilder {
@@ -39,8 +41,8 @@ class ValueBuilder {
   }
   bool StartObject() { return begin(Dictionary()); }
   bool StartArray() { return begin(Array()); }
-  bool EndObject(rapidjson::SizeType) { return end(); }
-  bool EndArray(rapidjson::SizeType) { return end(); }
+  bool EndObject(rapidjson::SizeType size) { return end(size); }
+  bool EndArray(rapidjson::SizeType size) { return end(size); }
 
   Value take() { return std::move(root_); }
 
@@ -50,19 +52,24 @@ class ValueBuilder {
     std::string key;
   };
 
-  bool begin(Value container) {
+  template <typename Kind>
+  bool begin(Kind container) {
     if (open_.size() == kMaximumDepth) return false;
+    // Neighbours are mostly alike.
+    if (formerSizes_.size() > open_.size()) container.reserve(formerSizes_[open_.size()]);
     open_.push_back(Container{std::move(container), {}});
     return true;
   }
 
-  bool end() {
+  bool end(std::size_t size) {
     Value finished = std::move(open_.back().value);
     open_.pop_back();
+    formerSizes_.resize(std::max(formerSizes_.size(), open_.size() + 1));
+    formerSizes_[open_.size()] = std::min(size, kLargestGuess);
     return add(std::move(finished));
   }
 
-  bool add(Value value) {
+  bool add(Value&& value) {
     if (open_.empty()) {
       root_ = std::move(value);
       return true;
@@ -99,6 +106,8 @@ class ValueBuilder {
 
   Value root_;
   std::vector<Container> open_;
+  // Of the container that ended last, by depth.
+  std::vector<std::size_t> formerSizes_;
 };
 
 }  // namespace

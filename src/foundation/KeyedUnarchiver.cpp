@@ -28,7 +28,7 @@ constexpr std::size_t kMaximumBases = 8;
 
 // How many values a list of `objects` objects may unfold to.
 std::size_t unfoldingLimit(std::size_t objects) {
-  return std::max<std::size_t>(1'000'000, objects * 64);
+  return std::max<std::size_t>(100'000, objects * 64);
 }
 
 const Array* arrayAt(const Dictionary& dictionary, std::string_view key) {

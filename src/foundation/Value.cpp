@@ -1,9 +1,15 @@
 #include <vornex/Value.h>
 
+#include <bit>
+#include <functional>
 #include <limits>
 
 namespace vornex {
 
+// Dictionaries are mostly small: a linear search beats hashing up to this size.
+static constexpr std::size_t kLinearLimit = 16;
+
+// What the index holds for no position, less one.
 static constexpr std::size_t kNotFound = std::numeric_limits<std::size_t>::max();
 
 Dictionary::Dictionary() = default;
@@ -13,16 +19,11 @@ Dictionary::Dictionary(std::initializer_list<Entry> entries) {
   for (const Entry& entry : entries) set(entry.first, entry.second);
 }
 
-Dictionary::Dictionary(const Dictionary& other) : entries_(other.entries_) {
-  if (other.index_) index_ = std::make_unique<Index>(*other.index_);
-}
+Dictionary::Dictionary(const Dictionary& other) = default;
 
 Dictionary::Dictionary(Dictionary&& other) noexcept = default;
 
-Dictionary& Dictionary::operator=(const Dictionary& other) {
-  if (this != &other) *this = Dictionary(other);
-  return *this;
-}
+Dictionary& Dictionary::operator=(const Dictionary& other) = default;
 
 Dictionary& Dictionary::operator=(Dictionary&& other) noexcept = default;
 
@@ -33,20 +34,27 @@ std::size_t Dictionary::size() const {
 }
 
 std::size_t Dictionary::position(std::string_view key) const {
-  if (index_) {
-    auto found = index_->find(std::string(key));
-    return found == index_->end() ? kNotFound : found->second;
+  if (!index_.empty()) {
+    return index_[indexSlot(key)] - std::size_t{1};
   }
   for (std::size_t i = 0; i < entries_.size(); ++i)
     if (entries_[i].first == key) return i;
   return kNotFound;
 }
 
+std::size_t Dictionary::indexSlot(std::string_view key) const {
+  std::size_t mask = index_.size() - 1;
+  std::size_t slot = std::hash<std::string_view>()(key) & mask;
+  while (index_[slot] != 0 && entries_[index_[slot] - 1].first != key) slot = (slot + 1) & mask;
+  return slot;
+}
+
 void Dictionary::rebuildIndex() {
-  index_.reset();
+  index_.clear();
   if (entries_.size() <= kLinearLimit) return;
-  index_ = std::make_unique<Index>();
-  for (std::size_t i = 0; i < entries_.size(); ++i) index_->emplace(entries_[i].first, i);
+  index_.resize(std::bit_ceil(entries_.size() * 4));
+  for (std::size_t i = 0; i < entries_.size(); ++i)
+    index_[indexSlot(entries_[i].first)] = static_cast<std::uint32_t>(i + 1);
 }
 
 const Value* Dictionary::find(std::string_view key) const {
@@ -65,16 +73,17 @@ Value& Dictionary::operator[](std::string_view key) {
 }
 
 void Dictionary::set(std::string key, Value value) {
-  std::size_t at = position(key);
+  std::size_t slot = index_.empty() ? 0 : indexSlot(key);
+  std::size_t at = index_.empty() ? position(key) : index_[slot] - std::size_t{1};
   if (at != kNotFound) {
     entries_[at].second = std::move(value);
     return;
   }
   entries_.emplace_back(std::move(key), std::move(value));
-  if (index_)
-    index_->emplace(entries_.back().first, entries_.size() - 1);
-  else if (entries_.size() > kLinearLimit)
+  if (entries_.size() * 2 > index_.size())
     rebuildIndex();
+  else
+    index_[slot] = static_cast<std::uint32_t>(entries_.size());
 }
 
 bool Dictionary::erase(std::string_view key) {
@@ -87,7 +96,7 @@ bool Dictionary::erase(std::string_view key) {
 
 void Dictionary::clear() {
   entries_.clear();
-  index_.reset();
+  index_.clear();
 }
 
 void Dictionary::reserve(std::size_t count) {

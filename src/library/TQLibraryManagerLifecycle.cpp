@@ -206,11 +206,13 @@ void TQLibraryManager::deleteLibrary(LibraryPtr library, bool allDelete, SyncHan
   if (!library) return completion(false, libraryError(10000, "request.error.param.nil"));
   // Nothing of a network library is here, not even when its server is.
   if (library->libraryType == kLibraryTypeNetwork) return completion(deleteRemoteLibrary(library), nullptr);
-  if (!allDelete && !hasPackageFolder(library)) return completion(deleteLibraryPlist(library), nullptr);
   GlobalQueue::shared().async([this, library, allDelete, syncHandler = std::move(syncHandler),
                                completion = std::move(completion), progress = std::move(progress)] {
-    if (!allDelete && syncHandler) syncHandler(library, true);
-    TQErrorPtr error = allDelete ? deleteEverything(library) : packUp(*this, library, progress);
+    const bool packsUp = !allDelete && hasPackageFolder(library);
+    if (packsUp && syncHandler) syncHandler(library, true);
+    TQErrorPtr error = allDelete ? deleteEverything(library)
+                       : packsUp ? packUp(*this, library, progress)
+                                 : nullptr;
     if (error) return completion(false, error);
     const bool saved = deleteLibraryPlist(library);
     // Who imports the package next may count on it that the service has forgotten the library.

@@ -23,11 +23,8 @@ std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error
     failure = tree::error(10000, "request.error.param.nil");
     return std::nullopt;
   }
-  // Looked at before the server reads it: a change in between is taken for one that is not loaded yet.
-  Result<FileStamp> stamp = projectFile().stamp();
-  const UserPtr user = connection->user;
-  Value response = TQVornexUtil::syncRequestURL(serverURL("/projects"), user->id, user->password, "GET",
-                                                std::nullopt, &failure);
+  FileStamp state;
+  Value response = askForTree(state, failure);
   if (failure) return std::nullopt;
   const Value* nodes = response.find("projects");
   if (!nodes || !nodes->ifArray()) {
@@ -38,8 +35,28 @@ std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error
   projectHashValue = coerce::string(response.find("hash"));
   takeProjects(*nodes->ifArray());
   isTreeLoaded_ = true;
-  if (stamp) projectFile().setBase(*stamp);
+  projectFile().setBase(state);
   return projects;
+}
+
+Value TQLibrary::askForTree(FileStamp& state, TQErrorPtr& error) {
+  const UserPtr user = connection->user;
+  auto ask = [&] {
+    return TQVornexUtil::syncRequestURL(serverURL("/projects"), user->id, user->password, "GET", std::nullopt,
+                                        &error);
+  };
+  if (libraryType != kLibraryTypeLocal) return ask();
+  // The answer is of the file as it is before and after. While others keep changing it, the state before is
+  // the safe one: what came later is taken for not loaded yet.
+  constexpr int kMostTries = 10;
+  for (int tries = 1;; ++tries) {
+    Result<FileStamp> before = projectFile().stamp();
+    Value response = ask();
+    Result<FileStamp> after = projectFile().stamp();
+    if (!error && tries < kMostTries && before && after && !(*before == *after)) continue;
+    state = before.value_or(FileStamp());
+    return response;
+  }
 }
 
 void TQLibrary::loadProjects(

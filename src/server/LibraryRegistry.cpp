@@ -18,6 +18,8 @@ namespace vornex::server {
 namespace {
 
 constexpr std::size_t kMostOpeners = 8;
+/// How long a library that was closed for its last copy has to leave the list.
+constexpr auto kTimeToLeave = std::chrono::minutes(1);
 
 Result<void> checkRecord(const Dictionary& record) {
   OptionalString dbName = coerce::string(record.find("dbname"));
@@ -118,10 +120,18 @@ Result<std::vector<std::string>> LibraryRegistry::takeListFile() {
   }
   std::vector<std::string> fresh;
   for (const auto& [dbName, record] : *listed) {
+    if (isCurrent(record)) continue;
     Turn turn(*this, dbName);
     if (takeRecord(record, true)) fresh.push_back(dbName);
   }
   return fresh;
+}
+
+/// Whether the library is known from the list file with this record.
+bool LibraryRegistry::isCurrent(const Dictionary& record) const {
+  std::lock_guard lock(mutex_);
+  auto found = entries_.find(*record.find("dbname")->ifString());
+  return found != entries_.end() && found->second.listed && *found->second.library.record == record;
 }
 
 /// Stores the record under its database name. Returns whether the library is new.
@@ -163,6 +173,7 @@ LibraryRegistry::LoadReport LibraryRegistry::openEach(const std::vector<std::str
   std::atomic<std::size_t> next = 0;
   auto openNext = [&] {
     for (std::size_t i = next++; i < dbNames.size(); i = next++) {
+      if (isKeptClosed(dbNames[i])) continue;
       auto opened = open(dbNames[i], false);
       std::lock_guard lock(reportMutex);
       if (opened) {
@@ -197,6 +208,7 @@ Result<void> LibraryRegistry::add(const Dictionary& record) {
 }
 
 Result<void> LibraryRegistry::launch(const std::string& dbName) {
+  keepClosedUntil(dbName, {});
   return open(dbName, false);
 }
 
@@ -289,23 +301,34 @@ Result<void> LibraryRegistry::snapshot(const std::string& dbName, const std::str
   if (!isValidDatabaseName(dbName) || !folder.starts_with('/')) {
     return serverFailure(StatusCode::invalidRequest, "The database name or the folder is not allowed.");
   }
+  // Who holds the store keeps it open: nobody else has to wait for the copy.
+  if (auto library = find(dbName); !close && library && library->store)
+    return library->store->snapshot(folder);
+
   Turn turn(*this, dbName);
-  auto library = find(dbName);
-  const bool wasOpen = library && library->store;
-  library.reset();
-  if (close) closeLocked(dbName);
-  auto copied = copyLocked(dbName, folder);
-  if (close && wasOpen && !copied) (void)openLocked(dbName, false);  // a failure has become its state
+  const bool wasOpen = close && find(dbName).value_or(Library()).store;
+  if (close) {
+    keepClosedUntil(dbName, Clock::time_point::max());
+    closeLocked(dbName);
+  }
+  auto store = openStore_(layout::databaseFolder(dbName), false);
+  auto copied = store ? (*store)->snapshot(folder) : tl::unexpected(store.error());
+  if (close) keepClosedUntil(dbName, copied ? Clock::now() + kTimeToLeave : Clock::time_point());
+  if (store) store->reset();
+  if (wasOpen && !copied) (void)openLocked(dbName, false);  // a failure has become its state
   return copied;
 }
 
-/// Only the holder of the library's turn may call this.
-Result<void> LibraryRegistry::copyLocked(const std::string& dbName, const std::string& folder) {
-  auto library = find(dbName);
-  if (library && library->store) return library->store->snapshot(folder);
-  auto store = openStore_(layout::databaseFolder(dbName), false);
-  if (!store) return tl::unexpected(store.error());
-  return (*store)->snapshot(folder);
+void LibraryRegistry::keepClosedUntil(const std::string& dbName, Clock::time_point end) {
+  std::lock_guard lock(mutex_);
+  auto found = entries_.find(dbName);
+  if (found != entries_.end()) found->second.keptClosedUntil = end;
+}
+
+bool LibraryRegistry::isKeptClosed(const std::string& dbName) const {
+  std::lock_guard lock(mutex_);
+  auto found = entries_.find(dbName);
+  return found != entries_.end() && Clock::now() < found->second.keptClosedUntil;
 }
 
 /// Only the holder of the library's turn may call this.

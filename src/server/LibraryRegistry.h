@@ -2,6 +2,7 @@
 
 #include <vornex/Value.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <latch>
@@ -101,15 +102,20 @@ class LibraryRegistry {
 
   /// Writes a consistent copy of the database into the folder, which must exist and be empty, while requests
   /// go on. The library may be closed or unknown. With `close` its database is closed first, after the
-  /// requests that use it have ended, and stays closed unless the copy fails: the copy is its last state.
+  /// requests that use it have ended, and unless the copy fails it stays closed: the copy is its last state.
+  /// For a minute, in which the library is to leave the list, only launch() opens it again.
   [[nodiscard]] Result<void> snapshot(const std::string& dbName, const std::string& folder, bool close);
 
   std::optional<Library> find(const std::string& dbName) const;
   std::vector<Library> all() const;
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   struct Entry {
     Library library;
+    /// When load() may open it.
+    Clock::time_point keptClosedUntil;
     /// Named by the list file.
     bool listed = false;
     /// Counted down when the last holder of the open store lets go of it.
@@ -120,7 +126,9 @@ class LibraryRegistry {
   [[nodiscard]] Result<void> open(const std::string& dbName, bool mayCreate);
   [[nodiscard]] Result<void> openLocked(const std::string& dbName, bool mayCreate);
   void closeLocked(const std::string& dbName);
-  [[nodiscard]] Result<void> copyLocked(const std::string& dbName, const std::string& folder);
+  void keepClosedUntil(const std::string& dbName, Clock::time_point end);
+  bool isKeptClosed(const std::string& dbName) const;
+  bool isCurrent(const Dictionary& record) const;
   void forgetLocked(const std::string& dbName);
   void setFailed(const std::string& dbName);
   std::vector<std::string> names() const;

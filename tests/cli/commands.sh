@@ -58,6 +58,41 @@ err_has "already"
 run 1 project add / -L Photos
 run 0 --json project list -L Photos
 is '[r["path"] for r in rows]' "['Trips', 'Trips/2024', 'Trips/2024/Sea', 'Trips/2024/Hills']"
+run 0 project group Trips/2024 "Lakes/Rivers" -L Photos
+run 0 project move Trips/2024/Hills --to 0 -L Photos
+run 0 project add Work -L Photos
+run 0 --json project move Trips/2024/Hills --into Work -L Photos
+is '[(r["name"], r["path"]) for r in rows]' "[('Hills', 'Work/Hills')]"
+run 0 project move Work --to 0 -L Photos
+run 1 project move Work --into Trips -L Photos
+run 1 project move Work --to 3 -L Photos
+run 2 project move Work -L Photos
+run 0 project rename Work/Hills Alps -L Photos
+run 1 project rename Work/Alps Alps -L Photos
+run 0 project list -L Photos
+[ "$(tail -n +2 "$work/out" | sed 's/ *[0-9A-F-]*$//')" = "Work
+└─ Alps
+Trips
+└─ 2024
+   ├─ Sea
+   └─ Lakes/Rivers" ] || fail "the tree is drawn as $(cat "$work/out")"
+# What is removed has to be agreed to; a group with a slash in its name is named by its identifier.
+run 1 project remove Work -L Photos
+err_has "--yes"
+run 0 --json project list -L Photos
+run 0 project remove "$(json '[r["id"] for r in rows if r["name"] == "Lakes/Rivers"][0]')" --yes -L Photos
+run 0 project remove Work --yes -L Photos
+# Several at once: nobody's project is lost.
+for number in 1 2 3 4 5 6; do
+  "$vornex" project add "At once/$number" -L Photos >"$work/once$number" 2>&1 &
+done
+wait
+run 0 --json project list -L Photos
+is 'sorted(r["path"] for r in rows if r["name"].isdigit() and len(r["name"]) == 1)' \
+  "['At once/1', 'At once/2', 'At once/3', 'At once/4', 'At once/5', 'At once/6']"
+run 0 project remove "At once" --yes -L Photos
+run 0 --json project list -L Photos
+is '[r["path"] for r in rows]' "['Trips', 'Trips/2024', 'Trips/2024/Sea']"
 
 # Import into a group, find by name, tag and extension, show.
 printf 'words\n' >"$work/Notes.txt"

@@ -205,7 +205,10 @@ TEST_F(ProjectTree, DoesNotOverwriteWhatAnotherProgramChanged) {
   EXPECT_EQ(library_->projectHashValue, hash);
   EXPECT_EQ(file().find("projects")->ifArray()->size(), 3U);
 
-  // Loaded again, the tree can be changed; the other program has now the older copy.
+  // A useless answer changes nothing about that. Loaded again, the tree can be changed; the other program has
+  // now the older copy.
+  EXPECT_FALSE(library_->loadProjects(nullptr));
+  EXPECT_FALSE(library_->saveProjects());
   answer(writeJson(file()));
   ASSERT_TRUE(library_->loadProjects(nullptr));
   EXPECT_TRUE(std::get<0>(addProject("c")));
@@ -397,6 +400,45 @@ TEST_F(ProjectTree, LeavesANetworkTreeAsItWasWhenTheServerDoesNotFollow) {
   answer(R"({"hash": "h"})");
   expectNoChange(10004);
   EXPECT_EQ(library_->projectHashValue, std::nullopt);
+}
+
+TEST_F(ProjectTree, TravelsInArchivesWithItsCycles) {
+  ProjectPtr root = addRoot("A", "a");
+  ProjectPtr group = addBelow(root, "G", "g");
+  addBelow(group, "H", "h");
+  library_->isShared = library_->storedIsEditable = library_->fromBrindle = true;
+  library_->projectHashValue = "hash";
+  library_->connection->user->name = std::nullopt;
+  library_->liveFolderDict = {{"hash", "l"}};
+  Data bytes = KeyedArchiver::archivedData(library_).value();
+  auto library = KeyedUnarchiver::unarchivedObject<TQLibrary>(bytes);
+  ASSERT_TRUE(library);
+  EXPECT_EQ(library->libDictionary(), library_->libDictionary());
+  EXPECT_EQ(library->bonjourName, std::nullopt);
+  EXPECT_TRUE(library->fromBrindle && library->isShared && !library->onlineStatus);
+  EXPECT_EQ(library->liveFolderDict, library_->liveFolderDict);
+  EXPECT_EQ(library->connection->user->id, "me");
+  ProjectPtr inner = library->projectWithID("H");
+  ASSERT_TRUE(inner);
+  EXPECT_EQ(inner->parent.lock(), library->projectWithID("G"));
+  EXPECT_EQ(inner->rootProject.lock(), library->projects.at(0));
+  EXPECT_EQ(inner->library.lock(), library);
+  EXPECT_EQ(TQProject::findProjectWithGroup(inner), library->projects.at(0));
+  EXPECT_EQ(KeyedArchiver::archivedData(library), bytes);
+
+  // A node alone: what it refers to has no owner in what is read. A node in two lists keeps one place, so
+  // that no archive unfolds to more than it holds.
+  group->childGroups.push_back(group->childGroups[0]);
+  group->childGroups[0]->parent = group->childGroups[0];
+  auto alone = KeyedUnarchiver::unarchivedObject<TQProject>(KeyedArchiver::archivedData(group).value());
+  ASSERT_TRUE(alone);
+  EXPECT_EQ(alone->id, "G");
+  ASSERT_EQ(alone->childGroups.size(), 1U);
+  EXPECT_EQ(alone->childGroups[0]->parent.lock(), alone);
+  EXPECT_FALSE(alone->parent.lock() || alone->library.lock());
+  group->childGroups.push_back(root);
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObject<TQLibrary>(KeyedArchiver::archivedData(library_).value()));
+  group->childGroups.pop_back();
 }
 
 }  // namespace

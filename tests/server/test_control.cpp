@@ -218,6 +218,10 @@ TEST_F(ControlTest, CopiesADatabaseAndKeepsItClosedOnlyWhenAsked) {
   EXPECT_EQ(service_->libraries().find("one")->state, LibraryState::closed);
   (void)result("snapshotDatabase", copy("one", "/copy", true));
   EXPECT_EQ(service_->libraries().find("one")->state, LibraryState::closed);
+  (void)result("loadLibrary");
+  EXPECT_EQ(service_->libraries().find("one")->state, LibraryState::closed);
+  (void)result("launchLibraryForDBName", "one");
+  EXPECT_EQ(service_->libraries().find("one")->state, LibraryState::open);
   EXPECT_EQ(errorCode("snapshotDatabase", copy("damaged", "/copy", true)), 2);
   EXPECT_EQ(errorCode("snapshotDatabase", copy("..", "/copy", false)), 3);
   EXPECT_EQ(errorCode("snapshotDatabase", copy("one", "copy", false)), 3);

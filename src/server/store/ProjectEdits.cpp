@@ -141,8 +141,8 @@ Result<void> move(Dictionary& content, const std::string& id, const std::string&
                   std::int64_t toIndex) {
   auto place = find(content, id);
   if (!place) return tl::unexpected(place.error());
-  const Value parentOfNode = place->parent ? *place->parent->find("id") : Value(id);
-  if (parentOfNode == Value(parentID)) return reorder(*place, toIndex);
+  const Value* parentOfNode = place->parent ? place->parent->find("id") : place->node().find("id");
+  if (parentOfNode && *parentOfNode == Value(parentID)) return reorder(*place, toIndex);
   if (!place->parent) return serverFailure(StatusCode::invalidRequest, "A project stays at the top.");
   auto target = find(content, parentID);
   if (!target) return tl::unexpected(target.error());
