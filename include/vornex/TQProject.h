@@ -4,9 +4,9 @@
 #include <vornex/ProjectList.h>
 #include <vornex/Types.h>
 
-#include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace vornex {
@@ -201,7 +201,8 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   static const ArchivedClass archivedClass_;
   bool isClaimed_ = false;
 
-  std::atomic<std::shared_ptr<const REDFolders>> redFolders_;
+  mutable std::mutex redFoldersMutex_;
+  std::shared_ptr<const REDFolders> redFolders_;
   friend class ImportBatch;
 
   friend class TQLibrary;

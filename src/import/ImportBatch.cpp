@@ -32,7 +32,10 @@ ImportBatch::ImportBatch(ProjectPtr project, LibraryPtr library, ImportType type
       journal_(std::make_shared<ImportJournal>(importJournalFolder(*library_->packageFolder))) {}
 
 void ImportBatch::start(std::vector<ImportAssetPtr> items) {
-  project_->redFolders_ = redFolders_;
+  {
+    std::lock_guard lock(project_->redFoldersMutex_);
+    project_->redFolders_ = redFolders_;
+  }
   GlobalQueue::shared().async([self = shared_from_this(), items = std::move(items)] { self->run(items); });
 }
 
@@ -67,8 +70,10 @@ void ImportBatch::run(const std::vector<ImportAssetPtr>& items) {
     importFile(items[i], std::move(pictures));
     ++finishedCount_;
   }
-  auto mine = std::shared_ptr<const REDFolders>(redFolders_);
-  project_->redFolders_.compare_exchange_strong(mine, nullptr);
+  {
+    std::lock_guard lock(project_->redFoldersMutex_);
+    if (project_->redFolders_ == redFolders_) project_->redFolders_ = nullptr;
+  }
   bool isUnsettled = journal_->hasPending();
   journal_->close();
   folderClaim_.close();

@@ -77,8 +77,8 @@ void TQProject::createAssetWithFolder(AssetFolderPtr folder, OptionalString srcP
 }
 
 std::optional<std::map<std::string, std::string>> TQProject::availableTargetREDFolders() const {
-  std::shared_ptr<const REDFolders> folders = redFolders_;
-  return folders ? std::make_optional(folders->all()) : std::nullopt;
+  std::lock_guard lock(redFoldersMutex_);
+  return redFolders_ ? std::make_optional(redFolders_->all()) : std::nullopt;
 }
 
 AssetPtr TQProject::createAssetWithSrcPath(const std::string& srcPath, OptionalString masterPath,
