@@ -192,8 +192,8 @@ TEST_F(FileCopy, ASourceThatAnswersNoMoreIsGivenUp) {
   };
   auto copy = std::async(std::launch::async,
                          [&] { return copyItem(folder_ / "mount/file", folder_ / "target/copy", watched); });
-  for (int i = 0; i < 500 && !abandoned; ++i) {
-    abandoned = watch.abandonIfStuck(std::chrono::milliseconds(300));
+  for (int i = 0; i < 2000 && !abandoned; ++i) {
+    abandoned = watch.abandonIfStuck(std::chrono::milliseconds(1500));
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   EXPECT_TRUE(abandoned);
