@@ -4,6 +4,11 @@
 
 namespace vornex {
 
+void ProjectIndex::prepare(const ProjectList& roots) {
+  std::lock_guard lock(mutex_);
+  if (builtAt_ != ProjectList::changeCount()) build(roots);
+}
+
 ProjectPtr ProjectIndex::find(const ProjectList& roots, const std::string& id) {
   std::lock_guard lock(mutex_);
   const Entry* entry = entryOf(roots, id);

@@ -8,12 +8,14 @@
 
 namespace vornex {
 
-/// Finds the nodes of one library's project tree by identifier without walking it. It is made at the first
-/// question, and anew at the first one after a change of the tree.
+/// Finds the nodes of one library's project tree by identifier without walking it. It is made by prepare(),
+/// or by the first question after a change of any tree.
 ///
 /// Thread-safety: questions are safe on any thread as long as nobody changes the tree.
 class ProjectIndex {
  public:
+  void prepare(const ProjectList& roots);
+
   /// The root project with the identifier, or else the first node in the order of a depth-first walk; null
   /// when there is none.
   ProjectPtr find(const ProjectList& roots, const std::string& id);

@@ -36,6 +36,8 @@ std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error
   takeProjects(*nodes->ifArray());
   isTreeLoaded_ = true;
   projectFile().setBase(state);
+  // Now rather than when the next page of assets is linked.
+  projectIndex_->prepare(projects);
   return projects;
 }
 
@@ -191,6 +193,7 @@ TQLibrary::SaveResult TQLibrary::saveTree() {
     return SaveResult::overtaken;
   }
   projectHashValue = std::move(hash);
+  projectIndex_->prepare(projects);
   return SaveResult::saved;
 }
 

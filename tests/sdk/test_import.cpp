@@ -143,7 +143,9 @@ TEST_F(Import, ARecordWhoseAnswerWasLostIsTakenBack) {
   EXPECT_THAT(packageFiles(), ElementsAre(::testing::HasSubstr("journal"), kept));
 
   // A record that the server makes later all the same is found by the next look, for a while.
-  server_.add("late", {{"masterpath", *assets_[source("a.txt")]->masterPath}});
+  server_.add(
+      "late",
+      {{"name", "a"}, {"type", 3}, {"importtype", 1}, {"masterpath", *assets_[source("a.txt")]->masterPath}});
   EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
   EXPECT_EQ(server_.records().size(), 1U);
   EXPECT_TRUE(fileExists(inPackage(kept)));

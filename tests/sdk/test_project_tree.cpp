@@ -339,6 +339,10 @@ TEST_F(ProjectTree, TakesChangesBackThatCannotBeSaved) {
   EXPECT_THAT(names(library_->projects), ElementsAre("a"));
   EXPECT_THAT(names(root->childGroups), ElementsAre("g"));
   EXPECT_EQ(group->name, "g");
+  // A move is kept.
+  addBelow(root, "H", "h");
+  EXPECT_TRUE(root->moveItem(group, 2));
+  EXPECT_THAT(names(root->childGroups), ElementsAre("h", "g"));
 }
 
 TEST_F(ProjectTree, RemovesOnlyEmptyProjects) {
