@@ -128,6 +128,17 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// Puts the node's children, if it has any, under "group" of its dictionary form.
   void loadGroup(const ProjectPtr& project, Dictionary& parent) const;
 
+  // Live folders (TQLibraryLiveFolders.cpp)
+
+  /// Index by identifier among the roots, or -1.
+  std::int64_t indexOfLiveFolder(const LiveFolderPtr& liveFolder) const;
+  /// Among the roots first, then inside each in order; null when unknown. Compared exactly.
+  LiveFolderPtr liveFolderWithID(const std::string& ID) const;
+  LiveFolderPtr liveFolderWithFileID(const std::string& fileID) const;
+  LiveFolderPtr liveFolderWithPath(const std::string& path) const;
+  /// Whether a root has the path.
+  bool isExistPathInLiveFoldersWithPath(const std::string& path) const;
+
   // Assets (TQLibraryAssets.cpp). The server changes first; the given assets follow where its answer confirms
   // them, matched by position. Without further word, completions come on the main queue with an answer, on a
   // worker thread with an error found before sending, and an error of a request that failed in part has the
@@ -199,6 +210,7 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   OptionalString versionNumber;
   OptionalString bonjourName;
   OptionalString liveFolderHashValue;
+  std::vector<LiveFolderPtr> liveFolders;
   /// In-memory copies of the lists of live folders and of Final Cut Pro X libraries, as archives carry them.
   Dictionary liveFolderDict;
   OptionalString fcpxLibraryHashValue;

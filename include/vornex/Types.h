@@ -15,6 +15,7 @@ class TQAssetFolder;
 class TQConnection;
 class TQImportAsset;
 class TQLibrary;
+class TQLiveFolder;
 class TQProject;
 class TQUser;
 
@@ -23,6 +24,7 @@ using AssetFolderPtr = std::shared_ptr<TQAssetFolder>;
 using ConnectionPtr = std::shared_ptr<TQConnection>;
 using ImportAssetPtr = std::shared_ptr<TQImportAsset>;
 using LibraryPtr = std::shared_ptr<TQLibrary>;
+using LiveFolderPtr = std::shared_ptr<TQLiveFolder>;
 using ProjectPtr = std::shared_ptr<TQProject>;
 using UserPtr = std::shared_ptr<TQUser>;
 

@@ -10,12 +10,13 @@ namespace vornex {
 
 /// Notifications posted on the main queue when the local service reports a change. The object of the library
 /// notifications is a Value holding the libraries as the service gave them; that of the scan notification is
-/// the live folder.
+/// the live folder (a LiveFolderPtr).
 inline constexpr const char* kTQLibraryDBDidChangeStatusNotification =
     "TQLibraryDBDidChangeStatusNotification";
 inline constexpr const char* kTQLibraryUpdateNotification = "TQLibraryUpdateNotification";
 inline constexpr const char* kTQLibraryCreateNotification = "TQLibraryCreateNotification";
 inline constexpr const char* kTQLibraryDidDeleteNotification = "TQLibraryDidDeleteNotification";
+inline constexpr const char* kTQLiveFolderManualScanNotification = "TQLiveFolderManualScanNotification";
 
 /// Starts and stops the local service, and receives its callbacks.
 ///

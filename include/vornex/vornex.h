@@ -16,6 +16,7 @@
 #include <vornex/TQImportAsset.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
+#include <vornex/TQLiveFolder.h>
 #include <vornex/TQPredicate.h>
 #include <vornex/TQProject.h>
 #include <vornex/TQSearchManager.h>

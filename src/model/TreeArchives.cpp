@@ -1,5 +1,6 @@
 #include <vornex/TQConnection.h>
 #include <vornex/TQLibrary.h>
+#include <vornex/TQLiveFolder.h>
 #include <vornex/TQProject.h>
 
 // The archived forms of libraries and their trees.
@@ -64,7 +65,7 @@ void TQLibrary::encodeWithCoder(KeyedArchiver& coder) const {
   coder.encodeBool("isEditable", storedIsEditable);
   coder.encodeValue("bonjourName", bonjourName);
   coder.encodeValue("liveFolderHashValue", liveFolderHashValue);
-  coder.encodeMutableValue("liveFolders", Array());
+  coder.encodeObjects<TQLiveFolder>("liveFolders", liveFolders);
   coder.encodeMutableValue("liveFolderDict", liveFolderDict);
   coder.encodeValue("fcpxLibraryHashValue", fcpxLibraryHashValue);
   coder.encodeMutableValue("fcpxLibraryItems", Array());
@@ -90,6 +91,7 @@ void TQLibrary::initWithCoder(KeyedUnarchiver& coder) {
   storedIsEditable = coder.decodeBool("isEditable");
   bonjourName = coder.decodeString("bonjourName");
   liveFolderHashValue = coder.decodeString("liveFolderHashValue");
+  liveFolders = coder.decodeObjects<TQLiveFolder>("liveFolders");
   liveFolderDict = coder.decodeDictionary("liveFolderDict");
   fcpxLibraryHashValue = coder.decodeString("fcpxLibraryHashValue");
   fcpxLibraryDict = coder.decodeDictionary("fcpxLibraryDict");

@@ -5,6 +5,7 @@
 #include <vornex/NotificationCenter.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
+#include <vornex/TQLiveFolder.h>
 #include <vornex/TQUserManager.h>
 #include <vornex/VornexSDK.h>
 
@@ -52,18 +53,33 @@ void ServiceCallbacks::vornexLibraryDeletedWithLibraries(const Value& libraries)
   post(kTQLibraryDidDeleteNotification, libraries, {});
 }
 
-void ServiceCallbacks::vornexManualScanForLiveFolder(const std::string& liveFolderID, const OptionalString&,
+void ServiceCallbacks::vornexManualScanForLiveFolder(const std::string& liveFolderID,
+                                                     const OptionalString& fileName,
                                                      const std::string& dbName) {
   logLine(LogLevel::info, fmt::format("vornexManualScanForLiveFolder :{} = {}", liveFolderID, dbName));
-  bool known = TQLibraryManager::sharedManager().libraryForDBName(dbName) != nullptr;
-  logLine(LogLevel::warning, known ? "liveFolder is nil" : "library is nil");
+  LibraryPtr library = TQLibraryManager::sharedManager().libraryForDBName(dbName);
+  if (!library) return logLine(LogLevel::warning, "library is nil");
+  LiveFolderPtr liveFolder = library->liveFolderWithID(liveFolderID);
+  if (!liveFolder) return logLine(LogLevel::warning, "liveFolder is nil");
+  post(kTQLiveFolderManualScanNotification, liveFolder,
+       fileName ? Dictionary{{"scanfilename", *fileName}} : Dictionary());
+}
+
+/// A folder without an identifier cannot be asked for.
+static void noteScanStatus(const TQLiveFolder& folder, Dictionary& status) {
+  if (folder.ID) status.set(*folder.ID, folder.scanStatus);
+  for (const LiveFolderPtr& subFolder : folder.subFolders) noteScanStatus(*subFolder, status);
 }
 
 void ServiceCallbacks::vornexScanStatusForLiveFolder(
     const std::string& dbName, const std::function<void(Dictionary status)>& resultHandler) {
-  if (!TQLibraryManager::sharedManager().libraryForDBName(dbName))
+  Dictionary status;
+  if (LibraryPtr library = TQLibraryManager::sharedManager().libraryForDBName(dbName)) {
+    for (const LiveFolderPtr& root : library->liveFolders) noteScanStatus(*root, status);
+  } else {
     logLine(LogLevel::warning, "vornexScanStatusForLiveFolderWithDBName library is nil");
-  resultHandler({});
+  }
+  resultHandler(std::move(status));
 }
 
 }  // namespace vornex

@@ -2,6 +2,10 @@
 #include <unistd.h>
 #include <vornex/NotificationCenter.h>
 #include <vornex/Queue.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQLiveFolder.h>
 #include <vornex/TQUserManager.h>
 #include <vornex/TQVornexUtil.h>
 #include <vornex/VornexSDK.h>
@@ -208,6 +212,41 @@ TEST_F(ServiceTest, CallbacksBecomeNotificationsOnTheMainQueueInOrder) {
   EXPECT_EQ(seen, (std::vector<std::string>{"TQLibraryDBDidChangeStatusNotification unknown2",
                                             "TQLibraryUpdateNotification 2", "TQLibraryCreateNotification 1",
                                             "TQLibraryDidDeleteNotification 0"}));
+}
+
+TEST_F(ServiceTest, TheServiceAsksForAndIsToldTheStateOfLiveFolders) {
+  auto connection = TQConnection::connectionWithAddress("127.0.0.1", 1, nullptr);
+  auto library = TQLibrary::libraryWithName("Shoot", std::nullopt, kLibraryTypeNetwork, false, true, true,
+                                            folder.path(), std::nullopt, connection);
+  auto node = [&](const char* id, std::int64_t status, std::vector<LiveFolderPtr> below = {}) {
+    auto made = TQLiveFolder::liveFolderWithID(id, folder / id, "1", library->dbName, false, std::nullopt);
+    made->scanStatus = status;
+    made->subFolders = std::move(below);
+    return made;
+  };
+  library->liveFolders = {node("A", 1, {node("A1", 2, {node("A11", 3)}), node("A2", 4)}), node("B", 5)};
+  ASSERT_TRUE(TQLibraryManager::sharedManager().addLibraries({library}));
+  std::vector<std::string> scans;
+  auto token = NotificationCenter::defaultCenter().addObserver(
+      kTQLiveFolderManualScanNotification, [&](const Notification& notification) {
+        const Value* file = notification.userInfo.find("scanfilename");
+        scans.push_back(std::any_cast<LiveFolderPtr>(notification.object)->ID.value_or("") + " " +
+                        (file ? *file->ifString() : "all"));
+      });
+  FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  ASSERT_TRUE(service.await("register"));
+  for (const char* id : {"A11", "gone"})
+    service.callBack("vornexManualScanForLiveFolder", {{"livefolderid", id}, {"dbname", *library->dbName}});
+  service.callBack("vornexManualScanForLiveFolder",
+                   {{"livefolderid", "B"}, {"filename", "a.mov"}, {"dbname", *library->dbName}});
+  service.callBack("vornexScanStatusForLiveFolder", {{"dbname", *library->dbName}}, 7);
+  Dictionary status{{"A", 1}, {"A1", 2}, {"A11", 3}, {"A2", 4}, {"B", 5}};
+  EXPECT_EQ(service.awaitAnswer(7), Value(Dictionary{{"status", status}}));
+  MainQueue::shared().runPending();
+  NotificationCenter::defaultCenter().removeObserver(token);
+  EXPECT_EQ(scans, (std::vector<std::string>{"A11 all", "B a.mov"}));
+  EXPECT_TRUE(logged("liveFolder is nil"));
 }
 
 TEST_F(ServiceTest, ALaunchReportedLaterRenewsThePassword) {
