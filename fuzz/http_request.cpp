@@ -25,7 +25,7 @@ Service& service() {
     if (!opened) std::abort();
     Dictionary library{
         {"dbname", "db"}, {"name", "Library"}, {"packagefolder", pattern + "/package"}, {"type", 0}};
-    if (!(*opened)->libraries().add(library)) std::abort();
+    if (!(*opened)->libraries().add(library, true)) std::abort();
     return std::move(*opened);
   }();
   return *shared;

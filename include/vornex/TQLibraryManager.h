@@ -27,8 +27,8 @@ class TQLibraryManager {
   /// loadAllLibraries.
   static TQLibraryManager& sharedManager();
 
-  /// Reads both list files on a worker thread and calls back there, while the list's monitor is held: the
-  /// completion must not wait for another thread that changes the list.
+  /// Reads both list files on a worker thread, replaces every object of the list, and calls back there, while
+  /// the list's monitor is held: the completion must not wait for another thread that changes the list.
   void loadAllLibraries(std::function<void(std::vector<LibraryPtr> libraries)> completion);
   /// The libraries of one list file, with their users; the list is not touched. Absent when the file cannot
   /// be read. A row that is no library is logged and left out.
@@ -38,7 +38,7 @@ class TQLibraryManager {
   std::vector<LibraryPtr> libraries() const;
   std::vector<LibraryPtr> localLibraries() const;
   std::vector<LibraryPtr> networkLibraries() const;
-  /// By type, then by name, byte by byte.
+  /// Publishes the list anew, by type, then by name, byte by byte; for who has changed a name.
   void sortLibraries();
 
   /// The first library with the database name, or null.
@@ -78,33 +78,36 @@ class TQLibraryManager {
   void updateLocalPassword();
   /// Checks the lock files of the local libraries.
   void createLockFiles();
+  /// Removes this computer's lock files from all packages but those of network libraries.
   void deleteLockFiles();
   /// Starts what needs the local account: the copy service opens its folders.
   void startWorkflows();
   /// Has the service and the copy service open the bookmarked folders.
   void startAllBookmarks();
 
-  // Life cycle (TQLibraryManagerLifecycle.cpp)
+  // Life cycle (TQLibraryManagerLifecycle.cpp). Completions may not be empty; the other handlers may.
 
   /// Makes the package folder, the library's files and its database, and adds the library to the list. The
   /// folder that is to contain the package folder must exist, or lie in a bookmarked one. Only what this call
-  /// made is removed when it fails. Called back on a
-  /// worker thread. Errors: 10000 a missing argument, 10001 a network library or a relative path, 10002 the
-  /// package folder exists or the database name is known, 10003 a file could not be written, 10010 the
-  /// package folder could not be made, 10011 and 10012 no access to the folder above it, a "posix" error when
-  /// a folder inside could not be made, or the service's error. When a step up to the service's consent
+  /// made is removed when it fails; what a creation that was killed has left there is removed first. Called
+  /// back on a worker thread. Errors: 10000 a missing argument, 10001 a network library or a relative path,
+  /// 10002 the package folder exists or the database name is known, 10003 a file could not be written, 10010
+  /// the package folder could not be made, 10011 and 10012 no access to the folder above it, a "posix" error
+  /// when a folder inside could not be made, or the service's error. When a step up to the service's consent
   /// fails, nothing stays behind. False without an error: another computer's lock file.
   void createLibrary(LibraryPtr library, Completion completion);
 
   /// Brings an existing package folder, which may have been moved or come from another computer, into the
-  /// list. Without a working database, or when forced, the packaged one is restored; a working one that is
-  /// there is kept all the same. Called back on a worker thread. Nothing of an import that fails stays, and
-  /// the package is left as it was. Errors: 10001 a relative path, or a "library.plist" of something else
-  /// than a local library; 10002 the database name is in the list; 10003 a file could not be written; 10011
-  /// and 10012 no access to the folder; 10019 with a reason, the database could not be restored; 10020
-  /// another computer's lock file; 10022 a package of a newer version; 10023 lock files could not be removed;
-  /// one of domain "posix" or "plist" when "library.plist" cannot be read; or the service's. False without an
-  /// error: there is no library in the folder.
+  /// list. Without a working database the packaged one is restored; none is ever made. A working one that is
+  /// there is kept, unless the package was backed up elsewhere since: then the packaged one is restored and
+  /// the working one kept beside it, which is logged. Forced, other computers' locks are broken. Called back
+  /// on a worker thread. Nothing of an import that fails stays, and the package is left as it was. Errors:
+  /// 10001 a relative path, or a "library.plist" of something else than a local library; 10002 the database
+  /// name is in the list; 10003 a file could not be written; 10011 and 10012 no access to the folder; 10019
+  /// with a reason, the database could not be restored, or package and working database have both changed and
+  /// the import is not forced; 10020 another computer's lock file; 10022 a package of a newer version; 10023
+  /// lock files could not be removed; one of domain "posix" or "plist" when "library.plist" cannot be read;
+  /// or the service's. False without an error: there is no library in the folder.
   void importLibraryWithPackageFolder(std::string packageFolder, bool forceSyncingDB, SyncHandler syncHandler,
                                       Completion completionHandler, DatabaseProgress progress = {});
   /// The end of an import: adds the record to the list, without looking for another one of its database name,
@@ -128,8 +131,8 @@ class TQLibraryManager {
 
   // Databases (TQLibraryManagerDatabase.cpp). At every instant, whatever is killed, one whole copy of the
   // database exists, and the next operation puts right what was left. Called back on a worker thread; an
-  // error tells the cause, of domain "posix" or the service's. Operations on several databases wait for one
-  // another.
+  // error tells the cause, of domain "posix" or the service's. Operations on one database, or on one package,
+  // wait for one another.
 
   /// Copies a local library's database into its package folder, consistent even while it is in use.
   void backupDatabaseWithLibrary(LibraryPtr library, Completion completion, DatabaseProgress progress = {});
@@ -137,8 +140,8 @@ class TQLibraryManager {
   /// nothing.
   void restoreDatabaseWithLibrary(LibraryPtr library, Completion completion, DatabaseProgress progress = {});
   /// Puts a copy of the packaged database in the place of the working one: what was changed since the backup
-  /// is gone. The service must know the library. When it cannot open the packaged database, the working one
-  /// stays.
+  /// is gone. The service must know the library. It tries the packaged database first; when it cannot open
+  /// it, the working one stays. Nobody else can open the library meanwhile.
   void replaceDatabaseWithLibrary(LibraryPtr library, Completion completion, DatabaseProgress progress = {});
 
   /// Whether any computer's lock file is in the package folder; false when there is no library in it.
@@ -149,6 +152,7 @@ class TQLibraryManager {
 
   // Workflows (TQLibraryManagerWorkflows.cpp)
 
+  /// The process's view of the workflow engine.
   TQWorkflowEngineInterface& workflowEngineInterface();
   /// The engine's job of the type, with its asset where the library and the asset are known. Without a job,
   /// an item that has only its action. Null for type -1. Blocks until the engine and the server have

@@ -242,14 +242,14 @@ bool TQLibraryManager::saveLibrariesFileWithType(std::int64_t type) {
 
 bool TQLibraryManager::deleteLibraryPlist(const LibraryPtr& library) {
   if (!library) return false;
-  {
-    std::lock_guard lock(state_->monitor);
-    std::vector<LibraryPtr> next = libraries();
-    auto found = std::find_if(next.begin(), next.end(),
-                              [&](const LibraryPtr& known) { return known->dbName == library->dbName; });
-    if (found != next.end()) next.erase(found);
-    state_->publish(std::move(next));
-  }
+  // Until it is saved: who loads the list meanwhile must not bring the library back.
+  std::lock_guard lock(state_->monitor);
+  std::vector<LibraryPtr> next = libraries();
+  auto found = std::find_if(next.begin(), next.end(), [&](const LibraryPtr& known) {
+    return known == library || (library->dbName && known->dbName == library->dbName);
+  });
+  if (found != next.end()) next.erase(found);
+  state_->publish(std::move(next));
   return saveLibrariesFileWithType(library->libraryType);
 }
 

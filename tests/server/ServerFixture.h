@@ -98,7 +98,7 @@ class RouterTest : public ServerTest {
  protected:
   void SetUp() override {
     openService();
-    ASSERT_TRUE(service_->libraries().add(record(kDbName)));
+    ASSERT_TRUE(service_->libraries().add(record(kDbName), true));
     limits_.pageSize = 50;
     limits_.batchItems = 5;
     router_ = std::make_unique<Router>(*service_, limits_);

@@ -152,7 +152,7 @@ TEST_F(ProjectTreeTest, NeedsTheRightToChange) {
   writeUsers({user("guest", "secret", kDbName)});
   authorization_ = basic("guest", "secret");
   EXPECT_EQ(rename(project, "Q"), 0);
-  ASSERT_TRUE(service_->libraries().add(closed));
+  ASSERT_TRUE(service_->libraries().add(closed, true));
   EXPECT_EQ(rename(project, "R"), 4);
   EXPECT_EQ(outlineServed(), "Q");
 }

@@ -199,7 +199,7 @@ TEST_F(RouterTest, GivesNetworkUsersOnlyWhatIsSharedAndAssigned) {
   readOnly.set("uploadable", false);
   readOnly.set("editable", false);
   for (const Dictionary& library : {hidden, readOnly, record("foreign")}) {
-    ASSERT_TRUE(service_->libraries().add(library));
+    ASSERT_TRUE(service_->libraries().add(library, true));
   }
   Dictionary ann = user("ann", "p", kDbName);
   ann.set("libraries", Dictionary{{kDbName, ""}, {"hidden", ""}, {"readonly", ""}});
@@ -253,7 +253,7 @@ TEST_F(RouterTest, AnswersForClosedAndFailedDatabases) {
   service_->libraries().close(kDbName);
   EXPECT_EQ(code(post(library("/assets/search"), "{}")), 8);
   EXPECT_EQ(get(library("")).status, 200u);
-  ASSERT_FALSE(service_->libraries().add(record("damaged")));
+  ASSERT_FALSE(service_->libraries().add(record("damaged"), true));
   EXPECT_EQ(code(post("libraries/damaged/assets/search", "{}")), 8);
   writeListFile({record(kDbName), record("damaged-listed")});
   ASSERT_TRUE(createDirectories(layout::databaseFolder("damaged-listed")));
