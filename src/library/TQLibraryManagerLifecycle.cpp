@@ -14,6 +14,7 @@
 #include "core/DatabaseFolder.h"
 #include "core/SdkError.h"
 #include "core/StatusCode.h"
+#include "core/StorageLayout.h"
 #include "foundation/FileLock.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
@@ -87,7 +88,8 @@ TQErrorPtr checkNewLibrary(const LibraryPtr& library) {
     return libraryError(10002, "library.message.exist");
   }
   // Undoing a failure removes by database name, so it must not be another library's.
-  if (TQLibraryManager::sharedManager().findLibrary(library) || DatabaseCopies(*library).hasWorking()) {
+  if (TQLibraryManager::sharedManager().findLibrary(library) ||
+      itemExists(layout::databaseFolder(library->dbName.value_or("")))) {
     logLine(LogLevel::error, "Already exist library: " + library->dbName.value_or("(null)"));
     return libraryError(10002, "library.message.path.exist");
   }
