@@ -2,6 +2,8 @@
 
 #include <vornex/TQError.h>
 
+#include <string>
+
 #include "core/StatusCode.h"
 #include "foundation/Error.h"
 
@@ -17,5 +19,8 @@ inline bool isServiceLost(const Error& error) {
 inline bool isServiceLost(const TQErrorPtr& error) {
   return error && error->code() == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
 }
+
+/// The error with what caused it; the error itself when the reason is empty. Thread-safe.
+TQErrorPtr withReason(const TQErrorPtr& error, const std::string& reason);
 
 }  // namespace vornex
