@@ -91,8 +91,9 @@ class DatabaseCopiesTest : public vornex::testing::SdkTest {
     Content content;
     if (isDirectory(path))
       for (const auto& entry : fs::directory_iterator(path))
-        if (entry.path().filename() != "generation")
-          content[entry.path().filename()] = readFile(entry.path()).value_or("unreadable");
+        if (const std::string name = entry.path().filename();
+            name != "generation" && !isUnfinishedWrite(name))
+          content[name] = readFile(entry.path()).value_or("unreadable");
     return content;
   }
 
