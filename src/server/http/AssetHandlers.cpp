@@ -48,13 +48,35 @@ Dictionary identifierItem(const std::string& id) {
   return {{"_id", id}};
 }
 
+/// Checks each item that somebody other than the owner sends; items that may not be stored keep their error,
+/// the others go to the store together.
+Result<std::vector<Result<std::string>>> storeAllowed(
+    AssetStore& store, const Array& items,
+    Result<std::vector<Result<std::string>>> (AssetStore::*operation)(const Array&)) {
+  std::vector<Result<std::string>> results;
+  Array allowed;
+  for (const Value& item : items) {
+    auto checked = checkMayReference(store, *item.ifDictionary());
+    if (checked) allowed.push_back(item);
+    results.push_back(checked ? Result<std::string>() : tl::unexpected(checked.error()));
+  }
+  auto stored = (store.*operation)(allowed);
+  if (!stored) return stored;
+  auto next = stored->begin();
+  for (Result<std::string>& result : results) {
+    if (result) result = std::move(*next++);
+  }
+  return results;
+}
+
 Response storeBatch(const Context& context, const Call& call, const Request& request, Right right,
                     Result<std::vector<Result<std::string>>> (AssetStore::*operation)(const Array&)) {
   auto library = openLibraryFor(context, call, right);
   if (!library) return errorReply(library.error());
   auto items = batchItems(context, request);
   if (!items) return errorReply(items.error());
-  auto results = (library->store.get()->*operation)(*items);
+  auto results = call.user.isOwner() ? (library->store.get()->*operation)(*items)
+                                     : storeAllowed(*library->store, *items, operation);
   if (!results) return errorReply(results.error());
   return batchReply(*results, identifierItem);
 }
