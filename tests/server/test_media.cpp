@@ -148,7 +148,7 @@ TEST_F(MediaTest, OnlyTheOwnerSaysWhichLinksAreFollowed) {
     return result;
   };
   using Codes = std::vector<std::int64_t>;
-  for (const Value& reference : Array{0, "0", false, 0.0, Value()}) {
+  for (const Value& reference : Array{0, "0", false, 0.0, Array{0}}) {
     EXPECT_EQ(
         codes("/assets/create", {Dictionary{{"name", "a"}, {"masterpath", link}, {"importtype", reference}},
                                  Dictionary{{"name", "b"}, {"masterpath", link}, {"importtype", 1}}}),

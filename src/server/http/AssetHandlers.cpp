@@ -8,6 +8,7 @@
 #include "server/http/MediaFiles.h"
 #include "server/http/ReferenceCheck.h"
 #include "server/http/Replies.h"
+#include "server/store/DocumentReader.h"
 
 namespace vornex::server {
 namespace {
@@ -67,18 +68,6 @@ Result<std::vector<Result<std::string>>> storeAllowed(
     if (result) result = std::move(*next++);
   }
   return results;
-}
-
-Response storeBatch(const Context& context, const Call& call, const Request& request, Right right,
-                    Result<std::vector<Result<std::string>>> (AssetStore::*operation)(const Array&)) {
-  auto library = openLibraryFor(context, call, right);
-  if (!library) return errorReply(library.error());
-  auto items = batchItems(context, request);
-  if (!items) return errorReply(items.error());
-  auto results = call.user.isOwner() ? (library->store.get()->*operation)(*items)
-                                     : storeAllowed(*library->store, *items, operation);
-  if (!results) return errorReply(results.error());
-  return batchReply(*results, identifierItem);
 }
 
 /// An integer of the body, the fallback when it is absent.
@@ -175,11 +164,29 @@ Result<bool> deletesOriginal(const Call& call) {
 }  // namespace
 
 Response createAssets(const Context& context, const Call& call, const Request& request) {
-  return storeBatch(context, call, request, Right::addAssets, &AssetStore::create);
+  auto library = openLibraryFor(context, call, Right::addAssets);
+  if (!library) return errorReply(library.error());
+  // The owner's documents go to the store as they came, if nothing is wrong with the body.
+  auto documents = call.user.isOwner() ? objectsInArray(request.body, "items") : std::nullopt;
+  if (documents && documents->size() <= context.limits.batchItems) {
+    auto results = library->store->create(*documents);
+    return results ? batchReply(*results, identifierItem) : errorReply(results.error());
+  }
+  auto items = batchItems(context, request);
+  if (!items) return errorReply(items.error());
+  auto results = call.user.isOwner() ? library->store->create(*items)
+                                     : storeAllowed(*library->store, *items, &AssetStore::create);
+  return results ? batchReply(*results, identifierItem) : errorReply(results.error());
 }
 
 Response updateAssets(const Context& context, const Call& call, const Request& request) {
-  return storeBatch(context, call, request, Right::changeAssets, &AssetStore::update);
+  auto library = openLibraryFor(context, call, Right::changeAssets);
+  if (!library) return errorReply(library.error());
+  auto items = batchItems(context, request);
+  if (!items) return errorReply(items.error());
+  auto results = call.user.isOwner() ? library->store->update(*items)
+                                     : storeAllowed(*library->store, *items, &AssetStore::update);
+  return results ? batchReply(*results, identifierItem) : errorReply(results.error());
 }
 
 Response deleteAssets(const Context& context, const Call& call, const Request& request) {

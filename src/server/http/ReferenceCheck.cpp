@@ -28,10 +28,11 @@ Result<bool> anyMatches(AssetStore& store, std::string query) {
   return page->total > 0;
 }
 
-/// Whatever could be read as the type 0 counts.
+/// Whatever could be taken for the type 0 counts.
 bool isReference(const Dictionary& asset) {
   const Value* type = asset.find("importtype");
-  return type && coerce::integer(type) == 0;
+  if (!type || type->isNull()) return false;
+  return !type->ifInteger() || *type->ifInteger() == 0;
 }
 
 bool changes(const Dictionary& item, const Dictionary& stored, const char* key) {
