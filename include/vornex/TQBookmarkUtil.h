@@ -3,7 +3,6 @@
 #include <vornex/Types.h>
 
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace vornex {
@@ -15,6 +14,8 @@ struct TQBookmark {
   OptionalString filePath;
   std::optional<Data> bookmarkData;
   std::optional<Data> bookmarkMinimalData;
+  /// Whether loadBookmarks has started access to the folder and unloadBookmarks has not ended it.
+  bool isAccessed = false;
 
   /// Absent unless both tokens are there.
   static std::optional<TQBookmark> bookmarkWithDictionary(const Dictionary& dictionary);
@@ -34,15 +35,20 @@ class TQBookmarkUtil {
   static TQBookmarkUtil& sharedInstance();
 
   /// Reads the file anew, keeps the entries whose folder is still there and open to this user, rewrites the
-  /// file with them and gives them. An entry that is no bookmark ends the reading; the file is left alone
-  /// then.
+  /// file with them, starts access to them and gives them. An entry that is no bookmark ends the reading; the
+  /// file is left alone then, and the next save removes the entry.
   std::vector<TQBookmark> loadBookmarks();
-  /// Ends the access to the folders; the list stays.
+  /// Ends the access that loadBookmarks has started; the list stays. Programs need no leave to use a folder
+  /// here, so that access is but the mark `isAccessed`: a folder that is gone meanwhile is logged, nothing is
+  /// closed, and every folder can be used as before.
   void unloadBookmarks();
+  /// A snapshot, in list order.
+  std::vector<TQBookmark> bookmarks() const;
   /// Writes the list, keeping what other processes have added or removed meanwhile; an empty list is not
   /// written, and is a success.
   bool saveBookmarks();
-  /// Adds the folder unless a bookmark covers it. The file is not written.
+  /// Adds the folder unless a bookmark covers it. The file is not written; the next save writes the bookmark
+  /// that covers the folder even if another process has removed it.
   bool addBookmarkWithFilePath(const OptionalString& path);
   /// Adds the whole volume that holds the path. The file is not written.
   bool addBookmarkWithVolumePath(const OptionalString& path);
@@ -61,9 +67,9 @@ class TQBookmarkUtil {
   std::optional<Data> bookmarkDataFromFilePath(const OptionalString& path) const;
 
   /// Whether the file was of a form that is not read any more: one without a version, or of version "1.0",
-  /// which is then removed.
+  /// which is then removed. (Operating systems that are to keep such a file are none of those this runs on.)
   bool needUpdateVersion();
-  /// Writes the current version with an empty list; false when there are bookmarks.
+  /// Writes the current version with an empty list, whatever the file holds; false when there are bookmarks.
   bool updateVersion();
 
   /// Absent: programs belong to no application group here.
@@ -92,25 +98,14 @@ class TQBookmarkUtil {
   static OptionalString resolvingAliasFileWithPath(const OptionalString& path);
 
  private:
-  TQBookmarkUtil() = default;
+  TQBookmarkUtil();
   ~TQBookmarkUtil() = delete;
 
   bool addBookmark(const std::string& path);
+  void claim(const std::string& path);
 
-  using List = std::vector<TQBookmark>;
-
-  /// The present list, which never changes.
-  std::shared_ptr<const List> bookmarks() const;
-  void publish(List list);
-  void append(TQBookmark bookmark);
-
-  /// Held by who changes the list or the file.
-  std::recursive_mutex monitor_;
-  /// The file's entries when they were last read or written here.
-  Array savedEntries_;
-  /// Guards the pointer alone.
-  mutable std::mutex listMutex_;
-  std::shared_ptr<const List> bookmarks_ = std::make_shared<const List>();
+  struct State;
+  const std::unique_ptr<State> state_;
 };
 
 }  // namespace vornex

@@ -7,7 +7,8 @@ namespace vornex {
 /// The process's copy service: one job runs at a time, later ones wait their turn.
 ///
 /// A copy appears at its destination at once and whole, after it has reached the disk; nothing is ever
-/// replaced. A symbolic link given as source is followed.
+/// replaced. A symbolic link given as source is followed. A source that does not answer for half a minute
+/// (cancelled: a second) ends its job with ETIMEDOUT (ECANCELED).
 ///
 /// Thread-safety: safe on any thread. Handlers are called on the copying thread, one at a time, without a
 /// lock held.
@@ -15,7 +16,8 @@ class TQCopyInterface {
  public:
   /// Percent (below 100: the report tells the end) and bytes copied so far.
   using ProgressHandler = std::function<void(double percent, std::int64_t bytes)>;
-  /// The end of a job, exactly once: the number of bytes, or null and the error.
+  /// The end of a job, exactly once: {"bytes": number} with "checksum" for a verified copy (the digest, named
+  /// by its kind: "xxh128:..."), or null and the error.
   using ReportHandler = std::function<void(Value result, TQErrorPtr error)>;
   /// Names one job; 0 is never given to one.
   using JobID = std::uint64_t;
@@ -36,9 +38,10 @@ class TQCopyInterface {
   /// (domain "posix"): EEXIST, ECANCELED, ENOSPC and whatever the file system says.
   void copyFileAtPath(const std::string& source, const std::string& toPath, const Data& bookmarkData,
                       Completion completion);
-  /// The same with the job's own handlers; 0 when it was not taken.
+  /// The same with the job's own handlers; 0 when it was not taken. A copy to be verified is compared with
+  /// its source, read back from the disk, before it appears; EIO when they differ.
   JobID copyFileAtPath(const std::string& source, const std::string& toPath, const Data& bookmarkData,
-                       ProgressHandler progress, ReportHandler report, Completion completion);
+                       bool verify, ProgressHandler progress, ReportHandler report, Completion completion);
 
   /// Stops the running job; its report carries ECANCELED. Returns at once.
   void cancel();

@@ -23,6 +23,9 @@ class TQImportAsset {
   /// An "rmd" side file that is copied as a file of its own.
   bool isSeparateRMDFile = false;
   Dictionary xmlDataDict;
+  /// Compare the copy with the source, read back from the disk, and keep its digest with the asset, under the
+  /// key "checksum". Without a copy there is nothing to compare.
+  bool verifiesCopy = false;
 };
 
 /// The destination folders of one batch, as absolute paths.

@@ -5,6 +5,8 @@
 #include <vornex/Types.h>
 
 #include <map>
+#include <memory>
+#include <mutex>
 #include <vector>
 
 namespace vornex {
@@ -14,6 +16,9 @@ inline constexpr std::int64_t kProjectTypeGroup = 1;
 
 /// How a file enters a library.
 enum class ImportType : std::int64_t { reference = 0, copy = 1 };
+
+class ImportBatch;
+class REDFolders;
 
 /// One node of a library's project tree: a project at the top, a group below it.
 ///
@@ -164,6 +169,12 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   void extractThumbnail(const std::string& source, const std::string& toPath, Completion completion);
   /// Writes the preview that a large or referenced image needs; blocks.
   void extractPreviewImageFromAsset(const AssetPtr& asset);
+  /// Readers of what a file tells about itself; they block. An image's XMP, and where it was taken.
+  static void addXMPDataWithAsset(const AssetPtr& asset, const std::string& srcPath);
+  /// Replaces the media information; empty when the file tells none.
+  static void addMediaInfoWithAsset(const AssetPtr& asset, const std::string& srcPath);
+  /// Of RED clips alone.
+  static void addRedMetaDataWithAsset(const AssetPtr& asset, const std::string& srcPatch);
   /// Names of RED clips: see the operations of the same meaning in src/import/FileNames.h.
   static OptionalString reelNameForREDFileName(const OptionalString& name);
   static OptionalString availableREDFolderNameWithPath(const OptionalString& dir,
@@ -171,8 +182,9 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   static OptionalString referenceREDFileFromFolderPath(const OptionalString& folder,
                                                        const OptionalString& targetDir);
 
-  /// Source folder of RED clips to the folder chosen for its copy; present while a batch runs.
-  std::optional<std::map<std::string, std::string>> availableTargetREDFolders;
+  /// Source folder of RED clips to the folder chosen for its copy, of the batch started last; absent when
+  /// that has ended. Safe on any thread.
+  std::optional<std::map<std::string, std::string>> availableTargetREDFolders() const;
 
   std::weak_ptr<TQLibrary> library;
   std::weak_ptr<TQProject> rootProject;
@@ -201,6 +213,10 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
 
   static const ArchivedClass archivedClass_;
   bool isClaimed_ = false;
+
+  mutable std::mutex redFoldersMutex_;
+  std::shared_ptr<const REDFolders> redFolders_;
+  friend class ImportBatch;
 
   friend class TQLibrary;
 };

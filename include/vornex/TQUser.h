@@ -3,14 +3,15 @@
 #include <vornex/KeyedArchive.h>
 #include <vornex/Types.h>
 
+#include <mutex>
 #include <vector>
 
 namespace vornex {
 
 /// A person known to a server, with the libraries assigned to that person.
 ///
-/// Thread-safety: the operations that change a user hold the monitor of TQUserManager's list, and so does
-/// writing "users.plist". Who sets a field by hand does so while no other thread uses the user.
+/// Thread-safety: the operations are safe on any thread and never wait for a file that another thread writes.
+/// Who uses a field by hand does so while no other thread changes the user.
 class TQUser : public Archivable {
  public:
   /// Stores the values unchanged: nothing is hashed.
@@ -30,7 +31,8 @@ class TQUser : public Archivable {
 
   /// Whether the database name is among the libraries.
   bool findLibraryName(const std::string& dbName) const;
-  /// Assigns or takes away libraries, then (adding only) saves the users file.
+  /// Assigns or takes away libraries, then (adding only) saves the users file. A library without the text
+  /// that is needed is logged and ends the assigning; those before it stay.
   void addLibraries(const std::vector<LibraryPtr>& libraries);
   void removeLibraries(const std::vector<LibraryPtr>& libraries);
 
@@ -46,6 +48,14 @@ class TQUser : public Archivable {
   OptionalString password;
   /// Database name to library name.
   Dictionary libraries;
+
+ private:
+  friend class TQUserManager;
+  OptionalString currentName() const;
+  void assign(const std::string& dbName, const std::string& libraryName);
+
+  /// Held by the operations while they use the fields.
+  mutable std::mutex fields_;
 };
 
 }  // namespace vornex

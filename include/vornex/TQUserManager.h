@@ -33,15 +33,16 @@ class TQUserManager {
   /// A snapshot, in list order.
   std::vector<UserPtr> users() const;
 
-  /// Takes the user with the clear password and keeps its MD5 string. Errors: 10000 no user, 10002 the ID is
-  /// taken, 10003 the file could not be written; the user stays in the list then. Called back on the caller's
-  /// thread.
+  /// Takes the user with the clear password and keeps its MD5 string. Errors: 10000 no user, or one without
+  /// ID or password; 10002 the ID is taken; 10003 the file could not be written, and the user stays in the
+  /// list. Called back on the caller's thread.
   void createUser(UserPtr user, Completion completion);
 
   /// Errors: 10000 an empty list, 10003 the file could not be written. Called back on the caller's thread.
   void deleteUsers(const std::vector<UserPtr>& users, Completion completion);
 
-  /// By name, byte by byte; users without a name come first.
+  /// By the code points of the name, letters with accents after the letter alone however they are encoded;
+  /// users without a name come first.
   static std::vector<UserPtr> sortedUsers(std::vector<UserPtr> users);
 
   /// The local account password and its MD5 string; absent until the local service has been launched.
@@ -52,9 +53,9 @@ class TQUserManager {
  private:
   TQUserManager();
   ~TQUserManager() = delete;
-  /// Runs a change of users while the list's monitor is held.
-  void changeUsers(const std::function<void()>& change);
   friend class TQUser;
+  /// Error 10003, logged under the operation's name, when the file cannot be written.
+  void saveAndComplete(const char* operation, const Completion& completion);
   struct State;
   const std::unique_ptr<State> state_;
 };

@@ -5,8 +5,7 @@
 
 #include "core/Coercion.h"
 #include "core/DateNumber.h"
-#include "platform/MediaInformation.h"
-#include "platform/Xmp.h"
+#include "platform/ContainedMedia.h"
 
 namespace vornex {
 
@@ -217,17 +216,17 @@ void TQAsset::setTags(std::vector<std::string> newTags) {
 }
 
 std::optional<Dictionary> TQAsset::xmpMetaWithPath(const std::string& path) const {
-  return xmpMetadata(path);
+  return contained::xmpMetadata(path);
 }
 
 std::optional<Dictionary> TQAsset::mediaInfoWithPath(const std::string& path) const {
   switch (type) {
     case kAssetTypeVideo:
-      return videoInformation(path);
+      return contained::videoInformation(path);
     case kAssetTypeAudio:
-      return audioInformation(path);
+      return contained::audioInformation(path);
     case kAssetTypeImage:
-      return imageInformation(path);
+      return contained::imageInformation(path);
     default:
       return std::nullopt;
   }

@@ -150,6 +150,9 @@ void addImportCommand(CLI::App& app, Arguments& arguments) {
   import->add_option("--tags", command->tags, "Tags for every file, separated by commas")
       ->delimiter(',')
       ->allow_extra_args(false);
+  import->add_option("--importer", command->importer, "Who imports, as kept with every file");
+  import->add_flag("--verify", command->verify,
+                   "Compare every copy with its file, read back from the disk, and keep its digest");
   import
       ->add_flag("--resume", command->resume,
                  "Skip what the library holds already, judged by path, size and modification time")

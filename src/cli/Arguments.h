@@ -90,6 +90,8 @@ struct ImportCommand {
   bool reference = false;
   OptionalString target;
   std::vector<std::string> tags;
+  OptionalString importer;
+  bool verify = false;
   bool resume = false;
   bool hidden = false;
 };

@@ -12,6 +12,7 @@
 
 #include "cli/Paths.h"
 #include "foundation/Files.h"
+#include "foundation/Text.h"
 
 namespace vornex::cli {
 namespace {
@@ -62,6 +63,7 @@ class Walk {
   void visitFolder(const std::string& path, const struct stat& status) {
     if (excluded_.contains(identity(status))) return skip(path, "a library's own folder");
     if (!walked_.insert(identity(status)).second) return skip(path, "leads to a folder already taken");
+    const std::size_t first = result.files.size();
     for (const std::string& name : entries(path)) {
       if (name.starts_with('.') && !options_.hidden) {
         ++result.hiddenCount;
@@ -69,6 +71,19 @@ class Walk {
         visit(appendPathComponent(path, name));
       }
     }
+    if (options_.clipFoldersWhole && lowercased(pathExtension(path)) == "rdc") foldClip(path, status, first);
+  }
+
+  /// Puts the folder into the place of what was found in it, if that is a clip.
+  void foldClip(const std::string& path, const struct stat& status, std::size_t first) {
+    FoundFile clip{path, 0, milliseconds(status.st_mtim)};
+    for (std::size_t i = first; i < result.files.size(); ++i) {
+      clip.size += result.files[i].size;
+      clip.isClipFolder |= lowercased(pathExtension(result.files[i].path)) == "r3d";
+    }
+    if (!clip.isClipFolder) return;
+    result.files.resize(first);
+    result.files.push_back(std::move(clip));
   }
 
   std::vector<std::string> entries(const std::string& path) {

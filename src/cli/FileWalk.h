@@ -12,6 +12,8 @@ struct FoundFile {
   std::uint64_t size = 0;
   /// Modification time in milliseconds since 1970.
   std::int64_t modified = 0;
+  /// A folder that holds one RED clip with its parts and side files.
+  bool isClipFolder = false;
 };
 
 /// A place that the walk could not take, or passed over on purpose, and why.
@@ -22,6 +24,8 @@ struct WalkNote {
 
 struct WalkOptions {
   bool hidden = false;
+  /// Takes the folder of a RED clip as one item instead of the files in it.
+  bool clipFoldersWhole = false;
   /// Folders that are never entered, links to them included: the libraries' own package folders.
   std::vector<std::string> excludedFolders = {};
 };

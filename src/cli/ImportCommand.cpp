@@ -100,7 +100,9 @@ Result<void> run(const ImportCommand& command, Host& host, const Output& output)
   ImportCommand absolute = command;
   if (command.target) absolute.target = absolutePath(*command.target);
 
-  WalkResult walk = findFiles(command.paths, {.hidden = command.hidden, .excludedFolders = ownFolders()});
+  WalkResult walk = findFiles(command.paths, {.hidden = command.hidden,
+                                              .clipFoldersWhole = command.target.has_value(),
+                                              .excludedFolders = ownFolders()});
   reportWalk(walk, output);
   std::uint64_t held = 0;
   if (command.resume) {

@@ -93,7 +93,11 @@ std::vector<ImportAssetPtr> ImportRun::items() const {
   for (const Task& task : tasks_) {
     items.push_back(TQImportAsset::importAssetWithPath(task.file.path));
     items.back()->isSeparateRMDFile = isSideFile(task.file.path);
+    items.back()->isREDFile = task.file.isClipFolder;
+    items.back()->fileSize = static_cast<std::int64_t>(task.file.size);
+    items.back()->verifiesCopy = command_.verify;
     if (!tags.empty()) items.back()->metaData.set("tags", tags);
+    if (command_.importer) items.back()->metaData.set("importer", *command_.importer);
   }
   return items;
 }

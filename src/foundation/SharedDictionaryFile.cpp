@@ -11,24 +11,23 @@
 
 namespace vornex {
 
-static Result<Dictionary> readOrSetAside(const std::string& path) {
-  if (!itemExists(path)) return Dictionary();
+static Result<std::optional<Dictionary>> readOrSetAside(const std::string& path) {
+  if (!itemExists(path)) return std::nullopt;
   Result<Dictionary> file = readDictionaryFile(path);
-  if (file || file.error().domain == "posix") return file;
+  if (file) return std::move(*file);
+  if (file.error().domain == "posix") return tl::unexpected(file.error());
   std::string aside = path + ".damaged";
   if (std::rename(path.c_str(), aside.c_str()) != 0) return posixFailure(errno, "move aside " + path);
   logLine(LogLevel::error, file.error().message + "; kept as " + aside);
-  return Dictionary();
+  return std::nullopt;
 }
 
-Result<void> changeDictionaryFile(const std::string& path, const std::function<void(Dictionary&)>& change,
-                                  unsigned mode) {
+Result<void> changeDictionaryFile(const std::string& path, const DictionaryChange& change, unsigned mode) {
   Result<FileLock> lock = FileLock::acquire(path);
   if (!lock) return tl::unexpected(lock.error());
-  Result<Dictionary> content = readOrSetAside(path);
-  if (!content) return tl::unexpected(content.error());
-  change(*content);
-  Result<std::string> bytes = writePropertyList(*content);
+  Result<std::optional<Dictionary>> present = readOrSetAside(path);
+  if (!present) return tl::unexpected(present.error());
+  Result<std::string> bytes = writePropertyList(change(std::move(*present)));
   if (!bytes) return tl::unexpected(bytes.error());
   return writeFileAtomically(path, *bytes, mode);
 }

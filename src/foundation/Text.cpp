@@ -111,6 +111,15 @@ std::string foldedText(std::string_view text) {
   return U_FAILURE(status) ? asciiLowercased(text) : utf8(composed);
 }
 
+std::string decomposed(std::string_view text) {
+  if (isAscii(text)) return std::string(text);
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* nfd = icu::Normalizer2::getNFDInstance(status);
+  if (U_FAILURE(status)) return std::string(text);
+  icu::UnicodeString result = nfd->normalize(unicode(text), status);
+  return U_FAILURE(status) ? std::string(text) : utf8(result);
+}
+
 std::string lowercased(std::string_view text) {
   if (isAscii(text)) return asciiLowercased(text);
   return utf8(unicode(text).toLower(icu::Locale::getRoot()));

@@ -17,6 +17,8 @@ bool isValidUtf8(std::string_view text);
 std::string validUtf8(std::string_view text);
 /// Unicode full case folding of the NFC form, for matching without regard to case or composition.
 std::string foldedText(std::string_view text);
+/// The canonically decomposed form (NFD): equal for texts that differ in composition only.
+std::string decomposed(std::string_view text);
 std::string lowercased(std::string_view text);
 std::string trimmedWhitespace(std::string_view text);
 /// Whether the texts are equal under the user's collation ("localizedCompare" giving "same").

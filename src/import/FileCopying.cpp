@@ -17,7 +17,7 @@ static std::string unreadableReason(const std::string& source) {
   return reason == 0 ? source : posixFailure(reason, source).value().message;
 }
 
-TQCopyInterface::JobID startCopy(const std::string& source, const std::string& target,
+TQCopyInterface::JobID startCopy(const std::string& source, const std::string& target, bool verify,
                                  TQCopyInterface::ProgressHandler progress,
                                  TQCopyInterface::ReportHandler report, Completion completion) {
   std::optional<Data> bookmark = TQBookmarkUtil::sharedInstance().bookmarkDataFromFilePath(source);
@@ -29,7 +29,7 @@ TQCopyInterface::JobID startCopy(const std::string& source, const std::string& t
     return 0;
   }
   return TQLibraryManager::sharedManager().copyInterface().copyFileAtPath(
-      source, target, *bookmark, std::move(progress), std::move(report), std::move(completion));
+      source, target, *bookmark, verify, std::move(progress), std::move(report), std::move(completion));
 }
 
 }  // namespace vornex

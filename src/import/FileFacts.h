@@ -15,6 +15,8 @@ struct FileFacts {
   Date modified;
   /// The time of modification where the file system keeps no time of birth.
   Date created;
+
+  bool operator==(const FileFacts&) const = default;
 };
 
 /// Absent when the file cannot be reached.

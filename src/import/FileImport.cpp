@@ -12,6 +12,7 @@
 #include "import/FileNames.h"
 #include "import/ImportError.h"
 #include "import/PackagePath.h"
+#include "import/Thumbnail.h"
 
 namespace vornex {
 
@@ -41,11 +42,24 @@ void FileImport::cancel() {
 // Names and checks
 
 std::string FileImport::freeMasterName(const std::string& name) const {
+  const std::string& folder = request_.folder->masterPath;
   // A name that the journal still holds belongs to a record that may exist without its file.
   const std::string& packageFolder = request_.library->packageFolder.value_or("");
-  return availableFileName(name, [&](const std::string& candidate) {
-    std::string path = appendPathComponent(request_.folder->masterPath, candidate);
+  auto isTaken = [&](const std::string& candidate) {
+    std::string path = appendPathComponent(folder, candidate);
     return itemExists(path) || journal_->isPending(packageRelativePath(path, packageFolder).value_or(""));
+  };
+  return request_.names ? request_.names->available(folder, name, isTaken) : availableFileName(name, isTaken);
+}
+
+/// The master's name and the suffix. An image's preview goes without the suffix: where the name had to be cut
+/// for it, another preview may have that name already.
+std::string FileImport::freeNameBeside(const std::string& directory, const char* suffix) const {
+  std::string name = fittingFileName(*masterName_, suffix);
+  bool isCut = name.size() < masterName_->size() + std::string_view(suffix).size();
+  return availableFileName(name, [&](const std::string& candidate) {
+    std::string path = appendPathComponent(directory, candidate);
+    return itemExists(path) || (isCut && itemExists(deletingPathExtension(path)));
   });
 }
 
@@ -62,17 +76,12 @@ bool FileImport::nameFiles() {
     noteReference();
   }
   if (!folder || !request_.library) return true;
-  std::string name = recordText(lastPathComponent(*request_.source));
+  std::string name = fittingName(recordText(lastPathComponent(*request_.source)));
   bool takesNameAsItIs = !isReference() && !request_.doCopy;
   masterName_ = takesNameAsItIs ? name : freeMasterName(name);
   masterFull_ = appendPathComponent(folder->masterPath, *masterName_);
-  auto beside = [&](const std::string& directory, const char* suffix) {
-    OptionalString free =
-        TQProject::availableFileNameWithPath(directory, fittingFileName(*masterName_, suffix));
-    return appendPathComponent(directory, *free);
-  };
-  thumbnailFull_ = beside(folder->thumbnailPath, ".jpg");
-  previewFull_ = beside(folder->previewPath, ".mp4");
+  thumbnailFull_ = appendPathComponent(folder->thumbnailPath, freeNameBeside(folder->thumbnailPath, ".jpg"));
+  previewFull_ = appendPathComponent(folder->previewPath, freeNameBeside(folder->previewPath, ".mp4"));
   return true;
 }
 
@@ -82,8 +91,7 @@ void FileImport::chooseREDFolder() {
   redTarget_ =
       TQProject::availableREDFolderNameWithPath(request_.targetFolder, recordText(lastPathComponent(source)));
   redFile_ = TQProject::referenceREDFileFromFolderPath(source, redTarget_);
-  if (request_.project->availableTargetREDFolders && redTarget_)
-    (*request_.project->availableTargetREDFolders)[source] = *redTarget_;
+  if (request_.redFolders && redTarget_) request_.redFolders->choose(source, *redTarget_);
   if (!redFile_) return;
   AssetPtr clip = request_.project->createAssetWithSrcPath(*redFile_, {}, {}, {});
   if (!clip) return;
@@ -143,26 +151,11 @@ void FileImport::describe() {
   asset_->importFromPath = recordText(*request_.source);
 }
 
-static void addLocation(TQAsset& asset, const Dictionary& xmp) {
-  const Value* exif = xmp.find("exif");
-  if (!exif) return;
-  OptionalString latitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLatitude"));
-  OptionalString longitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLongitude"));
-  if (!latitude || !longitude) return;
-  asset.hasLocation = true;
-  asset.latitude = TQVornexUtil::convertFromGPSString(*latitude);
-  asset.longitude = TQVornexUtil::convertFromGPSString(*longitude);
-}
-
 void FileImport::readMetadata() {
   const std::string& source = *request_.source;
-  if (asset_->type == kAssetTypeImage) {
-    if (std::optional<Dictionary> xmp = asset_->xmpMetaWithPath(source)) {
-      addLocation(*asset_, *xmp);
-      asset_->setXMPData(std::move(*xmp));
-    }
-  }
-  asset_->mediaInfo = asset_->mediaInfoWithPath(source).value_or(Dictionary());
+  TQProject::addXMPDataWithAsset(asset_, source);
+  TQProject::addMediaInfoWithAsset(asset_, source);
+  TQProject::addRedMetaDataWithAsset(asset_, source);
 
   if (!asset_->metaDataDictionary) asset_->metaDataDictionary.emplace();
   Dictionary& metadata = *asset_->metaDataDictionary;
@@ -177,11 +170,9 @@ void FileImport::readMetadata() {
 
 // Where the clip went with which this file travels; absent for every other file.
 OptionalString FileImport::folderOfTravellingSideFile() const {
-  const auto& folders = request_.project->availableTargetREDFolders;
-  if (request_.doCopy || !folders || lowercased(pathExtension(*request_.source)) != "rmd")
-    return std::nullopt;
-  auto found = folders->find(deletingLastPathComponent(*request_.source));
-  return found == folders->end() ? OptionalString() : OptionalString(found->second);
+  bool travels = !request_.doCopy && lowercased(pathExtension(*request_.source)) == "rmd";
+  if (!travels || !request_.redFolders) return std::nullopt;
+  return request_.redFolders->chosenFor(deletingLastPathComponent(*request_.source));
 }
 
 void FileImport::chooseTarget() {
@@ -229,19 +220,21 @@ void FileImport::placeByCopy(const std::string& target) {
   asset_->copyProgressHandler = [self](double percent, std::int64_t bytes) {
     self->progress(percent, bytes);
   };
-  asset_->copyReportHandler = [self](const Value&, const TQErrorPtr& error) {
-    self->guarded([&] { self->copyEnded(error); });
+  asset_->copyReportHandler = [self](const Value& result, const TQErrorPtr& error) {
+    self->guarded([&] { self->copyEnded(result, error); });
   };
-  copyJob_ = startCopy(*request_.source, target, asset_->copyProgressHandler, asset_->copyReportHandler,
-                       [self](bool started, const TQErrorPtr& error) {
+  bool verify = request_.item && request_.item->verifiesCopy;
+  copyJob_ = startCopy(*request_.source, target, verify, asset_->copyProgressHandler,
+                       asset_->copyReportHandler, [self](bool started, const TQErrorPtr& error) {
                          if (!started) self->fail(error);
                        });
   // A cancel that came before the job had its number has not reached the job.
   if (cancelled_) cancel();
 }
 
-void FileImport::copyEnded(const TQErrorPtr& error) {
+void FileImport::copyEnded(const Value& result, const TQErrorPtr& error) {
   if (error) return fail(error);
+  if (const Value* checksum = result.find("checksum")) asset_->metaDataDictionary->set("checksum", *checksum);
   if (!isReference()) {
     placedFiles_ = true;
     return createRecord();
@@ -253,6 +246,7 @@ void FileImport::linkToTarget() {
   const ImportAssetPtr& item = request_.item;
   if (item && item->isREDFile && redFile_) {
     target_ = redFile_;
+    TQProject::addRedMetaDataWithAsset(asset_, *target_);
     Dictionary& metadata = *asset_->metaDataDictionary;
     if (std::optional<Dictionary> record = asset_->assetDictionary()) metadata.merge(*record);
     metadata.set("name", Value(asset_->name()));
@@ -298,10 +292,23 @@ void FileImport::createRecord() {
 void FileImport::recordEnded(const TQErrorPtr& error) {
   if (error) return fail(error);
   mayHaveLostRecord_ = false;
-  request_.project->extractThumbnail(
-      linkSource_, *thumbnailFull_, [self = shared_from_this()](bool, const TQErrorPtr&) {
-        self->guarded([&] { self->end(100.0, static_cast<std::int64_t>(self->asset_->fileSize), nullptr); });
-      });
+  makeThumbnail();
+}
+
+void FileImport::makeThumbnail() {
+  auto made = [self = shared_from_this()](bool, const TQErrorPtr&) {
+    self->guarded([&] { self->end(100.0, static_cast<std::int64_t>(self->asset_->fileSize), nullptr); });
+  };
+  const auto& pictures = request_.pictures;
+  if (!pictures || pictures->source() != linkSource_)
+    return request_.project->extractThumbnail(linkSource_, *thumbnailFull_, made);
+  bool written = false;
+  try {
+    written = writeThumbnail(linkSource_, pictures->get().thumbnail, *thumbnailFull_);
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error, "extractThumbnail exception : " + std::string(exception.what()));
+  }
+  made(written, nullptr);
 }
 
 // The callback

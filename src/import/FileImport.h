@@ -8,7 +8,10 @@
 #include <memory>
 #include <string>
 
+#include "import/FileNames.h"
+#include "import/FilePictures.h"
 #include "import/ImportJournal.h"
+#include "import/REDFolders.h"
 
 namespace vornex {
 
@@ -29,6 +32,11 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
     bool doCopy = true;
     ImportType type = ImportType::copy;
     ImportAssetPtr item;
+    /// What the files of one batch share; each may be null.
+    std::shared_ptr<REDFolders> redFolders = nullptr;
+    std::shared_ptr<NameSearch> names = nullptr;
+    /// The source's pictures on their way.
+    std::shared_ptr<FilePictures> pictures = nullptr;
   };
 
   /// The journal gets an entry before a file is placed; ending the entry is the owner's part.
@@ -61,14 +69,16 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   void placeByCopy(const std::string& target);
   void placeByLink();
   void linkToTarget();
-  void copyEnded(const TQErrorPtr& error);
+  void copyEnded(const Value& result, const TQErrorPtr& error);
   void createRecordOfLink();
   void createRecord();
   void recordEnded(const TQErrorPtr& error);
+  void makeThumbnail();
 
   bool isReference() const { return request_.type != ImportType::copy; }
   bool copiesToTarget() const { return isReference() && request_.shouldIndexing; }
   std::string freeMasterName(const std::string& name) const;
+  std::string freeNameBeside(const std::string& directory, const char* suffix) const;
 
   void progress(double percent, std::int64_t bytes);
   void end(double percent, std::int64_t bytes, const TQErrorPtr& error);

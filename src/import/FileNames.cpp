@@ -39,17 +39,36 @@ std::string fittingFileName(std::string_view name, std::string_view suffix) {
   return std::string(name).append(suffix);
 }
 
+std::string fittingName(const std::string& name) {
+  if (name.size() <= kLongestName) return name;
+  std::string extension = pathExtension(name);
+  bool isPlausible = !extension.empty() && extension.size() < kLongestName / 4;
+  return isPlausible ? fittingFileName(deletingPathExtension(name), "." + extension)
+                     : fittingFileName(name, "");
+}
+
+static std::string numbered(const std::string& name, int number) {
+  return fittingFileName(deletingPathExtension(name), fmt::format(" {}.{}", number, pathExtension(name)));
+}
+
+/// The first number from `number` on that is not taken, at most the last one.
+static int freeNumber(const std::string& name, int number,
+                      const std::function<bool(const std::string&)>& isTaken) {
+  while (number < kLastNumber && isTaken(numbered(name, number))) ++number;
+  return number;
+}
+
 std::string availableFileName(const std::string& name,
                               const std::function<bool(const std::string&)>& isTaken) {
+  return isTaken(name) ? numbered(name, freeNumber(name, 1, isTaken)) : name;
+}
+
+std::string NameSearch::available(const std::string& folder, const std::string& name,
+                                  const std::function<bool(const std::string&)>& isTaken) {
   if (!isTaken(name)) return name;
-  std::string stem = deletingPathExtension(name);
-  std::string extension = pathExtension(name);
-  std::string candidate;
-  for (int number = 1; number <= kLastNumber; ++number) {
-    candidate = fittingFileName(stem, fmt::format(" {}.{}", number, extension));
-    if (!isTaken(candidate)) break;
-  }
-  return candidate;
+  int& last = lastNumbers_[appendPathComponent(folder, name)];
+  last = freeNumber(name, std::min(last + 1, kLastNumber), isTaken);
+  return numbered(name, last);
 }
 
 static bool isDigit(char c) {

@@ -3,6 +3,7 @@
 #include <vornex/Value.h>
 
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -21,6 +22,24 @@ std::string fittingFileName(std::string_view name, std::string_view suffix);
 /// one, taken or not. A name without extension gets the dot all the same.
 std::string availableFileName(const std::string& name,
                               const std::function<bool(const std::string&)>& isTaken);
+
+/// The name, cut before its extension so that it fits in one file name.
+std::string fittingName(const std::string& name);
+
+/// The same search for many files that go into the same folders: a name that many of them have is not looked
+/// for from its first number every time.
+///
+/// Thread-safety: none; one owner.
+class NameSearch {
+ public:
+  /// As availableFileName. Numbers that were given out are not looked at again, even if they are free by now.
+  std::string available(const std::string& folder, const std::string& name,
+                        const std::function<bool(const std::string&)>& isTaken);
+
+ private:
+  /// The last number given out for a path.
+  std::map<std::string, int> lastNumbers_;
+};
 
 /// The reel that a RED clip file belongs to: the name before "_" and the part number, absent without one.
 OptionalString reelName(const std::string& fileName);

@@ -11,9 +11,12 @@
 #include <thread>
 
 #include "core/Coercion.h"
+#include "core/StatusCode.h"
+#include "core/TypeTables.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "import/PackagePath.h"
+#include "import/Thumbnail.h"
 
 namespace vornex {
 
@@ -29,13 +32,10 @@ ImportBatch::ImportBatch(ProjectPtr project, LibraryPtr library, ImportType type
       journal_(std::make_shared<ImportJournal>(importJournalFolder(*library_->packageFolder))) {}
 
 void ImportBatch::start(std::vector<ImportAssetPtr> items) {
-  claimFolder();
-  if (targetFolder_) {
-    // Tells recovery, in this process and others, that unfinished copies in the folder may be alive.
-    targetClaim_ = FileDescriptor(::open(targetFolder_->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (targetClaim_) ::flock(targetClaim_.get(), LOCK_SH);
+  {
+    std::lock_guard lock(project_->redFoldersMutex_);
+    project_->redFolders_ = redFolders_;
   }
-  project_->availableTargetREDFolders.emplace();
   GlobalQueue::shared().async([self = shared_from_this(), items = std::move(items)] { self->run(items); });
 }
 
@@ -50,20 +50,43 @@ void ImportBatch::claimFolder() {
   }
 }
 
+void ImportBatch::claimTarget() {
+  if (!targetFolder_) return;
+  // Tells recovery, in this process and others, that unfinished copies in the folder may be alive.
+  targetClaim_ = FileDescriptor(::open(targetFolder_->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (targetClaim_) ::flock(targetClaim_.get(), LOCK_SH);
+}
+
 void ImportBatch::run(const std::vector<ImportAssetPtr>& items) {
+  claimFolder();
+  claimTarget();
   recover();
-  for (const ImportAssetPtr& item : items) {
-    if (!item || !item->path || stop_) break;
-    importFile(item);
+  std::shared_ptr<FilePictures> ahead;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    if (!items[i] || !items[i]->path || stop_) break;
+    std::shared_ptr<FilePictures> pictures = ahead ? std::move(ahead) : picturesAhead(items[i]);
+    // While this file is copied and recorded, the next one's pictures are on their way.
+    if (i + 1 < items.size()) ahead = picturesAhead(items[i + 1]);
+    importFile(items[i], std::move(pictures));
     ++finishedCount_;
   }
-  project_->availableTargetREDFolders.reset();
+  {
+    std::lock_guard lock(project_->redFoldersMutex_);
+    if (project_->redFolders_ == redFolders_) project_->redFolders_ = nullptr;
+  }
   bool isUnsettled = journal_->hasPending();
   journal_->close();
   folderClaim_.close();
   targetClaim_.close();
   if (isUnsettled) recover();
   if (completion_) completion_(true, nullptr);
+}
+
+/// Null for what has no picture, or gets it from elsewhere.
+std::shared_ptr<FilePictures> ImportBatch::picturesAhead(const ImportAssetPtr& item) const {
+  if (!item || !item->path || isDirectory(*item->path)) return nullptr;
+  std::int64_t type = TypeTables::shared().assetType(pathExtension(*item->path));
+  return FilePictures::start(*item->path, type == kAssetTypeImage);
 }
 
 void ImportBatch::recover() {
@@ -73,10 +96,11 @@ void ImportBatch::recover() {
             "recoverInterruptedImports: " + (error ? error->description() : "not settled"));
 }
 
-void ImportBatch::importFile(const ImportAssetPtr& item) {
+void ImportBatch::importFile(const ImportAssetPtr& item, std::shared_ptr<FilePictures> pictures) {
+  pictures_ = std::move(pictures);
   bool isSideFile = lowercased(pathExtension(*item->path)) == "rmd" && !item->isSeparateRMDFile;
-  FileImport::Request request{project_,        library_,    folder_, item->path, targetFolder_,
-                              shouldIndexing_, !isSideFile, type_,   item};
+  FileImport::Request request{project_,    library_, folder_, item->path,  targetFolder_, shouldIndexing_,
+                              !isSideFile, type_,    item,    redFolders_, names_,        pictures_};
   auto changed = [self = shared_from_this(), item](const AssetPtr& asset, double percent, std::int64_t bytes,
                                                    bool finished, const TQErrorPtr& error) {
     self->fileChanged(item, asset, percent, bytes, finished, error);
@@ -85,6 +109,7 @@ void ImportBatch::importFile(const ImportAssetPtr& item) {
   file_->start();
   fileEnded_.acquire();
   file_.reset();
+  pictures_.reset();
 }
 
 void ImportBatch::fileChanged(const ImportAssetPtr& item, const AssetPtr& asset, double percent,
@@ -105,6 +130,10 @@ void ImportBatch::settle(const ImportAssetPtr& item, const AssetPtr& asset, bool
   if (stop_) file_->cancel();
   if (ended && !error) keep(item, asset);
   if (error && asset) asset->setImportStatus(-1);
+  // The server may still be at work on a request whose answer did not come.
+  bool isLost = error && error->code() == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
+  if (isLost && file_->mayHaveLostRecord() && asset && asset->masterPath)
+    journal_->markLost(*asset->masterPath);
   if (error || stop_)
     takeBack(asset, ended);
   else if (ended && asset && asset->masterPath)
@@ -123,13 +152,20 @@ void ImportBatch::report(const ImportAssetPtr& item, const AssetPtr& asset, doub
 
 void ImportBatch::keep(const ImportAssetPtr& item, const AssetPtr& asset) {
   if (!asset) return;
-  if (asset->type == kAssetTypeImage) project_->extractPreviewImageFromAsset(asset);
+  if (asset->type == kAssetTypeImage) makePreview(asset);
   const Value* tags = item->metaData.find("tags");
   if (!tags) return;
   std::vector<std::string> names;
   for (const Value& tag : coerce::array(tags))
     if (OptionalString name = coerce::string(&tag)) names.push_back(*name);
   asset->setTags(std::move(names));
+}
+
+void ImportBatch::makePreview(const AssetPtr& asset) {
+  if (!pictures_) return project_->extractPreviewImageFromAsset(asset);
+  OptionalString path = neededPreviewPath(*library_, *asset);
+  ImagePtr preview = path ? pictures_->get().preview : nullptr;
+  if (preview) preview->saveJPEGWithPath(*path);
 }
 
 void ImportBatch::takeBack(const AssetPtr& asset, bool ended) {

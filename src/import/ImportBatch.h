@@ -23,13 +23,15 @@ class ImportBatch : public std::enable_shared_from_this<ImportBatch> {
   ImportBatch(ProjectPtr project, LibraryPtr library, ImportType type, OptionalString targetFolder,
               bool shouldIndexing, TQProject::ImportProgress progress, Completion completion);
 
-  /// Makes the batch's folders and returns; the files follow on a worker thread.
+  /// Returns at once; everything follows on a worker thread.
   void start(std::vector<ImportAssetPtr> items);
 
  private:
   void claimFolder();
+  void claimTarget();
   void run(const std::vector<ImportAssetPtr>& items);
-  void importFile(const ImportAssetPtr& item);
+  void importFile(const ImportAssetPtr& item, std::shared_ptr<FilePictures> pictures);
+  std::shared_ptr<FilePictures> picturesAhead(const ImportAssetPtr& item) const;
   void recover();
 
   void fileChanged(const ImportAssetPtr& item, const AssetPtr& asset, double percent, std::int64_t bytes,
@@ -38,6 +40,7 @@ class ImportBatch : public std::enable_shared_from_this<ImportBatch> {
   void report(const ImportAssetPtr& item, const AssetPtr& asset, double percent, std::int64_t bytes,
               const TQErrorPtr& error);
   void keep(const ImportAssetPtr& item, const AssetPtr& asset);
+  void makePreview(const AssetPtr& asset);
   void takeBack(const AssetPtr& asset, bool ended);
 
   const ProjectPtr project_;
@@ -48,13 +51,16 @@ class ImportBatch : public std::enable_shared_from_this<ImportBatch> {
   const TQProject::ImportProgress progress_;
   const Completion completion_;
 
+  const std::shared_ptr<REDFolders> redFolders_ = std::make_shared<REDFolders>();
+  const std::shared_ptr<NameSearch> names_ = std::make_shared<NameSearch>();
   AssetFolderPtr folder_;
   /// Held with flock(2) while the batch runs, so that no other batch places files in the same folder.
   FileDescriptor folderClaim_;
   FileDescriptor targetClaim_;
   const std::shared_ptr<ImportJournal> journal_;
-  /// The file in flight.
+  /// The file in flight, and its pictures.
   std::shared_ptr<FileImport> file_;
+  std::shared_ptr<FilePictures> pictures_;
 
   std::atomic<bool> stop_ = false;
   std::atomic<std::int64_t> finishedCount_ = 0;

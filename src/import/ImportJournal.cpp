@@ -7,6 +7,7 @@
 #include <vornex/Log.h>
 
 #include <cerrno>
+#include <ctime>
 #include <filesystem>
 
 #include "core/Coercion.h"
@@ -107,6 +108,13 @@ void ImportJournal::end(const std::string& masterPath) {
   if (!written) logLine(LogLevel::warning, "import journal: " + written.error().message);
 }
 
+void ImportJournal::markLost(const std::string& masterPath) {
+  std::lock_guard lock(mutex_);
+  if (!pending_.contains(masterPath)) return;
+  Result<void> written = append({{"lost", masterPath}, {"time", static_cast<std::int64_t>(::time(nullptr))}});
+  if (!written) logLine(LogLevel::warning, "import journal: " + written.error().message);
+}
+
 bool ImportJournal::isPending(const std::string& masterPath) const {
   std::lock_guard lock(mutex_);
   return pending_.contains(masterPath);
@@ -135,6 +143,18 @@ std::vector<ImportJournalEntry> pendingEntries(std::string_view journal) {
   return entries;
 }
 
+/// When the last answer was lost, as the journal tells it.
+static std::int64_t lastLoss(std::string_view journal) {
+  std::int64_t last = 0;
+  while (!journal.empty()) {
+    std::size_t end = std::min(journal.find('\n'), journal.size());
+    Result<Value> line = parseJson(journal.substr(0, end));
+    journal.remove_prefix(std::min(end + 1, journal.size()));
+    if (line && line->find("lost")) last = std::max(last, coerce::integer(line->find("time")));
+  }
+  return last;
+}
+
 std::vector<FoundJournal> FoundJournal::inFolder(const std::string& folder) {
   std::vector<FoundJournal> journals;
   std::error_code error;
@@ -153,9 +173,17 @@ std::vector<FoundJournal> FoundJournal::inFolder(const std::string& folder) {
       continue;
     }
     journal.pending_ = pendingEntries(*text);
+    journal.lostAt_ = lastLoss(*text);
     journals.push_back(std::move(journal));
   }
   return journals;
+}
+
+bool FoundJournal::mayGetRecords() const {
+  // Twice as long as a server works on a request, and then some.
+  constexpr std::int64_t kSecondsUnderWay = 120;
+  std::int64_t age = static_cast<std::int64_t>(::time(nullptr)) - lostAt_;
+  return lostAt_ != 0 && age >= 0 && age < kSecondsUnderWay;
 }
 
 void FoundJournal::remove() {

@@ -50,6 +50,9 @@ class ImportJournal {
   /// Lets go of the file: removed when everything has ended, else left behind.
   void close();
 
+  /// The server may still make the record of a pending entry, though its client has given up waiting.
+  void markLost(const std::string& masterPath);
+
   bool isPending(const std::string& masterPath) const;
   bool hasPending() const;
 
@@ -78,6 +81,9 @@ class FoundJournal {
   /// Whether the import that writes it still runs; otherwise it is held by this object now.
   bool isRunning() const { return running_; }
   const std::vector<ImportJournalEntry>& pending() const { return pending_; }
+  /// Whether a record may still come for an entry that has been looked at: the journal is kept for another
+  /// look, when no request can be under way any more.
+  bool mayGetRecords() const;
   /// Deletes the file.
   void remove();
 
@@ -87,6 +93,8 @@ class FoundJournal {
   std::string path_;
   FileDescriptor file_;
   bool running_ = false;
+  /// Seconds since 1970 of the last answer that was lost.
+  std::int64_t lostAt_ = 0;
   std::vector<ImportJournalEntry> pending_;
 };
 

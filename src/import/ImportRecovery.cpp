@@ -45,7 +45,7 @@ TQErrorPtr ImportRecovery::run() {
       if (inUse.contains(entry.masterPath)) continue;
       if (TQErrorPtr failure = settle(entry)) return failure;
     }
-    journal.remove();
+    if (!journal.mayGetRecords()) journal.remove();
   }
   return nullptr;
 }
@@ -102,7 +102,8 @@ void ImportRecovery::makeMissingPictures(const ImportJournalEntry& entry, const 
   std::string source = inPackage(entry.masterPath);
   std::int64_t importType = coerce::integer(record.find("importtype"));
   if (importType == 0) source = TQBookmarkUtil::resolvingAliasFileWithPath(source).value_or(source);
-  if (!itemExists(inPackage(entry.thumbnailPath))) writeThumbnail(source, inPackage(entry.thumbnailPath));
+  const std::string thumbnail = inPackage(entry.thumbnailPath);
+  if (!itemExists(thumbnail)) writeThumbnail(source, thumbnail);
 
   bool mayHavePreview = coerce::integer(record.find("type")) == kAssetTypeImage && !entry.previewPath.empty();
   if (!mayHavePreview || itemExists(inPackage(entry.previewPath))) return;

@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <future>
 #include <mutex>
 
 #include "import/ImportError.h"
@@ -16,6 +17,7 @@ struct CopyJob {
   TQCopyInterface::JobID id;
   std::string source;
   std::string target;
+  bool verify = false;
   TQCopyInterface::ProgressHandler progress;
   TQCopyInterface::ReportHandler report;
   std::atomic<bool> cancelled = false;
@@ -32,29 +34,49 @@ struct TQCopyInterface::State {
   std::deque<CopyJobPtr> jobs;
 };
 
-static Result<std::uint64_t> copy(CopyJob& job) {
+// How often a running copy is looked at, and how long its source may keep it waiting.
+static constexpr std::chrono::milliseconds kLook{50};
+static constexpr std::chrono::seconds kPatience{30};
+static constexpr std::chrono::seconds kPatienceWhenCancelled{1};
+
+static Result<Copied> copy(CopyJob& job, CopyWatch& watch) {
   if (job.cancelled) return posixFailure(ECANCELED, "copy " + job.source);
-  return copyItem(job.source, job.target, [&job](std::uint64_t done, std::uint64_t total) {
+  auto progress = [&job](std::uint64_t done, std::uint64_t total) {
     if (job.progress && (done < total || done == 0)) {
       double percent = total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total);
       job.progress(percent, static_cast<std::int64_t>(done));
     }
     return !job.cancelled;
-  });
+  };
+  try {
+    return copyItem(job.source, job.target, CopyOptions{progress, &watch, job.verify});
+  } catch (const std::exception& exception) {
+    return failure("posix", ECANCELED, "copy " + job.source + ": " + exception.what());
+  }
 }
 
-static void run(CopyJob& job) {
-  Result<std::uint64_t> copied;
-  try {
-    copied = copy(job);
-  } catch (const std::exception& exception) {
-    copied = failure("posix", ECANCELED, "copy " + job.source + ": " + exception.what());
+/// The job's end, or what a person should hear about a source that does not answer any more. The thread that
+/// waits for such a source is left to it.
+static Result<Copied> watchedCopy(const CopyJobPtr& job) {
+  auto watch = std::make_shared<CopyWatch>();
+  auto promise = std::make_shared<std::promise<Result<Copied>>>();
+  auto ended = promise->get_future();
+  GlobalQueue::shared().async([job, watch, promise] { promise->set_value(copy(*job, *watch)); });
+  while (ended.wait_for(kLook) != std::future_status::ready) {
+    bool cancelled = job->cancelled;
+    if (!watch->abandonIfStuck(cancelled ? kPatienceWhenCancelled : kPatience)) continue;
+    return posixFailure(cancelled ? ECANCELED : ETIMEDOUT, "copy " + job->source);
   }
-  if (!job.report) return;
-  if (copied)
-    job.report(static_cast<std::int64_t>(*copied), nullptr);
-  else
-    job.report(nullptr, hostError(copied.error()));
+  return ended.get();
+}
+
+static void run(const CopyJobPtr& job) {
+  Result<Copied> copied = watchedCopy(job);
+  if (!job->report) return;
+  if (!copied) return job->report(nullptr, hostError(copied.error()));
+  Dictionary result{{"bytes", copied->bytes}};
+  if (copied->digest) result.set("checksum", *copied->digest);
+  job->report(std::move(result), nullptr);
 }
 
 TQCopyInterface::TQCopyInterface() : state_(std::make_shared<State>()) {}
@@ -81,12 +103,14 @@ void TQCopyInterface::copyFileAtPath(const std::string& source, const std::strin
   ProgressHandler progress = state_->progress;
   ReportHandler report = state_->report;
   lock.unlock();
-  copyFileAtPath(source, toPath, bookmarkData, std::move(progress), std::move(report), std::move(completion));
+  copyFileAtPath(source, toPath, bookmarkData, false, std::move(progress), std::move(report),
+                 std::move(completion));
 }
 
 TQCopyInterface::JobID TQCopyInterface::copyFileAtPath(const std::string& source, const std::string& toPath,
-                                                       const Data& bookmarkData, ProgressHandler progress,
-                                                       ReportHandler report, Completion completion) {
+                                                       const Data& bookmarkData, bool verify,
+                                                       ProgressHandler progress, ReportHandler report,
+                                                       Completion completion) {
   Result<std::string> reached = resolveAccessToken(bookmarkData);
   if (!reached) {
     if (completion) completion(false, hostError(reached.error()));
@@ -95,6 +119,7 @@ TQCopyInterface::JobID TQCopyInterface::copyFileAtPath(const std::string& source
   auto job = std::make_shared<CopyJob>();
   job->source = source;
   job->target = toPath;
+  job->verify = verify;
   job->progress = std::move(progress);
   job->report = std::move(report);
 
@@ -112,8 +137,9 @@ TQCopyInterface::JobID TQCopyInterface::copyFileAtPath(const std::string& source
     while (!state->jobs.empty()) {
       CopyJobPtr next = state->jobs.front();
       jobsLock.unlock();
-      run(*next);
-      // What the handlers hold must not be released under the lock.
+      run(next);
+      // What the handlers hold must not be released under the lock. A copy that was given up may live on; it
+      // calls none of them any more.
       next->progress = nullptr;
       next->report = nullptr;
       jobsLock.lock();

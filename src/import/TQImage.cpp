@@ -10,8 +10,8 @@
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "import/Thumbnail.h"
+#include "platform/ContainedMedia.h"
 #include "platform/Images.h"
-#include "platform/Media.h"
 #include "platform/Processes.h"
 
 namespace vornex {
@@ -46,13 +46,11 @@ void TQImage::thumbnailWithPath(std::string path, Completion completion) {
 }
 
 ImagePtr TQImage::albumImageWithURL(const std::string& path) {
-  Result<Data> artwork = embeddedArtwork(path);
-  if (!artwork) return nullptr;
-  return pointer(decodeImage({reinterpret_cast<const char*>(artwork->data()), artwork->size()}));
+  return pointer(contained::artwork(path));
 }
 
 ImagePtr TQImage::videoImageWithURL(const std::string& path) {
-  return pointer(videoFrame(path, 0));
+  return pointer(contained::videoFrame(path, 0));
 }
 
 bool TQImage::saveJPEGWithPath(const std::string& path) const {
@@ -126,7 +124,7 @@ bool TQImage::ffMpegWriteThumbImageWithFrom(const OptionalString& source, const 
     ScratchFolder scratch;
     if (!scratch.exists()) return false;
     std::string frame = scratch.file("frame.jpg");
-    Result<ProcessResult> run = runProcess(program, frameArguments(*source, frame, seconds));
+    Result<ProcessResult> run = runContained(program, frameArguments(*source, frame, seconds));
     if (!run || run->signal != 0 || run->timedOut) return false;
     Result<std::string> bytes = readFile(frame);
     if (!bytes || bytes->empty()) return false;

@@ -25,8 +25,10 @@
 #include "import/ImportError.h"
 #include "import/ImportJournal.h"
 #include "import/PackagePath.h"
+#include "import/REDFolders.h"
 #include "import/Thumbnail.h"
 #include "platform/AliasFile.h"
+#include "platform/ContainedMedia.h"
 
 namespace vornex {
 
@@ -72,6 +74,11 @@ void TQProject::createAssetWithFolder(AssetFolderPtr folder, OptionalString srcP
     completion(asset, progress, bytes, finished, error);
   };
   std::make_shared<FileImport>(std::move(request), journal, std::move(report))->start();
+}
+
+std::optional<std::map<std::string, std::string>> TQProject::availableTargetREDFolders() const {
+  std::lock_guard lock(redFoldersMutex_);
+  return redFolders_ ? std::make_optional(redFolders_->all()) : std::nullopt;
 }
 
 AssetPtr TQProject::createAssetWithSrcPath(const std::string& srcPath, OptionalString masterPath,
@@ -198,7 +205,7 @@ bool TQProject::createLinkFileAtPath(const OptionalString& source, const Optiona
 
 void TQProject::copyFileAtPath(const std::string& src, const std::string& toPath, AssetPtr asset,
                                Completion completion) {
-  startCopy(src, toPath, asset->copyProgressHandler, asset->copyReportHandler, std::move(completion));
+  startCopy(src, toPath, false, asset->copyProgressHandler, asset->copyReportHandler, std::move(completion));
 }
 
 void TQProject::cancelFile() {
@@ -230,12 +237,41 @@ void TQProject::extractThumbnail(const std::string& source, const std::string& t
 
 void TQProject::extractPreviewImageFromAsset(const AssetPtr& asset) {
   LibraryPtr owner = library.lock();
-  if (!asset || !owner || !owner->packageFolder || owner->libraryType == kLibraryTypeNetwork) return;
-  if (!asset->metaDataDictionary || !needsPreview(*asset->metaDataDictionary, asset->importType)) return;
-  if (!asset->previewPath || asset->previewPath->empty()) return;
-  OptionalString master = asset->originMasterPath();
+  OptionalString preview = asset && owner ? neededPreviewPath(*owner, *asset) : std::nullopt;
+  OptionalString master = preview ? asset->originMasterPath() : std::nullopt;
   ImagePtr image = master ? previewOfFile(*master) : nullptr;
-  if (image) image->saveJPEGWithPath(appendPathComponent(*owner->packageFolder, *asset->previewPath));
+  if (image) image->saveJPEGWithPath(*preview);
+}
+
+static void addLocation(TQAsset& asset, const Dictionary& xmp) {
+  const Value* exif = xmp.find("exif");
+  if (!exif) return;
+  OptionalString latitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLatitude"));
+  OptionalString longitude = TQVornexUtil::stringValueFromObject(exif->find("GPSLongitude"));
+  if (!latitude || !longitude) return;
+  asset.hasLocation = true;
+  asset.latitude = TQVornexUtil::convertFromGPSString(*latitude);
+  asset.longitude = TQVornexUtil::convertFromGPSString(*longitude);
+}
+
+void TQProject::addXMPDataWithAsset(const AssetPtr& asset, const std::string& srcPath) {
+  if (asset->type != kAssetTypeImage) return;
+  std::optional<Dictionary> xmp = asset->xmpMetaWithPath(srcPath);
+  if (!xmp) return;
+  addLocation(*asset, *xmp);
+  asset->setXMPData(std::move(*xmp));
+}
+
+void TQProject::addMediaInfoWithAsset(const AssetPtr& asset, const std::string& srcPath) {
+  asset->mediaInfo = asset->mediaInfoWithPath(srcPath).value_or(Dictionary());
+}
+
+void TQProject::addRedMetaDataWithAsset(const AssetPtr& asset, const std::string& srcPatch) {
+  if (lowercased(pathExtension(srcPatch)) != "r3d") return;
+  if (std::optional<Dictionary> clip = contained::redInformation(srcPatch))
+    asset->redInfo = Dictionary{{"red", std::move(*clip)}};
+  if (std::optional<Dictionary> facts = contained::videoInformation(srcPatch))
+    asset->mediaInfo = std::move(facts);
 }
 
 OptionalString TQProject::reelNameForREDFileName(const OptionalString& name) {

@@ -2,9 +2,9 @@
 
 #include <vornex/TQCopyInterface.h>
 #include <vornex/TQLibraryManager.h>
+#include <vornex/TQVornexUtil.h>
 #include <vornex/TQWorkflowEngineInterface.h>
 
-#include <array>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "library/Published.h"
+#include "library/SharedList.h"
 
 namespace vornex {
 
@@ -31,8 +32,8 @@ struct TQLibraryManager::State {
   /// Serialises the changes of the list; who changes it reads, copies and publishes while holding it.
   std::recursive_mutex monitor;
   Published<LibraryList> libraries;
-  /// The rows of the local and of the network list as this process last read or wrote them.
-  std::array<Array, 2> savedRows;
+  SharedList localList{{TQVornexUtil::localLibraryPlist(), "library", "dbname"}};
+  SharedList networkList{{TQVornexUtil::networkLibraryPlist(), "library", "dbname"}};
   /// Guards the file, too.
   std::mutex networkUsersMutex;
   Dictionary networkUsers;
@@ -44,6 +45,8 @@ struct TQLibraryManager::State {
   /// Sorts and publishes.
   void publish(std::vector<LibraryPtr> next);
   void append(const std::vector<LibraryPtr>& added);
+  /// The list that holds libraries of the type.
+  SharedList& list(std::int64_t type) { return type == kLibraryTypeLocal ? localList : networkList; }
   /// The next save writes them even if another process has removed them from the file.
   void claim(const std::vector<LibraryPtr>& added);
 };

@@ -3,14 +3,18 @@
 #include <vornex/TQBookmarkUtil.h>
 
 #include <algorithm>
+#include <mutex>
+#include <utility>
 
 #include "core/Coercion.h"
 #include "core/StorageLayout.h"
+#include "foundation/FileLock.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
 #include "foundation/SharedDictionaryFile.h"
 #include "foundation/Text.h"
-#include "library/ListMerge.h"
+#include "library/Published.h"
+#include "library/SharedList.h"
 #include "platform/FolderAccess.h"
 #include "platform/Volumes.h"
 
@@ -44,6 +48,23 @@ bool logUnlessDone(const Result<void>& written) {
   return written.has_value();
 }
 
+// Whether the folder is still there and open to us; the bookmark is brought up to date then.
+bool startAccess(TQBookmark& bookmark) {
+  auto folder = resolveAccessToken(*bookmark.bookmarkData);
+  if (!folder) {
+    logLine(LogLevel::error, "SecurityScope URLByResolvingBookmarkData error:" + folder.error().message);
+    return false;
+  }
+  auto minimal = makeAccessToken(*folder);
+  if (!minimal) {
+    logLine(LogLevel::error, "Minimal URLByResolvingBookmarkData error:" + minimal.error().message);
+    return false;
+  }
+  bookmark.bookmarkMinimalData = std::move(*minimal);
+  bookmark.isAccessed = true;
+  return true;
+}
+
 // "/", "/a", "/a/b", ... up to the path itself.
 std::vector<std::string> prefixesOf(const std::string& path) {
   std::vector<std::string> prefixes;
@@ -59,6 +80,23 @@ std::vector<std::string> prefixesOf(const std::string& path) {
 }
 
 }  // namespace
+
+struct TQBookmarkUtil::State {
+  /// Held by who changes the list or the file.
+  std::recursive_mutex monitor;
+  Published<std::vector<TQBookmark>> bookmarks;
+  /// A bookmark always has a path, be it empty: a row without one is of an older writer or damaged.
+  SharedList file{{.path = layout::bookmarkPlist(),
+                   .rows = "bookmark",
+                   .identity = "filepath",
+                   .keepsNamelessRows = false}};
+
+  void append(TQBookmark bookmark) {
+    std::vector<TQBookmark> next = *bookmarks.read();
+    next.push_back(std::move(bookmark));
+    bookmarks.publish(std::move(next));
+  }
+};
 
 std::optional<TQBookmark> TQBookmark::bookmarkWithDictionary(const Dictionary& dictionary) {
   TQBookmark bookmark{coerce::string(dictionary.find("filepath")), dataOf(dictionary, "bookmarkdata"),
@@ -78,77 +116,47 @@ TQBookmarkUtil& TQBookmarkUtil::sharedInstance() {
   return *instance;
 }
 
-std::shared_ptr<const TQBookmarkUtil::List> TQBookmarkUtil::bookmarks() const {
-  std::lock_guard lock(listMutex_);
-  return bookmarks_;
-}
+TQBookmarkUtil::TQBookmarkUtil() : state_(std::make_unique<State>()) {}
 
-void TQBookmarkUtil::publish(List list) {
-  auto next = std::make_shared<const List>(std::move(list));
-  std::lock_guard lock(listMutex_);
-  bookmarks_.swap(next);
-}
-
-void TQBookmarkUtil::append(TQBookmark bookmark) {
-  List list = *bookmarks();
-  list.push_back(std::move(bookmark));
-  publish(std::move(list));
+std::vector<TQBookmark> TQBookmarkUtil::bookmarks() const {
+  return *state_->bookmarks.read();
 }
 
 std::vector<TQBookmark> TQBookmarkUtil::loadBookmarks() {
-  std::lock_guard lock(monitor_);
-  publish({});
-  auto file = readDictionaryFile(layout::bookmarkPlist());
-  if (!file) return {};
-  savedEntries_ = coerce::array(file->find("bookmark"));
-  for (const Value& entry : savedEntries_) {
+  std::lock_guard lock(state_->monitor);
+  state_->bookmarks.publish({});
+  bool isEnded = false;
+  auto read = state_->file.load([&](const Value& entry) {
+    if (isEnded) return false;
     auto bookmark = bookmarkOf(entry);
-    if (!bookmark) {
-      logLine(LogLevel::error, "loadBookmarks exception:an entry is no bookmark");
-      return *bookmarks();
-    }
-    auto folder = resolveAccessToken(*bookmark->bookmarkData);
-    if (!folder) {
-      logLine(LogLevel::error, "SecurityScope URLByResolvingBookmarkData error:" + folder.error().message);
-      continue;
-    }
-    auto minimal = makeAccessToken(*folder);
-    if (!minimal) {
-      logLine(LogLevel::error, "Minimal URLByResolvingBookmarkData error:" + minimal.error().message);
-      continue;
-    }
-    bookmark->bookmarkMinimalData = std::move(*minimal);
-    append(std::move(*bookmark));
-  }
-  saveBookmarks();
-  return *bookmarks();
+    isEnded = !bookmark;
+    if (isEnded) logLine(LogLevel::error, "loadBookmarks exception:an entry is no bookmark");
+    if (bookmark && startAccess(*bookmark)) state_->append(std::move(*bookmark));
+    return true;
+  });
+  if (logUnlessDone(read) && !isEnded) saveBookmarks();
+  return bookmarks();
 }
 
 void TQBookmarkUtil::unloadBookmarks() {
-  auto list = bookmarks();
-  for (const TQBookmark& bookmark : *list) {
-    if (!bookmark.bookmarkData) continue;
+  std::lock_guard lock(state_->monitor);
+  std::vector<TQBookmark> list = bookmarks();
+  for (TQBookmark& bookmark : list) {
+    if (!std::exchange(bookmark.isAccessed, false)) continue;
     auto folder = resolveAccessToken(*bookmark.bookmarkData);
     if (!folder)
       logLine(LogLevel::error, "SecurityScope URLByResolvingBookmarkData error:" + folder.error().message);
   }
+  state_->bookmarks.publish(std::move(list));
 }
 
 bool TQBookmarkUtil::saveBookmarks() {
-  std::lock_guard lock(monitor_);
-  auto list = bookmarks();
+  std::lock_guard lock(state_->monitor);
+  auto list = state_->bookmarks.read();
   if (list->empty()) return true;
   Array entries;
   for (const TQBookmark& bookmark : *list) entries.emplace_back(bookmark.bookmarkDictionary());
-  const bool isNew = !itemExists(layout::bookmarkPlist());
-  auto merge = [&](Dictionary& file) {
-    file.set("version", kFileVersion);
-    file.set("bookmark", mergedRows("filepath", coerce::array(file.find("bookmark")),
-                                    isNew ? Array() : savedEntries_, entries));
-  };
-  if (!logUnlessDone(changeDictionaryFile(layout::bookmarkPlist(), merge))) return false;
-  savedEntries_ = std::move(entries);
-  return true;
+  return logUnlessDone(state_->file.save(std::move(entries), {{"version", kFileVersion}}));
 }
 
 bool TQBookmarkUtil::addBookmark(const std::string& path) {
@@ -166,14 +174,25 @@ bool TQBookmarkUtil::addBookmark(const std::string& path) {
     logLine(LogLevel::error, "Minimal URLByResolvingBookmarkData error:" + minimal.error().message);
     return false;
   }
-  std::lock_guard lock(monitor_);
-  if (!existBookmarkWithFilePath(path)) append({path, std::move(*token), std::move(*minimal)});
+  std::lock_guard lock(state_->monitor);
+  if (!existBookmarkWithFilePath(path)) state_->append({path, std::move(*token), std::move(*minimal)});
+  claim(path);
   return true;
 }
 
 bool TQBookmarkUtil::addBookmarkWithFilePath(const OptionalString& path) {
   if (!path) return false;
-  return findParentFolderFromFilePath(path) || addBookmark(*path);
+  OptionalString covering = findParentFolderFromFilePath(path);
+  if (!covering) return addBookmark(*path);
+  claim(*covering);
+  return true;
+}
+
+// The next save writes the bookmark of this path even if another process has removed it.
+void TQBookmarkUtil::claim(const std::string& path) {
+  std::lock_guard lock(state_->monitor);
+  auto bookmark = bookmarkWithFilePath(path);
+  if (bookmark) state_->file.claim(*bookmark->filePath);
 }
 
 bool TQBookmarkUtil::addBookmarkWithVolumePath(const OptionalString& path) {
@@ -183,7 +202,7 @@ bool TQBookmarkUtil::addBookmarkWithVolumePath(const OptionalString& path) {
 
 std::optional<TQBookmark> TQBookmarkUtil::bookmarkWithFilePath(const OptionalString& path) const {
   if (!path) return std::nullopt;
-  auto list = bookmarks();
+  auto list = state_->bookmarks.read();
   auto found = std::find_if(list->begin(), list->end(), [&](const TQBookmark& bookmark) {
     return bookmark.filePath && (bookmark.filePath == path || localizedEqual(*bookmark.filePath, *path));
   });
@@ -229,7 +248,12 @@ std::optional<Data> TQBookmarkUtil::bookmarkDataFromFilePath(const OptionalStrin
 }
 
 bool TQBookmarkUtil::needUpdateVersion() {
-  std::lock_guard lock(monitor_);
+  if (!itemExists(layout::bookmarkPlist())) return false;
+  auto lock = FileLock::acquire(layout::bookmarkPlist());
+  if (!lock) {
+    logLine(LogLevel::error, lock.error().message);
+    return false;
+  }
   auto file = readDictionaryFile(layout::bookmarkPlist());
   if (!file) return false;
   std::string version = coerce::string(file->find("version")).value_or("");
@@ -241,10 +265,12 @@ bool TQBookmarkUtil::needUpdateVersion() {
 }
 
 bool TQBookmarkUtil::updateVersion() {
-  std::lock_guard lock(monitor_);
-  return bookmarks()->empty() &&
-         logUnlessDone(writePropertyListFile(layout::bookmarkPlist(),
-                                             Dictionary{{"version", kFileVersion}, {"bookmark", Array()}}));
+  std::lock_guard lock(state_->monitor);
+  auto emptyFile = [](const std::optional<Dictionary>&) {
+    return Dictionary{{"version", kFileVersion}, {"bookmark", Array()}};
+  };
+  return state_->bookmarks.read()->empty() &&
+         logUnlessDone(changeDictionaryFile(layout::bookmarkPlist(), emptyFile));
 }
 
 void TQBookmarkUtil::startAllBookmarks() {

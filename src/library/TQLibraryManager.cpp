@@ -17,8 +17,6 @@
 #include "core/Coercion.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
-#include "foundation/SharedDictionaryFile.h"
-#include "library/ListMerge.h"
 #include "library/ManagerState.h"
 #include "service/TQVornexService.h"
 
@@ -46,6 +44,10 @@ std::vector<LibraryPtr> sorted(std::vector<LibraryPtr> libraries) {
   return libraries;
 }
 
+std::string listPath(std::int64_t type) {
+  return type ? TQVornexUtil::networkLibraryPlist() : TQVornexUtil::localLibraryPlist();
+}
+
 // The version tells a later load that the database lives in the shared database folder.
 void markSharedDatabase(Dictionary& row) {
   OptionalString dbName = coerce::string(row.find("dbname"));
@@ -54,47 +56,20 @@ void markSharedDatabase(Dictionary& row) {
     row.set("version", kSharedDatabaseVersion);
 }
 
-const char* const kRows = "library";
-
-std::string listPath(std::int64_t type) {
-  return type ? TQVornexUtil::networkLibraryPlist() : TQVornexUtil::localLibraryPlist();
+/// Null, and logged, when the row is no library.
+LibraryPtr libraryOf(const TQLibraryManager& manager, const Value& row, const std::string& path) {
+  LibraryPtr library = row.ifDictionary() ? TQLibrary::libraryWithDictionary(*row.ifDictionary()) : nullptr;
+  if (!library)
+    logLine(LogLevel::error, "libraryWithDictionary exception:a row of " + path + " is no library");
+  else if (library->libraryType == kLibraryTypeNetwork)
+    library->connection->user = manager.networkUserWithDBName(library->dbName);
+  else if (library->libraryType == kLibraryTypeLocal)
+    connectLocally(library);
+  return library;
 }
 
-/// The libraries of one list file, and the rows that they were made of.
-struct LoadedList {
-  std::vector<LibraryPtr> libraries;
-  Array rows;
-};
-
-std::optional<LoadedList> readList(const TQLibraryManager& manager, const std::string& path) {
-  auto file = readDictionaryFile(path);
-  if (!file) {
-    if (fileExists(path)) logLine(LogLevel::error, "Can't read Library Plist: " + file.error().message);
-    return std::nullopt;
-  }
-  LoadedList list;
-  for (Value& row : coerce::array(file->find(kRows))) {
-    LibraryPtr library = row.ifDictionary() ? TQLibrary::libraryWithDictionary(*row.ifDictionary()) : nullptr;
-    if (!library) {
-      logLine(LogLevel::error, "libraryWithDictionary exception:a row of " + path + " is no library");
-      continue;
-    }
-    if (library->libraryType == kLibraryTypeNetwork)
-      library->connection->user = manager.networkUserWithDBName(library->dbName);
-    else if (library->libraryType == kLibraryTypeLocal)
-      connectLocally(library);
-    list.libraries.push_back(std::move(library));
-    list.rows.push_back(std::move(row));
-  }
-  return list;
-}
-
-/// The row that stands for the library, or null.
-const Value* rowOf(const Array& rows, const OptionalString& dbName) {
-  auto found = std::find_if(rows.begin(), rows.end(), [&](const Value& row) {
-    return dbName && coerce::string(row.find("dbname")) == dbName;
-  });
-  return found == rows.end() ? nullptr : &*found;
+void logUnreadable(const Error& error) {
+  logLine(LogLevel::error, "Can't read Library Plist: " + error.message);
 }
 
 }  // namespace
@@ -116,14 +91,11 @@ void TQLibraryManager::State::append(const std::vector<LibraryPtr>& added) {
 }
 
 void TQLibraryManager::State::claim(const std::vector<LibraryPtr>& added) {
-  std::unordered_set<std::string> names;
-  for (const LibraryPtr& library : added)
-    if (library && library->dbName) names.insert(*library->dbName);
-  for (Array& rows : savedRows)
-    std::erase_if(rows, [&](const Value& row) {
-      OptionalString name = coerce::string(row.find("dbname"));
-      return name && names.contains(*name);
-    });
+  for (const LibraryPtr& library : added) {
+    if (!library || !library->dbName) continue;
+    localList.claim(*library->dbName);
+    networkList.claim(*library->dbName);
+  }
 }
 
 void connectLocally(const LibraryPtr& library) {
@@ -151,9 +123,12 @@ void TQLibraryManager::loadAllLibraries(std::function<void(std::vector<LibraryPt
     std::lock_guard lock(state_->monitor);
     std::vector<LibraryPtr> loaded;
     for (std::int64_t type : {kLibraryTypeLocal, kLibraryTypeNetwork}) {
-      LoadedList list = readList(*this, listPath(type)).value_or(LoadedList());
-      loaded.insert(loaded.end(), list.libraries.begin(), list.libraries.end());
-      state_->savedRows[type] = std::move(list.rows);
+      auto read = state_->list(type).load([&](const Value& row) {
+        LibraryPtr library = libraryOf(*this, row, listPath(type));
+        if (library) loaded.push_back(library);
+        return library != nullptr;
+      });
+      if (!read) logUnreadable(read.error());
     }
     state_->publish(std::move(loaded));
     createLockFiles();
@@ -162,10 +137,15 @@ void TQLibraryManager::loadAllLibraries(std::function<void(std::vector<LibraryPt
 }
 
 std::optional<std::vector<LibraryPtr>> TQLibraryManager::loadLibrariesFromPlistFile(const std::string& path) {
-  std::lock_guard lock(state_->monitor);
-  auto list = readList(*this, path);
-  if (!list) return std::nullopt;
-  return std::move(list->libraries);
+  auto file = readDictionaryFile(path);
+  if (!file) {
+    if (fileExists(path)) logUnreadable(file.error());
+    return std::nullopt;
+  }
+  std::vector<LibraryPtr> result;
+  for (const Value& row : coerce::array(file->find("library")))
+    if (LibraryPtr library = libraryOf(*this, row, path)) result.push_back(std::move(library));
+  return result;
 }
 
 std::vector<LibraryPtr> TQLibraryManager::libraries() const {
@@ -234,32 +214,24 @@ bool TQLibraryManager::addLibraries(const std::vector<LibraryPtr>& added) {
   return saveLibrariesFileWithType(kLibraryTypeLocal) && saveLibrariesFileWithType(kLibraryTypeNetwork);
 }
 
-// Other processes change the file, too: see ListMerge.h.
 bool TQLibraryManager::writeList(std::int64_t type) {
   std::lock_guard lock(state_->monitor);
-  Array& saved = state_->savedRows[type ? 1 : 0];
+  SharedList& list = state_->list(type);
   Array rows;
   for (const LibraryPtr& library : libraries()) {
     if (library->libraryType != type) continue;
     auto row = library->libDictionary();
+    const Value* former = row || !library->dbName ? nullptr : list.knownRow(*library->dbName);
     if (row) {
       markSharedDatabase(*row);
       rows.emplace_back(std::move(*row));
-    } else if (const Value* former = rowOf(saved, library->dbName)) {
+    } else if (former) {
       rows.push_back(*former);
     }
   }
-  const std::string path = listPath(type);
-  const bool isNew = !itemExists(path);
-  auto written = changeDictionaryFile(path, [&](Dictionary& file) {
-    file.set(kRows, mergedRows("dbname", coerce::array(file.find(kRows)), isNew ? Array() : saved, rows));
-  });
-  if (!written) {
-    logLine(LogLevel::error, written.error().message);
-    return false;
-  }
-  saved = std::move(rows);
-  return true;
+  auto written = list.save(std::move(rows));
+  if (!written) logLine(LogLevel::error, written.error().message);
+  return written.has_value();
 }
 
 bool TQLibraryManager::saveLibrariesFileWithType(std::int64_t type) {

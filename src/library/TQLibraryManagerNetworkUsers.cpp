@@ -20,18 +20,21 @@ static UserPtr networkUser(const Dictionary& users, const OptionalString& dbName
   return TQUser::userWithID(id, id, kUserTypeNetwork, std::move(password));
 }
 
-// Changes the credentials in memory and in the file, which other processes change, too.
+// Changes the credentials in memory and in the file, which other processes change, too. When the file is gone
+// or damaged, those in memory are written.
 bool TQLibraryManager::changeNetworkUsers(const char* operation,
                                           const std::function<void(Dictionary& users)>& change) {
   std::lock_guard lock(state_->networkUsersMutex);
-  change(state_->networkUsers);
+  Dictionary& users = state_->networkUsers;
   auto written = changeDictionaryFile(
       TQVornexUtil::networkUserPlist(),
-      [&](Dictionary& users) {
+      [&](std::optional<Dictionary> present) {
+        if (present) users = std::move(*present);
         change(users);
-        state_->networkUsers = users;
+        return users;
       },
       kCredentialFileMode);
+  if (!written) change(users);
   if (!written) logLine(LogLevel::error, std::string(operation) + " exception:" + written.error().message);
   return written.has_value();
 }

@@ -16,6 +16,7 @@ std::string TQUser::archivedClassName() const {
 }
 
 void TQUser::encodeWithCoder(KeyedArchiver& coder) const {
+  std::lock_guard lock(fields_);
   coder.encodeValue("id", id);
   coder.encodeInteger("userType", userType);
   coder.encodeValue("name", name);
@@ -56,6 +57,7 @@ UserPtr TQUser::userWithDictionary(const Dictionary& dictionary) {
 
 std::optional<Dictionary> TQUser::userDictionary() const {
   return conversion::caught("userDictionary exception: ", [&]() -> std::optional<Dictionary> {
+    std::lock_guard lock(fields_);
     return Dictionary{{"id", conversion::required(id, "id")},
                       {"name", name.value_or("")},
                       {"password", conversion::required(password, "password")},
@@ -64,45 +66,49 @@ std::optional<Dictionary> TQUser::userDictionary() const {
   });
 }
 
+OptionalString TQUser::currentName() const {
+  std::lock_guard lock(fields_);
+  return name;
+}
+
 void TQUser::updateNewName(OptionalString newName, OptionalString newPassword, Completion completion) {
-  TQUserManager& manager = TQUserManager::sharedManager();
-  manager.changeUsers([&] {
+  {
+    std::lock_guard lock(fields_);
     if (newName) name = std::move(newName);
     if (newPassword) password = MD5String(*newPassword);
-  });
-  if (manager.saveUsersFile()) return completion(true, nullptr);
-  logLine(LogLevel::error, "updateNewName, Can't save User Plist");
-  completion(false, TQVornexUtil::errorWithCode(10003, LocalizedString("user.error.cannot.save")));
+  }
+  TQUserManager::sharedManager().saveAndComplete("updateNewName", completion);
 }
 
 bool TQUser::findLibraryName(const std::string& dbName) const {
+  std::lock_guard lock(fields_);
   return libraries.contains(dbName);
 }
 
+void TQUser::assign(const std::string& dbName, const std::string& libraryName) {
+  {
+    std::lock_guard lock(fields_);
+    if (!libraries.contains(dbName)) return libraries.set(dbName, libraryName);
+  }
+  logLine(LogLevel::info, "Already exist library : " + dbName);
+}
+
 void TQUser::addLibraries(const std::vector<LibraryPtr>& added) {
-  auto add = [&](const LibraryPtr& library) {
-    if (!library) return;
-    const std::string& dbName = conversion::required(library->dbName, "database name");
-    if (libraries.contains(dbName))
-      logLine(LogLevel::info, "Already exist library : " + dbName);
-    else
-      libraries.set(dbName, conversion::required(library->name, "name"));
-  };
-  TQUserManager& manager = TQUserManager::sharedManager();
-  manager.changeUsers([&] {
-    for (const LibraryPtr& library : added)
-      conversion::caught("addLibraries exception:", [&] { add(library); });
+  conversion::caught("addLibraries exception:", [&] {
+    for (const LibraryPtr& library : added) {
+      if (!library) continue;
+      assign(conversion::required(library->dbName, "database name"),
+             conversion::required(library->name, "name"));
+    }
   });
-  manager.saveUsersFile();
+  TQUserManager::sharedManager().saveUsersFile();
 }
 
 void TQUser::removeLibraries(const std::vector<LibraryPtr>& removed) {
-  TQUserManager::sharedManager().changeUsers([&] {
-    for (const LibraryPtr& library : removed) {
-      conversion::caught("removeLibraries exception:", [&] {
-        if (library) libraries.erase(conversion::required(library->dbName, "database name"));
-      });
-    }
+  conversion::caught("removeLibraries exception:", [&] {
+    std::lock_guard lock(fields_);
+    for (const LibraryPtr& library : removed)
+      if (library) libraries.erase(conversion::required(library->dbName, "database name"));
   });
 }
 

@@ -7,14 +7,11 @@
 #include <algorithm>
 #include <mutex>
 
-#include "core/Coercion.h"
 #include "core/StorageLayout.h"
-#include "foundation/Files.h"
-#include "foundation/PropertyList.h"
-#include "foundation/SharedDictionaryFile.h"
+#include "foundation/Text.h"
 #include "library/CredentialFile.h"
-#include "library/ListMerge.h"
 #include "library/Published.h"
+#include "library/SharedList.h"
 #include "service/TQVornexService.h"
 
 namespace vornex {
@@ -22,8 +19,7 @@ namespace vornex {
 struct TQUserManager::State {
   std::recursive_mutex monitor;
   Published<std::vector<UserPtr>> users;
-  /// The rows of the file as this process last read or wrote them.
-  Array savedRows;
+  SharedList file{{layout::userPlist(), "users", "id", kCredentialFileMode}};
 
   struct LocalAccount {
     OptionalString password, passwordMD5;
@@ -38,45 +34,20 @@ TQUserManager& TQUserManager::sharedManager() {
 
 TQUserManager::TQUserManager() : state_(std::make_unique<State>()) {}
 
-namespace {
-
-struct LoadedUsers {
-  std::vector<UserPtr> users;
-  Array rows;
-};
-
-LoadedUsers readUsers() {
-  auto file = readDictionaryFile(layout::userPlist());
-  if (!file) {
-    if (fileExists(layout::userPlist())) logLine(LogLevel::error, file.error().message);
-    return {};
-  }
-  LoadedUsers loaded;
-  for (Value& row : coerce::array(file->find("users"))) {
-    UserPtr user = row.ifDictionary() ? TQUser::userWithDictionary(*row.ifDictionary()) : nullptr;
-    if (!user) {
-      logLine(LogLevel::error, "userWithDictionary : a user without id or password");
-      continue;
-    }
-    loaded.users.push_back(std::move(user));
-    loaded.rows.push_back(std::move(row));
-  }
-  return loaded;
-}
-
-}  // namespace
-
-void TQUserManager::changeUsers(const std::function<void()>& change) {
-  std::lock_guard lock(state_->monitor);
-  change();
-}
-
 void TQUserManager::loadUsers(std::function<void(std::vector<UserPtr> users)> completion) {
   GlobalQueue::shared().async([this, completion = std::move(completion)] {
     std::lock_guard lock(state_->monitor);
-    LoadedUsers loaded = readUsers();
-    state_->users.publish(sortedUsers(std::move(loaded.users)));
-    state_->savedRows = std::move(loaded.rows);
+    std::vector<UserPtr> loaded;
+    auto read = state_->file.load([&](const Value& row) {
+      UserPtr user = row.ifDictionary() ? TQUser::userWithDictionary(*row.ifDictionary()) : nullptr;
+      if (user)
+        loaded.push_back(user);
+      else
+        logLine(LogLevel::error, "userWithDictionary : a user without id or password");
+      return user != nullptr;
+    });
+    if (!read) logLine(LogLevel::error, read.error().message);
+    state_->users.publish(sortedUsers(std::move(loaded)));
     completion(users());
   });
 }
@@ -89,21 +60,20 @@ bool TQUserManager::saveUsersFile() {
       if (user->id == kTQLocalUserID) continue;
       if (auto row = user->userDictionary()) rows.emplace_back(std::move(*row));
     }
-    const bool isNew = !itemExists(layout::userPlist());
-    auto merge = [&](Dictionary& file) {
-      file.set("users", mergedRows("id", coerce::array(file.find("users")),
-                                   isNew ? Array() : state_->savedRows, rows));
-    };
-    auto written = changeDictionaryFile(layout::userPlist(), merge, kCredentialFileMode);
-    if (!written) {
+    if (auto written = state_->file.save(std::move(rows)); !written) {
       logLine(LogLevel::error, written.error().message);
       return false;
     }
-    state_->savedRows = std::move(rows);
   }
   auto service = TQVornexService();
   if (service) service->updateUsers([](const TQErrorPtr&) {});
   return true;
+}
+
+void TQUserManager::saveAndComplete(const char* operation, const Completion& completion) {
+  if (saveUsersFile()) return completion(true, nullptr);
+  logLine(LogLevel::error, std::string(operation) + ", Can't save User Plist");
+  completion(false, TQVornexUtil::errorWithCode(10003, LocalizedString("user.error.cannot.save")));
 }
 
 bool TQUserManager::findUserID(const std::string& id) const {
@@ -139,15 +109,14 @@ void TQUserManager::createUser(UserPtr user, Completion completion) {
       std::vector<UserPtr> next = users();
       next.push_back(user);
       state_->users.publish(std::move(next));
+      state_->file.claim(*user->id);
     }
   }
   if (exists) {
     logLine(LogLevel::error, "Already exist userID : " + *user->id);
     return completion(false, TQVornexUtil::errorWithCode(10002, LocalizedString("user.message.exist")));
   }
-  if (saveUsersFile()) return completion(true, nullptr);
-  logLine(LogLevel::error, "createUser, Can't save User Plist");
-  completion(false, TQVornexUtil::errorWithCode(10003, LocalizedString("user.error.cannot.save")));
+  saveAndComplete("createUser", completion);
 }
 
 void TQUserManager::deleteUsers(const std::vector<UserPtr>& removed, Completion completion) {
@@ -162,14 +131,21 @@ void TQUserManager::deleteUsers(const std::vector<UserPtr>& removed, Completion 
     });
     state_->users.publish(std::move(next));
   }
-  if (saveUsersFile()) return completion(true, nullptr);
-  logLine(LogLevel::error, "deleteUsers, Can't save User Plist");
-  completion(false, TQVornexUtil::errorWithCode(10003, LocalizedString("user.error.cannot.save")));
+  saveAndComplete("deleteUsers", completion);
 }
 
 std::vector<UserPtr> TQUserManager::sortedUsers(std::vector<UserPtr> users) {
-  std::stable_sort(users.begin(), users.end(),
-                   [](const UserPtr& a, const UserPtr& b) { return a->name < b->name; });
+  using Named = std::pair<OptionalString, UserPtr>;
+  std::vector<Named> named;
+  for (UserPtr& user : users) {
+    OptionalString name = user->currentName();
+    if (name) name = decomposed(*name);
+    named.emplace_back(std::move(name), std::move(user));
+  }
+  std::stable_sort(named.begin(), named.end(),
+                   [](const Named& a, const Named& b) { return a.first < b.first; });
+  std::transform(named.begin(), named.end(), users.begin(),
+                 [](Named& entry) { return std::move(entry.second); });
   return users;
 }
 

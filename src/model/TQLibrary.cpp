@@ -216,13 +216,13 @@ bool TQLibrary::findLibrary(const Dictionary& libraries) const {
 
 std::vector<UserPtr> TQLibrary::users() const {
   std::vector<UserPtr> result = TQUserManager::sharedManager().users();
-  std::erase_if(result, [this](const UserPtr& user) { return !findLibrary(user->libraries); });
+  std::erase_if(result, [this](const UserPtr& user) { return !dbName || !user->findLibraryName(*dbName); });
   return result;
 }
 
 std::vector<UserPtr> TQLibrary::reviewers() const {
   std::vector<UserPtr> result = TQUserManager::sharedManager().reviewers();
-  std::erase_if(result, [this](const UserPtr& user) { return !findLibrary(user->libraries); });
+  std::erase_if(result, [this](const UserPtr& user) { return !dbName || !user->findLibraryName(*dbName); });
   return result;
 }
 

@@ -9,8 +9,10 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 #include <vornex/Log.h>
+#include <xxhash.h>
 
 #include <cerrno>
+#include <climits>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
@@ -114,12 +116,62 @@ Done finish(int source, int target, const struct stat& status, const std::string
   return {};
 }
 
+}  // namespace
+
+struct CopyWatch::State {
+  std::mutex mutex;
+  /// Since when the copy has waited for its source; absent while it does something else.
+  std::optional<Clock::time_point> waiting;
+  bool abandoned = false;
+  FileDescriptor folder;
+  std::string temporaryName;
+};
+
+CopyWatch::CopyWatch() : state_(std::make_unique<State>()) {}
+CopyWatch::~CopyWatch() = default;
+
+bool CopyWatch::abandonIfStuck(std::chrono::milliseconds patience) {
+  std::lock_guard lock(state_->mutex);
+  if (!state_->waiting || Clock::now() - *state_->waiting < patience) return false;
+  state_->abandoned = true;
+  state_->waiting.reset();
+  if (state_->folder) removeTree(state_->folder.get(), state_->temporaryName);
+  return true;
+}
+
 /// One run of copyItem. Paths are for messages; items are reached through their open folders.
 class Copier {
  public:
-  explicit Copier(const CopyProgress& progress) : progress_(progress) {}
+  explicit Copier(const CopyOptions& options) : options_(options) {}
 
   std::uint64_t bytes() const { return done_; }
+
+  /// Before everything that reads the source: what follows may be given up from outside.
+  void waitForSource() {
+    CopyWatch::State* watch = watchState();
+    if (!watch) return;
+    std::lock_guard lock(watch->mutex);
+    if (!watch->abandoned) watch->waiting = Clock::now();
+  }
+
+  /// After it. ECANCELED when the copy was given up meanwhile.
+  Done leaveSource() {
+    CopyWatch::State* watch = watchState();
+    if (!watch) return {};
+    std::lock_guard lock(watch->mutex);
+    watch->waiting.reset();
+    if (watch->abandoned) return posixFailure(ECANCELED, "copy");
+    return {};
+  }
+
+  /// Names what has to be removed when the copy is given up.
+  void willWrite(int folder, const std::string& temporaryName) {
+    CopyWatch::State* watch = watchState();
+    if (!watch) return;
+    std::lock_guard lock(watch->mutex);
+    watch->folder = FileDescriptor(fcntl(folder, F_DUPFD_CLOEXEC, 0));
+    watch->temporaryName = temporaryName;
+  }
 
   /// Adds up the bytes to copy.
   Done measure(int folder, const std::string& name, const std::string& path, int flags, int depth = 0) {
@@ -141,9 +193,12 @@ class Copier {
   }
 
   Done report() {
+    if (auto left = leaveSource(); !left) return left;
     lastReport_ = Clock::now();
     lastReportedBytes_ = done_;
-    if (progress_ && !progress_(done_, std::max(total_, done_))) return posixFailure(ECANCELED, "copy");
+    if (options_.progress && !options_.progress(done_, std::max(total_, done_)))
+      return posixFailure(ECANCELED, "copy");
+    waitForSource();
     return {};
   }
 
@@ -168,6 +223,8 @@ class Copier {
   }
 
  private:
+  CopyWatch::State* watchState() const { return options_.watch ? options_.watch->state_.get() : nullptr; }
+
   Done copyLink(int from, const std::string& name, int to, const std::string& newName,
                 const struct stat& status, const std::string& path) {
     std::string destination(PATH_MAX, '\0');
@@ -195,7 +252,15 @@ class Copier {
       if (!copied) return copied;
     }
     --depth_;
-    return finish(source, target.get(), status, path);
+    return finishTarget(source, target.get(), status, path);
+  }
+
+  /// A disk may take its time to store the copy: that is no fault of the source.
+  Done finishTarget(int source, int target, const struct stat& status, const std::string& path) {
+    if (auto left = leaveSource(); !left) return left;
+    Done finished = finish(source, target, status, path);
+    waitForSource();
+    return finished;
   }
 
   Done copyFile(int source, const struct stat& status, int to, const std::string& newName,
@@ -209,7 +274,7 @@ class Copier {
     if (fstat(source, &after) != 0) return posixFailure(errno, "cannot read " + path);
     if (after.st_nlink == 0) return posixFailure(ENOENT, path + " has vanished");
     if (!isUnchanged(status, after)) return posixFailure(ESTALE, path + " has changed");
-    return finish(source, target.get(), status, path);
+    return finishTarget(source, target.get(), status, path);
   }
 
   Done copyContent(int source, int target, const struct stat& status, const std::string& path) {
@@ -227,6 +292,7 @@ class Copier {
     bool inKernel = true;
     std::string buffer;
     for (std::uint64_t offset = 0; offset < size;) {
+      waitForSource();
       auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size - offset));
       auto moved = moveChunk(source, target, offset, wanted, inKernel, buffer, path);
       if (!moved) return tl::unexpected(moved.error());
@@ -272,13 +338,15 @@ class Copier {
     return static_cast<std::size_t>(count);
   }
 
-  const CopyProgress& progress_;
+  const CopyOptions& options_;
   std::uint64_t total_ = 0;
   std::uint64_t done_ = 0;
   std::uint64_t lastReportedBytes_ = 0;
   Clock::time_point lastReport_ = Clock::now();
   int depth_ = 0;
 };
+
+namespace {
 
 /// Whether the folder lies in the source or is it.
 bool liesInside(const std::string& folder, const std::string& source) {
@@ -321,10 +389,99 @@ Done place(int folder, const std::string& temporary, const std::string& name, co
   return {};
 }
 
+/// The digest of an item that the copier reads once more.
+class Digester {
+ public:
+  explicit Digester(Copier& copier) : copier_(copier), state_(XXH3_createState(), XXH3_freeState) {
+    XXH3_128bits_reset(state_.get());
+  }
+
+  Done add(int folder, const std::string& name, const std::string& path, bool follow) {
+    struct stat status {};
+    if (fstatat(folder, name.c_str(), &status, follow ? 0 : AT_SYMLINK_NOFOLLOW) != 0)
+      return posixFailure(errno, "cannot find " + path);
+    if (S_ISLNK(status.st_mode)) return addLink(folder, name, path);
+    FileDescriptor item(openat(folder, name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!item) return posixFailure(errno, "cannot open " + path);
+    return S_ISDIR(status.st_mode) ? addFolder(item.get(), path) : addFile(item.get(), path);
+  }
+
+  std::string text() const {
+    XXH128_hash_t digest = XXH3_128bits_digest(state_.get());
+    return fmt::format("xxh128:{:016x}{:016x}", digest.high64, digest.low64);
+  }
+
+ private:
+  void addText(const std::string& text) { XXH3_128bits_update(state_.get(), text.c_str(), text.size() + 1); }
+
+  Done addLink(int folder, const std::string& name, const std::string& path) {
+    std::string destination(PATH_MAX, '\0');
+    ssize_t length = readlinkat(folder, name.c_str(), destination.data(), destination.size());
+    if (length < 0) return posixFailure(errno, "cannot read the link " + path);
+    destination.resize(static_cast<std::size_t>(length));
+    addText(destination);
+    return {};
+  }
+
+  /// No deeper than what was copied.
+  Done addFolder(int folder, const std::string& path) {
+    auto names = entryNames(folder, path);
+    if (!names) return tl::unexpected(names.error());
+    std::sort(names->begin(), names->end());
+    for (const std::string& name : *names) {
+      addText(name);
+      if (auto added = add(folder, name, appendPathComponent(path, name), false); !added) return added;
+    }
+    return {};
+  }
+
+  Done addFile(int file, const std::string& path) {
+    std::string buffer(kChunk, '\0');
+    auto reported = Clock::now();
+    for (;;) {
+      copier_.waitForSource();
+      ssize_t count = read(file, buffer.data(), buffer.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return posixFailure(errno, "cannot read " + path);
+      if (count == 0) return {};
+      XXH3_128bits_update(state_.get(), buffer.data(), static_cast<std::size_t>(count));
+      if (Clock::now() - reported < kReportInterval) continue;
+      reported = Clock::now();
+      if (auto goOn = copier_.report(); !goOn) return goOn;
+    }
+  }
+
+  Copier& copier_;
+  std::unique_ptr<XXH3_state_t, XXH_errorcode (*)(XXH3_state_t*)> state_;
+};
+
+/// Drops what the system remembers of an item that is on the disk, so that reading it asks the disk.
+void forgetCached(int folder, const std::string& name) {
+  FileDescriptor item(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!item) return;
+  posix_fadvise(item.get(), 0, 0, POSIX_FADV_DONTNEED);
+  // Plain files have no entries.
+  if (auto names = entryNames(item.get(), name)) {
+    for (const std::string& entry : *names) forgetCached(item.get(), entry);
+  }
+}
+
+/// The digest of the copy, which is that of the source.
+Result<std::string> verifiedDigest(Copier& copier, const std::string& source, int folder,
+                                   const std::string& copyName) {
+  Digester original(copier), copied(copier);
+  if (auto read = original.add(AT_FDCWD, source, source, true); !read) return tl::unexpected(read.error());
+  forgetCached(folder, copyName);
+  if (auto read = copied.add(folder, copyName, "the copy of " + source, false); !read)
+    return tl::unexpected(read.error());
+  if (original.text() != copied.text())
+    return posixFailure(EIO, "the copy of " + source + " differs from it");
+  return copied.text();
+}
+
 }  // namespace
 
-Result<std::uint64_t> copyItem(const std::string& source, const std::string& target,
-                               const CopyProgress& progress) {
+Result<Copied> copyItem(const std::string& source, const std::string& target, const CopyOptions& options) {
   std::string name = lastPathComponent(target);
   if (name.empty() || name == "." || name == "..")
     return posixFailure(EINVAL, "no name for the copy: " + target);
@@ -333,26 +490,43 @@ Result<std::uint64_t> copyItem(const std::string& source, const std::string& tar
   if (parent.empty()) parent = ".";
   FileDescriptor folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return posixFailure(errno, "cannot copy into " + parent);
+
+  Copier copier(options);
+  copier.waitForSource();
   if (isDirectory(source) && liesInside(parent, source)) {
     return posixFailure(EINVAL, target + " lies inside " + source);
   }
-
-  Copier copier(progress);
   if (auto measured = copier.measure(AT_FDCWD, source, source, 0); !measured) {
     return tl::unexpected(measured.error());
   }
   if (auto goOn = copier.report(); !goOn) return tl::unexpected(goOn.error());
 
   Provisional copy{folder.get(), std::string(kTemporaryPrefix) + randomHex(8)};
+  copier.willWrite(folder.get(), copy.name);
   auto copied = copier.copy(AT_FDCWD, source, folder.get(), copy.name, source, true);
   if (!copied) return tl::unexpected(copied.error());
+  Copied result{copier.bytes()};
+  if (options.verify) {
+    auto digest = verifiedDigest(copier, source, folder.get(), copy.name);
+    if (!digest) return tl::unexpected(digest.error());
+    result.digest = *digest;
+  }
   if (auto goOn = copier.report(); !goOn) return tl::unexpected(goOn.error());
+  // From here on it can no longer be given up.
+  if (auto left = copier.leaveSource(); !left) return tl::unexpected(left.error());
   auto placed = place(folder.get(), copy.name, name, target);
   if (!placed) return tl::unexpected(placed.error());
   copy.name = name;
   if (fsync(folder.get()) != 0) return posixFailure(errno, "cannot write " + parent);
   copy.kept = true;
-  return copier.bytes();
+  return result;
+}
+
+Result<std::uint64_t> copyItem(const std::string& source, const std::string& target,
+                               const CopyProgress& progress) {
+  auto copied = copyItem(source, target, CopyOptions{progress});
+  if (!copied) return tl::unexpected(copied.error());
+  return copied->bytes;
 }
 
 bool isUnfinishedCopy(const std::string& fileName) {

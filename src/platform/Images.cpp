@@ -1,6 +1,7 @@
 #include "platform/Images.h"
 
 #include "foundation/Files.h"
+#include "platform/RawPreview.h"
 #include "platform/VipsSupport.h"
 
 namespace vornex {
@@ -103,16 +104,24 @@ vips::VOption* thumbnailOptions(const VImage& header, int maxHeight, VipsSize si
 Image::Image(std::shared_ptr<const Pixels> pixels) : pixels_(std::move(pixels)) {}
 
 Result<Image> Image::fromRgb(int width, int height, const Data& pixels) {
+  return fromPixels(width, height, 3, pixels, false);
+}
+
+Result<Image> Image::fromPixels(int width, int height, int channels, const Data& pixels, bool isPartial) {
   if (!startVips()) return failure("image", 0, "libvips does not start");
-  if (width < 1 || height < 1 || pixels.size() != std::size_t(width) * std::size_t(height) * 3) {
+  bool fits = width >= 1 && height >= 1 && channels >= 1 && channels <= 4 &&
+              pixels.size() == std::size_t(width) * std::size_t(height) * std::size_t(channels);
+  if (!fits) {
     return failure("image", 0,
                    fmt::format("{} bytes are no picture of {} x {}", pixels.size(), width, height));
   }
   return catchingVips("image from pixels", [&] {
-    VImage borrowed = VImage::new_from_memory(const_cast<std::uint8_t*>(pixels.data()), pixels.size(), width,
-                                              height, 3, VIPS_FORMAT_UCHAR);
-    auto asSrgb = VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB);
-    return ImageAccess::make(computed(borrowed.copy(asSrgb)), false);
+    VipsImage* copied = vips_image_new_from_memory_copy(pixels.data(), pixels.size(), width, height, channels,
+                                                        VIPS_FORMAT_UCHAR);
+    if (!copied) throw vips::VError();
+    VImage copy(copied);
+    auto space = channels < 3 ? VIPS_INTERPRETATION_B_W : VIPS_INTERPRETATION_sRGB;
+    return ImageAccess::make(copy.copy(VImage::option()->set("interpretation", space)), isPartial);
   });
 }
 
@@ -122,6 +131,15 @@ int Image::width() const {
 
 int Image::height() const {
   return pixels_->image.height();
+}
+
+int Image::channels() const {
+  return pixels_->image.bands();
+}
+
+std::string_view Image::pixels() const {
+  return {static_cast<const char*>(pixels_->image.data()),
+          std::size_t(width()) * std::size_t(height()) * std::size_t(channels())};
 }
 
 bool Image::isPartial() const {
@@ -174,9 +192,35 @@ Result<void> Image::saveJpeg(const std::string& path) const {
   return writeFileAtomically(path, *encoded);
 }
 
+/// Clockwise degrees for an orientation; mirrored ones count as what they are turned.
+static int degreesOf(int orientation) {
+  if (orientation == 3 || orientation == 4) return 180;
+  if (orientation == 5 || orientation == 6) return 90;
+  return orientation == 7 || orientation == 8 ? 270 : 0;
+}
+
+/// The picture for showing in a camera's raw file.
+static Result<Image> loadRawPreview(const std::string& path, int maxWidth, int maxHeight) {
+  auto preview = rawPreview(path);
+  if (!preview) return tl::unexpected(preview.error());
+  if (auto checked = checkImageBytes(preview->jpeg); !checked) return tl::unexpected(checked.error());
+  auto ownOrientation = catchingVips(path, [&] {
+    return vips_image_get_orientation(
+        VImage::new_from_buffer(preview->jpeg.data(), preview->jpeg.size(), "").get_image());
+  });
+  int degrees = ownOrientation.value_or(1) > 1 ? 0 : degreesOf(preview->orientation);
+  return decodeImage(preview->jpeg)
+      .and_then([&](const Image& image) { return image.rotated(degrees); })
+      .and_then([&](const Image& image) { return image.fittedWithin(maxWidth, maxHeight); });
+}
+
 Result<Image> loadThumbnail(const std::string& path, int maxWidth, int maxHeight) {
   if (maxWidth < 1 || maxHeight < 1)
     return failure("image", 0, fmt::format("no size: {} x {}", maxWidth, maxHeight));
+  // libvips would take the sensor's values, or a stamp of a picture, for the picture.
+  if (isCameraRaw(path)) {
+    if (auto preview = loadRawPreview(path, maxWidth, maxHeight)) return preview;
+  }
   auto source = imageSource(path);
   if (!source) return tl::unexpected(source.error());
   auto header = catchingVips(path, [&] { return openImage(*source); });
@@ -190,6 +234,17 @@ Result<Image> loadThumbnail(const std::string& path, int maxWidth, int maxHeight
     return VImage::thumbnail(source->path.c_str(), maxWidth,
                              thumbnailOptions(*header, maxHeight, size, tolerance));
   });
+}
+
+Result<std::vector<Image>> loadThumbnails(const std::string& path, const std::vector<int>& bounds) {
+  std::vector<Image> images;
+  for (int bound : bounds) {
+    auto image =
+        images.empty() ? loadThumbnail(path, bound, bound) : images.back().fittedWithin(bound, bound);
+    if (!image) return tl::unexpected(image.error());
+    images.push_back(std::move(*image));
+  }
+  return images;
 }
 
 Result<Image> decodeImage(std::string_view bytes) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "foundation/Error.h"
 
@@ -17,9 +18,15 @@ class Image {
  public:
   /// From rows of red, green, blue bytes without padding. Domain "image" when the sizes do not fit together.
   [[nodiscard]] static Result<Image> fromRgb(int width, int height, const Data& pixels);
+  /// The same with 1 (grey) to 4 (red, green, blue, opacity) bytes for a pixel.
+  [[nodiscard]] static Result<Image> fromPixels(int width, int height, int channels, const Data& pixels,
+                                                bool isPartial);
 
   int width() const;
   int height() const;
+  int channels() const;
+  /// The rows of all pixels without padding; valid as long as a copy of the image lives.
+  std::string_view pixels() const;
   /// Whether the source broke off: the rest of the picture is blank.
   bool isPartial() const;
 
@@ -52,6 +59,10 @@ class Image {
 /// nothing can be decoded is an error. Files that are no still image, over 1000 megapixels, not regular, or
 /// that take longer than 30 seconds are errors; domain "image". Blocks; thread-safe.
 [[nodiscard]] Result<Image> loadThumbnail(const std::string& path, int maxWidth, int maxHeight);
+
+/// The same in several sizes from one decoding; each bound is for both sides, the largest comes first.
+[[nodiscard]] Result<std::vector<Image>> loadThumbnails(const std::string& path,
+                                                        const std::vector<int>& bounds);
 
 /// The same for the bytes of an encoded image, at full size; over 200 megapixels is an error.
 [[nodiscard]] Result<Image> decodeImage(std::string_view bytes);

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "platform/AvSupport.h"
+#include "platform/ToneMapping.h"
 
 extern "C" {
 #include <libswscale/swscale.h>
@@ -121,33 +122,60 @@ ImageSize displaySize(const AVFrame& frame, AVRational aspect) {
   return {side(width), side(height)};
 }
 
-Result<Image> renderFrame(const AVFrame& frame, AVRational aspect) {
-  ImageSize size = displaySize(frame, aspect);
+/// How the frame stores high dynamic range; absent for ordinary video.
+std::optional<HdrTransfer> hdrTransfer(const AVFrame& frame) {
+  if (frame.color_trc == AVCOL_TRC_SMPTE2084) return HdrTransfer::pq;
+  if (frame.color_trc == AVCOL_TRC_ARIB_STD_B67) return HdrTransfer::hlg;
+  return std::nullopt;
+}
+
+/// Coefficients of the conversion from brightness and colour differences.
+const int* colourMatrix(const AVFrame& frame) {
+  constexpr int kSmallestHd = 720;
+  if (frame.colorspace != AVCOL_SPC_UNSPECIFIED) return sws_getCoefficients(frame.colorspace);
+  if (hdrTransfer(frame)) return sws_getCoefficients(SWS_CS_BT2020);
+  return sws_getCoefficients(frame.height >= kSmallestHd ? SWS_CS_ITU709 : SWS_CS_ITU601);
+}
+
+/// The frame's red, green and blue at this size, as rows without padding; `Channel` is that of the format.
+template <typename Channel>
+Result<std::vector<Channel>> convertedPixels(const AVFrame& frame, ImageSize size, AVPixelFormat wanted) {
   auto format = static_cast<AVPixelFormat>(frame.format);
   std::unique_ptr<SwsContext, ScalerRelease> scaler(sws_getContext(frame.width, frame.height, format,
-                                                                   size.width, size.height, AV_PIX_FMT_RGB24,
+                                                                   size.width, size.height, wanted,
                                                                    SWS_BICUBIC, nullptr, nullptr, nullptr));
   if (!scaler) return failure("media", AVERROR(EINVAL), "the frame's pixels cannot be converted");
-  bool isHd = frame.height >= 720;
-  int matrix =
-      frame.colorspace == AVCOL_SPC_UNSPECIFIED ? (isHd ? SWS_CS_ITU709 : SWS_CS_ITU601) : frame.colorspace;
-  sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(matrix), frame.color_range == AVCOL_RANGE_JPEG,
+  sws_setColorspaceDetails(scaler.get(), colourMatrix(frame), frame.color_range == AVCOL_RANGE_JPEG,
                            sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
 
   // The converter writes rows of whole vectors: give it room behind each row, then drop that.
-  int stride = (size.width * 3 + 63) / 64 * 64;
-  Data padded(static_cast<std::size_t>(stride) * static_cast<std::size_t>(size.height) + 64);
-  std::uint8_t* planes[1] = {padded.data()};
+  int bytes = static_cast<int>(sizeof(Channel));
+  int stride = (size.width * 3 * bytes + 63) / 64 * 64;
+  std::vector<Channel> padded(
+      static_cast<std::size_t>(stride / bytes) * static_cast<std::size_t>(size.height) + 64);
+  std::uint8_t* planes[1] = {reinterpret_cast<std::uint8_t*>(padded.data())};
   int strides[1] = {stride};
   int rows = sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, planes, strides);
   if (rows != size.height) return failure("media", AVERROR(EINVAL), "the frame's pixels cannot be converted");
-  Data pixels;
+  std::vector<Channel> pixels;
   pixels.reserve(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) * 3);
   for (int row = 0; row < size.height; ++row) {
-    auto start = padded.begin() + std::ptrdiff_t{row} * stride;
+    auto start = padded.begin() + std::ptrdiff_t{row} * (stride / bytes);
     pixels.insert(pixels.end(), start, start + size.width * 3);
   }
-  return Image::fromRgb(size.width, size.height, pixels);
+  return pixels;
+}
+
+Result<Image> renderFrame(const AVFrame& frame, AVRational aspect) {
+  ImageSize size = displaySize(frame, aspect);
+  if (auto transfer = hdrTransfer(frame)) {
+    auto light = convertedPixels<std::uint16_t>(frame, size, AV_PIX_FMT_RGB48);
+    if (!light) return tl::unexpected(light.error());
+    return Image::fromRgb(size.width, size.height, toneMapped(*light, *transfer));
+  }
+  auto pixels = convertedPixels<std::uint8_t>(frame, size, AV_PIX_FMT_RGB24);
+  if (!pixels) return tl::unexpected(pixels.error());
+  return Image::fromRgb(size.width, size.height, *pixels);
 }
 
 }  // namespace

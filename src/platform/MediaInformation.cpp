@@ -6,6 +6,7 @@
 
 #include "foundation/Text.h"
 #include "platform/AvSupport.h"
+#include "platform/RawPreview.h"
 #include "platform/VipsSupport.h"
 
 extern "C" {
@@ -247,6 +248,36 @@ std::optional<Dictionary> videoInformation(const std::string& path) {
   return facts;
 }
 
+static void addAllTags(const AVDictionary* tags, Dictionary& facts) {
+  const AVDictionaryEntry* entry = nullptr;
+  while ((entry = av_dict_get(tags, "", entry, AV_DICT_IGNORE_SUFFIX)))
+    setText(facts, validUtf8(entry->key).c_str(), entry->value);
+}
+
+std::optional<Dictionary> redInformation(const std::string& path) {
+  auto file = MediaFile::open(path);
+  if (!file || std::string_view((*file)->context()->iformat->name) != "r3d") return std::nullopt;
+  AVFormatContext* context = (*file)->context();
+  Dictionary red;
+  addAllTags(context->metadata, red);
+  for (unsigned i = 0; i < context->nb_streams; ++i) {
+    AVStream* stream = context->streams[i];
+    addAllTags(stream->metadata, red);
+    if (stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO)
+      setPositive(red, "audio_channels", stream->codecpar->ch_layout.nb_channels);
+    if (stream->codecpar->codec_type != AVMEDIA_TYPE_VIDEO) continue;
+    setPositive(red, "width", stream->codecpar->width);
+    setPositive(red, "height", stream->codecpar->height);
+    Dictionary times;
+    addTimes(context, stream, times);
+    for (const auto& [from, to] : {std::pair("frame_rate", "frame_rate"), std::pair("video_frames", "frames"),
+                                   std::pair("timecode", "timecode")}) {
+      if (const Value* value = times.find(from)) red.set(to, *value);
+    }
+  }
+  return red;
+}
+
 std::optional<Dictionary> audioInformation(const std::string& path) {
   auto file = MediaFile::open(path);
   if (!file) return std::nullopt;
@@ -261,13 +292,29 @@ std::optional<Dictionary> audioInformation(const std::string& path) {
   return facts;
 }
 
+/// Of a raw file libvips sees the first picture only, which may be a stamp.
+static void addRawSize(const std::string& path, Dictionary& facts) {
+  auto preview = rawPreview(path);
+  const Value* width = facts.find("image_width");
+  if (!preview ||
+      (width && width->ifInteger() && *width->ifInteger() >= std::max(preview->width, preview->height)))
+    return;
+  bool turned = preview->orientation >= 5;
+  facts.set("image_width", turned ? preview->height : preview->width);
+  facts.set("image_height", turned ? preview->width : preview->height);
+  facts.set("image_orientation", preview->orientation);
+}
+
 std::optional<Dictionary> imageInformation(const std::string& path) {
   auto source = imageSource(path);
-  if (!source) return std::nullopt;
-  auto facts = catchingVips(path, [&] { return imageFacts(openImage(*source)); });
-  if (!facts) return std::nullopt;
-  setFileSize(*facts, path);
-  return *facts;
+  auto read = source.and_then([&](const ImageSource& known) {
+    return catchingVips(path, [&] { return imageFacts(openImage(known)); });
+  });
+  Dictionary facts = read.value_or(Dictionary());
+  if (isCameraRaw(path)) addRawSize(path, facts);
+  if (facts.empty()) return std::nullopt;
+  setFileSize(facts, path);
+  return facts;
 }
 
 }  // namespace vornex

@@ -51,6 +51,10 @@ std::optional<Dictionary> videoInformation(const std::string& path);
 ///   "has_artwork"         boolean  an embedded picture is there
 std::optional<Dictionary> audioInformation(const std::string& path);
 
+/// What the header of a RED clip tells: "width", "height", "frame_rate", "frames" (integer), "timecode",
+/// "audio_channels", and the clip's own tags as strings. Absent for every other file.
+std::optional<Dictionary> redInformation(const std::string& path);
+
 /// Of images besides:
 ///   "image_width", "image_height"  integer  pixels, after orientation
 ///   "image_orientation"   integer  1 to 8 as stored

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "foundation/Files.h"
+#include "platform/ContainedMedia.h"
 #include "platform/Processes.h"
 
 namespace vornex {
@@ -15,7 +16,6 @@ namespace vornex {
 namespace {
 
 constexpr std::chrono::seconds kTimeLimit{20};
-constexpr int kMaxPreview = 4096;
 
 struct GFree {
   void operator()(void* memory) const { g_free(memory); }
@@ -119,7 +119,8 @@ class TemporaryFolder {
   std::string path_;
 };
 
-Result<Image> runThumbnailer(const std::string& command, const std::string& path, int size) {
+Result<std::vector<Image>> runThumbnailer(const std::string& command, const std::string& path,
+                                          const std::vector<int>& bounds) {
   TemporaryFolder folder;
   if (folder.path().empty()) return failure("preview", errno, "cannot make a temporary folder");
   gchar** words = nullptr;
@@ -134,39 +135,39 @@ Result<Image> runThumbnailer(const std::string& command, const std::string& path
   std::string output = appendPathComponent(folder.path(), "preview.png");
   std::vector<std::string> arguments;
   for (gchar** word = words; *word; ++word) {
-    arguments.push_back(expanded(*word, absolute, uri ? uri.get() : "", output, size));
+    arguments.push_back(expanded(*word, absolute, uri ? uri.get() : "", output, bounds.front()));
   }
   std::string program = arguments.front();
   arguments.erase(arguments.begin());
 
   ProcessOptions options;
   options.timeLimit = kTimeLimit;
-  auto ended = runProcess(program, arguments, options);
+  auto ended = runContained(program, arguments, options);
   if (!ended) return failure("preview", ended.error().code, ended.error().message);
   if (ended->timedOut) return failure("preview", ETIMEDOUT, program + " took too long for " + path);
   if (!ended->succeeded()) return failure("preview", ended->exitStatus, program + " cannot show " + path);
-  return loadThumbnail(output, size, size);
+  return contained::loadThumbnails(output, bounds);
 }
 
 }  // namespace
 
-Result<Image> previewImage(const std::string& path, int maxSize) {
+Result<std::vector<Image>> previewImages(const std::string& path, const std::vector<int>& bounds) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) return failure("preview", errno, "cannot find " + path);
   if (!S_ISREG(status.st_mode)) return failure("preview", 0, path + " is not a regular file");
-  int size = std::min(maxSize, kMaxPreview);
   std::string mime = mimeType(path);
   if (mime.starts_with("video/") || mime.starts_with("audio/")) {
     return failure("preview", 0, path + " is sound or moving pictures: " + mime);
   }
-  Result<Image> image = loadThumbnail(path, size, size);
-  if (image) return image;
+  auto images = contained::loadThumbnails(path, bounds);
+  // What a decoder died of is not given to another one.
+  if (images || images.error().domain == "decoder") return images;
   for (const std::string& command : commandsFor(mime)) {
-    Result<Image> shown = runThumbnailer(command, path, size);
+    auto shown = runThumbnailer(command, path, bounds);
     if (shown) return shown;
     logLine(LogLevel::debug, shown.error().message);
   }
-  return image;
+  return images;
 }
 
 }  // namespace vornex

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/types.h>
 #include <vornex/Value.h>
 
 #include <chrono>
@@ -27,6 +28,13 @@ struct ProcessResult {
   bool succeeded() const { return signal == 0 && exitStatus == 0; }
 };
 
+/// Starts a program and returns. `input` becomes its standard input (-1: none, it reads nothing) and `output`
+/// its standard output and error (-1: discarded); it inherits nothing else and leads a process group of its
+/// own. The caller reaps it. Domain "posix". Thread-safe.
+[[nodiscard]] Result<pid_t> startProcess(const std::string& program,
+                                         const std::vector<std::string>& arguments, int input = -1,
+                                         int output = -1);
+
 /// Runs a program and waits for its end. A program given without a slash is looked for in $PATH. It reads
 /// nothing, inherits no descriptors, and at the time limit it is killed with the children of its process
 /// group; children it leaves behind at its end are killed too. A program that cannot be started is an error
@@ -34,6 +42,15 @@ struct ProcessResult {
 [[nodiscard]] Result<ProcessResult> runProcess(const std::string& program,
                                                const std::vector<std::string>& arguments,
                                                const ProcessOptions& options = {});
+
+/// runProcess for programs that read files of unknown origin: contained as Containment.h says, with two
+/// minutes of processor time. ENOENT when the program or the one that contains it is missing.
+[[nodiscard]] Result<ProcessResult> runContained(const std::string& program,
+                                                 const std::vector<std::string>& arguments,
+                                                 const ProcessOptions& options = {});
+
+/// A program of this system: beside the running program or the library, or where an installation puts it.
+OptionalString findOwnProgram(const std::string& name);
 
 /// The path of the executable of that name in $PATH; a name with a slash is checked as it is. Thread-safe.
 OptionalString findProgram(const std::string& name);

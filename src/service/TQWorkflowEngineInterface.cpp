@@ -34,10 +34,12 @@ void TQWorkflowEngineInterface::searchWorkflowWithJobType(
 void TQWorkflowEngineInterface::cancelWorkflowWithDBName(const std::string& dbName) {
   const std::string path = TQVornexUtil::workflowPlist();
   if (!itemExists(path)) return;
-  auto changed = changeDictionaryFile(path, [&](Dictionary& file) {
+  auto changed = changeDictionaryFile(path, [&](std::optional<Dictionary> present) {
+    Dictionary file = std::move(present).value_or(Dictionary());
     Array jobs = coerce::array(file.find(kJobs));
     std::erase_if(jobs, [&](const Value& job) { return coerce::string(job.find("dbname")) == dbName; });
     file.set(kJobs, std::move(jobs));
+    return file;
   });
   if (!changed) logLine(LogLevel::error, "cancelWorkflowWithDBName: " + changed.error().message);
 }

@@ -4,6 +4,9 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <future>
+#include <thread>
+
 #include "Fixtures.h"
 #include "platform/FileCopy.h"
 #include "support/TemporaryFolder.h"
@@ -133,6 +136,73 @@ TEST_F(FileCopy, FailuresLeaveNothingBehind) {
   failsWith(ENOTSUP, folder_ / "tree", {});
   failsWith(ENOTSUP, folder_ / "tree/pipe", {});
   EXPECT_EQ(copyItem(big, folder_ / "nowhere/copy").error().code, ENOENT);
+}
+
+TEST_F(FileCopy, AVerifiedCopyTellsItsDigestAndADifferentOneNeverAppears) {
+  fs::create_directories(folder_ / "tree/sub");
+  makeFile("tree/a", 3);
+  testing::write(folder_ / "tree/sub/empty", "");
+  fs::create_symlink("a", folder_ / "tree/link");
+  CopyOptions verifying;
+  verifying.verify = true;
+  auto tree = copyItem(folder_ / "tree", folder_ / "copy", verifying);
+  ASSERT_TRUE(tree) << tree.error().message;
+  EXPECT_EQ(copyItem(folder_ / "copy", folder_ / "again", verifying)->digest, tree->digest);
+  testing::write(folder_ / "abc", "abc");
+  EXPECT_EQ(copyItem(folder_ / "abc", folder_ / "abc 2", verifying)->digest,
+            "xxh128:06b05ab6733a618578af5f94892f3950");
+  EXPECT_FALSE(copyItem(folder_ / "abc", folder_ / "abc 3", CopyOptions())->digest);
+
+  // A disk that stores something else than was written.
+  std::string source = makeFile("source", 20);
+  fs::create_directory(folder_ / "target");
+  verifying.progress = [&](std::uint64_t done, std::uint64_t total) {
+    for (const auto& item : fs::directory_iterator(folder_ / "target"))
+      if (done == total) std::fstream(item.path(), std::ios::in | std::ios::out).seekp(5 << 20) << "!";
+    return true;
+  };
+  // The last look before the comparison comes after 16 of 20 megabytes: let the source end there.
+  fs::resize_file(source, 16 << 20);
+  auto differing = copyItem(source, folder_ / "target/copy", verifying);
+  ASSERT_FALSE(differing);
+  EXPECT_EQ(differing.error().code, EIO) << differing.error().message;
+  EXPECT_TRUE(namesInFolder(folder_ / "target").empty());
+}
+
+TEST_F(FileCopy, ASourceThatAnswersNoMoreIsGivenUp) {
+  fs::create_directory(folder_ / "mount");
+  fs::create_directory(folder_ / "target");
+  std::string command = "python3 " VORNEX_TEST_SUPPORT "/hung_mount.py " + (folder_ / "mount") + " >" +
+                        (folder_ / "mounted") + " 2>/dev/null";
+  FILE* server = popen(command.c_str(), "w");
+  ASSERT_TRUE(server);
+  for (int i = 0; i < 500 && readFile(folder_ / "mounted").value_or("").empty(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  if (readFile(folder_ / "mounted").value_or("").empty()) {
+    pclose(server);
+    GTEST_SKIP() << "this process may not mount";
+  }
+  CopyWatch watch;
+  std::atomic<bool> abandoned = false, toldLater = false;
+  CopyOptions watched;
+  watched.watch = &watch;
+  watched.progress = [&](std::uint64_t, std::uint64_t) {
+    if (abandoned) toldLater = true;
+    return true;
+  };
+  auto copy = std::async(std::launch::async,
+                         [&] { return copyItem(folder_ / "mount/file", folder_ / "target/copy", watched); });
+  for (int i = 0; i < 2000 && !abandoned; ++i) {
+    abandoned = watch.abandonIfStuck(std::chrono::milliseconds(1500));
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_TRUE(abandoned);
+  EXPECT_EQ(copy.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  EXPECT_TRUE(namesInFolder(folder_ / "target").empty());
+  pclose(server);  // its end lets the reader go
+  EXPECT_FALSE(copy.get());
+  EXPECT_FALSE(toldLater);
+  EXPECT_TRUE(namesInFolder(folder_ / "target").empty());
 }
 
 TEST_F(FileCopy, TheUnfinishedCopyIsRecognised) {

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "Fixtures.h"
+#include "platform/MediaInformation.h"
 #include "platform/Previewer.h"
 #include "support/TemporaryFolder.h"
 
@@ -70,6 +71,17 @@ TEST_F(Images, EveryFormatAndPixelKindBecomesAJpegInSrgb) {
   base.heifsave((folder_ / "a.avif").c_str(),
                 VImage::option()->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_AV1));
   base.magicksave((folder_ / "a.bmp").c_str());
+  base.magicksave((folder_ / "a.psd").c_str());
+  // A camera's raw file: a directory that says "turn right", a stamp, and the picture for showing.
+  std::string stamp = folder_ / "stamp.jpg", large = folder_ / "large.jpg";
+  VImage::black(16, 16).jpegsave(stamp.c_str());
+  base.rot270().jpegsave(large.c_str());
+  testing::write(folder_ / "a.nef",
+                 std::string("II*\0\x8\0\0\0\x1\0\x12\x1\x3\0\x1\0\0\0\x6\0\0\0\0\0\0\0", 26) +
+                     readFile(stamp).value() + readFile(large).value());
+  std::filesystem::remove(stamp);
+  std::filesystem::remove(large);
+  EXPECT_EQ(*imageInformation(folder_ / "a.nef")->find("image_width"), Value(640));
   base.colourspace(VIPS_INTERPRETATION_RGB16).pngsave((folder_ / "16bit.png").c_str());
   base.icc_export(VImage::option()->set("output_profile", "cmyk")).jpegsave((folder_ / "cmyk.jpg").c_str());
   base.icc_transform("p3", VImage::option()->set("input_profile", "srgb"))
@@ -85,8 +97,9 @@ TEST_F(Images, EveryFormatAndPixelKindBecomesAJpegInSrgb) {
   std::string saved = other / "saved";
   for (const auto& item : std::filesystem::directory_iterator(folder_.path())) {
     SCOPED_TRACE(item.path().filename().string());
-    auto image = previewImage(item.path().string(), 300);
-    ASSERT_TRUE(image) << image.error().message;
+    auto images = previewImages(item.path().string(), {300});
+    ASSERT_TRUE(images) << images.error().message;
+    const Image* image = &images->front();
     EXPECT_EQ(image->width(), 300);
     EXPECT_EQ(image->height(), 225);
     ASSERT_TRUE(image->saveJpeg(saved));
@@ -128,14 +141,14 @@ TEST_F(Images, BrokenFilesGiveAPartOrAnErrorButNeverHang) {
        {"", "\xff\xd8\xff", "GIF89a", "just text", "%PDF-1.4", "<svg", "BM", "P6 99999 99999 255 "}) {
     std::string path = folder_ / "broken.jpg";
     testing::write(path, bytes);
-    EXPECT_FALSE(previewImage(path, 300)) << bytes;
+    EXPECT_FALSE(previewImages(path, {300})) << bytes;
     EXPECT_FALSE(decodeImage(bytes)) << bytes;
   }
   std::string pipe = folder_ / "pipe.jpg";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_FALSE(loadThumbnail(pipe, 300, 300));
   EXPECT_FALSE(loadThumbnail(folder_.path(), 300, 300));
-  EXPECT_FALSE(previewImage(folder_ / "missing", 300));
+  EXPECT_FALSE(previewImages(folder_ / "missing", {300}));
 }
 
 TEST_F(Images, AnAbsurdSizeIsRefusedFromTheHeader) {
@@ -188,12 +201,13 @@ TEST_F(Images, ThePreviewerAsksTheInstalledThumbnailerForOtherKinds) {
       dataHome() / "thumbnailers/zip.thumbnailer",
       "[Thumbnailer Entry]\nExec=/bin/cp \"" + folder_ / "drawn.png" + "\" %o\nMimeType=application/zip;\n");
   testing::write(folder_ / "a.zip", std::string("PK\5\6") + std::string(18, '\0'));
-  auto image = previewImage(folder_ / "a.zip", 80);
-  ASSERT_TRUE(image) << image.error().message;
-  EXPECT_EQ(image->width(), 80);
-  EXPECT_EQ(image->height(), 40);
+  auto images = previewImages(folder_ / "a.zip", {80, 20});
+  ASSERT_TRUE(images) << images.error().message;
+  EXPECT_EQ(images->front().width(), 80);
+  EXPECT_EQ(images->front().height(), 40);
+  EXPECT_EQ(images->back().width(), 20);
   testing::write(folder_ / "a.mp4", "not really");
-  EXPECT_FALSE(previewImage(folder_ / "a.mp4", 80));
+  EXPECT_FALSE(previewImages(folder_ / "a.mp4", {80}));
 }
 
 }  // namespace vornex

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "Fixtures.h"
@@ -71,6 +72,43 @@ TEST_F(Media, FramesAreUprightAndInDisplayAspect) {
   std::string wide = makeVideo("wide.mp4", {"-vf", "setsar=2/1"});
   EXPECT_EQ(videoFrame(wide, 0)->width(), 640);
   EXPECT_EQ(videoFrame(wide, 0)->height(), 180);
+}
+
+TEST_F(Media, HighDynamicRangeIsShownAsAPersonSeesIt) {
+  // Diffuse white, a mid grey and a light far above white, as both systems store them (10 bits of full
+  // range).
+  struct System {
+    const char* name;
+    const char* transfer;
+    int white, grey, glare;
+  };
+  for (const System& system :
+       {System{"pq.mp4", "smpte2084", 594, 446, 769}, System{"hlg.mp4", "arib-std-b67", 767, 430, 1000}}) {
+    SCOPED_TRACE(system.name);
+    auto level = [&](int start, int value) {
+      return fmt::format("between(X,{},{})*{}", start, start + 99, value * 64);
+    };
+    std::string columns =
+        level(0, system.white) + "+" + level(100, system.grey) + "+" + level(200, system.glare);
+    ASSERT_TRUE(
+        ffmpeg({"-f", "lavfi", "-i", "color=black:s=300x100:r=1:d=1", "-vf",
+                "format=gbrp16le,geq=r='" + columns + "':g='" + columns + "':b='" + columns +
+                    "',scale=out_color_matrix=bt2020:out_range=tv,format=yuv420p10le",
+                "-c:v", "libx265", "-x265-params",
+                "log-level=none:lossless=1:colorprim=bt2020:colormatrix=bt2020nc:range=limited:transfer=" +
+                    std::string(system.transfer),
+                folder_ / system.name}));
+    auto frame = videoFrame(folder_ / system.name, 0);
+    ASSERT_TRUE(frame) << frame.error().message;
+    double white = testing::pixel(*frame, 50, 50)[1];
+    double grey = testing::pixel(*frame, 150, 50)[1];
+    double glare = testing::pixel(*frame, 250, 50)[1];
+    // White is bright, grey is in the middle, and glare is brighter than white.
+    EXPECT_GT(white, 200);
+    EXPECT_GT(grey, 90);
+    EXPECT_LT(grey, 150);
+    EXPECT_GT(glare, white + 8);
+  }
 }
 
 TEST_F(Media, TellsTheFactsOfAVideo) {

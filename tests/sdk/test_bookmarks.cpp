@@ -24,6 +24,11 @@ class BookmarksTest : public vornex::testing::SdkTest {
     return file ? *file->find("bookmark")->ifArray() : Array();
   }
 
+  static void write(const Array& entries) {
+    ASSERT_TRUE(writePropertyListFile(TQBookmarkUtil::bookmarkPlist(),
+                                      Dictionary{{"version", "2.0"}, {"bookmark", entries}}));
+  }
+
   TQBookmarkUtil& bookmarks = TQBookmarkUtil::sharedInstance();
 };
 
@@ -65,11 +70,29 @@ TEST_F(BookmarksTest, AnEntryThatIsNoBookmarkEndsTheLoadAndLeavesTheFile) {
   Array entries = stored();
   entries.emplace_back(Dictionary{{"filepath", "/x"}, {"bookmarkdata", ""}});
   entries.push_back(entries.front());
-  ASSERT_TRUE(writePropertyListFile(TQBookmarkUtil::bookmarkPlist(),
-                                    Dictionary{{"version", "2.0"}, {"bookmark", entries}}));
+  write(entries);
   EXPECT_EQ(bookmarks.loadBookmarks().size(), 1u);
   EXPECT_TRUE(logged("loadBookmarks exception:"));
   EXPECT_EQ(stored(), entries);
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  EXPECT_EQ(bookmarks.loadBookmarks().size(), 2u) << "the save removed the entry alone";
+}
+
+TEST_F(BookmarksTest, EntriesWithoutAPathDoNotMultiply) {
+  ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  Array entries = stored();
+  entries.front().ifDictionary()->erase("filepath");
+  entries.emplace_back("no bookmark");
+  write(entries);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(bookmarks.loadBookmarks().size(), 1u);
+    ASSERT_TRUE(bookmarks.saveBookmarks());
+    EXPECT_EQ(stored().size(), 1u);
+  }
+  EXPECT_TRUE(bookmarks.bookmarks()[0].isAccessed);
+  bookmarks.unloadBookmarks();
+  EXPECT_FALSE(bookmarks.bookmarks()[0].isAccessed);
 }
 
 TEST_F(BookmarksTest, SavingKeepsWhatOtherProcessesAdded) {
@@ -79,11 +102,23 @@ TEST_F(BookmarksTest, SavingKeepsWhatOtherProcessesAdded) {
   Dictionary theirs = *entries.front().ifDictionary();
   theirs.set("filepath", "/elsewhere");
   entries.emplace_back(theirs);
-  ASSERT_TRUE(writePropertyListFile(TQBookmarkUtil::bookmarkPlist(),
-                                    Dictionary{{"version", "2.0"}, {"bookmark", entries}}));
+  write(entries);
   ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "other"));
   ASSERT_TRUE(bookmarks.saveBookmarks());
   EXPECT_EQ(stored().size(), 3u);
+
+  // What another process has removed comes back only when it is added again.
+  entries.erase(entries.begin());
+  write(entries);
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  EXPECT_EQ(stored(), entries);
+  ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  EXPECT_EQ(stored().size(), 2u);
+
+  ASSERT_TRUE(writeFileAtomically(TQBookmarkUtil::bookmarkPlist(), "damaged"));
+  ASSERT_TRUE(bookmarks.saveBookmarks());
+  EXPECT_EQ(stored().size(), bookmarks.bookmarks().size());
 }
 
 TEST_F(BookmarksTest, OldFilesAreDiscarded) {

@@ -127,20 +127,29 @@ TEST_F(Import, ACopyThatCannotBeWrittenFailsByNameAndLeavesNothing) {
 }
 
 TEST_F(Import, ARecordWhoseAnswerWasLostIsTakenBack) {
-  writeText(source("a.txt"), "a");
   std::filesystem::create_directory(source("other"));
+  writeText(source("a.txt"), "a");
   writeText(source("other/a.txt"), "other");
   server_.creating = Creating::losesAnswer;
-  import(items({"a.txt", "other/a.txt"}), ImportType::copy, false,
-         [this](const Step& step) {
-           if (step.file == "other/a.txt") server_.creating = Creating::works;
-  return false;
-});
-// The lost record keeps its name, so the second file cannot be taken for it.
-EXPECT_EQ(lastPathComponent(*assets_[source("other/a.txt")]->masterPath), "a 1.txt");
-ASSERT_EQ(server_.records().size(), 1U);
-EXPECT_THAT(packageFiles(), ElementsAre(*assets_[source("other/a.txt")]->masterPath));
-}  // namespace
+  auto recover = [this](const Step& step) {
+    if (step.file == "other/a.txt") server_.creating = Creating::works;
+    return false;
+  };
+  import(items({"a.txt", "other/a.txt"}), ImportType::copy, false, recover);
+  // The lost record keeps its name, so the second file cannot be taken for it.
+  const std::string kept = *assets_[source("other/a.txt")]->masterPath;
+  EXPECT_EQ(lastPathComponent(kept), "a 1.txt");
+  EXPECT_EQ(server_.records().size(), 1U);
+  EXPECT_THAT(packageFiles(), ElementsAre(::testing::HasSubstr("journal"), kept));
+
+  // A record that the server makes later all the same is found by the next look, for a while.
+  server_.add(
+      "late",
+      {{"name", "a"}, {"type", 3}, {"importtype", 1}, {"masterpath", *assets_[source("a.txt")]->masterPath}});
+  EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
+  EXPECT_EQ(server_.records().size(), 1U);
+  EXPECT_TRUE(fileExists(inPackage(kept)));
+}
 
 TEST_F(Import, StopTakesTheCurrentFileBackAndEndsTheBatch) {
   writeText(source("first.txt"), "first");
@@ -165,7 +174,7 @@ TEST_F(Import, StopTakesTheCurrentFileBackAndEndsTheBatch) {
   EXPECT_EQ(packageFiles().size(), 1U);
   EXPECT_EQ(server_.records().size(), 1U);
 }
-}  // namespace vornex::testing
+}  // namespace
 
 TEST_F(Import, ReferencesAreLinksToTheSourceOrToItsIndexedCopy) {
   writePicture(source("a.jpg"), 200, 100);
@@ -191,6 +200,79 @@ TEST_F(Import, SideFilesAreRecordedOrPlacedOnTheirOwn) {
   import(list);
   EXPECT_EQ(server_.records().size(), 2U);
   EXPECT_EQ(packageFiles().size(), 1U);
+}
+
+/// A clip of one frame, as far as the demuxer reads it: a header, then a JPEG 2000 picture.
+void writeREDClip(const std::string& path) {
+  const std::string picture = path + ".j2k";
+  const std::string command =
+      "ffmpeg -loglevel error -y -f lavfi -i testsrc=size=640x320 -frames:v 1 -pix_fmt rgb24 -c:v jpeg2000 "
+      "-format j2k -f image2 '" +
+      picture + "'";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  auto number = [](std::uint32_t value, int bytes) {
+    std::string text;
+    while (bytes-- > 0) text += static_cast<char>(value >> (8 * bytes));
+    return text;
+  };
+  auto atom = [&](const char* tag, const std::string& body) {
+    return number(static_cast<std::uint32_t>(body.size()) + 8, 4) + tag + body;
+  };
+  std::string name = lastPathComponent(path);
+  name.resize(257);
+  std::string header = number(0x0100, 2) + number(0, 2) + number(24000, 4) + number(1, 4) +
+                       std::string(32, '\0') + number(640, 4) + number(320, 4) + number(0, 2) +
+                       number(24000, 2) + number(1001, 2) + number(0, 1) + name;
+  std::string frame =
+      number(0, 4) + number(0, 4) + number(0x0100, 2) + number(0, 2) + readFile(picture).value();
+  writeText(path, atom("RED1", header) + atom("REDV", frame));
+  std::filesystem::remove(picture);
+}
+
+TEST_F(Import, AClipFolderIsCopiedWholeAndItsSideFileFollows) {
+  std::filesystem::create_directory(source("A001_C002_0101AB.RDC"));
+  const std::string clip = "A001_C002_0101AB.RDC/A001_C002_0101AB_001.R3D";
+  writeREDClip(source(clip));
+  writeText(source("A001_C002_0101AB.RDC/A001_C002_0101AB.rmd"), "side");
+  std::filesystem::create_directory(folder_ / "target/A001_C002_0101AB.RDC");  // the name is taken
+  auto list = items({"A001_C002_0101AB.RDC", "A001_C002_0101AB.RDC/A001_C002_0101AB.rmd"});
+  list[0]->isREDFile = true;
+  list[0]->fileSize = 1234;
+  list[0]->verifiesCopy = true;
+  std::vector<Step> steps = import(list, ImportType::reference, true);
+  for (const Step& step : steps) EXPECT_FALSE(step.error) << step.error->description();
+  EXPECT_FALSE(project_->availableTargetREDFolders());
+
+  const std::string copies = folder_ / "target/A001_C002_0101AB 1.RDC";
+  AssetPtr asset = assets_[source("A001_C002_0101AB.RDC")];
+  EXPECT_EQ(asset->name(), "A001_C002_0101AB");
+  EXPECT_EQ(std::filesystem::read_symlink(inPackage(asset->masterPath)),
+            copies + "/A001_C002_0101AB_001.R3D");
+  Dictionary record = server_.records().at(*asset->id);
+  EXPECT_EQ(*record.find("name"), Value("A001_C002_0101AB"));
+  EXPECT_EQ(*record.find("filesize"), Value(1234));
+  EXPECT_EQ(*record.find("importfrompath"), Value(copies + "/A001_C002_0101AB_001.R3D"));
+  EXPECT_EQ(*record.find("red")->find("frame_rate"), Value("24000/1001"));
+  EXPECT_EQ(*record.find("mediainfo")->find("video_width"), Value(640));
+  EXPECT_TRUE(record.find("checksum")->ifString()->starts_with("xxh128:"));
+  EXPECT_EQ(imageSize(inPackage(asset->thumbnailPath)).value().width, 600);
+
+  AssetPtr side = assets_[source("A001_C002_0101AB.RDC/A001_C002_0101AB.rmd")];
+  EXPECT_EQ(readFile(inPackage(side->masterPath)).value(), "side");
+  EXPECT_EQ(std::filesystem::read_symlink(inPackage(side->masterPath)), copies + "/A001_C002_0101AB.rmd");
+}
+
+TEST_F(Import, NamesThatDoNotFitAreCutAndKeepTheirPreviewsApart) {
+  // Equal but for the ends that are cut off for a suffix; and bytes that take three characters each in a
+  // record.
+  const std::string stem(250, 'n'), bytes(200, '\xff');
+  for (const char* end : {"a.jpg", "b.jpg"}) writePicture(source(stem + end), 1700, 20);
+  writeText(source(bytes + ".txt"), "bytes");
+  for (const Step& step : import(items({stem + "a.jpg", stem + "b.jpg", bytes + ".txt"})))
+    EXPECT_FALSE(step.error) << step.error->description();
+  EXPECT_NE(*assets_[source(stem + "a.jpg")]->previewPath, *assets_[source(stem + "b.jpg")]->previewPath);
+  EXPECT_TRUE(fileExists(inPackage(assets_[source(stem + "b.jpg")]->previewPath)));
+  EXPECT_TRUE(assets_[source(bytes + ".txt")]->masterPath->ends_with(".txt"));
 }
 
 TEST_F(Import, RefusesAtOnceWhatCannotBegin) {
@@ -251,5 +333,5 @@ TEST_F(Import, OneFileOutsideABatch) {
   EXPECT_EQ(ends, 3);
 }
 
-}  // namespace
+}  // namespace vornex::testing
 }  // namespace vornex::testing

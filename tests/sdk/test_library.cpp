@@ -207,6 +207,13 @@ TEST_F(LibraryTest, NetworkLibrariesAreAddedOnceWithTheirCredentials) {
   EXPECT_TRUE(manager().findNetworkLibrariesWithBonjourName(std::nullopt).empty());
   EXPECT_FALSE(manager().saveNetworkUserFile(TQUser::userWithID("ann", "", 0, std::nullopt), library));
 
+  const std::string credentials = TQVornexUtil::networkUserPlist();
+  std::ofstream(credentials, std::ios::trunc) << "damaged";
+  LibraryPtr second = TQLibrary::libraryWithDictionary(row("10", "Cutting", kLibraryTypeNetwork));
+  EXPECT_TRUE(manager().saveNetworkUserFile(library->connection->user, second));
+  EXPECT_EQ(manager().networkUserWithDBName("9")->password, "NEW");
+  EXPECT_EQ(readDictionaryFile(credentials)->size(), 2u);
+
   EXPECT_TRUE(manager().deleteRemoteLibrary(library));
   EXPECT_TRUE(load().empty());
   EXPECT_FALSE(manager().networkUserWithDBName("9")->id);
@@ -242,10 +249,16 @@ TEST_F(LibraryTest, ASaveCarriesOverOnlyWhatThisProcessHasChanged) {
   EXPECT_EQ(*readList(path)[0].find("dbname"), Value("1"));
   EXPECT_EQ(*readList(path)[1].find("desc"), Value("twin's"));
 
-  std::ofstream(path) << "no list";
+  // Whatever happens to the file, nothing in memory is lost.
   manager().libraryForDBName("1")->name = "a";
-  EXPECT_TRUE(manager().saveLibrariesFileWithType(kLibraryTypeLocal));
-  EXPECT_TRUE(fileExists(path + ".damaged"));
+  const std::vector<std::string> lists = {
+      "no list", "<plist><dict><key>library</key><string/></dict></plist>", "<plist><dict/></plist>"};
+  for (const std::string& content : lists) {
+    std::ofstream(path, std::ios::trunc) << content;
+    EXPECT_TRUE(manager().saveLibrariesFileWithType(kLibraryTypeLocal));
+    EXPECT_EQ(readList(path).size(), manager().localLibraries().size()) << content;
+  }
+  EXPECT_EQ(readFile(path + ".damaged").value(), lists[0]);
 }
 
 TEST_F(LibraryTest, TwoProcessesThatAddAtOnceLoseNothing) {

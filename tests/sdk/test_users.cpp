@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vornex/TQConnection.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
@@ -30,7 +31,8 @@ class UsersTest : public vornex::testing::SdkTest {
 
   Outcome create(const char* id, const char* name, std::int64_t type) {
     Outcome outcome;
-    manager.createUser(TQUser::userWithID(id, name, type, "abc"), outcome.completion());
+    OptionalString given = id ? OptionalString(id) : std::nullopt;
+    manager.createUser(TQUser::userWithID(given, name, type, "abc"), outcome.completion());
     outcome.await();
     return outcome;
   }
@@ -40,6 +42,7 @@ class UsersTest : public vornex::testing::SdkTest {
 
 TEST_F(UsersTest, UsersAreKeptHashedSortedAndWithoutTheOwner) {
   EXPECT_TRUE(load().empty());
+  EXPECT_EQ(create(nullptr, "Nobody", kUserTypeNetwork).code(), 10000);
   EXPECT_TRUE(create("owner", "Owner", kUserTypeNetwork).ok);
   EXPECT_TRUE(create(kTQLocalUserID, "Local", kUserTypeLocalOwner).ok);
   EXPECT_TRUE(create("rev", "Ada", kUserTypeReviewer).ok);
@@ -99,6 +102,24 @@ TEST_F(UsersTest, WhatAnotherProcessSavedMeanwhileStays) {
   EXPECT_EQ(*rows[0].find("colour"), Value("blue"));
   EXPECT_EQ(*rows[0].find("libraries"), Value(Dictionary{{"db1", "Films"}}));
   EXPECT_EQ(*rows[1].find("id"), Value("eve"));
+
+  // A user that others have removed comes back when it is created again, though its deletion was not written.
+  const std::string path = TQVornexUtil::userPlist();
+  const std::string moved = path + ".moved";
+  ASSERT_EQ(::rename(path.c_str(), moved.c_str()), 0);
+  ASSERT_TRUE(createDirectories(path));
+  Outcome refused;
+  manager.deleteUsers({manager.userForID("bob")}, refused.completion());
+  ASSERT_TRUE(refused.await());
+  EXPECT_EQ(refused.code(), 10003);
+  EXPECT_TRUE(logged("deleteUsers, Can't save User Plist"));
+  ASSERT_TRUE(::rmdir(path.c_str()) == 0 && ::rename(moved.c_str(), path.c_str()) == 0);
+  EXPECT_TRUE(create("bob", "Bob", kUserTypeNetwork).ok);
+  EXPECT_EQ(load().size(), 3u);
+
+  ASSERT_TRUE(writeFileAtomically(path, "damaged"));
+  EXPECT_TRUE(manager.saveUsersFile());
+  EXPECT_EQ(load().size(), 3u);
 }
 
 // For the thread sanitizer, too.
@@ -117,22 +138,24 @@ TEST_F(UsersTest, ThreadsMayUseAUserWhileItIsReplacedOrChanged) {
   std::thread saver([&] {
     while (!isOver) manager.saveUsersFile();
   });
+  std::thread asker([&] {
+    while (!isOver) {
+      for (const UserPtr& user : library->users()) EXPECT_TRUE(KeyedArchiver::archivedData(user));
+      TQUserManager::sortedUsers(manager.users());
+    }
+  });
   for (int i = 0; i < 50; ++i) {
     manager.setLocalPassword(std::to_string(i));
     TQLibraryManager::sharedManager().updateLocalPassword();
     manager.userForID("ann")->addLibraries({library});
     manager.userForID("ann")->removeLibraries({library});
+    manager.userForID("ann")->updateNewName(std::to_string(i), std::nullopt, [](bool, const TQErrorPtr&) {});
   }
   isOver = true;
   reader.join();
   saver.join();
+  asker.join();
   EXPECT_EQ(library->connection->user->password, manager.localPasswordMD5());
-}
-
-TEST_F(UsersTest, AFileThatCannotBeWrittenIsReported) {
-  ASSERT_TRUE(createDirectories(TQVornexUtil::userPlist()));
-  EXPECT_EQ(create("ann", "Ann", kUserTypeNetwork).code(), 10003);
-  EXPECT_TRUE(logged("createUser, Can't save User Plist"));
 }
 
 TEST_F(UsersTest, LibrariesAreAssignedToUsers) {
@@ -143,6 +166,11 @@ TEST_F(UsersTest, LibrariesAreAssignedToUsers) {
   EXPECT_EQ(library->users().size(), 2u);
   EXPECT_EQ(library->reviewers(), std::vector<UserPtr>{manager.userForID("rev")});
   EXPECT_EQ(load()[0]->libraries, (Dictionary{{*library->dbName, "Films"}}));
+  std::vector<UserPtr> named;
+  for (const char* name : {"f", "e\xCC\x81\x62", "\xC3\xA9\x61", "e"})
+    named.push_back(TQUser::userWithID(name, name, kUserTypeNetwork, "p"));
+  EXPECT_EQ(TQUserManager::sortedUsers(named), (std::vector{named[3], named[2], named[1], named[0]}))
+      << "letters are the same composed and decomposed";
   library->removeUsers(manager.users());
   EXPECT_TRUE(library->users().empty());
 

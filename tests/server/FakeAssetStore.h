@@ -20,9 +20,10 @@ class FakeAssetStore : public AssetStore {
   /// Called at the start of each search.
   std::function<void()> onSearch = [] {};
 
-  Result<std::vector<Result<std::string>>> create(const Array& documents) override {
+  Result<std::vector<Result<std::string>>> create(const std::vector<std::string_view>& documents) override {
     std::vector<Result<std::string>> ids;
-    for (const Value& document : documents) {
+    for (std::string_view json : documents) {
+      Value document = parseJson(json).value();
       if (!document.find("name")) {
         ids.push_back(serverFailure(StatusCode::invalidRequest, "An asset needs a name."));
         continue;

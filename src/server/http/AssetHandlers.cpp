@@ -8,6 +8,7 @@
 #include "server/http/MediaFiles.h"
 #include "server/http/ReferenceCheck.h"
 #include "server/http/Replies.h"
+#include "server/store/DocumentReader.h"
 
 namespace vornex::server {
 namespace {
@@ -46,17 +47,6 @@ Response batchReply(const std::vector<Result<T>>& results, Describe describe) {
 
 Dictionary identifierItem(const std::string& id) {
   return {{"_id", id}};
-}
-
-Response storeBatch(const Context& context, const Call& call, const Request& request, Right right,
-                    Result<std::vector<Result<std::string>>> (AssetStore::*operation)(const Array&)) {
-  auto library = openLibraryFor(context, call, right);
-  if (!library) return errorReply(library.error());
-  auto items = batchItems(context, request);
-  if (!items) return errorReply(items.error());
-  auto results = (library->store.get()->*operation)(*items);
-  if (!results) return errorReply(results.error());
-  return batchReply(*results, identifierItem);
 }
 
 /// An integer of the body, the fallback when it is absent.
@@ -153,11 +143,27 @@ Result<bool> deletesOriginal(const Call& call) {
 }  // namespace
 
 Response createAssets(const Context& context, const Call& call, const Request& request) {
-  return storeBatch(context, call, request, Right::addAssets, &AssetStore::create);
+  auto library = openLibraryFor(context, call, Right::addAssets);
+  if (!library) return errorReply(library.error());
+  // Documents go to the store as they came, if nothing is wrong with the body.
+  auto documents = objectsInArray(request.body, "items");
+  if (documents && documents->size() <= context.limits.batchItems) {
+    auto results = library->store->create(*documents);
+    return results ? batchReply(*results, identifierItem) : errorReply(results.error());
+  }
+  auto items = batchItems(context, request);
+  if (!items) return errorReply(items.error());
+  auto results = library->store->create(*items);
+  return results ? batchReply(*results, identifierItem) : errorReply(results.error());
 }
 
 Response updateAssets(const Context& context, const Call& call, const Request& request) {
-  return storeBatch(context, call, request, Right::changeAssets, &AssetStore::update);
+  auto library = openLibraryFor(context, call, Right::changeAssets);
+  if (!library) return errorReply(library.error());
+  auto items = batchItems(context, request);
+  if (!items) return errorReply(items.error());
+  auto results = library->store->update(*items);
+  return results ? batchReply(*results, identifierItem) : errorReply(results.error());
 }
 
 Response deleteAssets(const Context& context, const Call& call, const Request& request) {

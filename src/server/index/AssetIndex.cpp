@@ -1,6 +1,7 @@
 #include "server/index/AssetIndex.h"
 
 #include <fmt/format.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <vornex/Log.h>
@@ -336,6 +337,8 @@ void AssetIndex::work() {
       if (stopping_) return;
       quiet = quiet && !changed_;
     }
+    // What merging took for a while goes back to the system.
+    if (fileMade || quiet) ::malloc_trim(0);
     bool due = false;
     {
       std::lock_guard changing(changing_);

@@ -76,19 +76,24 @@ class ExactSearch {
     return code < values_.numbers() && values_.number(code) == number ? code + 1 : code;
   }
 
-  // Of a row that is most of the values it costs less to take away the others.
+  // Numbers are never in arrays, so that the documents' own codes tell as much as the lists of the codes do;
+  // a look at all of them costs less than many lists.
   void addRange(CodeRange range) {
+    std::span<const std::uint32_t> codeOf = values_.codeOf;
     std::uint32_t size = range.end > range.begin ? range.end - range.begin : 0;
-    bool single = values_.lists.none(0);
-    if (!single || size < values_.codes() / 2) {
+    if (size < codeOf.size() / 16 || codeOf.empty()) {
       for (std::uint32_t code = range.begin; code < range.end; ++code) add(code);
       return;
     }
-    for (std::uint32_t code = 0; code < values_.codes(); ++code)
-      if (code < range.begin || code >= range.end) add(code);
-    values_.missing.addTo(found_, 0);
-    values_.unknown.addTo(found_, 0);
-    found_.complement();
+    std::span<std::uint64_t> words = found_.words();
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      std::size_t begin = i * 64;
+      std::size_t count = std::min<std::size_t>(64, codeOf.size() - begin);
+      std::uint64_t word = 0;
+      for (std::size_t j = 0; j < count; ++j)
+        word |= static_cast<std::uint64_t>(codeOf[begin + j] - range.begin < size) << j;
+      words[i] |= word;
+    }
   }
 
   void addMatching(const TextPattern& pattern) {

@@ -137,6 +137,17 @@ class Cursor {
     return ascending_ ? order < 0 : order > 0;
   }
 
+  // Passes over up to so many hits; gives how many.
+  std::int64_t skip(std::int64_t most) {
+    std::int64_t skipped = 0;
+    while (skipped < most && !atEnd_) {
+      if (at_ == list_.size()) skipped += passSingles(most - skipped - 1);
+      next();
+      ++skipped;
+    }
+    return skipped;
+  }
+
   void next() {
     while (at_ == list_.size() && visited_ < groups_) openGroup();
     if (at_ == list_.size()) {
@@ -148,6 +159,18 @@ class Cursor {
   }
 
  private:
+  // Passes over the groups to come as long as they have one document; gives how many hits were among them.
+  std::int64_t passSingles(std::int64_t most) {
+    std::int64_t passed = 0;
+    for (; passed < most && visited_ < groups_; ++visited_) {
+      auto list = order_.list(ascending_ ? visited_ : groups_ - 1 - visited_);
+      if (!list || list->size() != 1) break;
+      std::uint32_t document = list->front();
+      if (hits_->hits.contains(document) && order_.hasKey(document)) ++passed;
+    }
+    return passed;
+  }
+
   // Makes the hits of the next group the list. Most groups have one document, which most often is none.
   void openGroup() {
     std::uint32_t group = ascending_ ? visited_ : groups_ - 1 - visited_;
@@ -193,7 +216,9 @@ std::vector<Hit> walk(const std::vector<SegmentHits>& segments, std::size_t fiel
     if (cursors.back().atEnd()) cursors.pop_back();
   }
   std::vector<Hit> hits;
-  for (std::int64_t at = 0; !cursors.empty() && at < range.offset + range.count; ++at) {
+  std::int64_t first = cursors.size() == 1 ? cursors.front().skip(range.offset) : 0;
+  std::erase_if(cursors, [](const Cursor& cursor) { return cursor.atEnd(); });
+  for (std::int64_t at = first; !cursors.empty() && at < range.offset + range.count; ++at) {
     auto least = cursors.begin();
     for (auto cursor = std::next(least); cursor != cursors.end(); ++cursor)
       if (cursor->before(*least)) least = cursor;

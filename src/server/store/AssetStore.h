@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "foundation/Error.h"
@@ -43,11 +44,14 @@ class AssetStore {
  public:
   virtual ~AssetStore() = default;
 
-  /// Stores each document under a fresh identifier and gives the identifiers by position. A document whose
-  /// "masterpath" and "importdate" are those of a stored one is the same import, sent again because its
-  /// answer was lost: it gets the identifier that it has. One transaction: all that succeeded is durable when
-  /// the call returns. An item that cannot be stored gives its error at its place.
-  [[nodiscard]] virtual Result<std::vector<Result<std::string>>> create(const Array& documents) = 0;
+  /// Stores each document, given as JSON, under a fresh identifier and gives the identifiers by position. A
+  /// document whose "masterpath" and "importdate" are those of a stored one is the same import, sent again
+  /// because its answer was lost: it gets the identifier that it has. One transaction: all that succeeded is
+  /// durable when the call returns. An item that cannot be stored gives its error at its place.
+  [[nodiscard]] virtual Result<std::vector<Result<std::string>>> create(
+      const std::vector<std::string_view>& documents) = 0;
+  /// The same for documents that are values.
+  [[nodiscard]] Result<std::vector<Result<std::string>>> create(const Array& documents);
 
   /// Merges the keys of each item into the document named by its "_id" (dictionaries by key, everything else
   /// replaced) and gives the identifiers by position. Items fail as in create(), and with `itemNotFound`.

@@ -4,8 +4,14 @@
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <xxhash.h>
 
 #include <algorithm>
+
+#include "foundation/Json.h"
+#include "foundation/Text.h"
 
 namespace vornex::server {
 
@@ -90,10 +96,190 @@ class EntryBuilder {
   std::vector<Container> open_;
 };
 
+// Writes the document anew but for its "_id", collects entries, and notices keys that occur twice.
+class DocumentCopier {
+ public:
+  explicit DocumentCopier(const std::vector<std::string>& keys) : builder_(keys), writer_(buffer_) {}
+
+  bool Null() {
+    return forward([](auto& to) { return to.Null(); });
+  }
+  bool Bool(bool value) {
+    return forward([&](auto& to) { return to.Bool(value); });
+  }
+  bool Int(int value) {
+    return forward([&](auto& to) { return to.Int(value); });
+  }
+  bool Uint(unsigned value) {
+    return forward([&](auto& to) { return to.Uint(value); });
+  }
+  bool Int64(std::int64_t value) {
+    return forward([&](auto& to) { return to.Int64(value); });
+  }
+  bool Uint64(std::uint64_t value) {
+    return forward([&](auto& to) { return to.Uint64(value); });
+  }
+  bool Double(double value) {
+    return forward([&](auto& to) { return to.Double(value); });
+  }
+  bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }
+  bool String(const char* text, rapidjson::SizeType length, bool copy) {
+    return forward([&](auto& to) { return to.String(text, length, copy); });
+  }
+
+  bool Key(const char* text, rapidjson::SizeType length, bool copy) {
+    XXH64_hash_t hash = XXH3_64bits(text, length);
+    auto begin = keys_.begin() + static_cast<std::ptrdiff_t>(firstKeys_.back());
+    repeats_ = repeats_ || std::find(begin, keys_.end(), hash) != keys_.end();
+    keys_.push_back(hash);
+    skips_ = skips_ || (firstKeys_.size() == 1 && std::string_view(text, length) == "_id");
+    if (!skips_) writer_.Key(text, length, copy);
+    builder_.Key(text, length, copy);
+    return true;
+  }
+
+  bool StartObject() {
+    firstKeys_.push_back(keys_.size());
+    return begin([](auto& to) { return to.StartObject(); });
+  }
+  bool EndObject(rapidjson::SizeType count) {
+    keys_.resize(firstKeys_.back());
+    firstKeys_.pop_back();
+    return end([&](auto& to) { return to.EndObject(count); });
+  }
+  bool StartArray() {
+    return depth_ > 0 && begin([](auto& to) { return to.StartArray(); });
+  }
+  bool EndArray(rapidjson::SizeType count) {
+    return end([&](auto& to) { return to.EndArray(count); });
+  }
+
+  bool repeats() const { return repeats_; }
+  SentDocument take() { return {buffer_.GetString() + 1, builder_.take()}; }
+
+ private:
+  template <typename Event>
+  bool forward(Event event) {
+    if (depth_ == 0) return false;
+    event(builder_);
+    if (!skips_) event(writer_);
+    if (depth_ == 1) skips_ = false;
+    return true;
+  }
+
+  template <typename Event>
+  bool begin(Event event) {
+    ++depth_;
+    event(builder_);
+    if (!skips_) event(writer_);
+    return true;
+  }
+
+  template <typename Event>
+  bool end(Event event) {
+    event(builder_);
+    if (!skips_) event(writer_);
+    if (--depth_ == 1) skips_ = false;
+    return true;
+  }
+
+  EntryBuilder builder_;
+  rapidjson::StringBuffer buffer_;
+  rapidjson::Writer<rapidjson::StringBuffer> writer_;
+  std::size_t depth_ = 0;
+  bool skips_ = false;
+  bool repeats_ = false;
+  // The digests of the keys of all open objects, and where those of each begin.
+  std::vector<XXH64_hash_t> keys_;
+  std::vector<std::size_t> firstKeys_;
+};
+
+// Notes where the objects of one array begin and end. The parser stands at a bracket while it reports it.
+class ObjectFinder {
+ public:
+  ObjectFinder(const rapidjson::MemoryStream& stream, std::string_view json, std::string_view key)
+      : stream_(stream), json_(json), key_(key) {}
+
+  bool Null() { return scalar(); }
+  bool Bool(bool) { return scalar(); }
+  bool Int(int) { return scalar(); }
+  bool Uint(unsigned) { return scalar(); }
+  bool Int64(std::int64_t) { return scalar(); }
+  bool Uint64(std::uint64_t) { return scalar(); }
+  bool Double(double) { return scalar(); }
+  bool RawNumber(const char*, rapidjson::SizeType, bool) { return scalar(); }
+  bool String(const char*, rapidjson::SizeType, bool) { return scalar(); }
+  bool Key(const char* text, rapidjson::SizeType length, bool) {
+    if (depth_ != 1) return true;
+    inside_ = std::string_view(text, length) == key_;
+    bool again = inside_ && found_;
+    found_ = found_ || inside_;
+    return !again;
+  }
+  bool StartObject() {
+    if (depth_ == kElementDepth && inside_) begin_ = stream_.Tell();
+    // Under the key itself an array is expected.
+    return !(depth_ == 1 && inside_) && open();
+  }
+  bool EndObject(rapidjson::SizeType) {
+    if (--depth_ == kElementDepth && inside_)
+      objects_.push_back(json_.substr(begin_, stream_.Tell() + 1 - begin_));
+    return true;
+  }
+  bool StartArray() { return depth_ > 0 && !(depth_ == kElementDepth && inside_) && open(); }
+  bool EndArray(rapidjson::SizeType) {
+    --depth_;
+    return true;
+  }
+
+  bool found() const { return found_; }
+  std::vector<std::string_view> take() { return std::move(objects_); }
+
+ private:
+  static constexpr std::size_t kElementDepth = 2;
+  static constexpr std::size_t kMaximumDepth = 512;
+
+  bool open() { return ++depth_ <= kMaximumDepth; }
+  bool scalar() const { return depth_ > 0 && !(inside_ && depth_ <= kElementDepth); }
+
+  const rapidjson::MemoryStream& stream_;
+  std::string_view json_;
+  std::string_view key_;
+  std::size_t depth_ = 0;
+  std::size_t begin_ = 0;
+  bool inside_ = false;
+  bool found_ = false;
+  std::vector<std::string_view> objects_;
+};
+
+constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag;
+
 }  // namespace
 
+Result<SentDocument> readSentDocument(std::string_view json, const std::vector<std::string>& keys) {
+  rapidjson::MemoryStream stream(json.data(), json.size());
+  rapidjson::Reader reader;
+  DocumentCopier copier(keys);
+  rapidjson::ParseResult parsed = reader.Parse<kFlags>(stream, copier);
+  if (!parsed)
+    return failure("json", parsed.Code(),
+                   fmt::format("malformed document at byte {}: {}", parsed.Offset(),
+                               rapidjson::GetParseError_En(parsed.Code())));
+  if (!copier.repeats()) return copier.take();
+  return parseJson(json).and_then(
+      [&](const Value& value) { return readSentDocument(writeJson(value), keys); });
+}
+
+std::optional<std::vector<std::string_view>> objectsInArray(std::string_view json, std::string_view key) {
+  if (!isValidUtf8(json)) return std::nullopt;
+  rapidjson::MemoryStream stream(json.data(), json.size());
+  rapidjson::Reader reader;
+  ObjectFinder finder(stream, json, key);
+  if (!reader.Parse<kFlags>(stream, finder) || !finder.found()) return std::nullopt;
+  return finder.take();
+}
+
 Result<Dictionary> readEntries(std::string_view json, const std::vector<std::string>& keys) {
-  constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag;
   rapidjson::MemoryStream stream(json.data(), json.size());
   rapidjson::Reader reader;
   EntryBuilder builder(keys);

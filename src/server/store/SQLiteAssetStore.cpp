@@ -40,15 +40,13 @@ class IdentifierMaker {
   std::uint32_t count_ = 0;
 };
 
-// The document as it is stored, or why it cannot be.
-Result<std::string> storedText(const Dictionary& document) {
-  const Value* name = document.find("name");
+// Why a document cannot be stored, if it cannot.
+Result<void> checkDocument(const Dictionary& entries, std::size_t size) {
+  const Value* name = entries.find("name");
   if (!name || !name->ifString()) return serverFailure(StatusCode::invalidRequest, "an asset needs a name");
-  std::string json = writeJson(document);
-  if (json.size() > kMaximumDocumentSize)
-    return serverFailure(StatusCode::limitExceeded, fmt::format("an asset may take {} bytes, not {}",
-                                                                kMaximumDocumentSize, json.size()));
-  return json;
+  if (size <= kMaximumDocumentSize) return {};
+  return serverFailure(StatusCode::limitExceeded,
+                       fmt::format("an asset may take {} bytes, not {}", kMaximumDocumentSize, size));
 }
 
 void mergeInto(Dictionary& target, const Dictionary& changes) {
@@ -98,7 +96,7 @@ class SQLiteAssetStore final : public AssetStore {
   /// Opens the index, brings it up to date or makes it anew.
   Result<void> openIndex();
 
-  Result<std::vector<Result<std::string>>> create(const Array& documents) override;
+  Result<std::vector<Result<std::string>>> create(const std::vector<std::string_view>& documents) override;
   Result<std::vector<Result<std::string>>> update(const Array& items) override;
   Result<std::vector<Result<Dictionary>>> remove(const std::vector<std::string>& ids) override;
   Result<std::optional<std::string>> document(const std::string& id) override;
@@ -196,29 +194,29 @@ Result<OptionalString> SQLiteAssetStore::findSameImport(const IndexChanges& chan
   return std::nullopt;
 }
 
-Result<std::vector<Result<std::string>>> SQLiteAssetStore::create(const Array& documents) {
+Result<std::vector<Result<std::string>>> SQLiteAssetStore::create(
+    const std::vector<std::string_view>& documents) {
   std::lock_guard lock(writing_);
   Result<Statement> inserting = writer_.prepare("INSERT INTO assets(n, id, document) VALUES (?, ?, ?)");
   if (!inserting) return tl::unexpected(inserting.error());
-  auto change = [&](const Value& item, IndexChanges& changes) -> Result<std::string> {
-    const Dictionary* given = item.ifDictionary();
-    if (!given) return serverFailure(StatusCode::invalidRequest, "an asset is an object");
-    Result<OptionalString> known = findSameImport(changes, *given);
+  auto change = [&](std::string_view given, IndexChanges& changes) -> Result<std::string> {
+    Result<SentDocument> document = readSentDocument(given, indexedKeys());
+    if (!document) return serverFailure(StatusCode::invalidRequest, "an asset is an object");
+    Result<OptionalString> known = findSameImport(changes, document->entries);
     if (!known) return tl::unexpected(known.error());
     if (*known) return **known;
     std::string id = identifiers_.next();
-    Dictionary document{{"_id", id}};
-    document.merge(*given);
-    document.set("_id", id);
-    Result<std::string> json = storedText(document);
-    if (!json) return json;
+    bool empty = document->rest == "}";
+    std::string json = fmt::format(R"({{"_id":"{}"{}{})", id, empty ? "" : ",", document->rest);
+    Result<void> sound = checkDocument(document->entries, json.size());
+    if (!sound) return tl::unexpected(sound.error());
     inserting->reset();
     inserting->bind(nextRow_);
     inserting->bindText(id);
-    inserting->bindText(*json);
+    inserting->bindText(json);
     Result<void> inserted = inserting->run();
     if (!inserted) return tl::unexpected(inserted.error());
-    changes.add(nextRow_++, id, std::move(document));
+    changes.add(nextRow_++, id, std::move(document->entries));
     return id;
   };
   return changeAll<std::string>(documents, change);
@@ -262,10 +260,11 @@ Result<std::vector<Result<std::string>>> SQLiteAssetStore::update(const Array& i
     if (!*row) return unknownAsset(*id->ifString());
     Dictionary& document = (*row)->document;
     mergeInto(document, *changes);
-    Result<std::string> json = storedText(document);
-    if (!json) return json;
+    std::string json = writeJson(document);
+    if (Result<void> sound = checkDocument(document, json.size()); !sound)
+      return tl::unexpected(sound.error());
     storing->reset();
-    storing->bindText(*json);
+    storing->bindText(json);
     storing->bind((*row)->number);
     Result<void> stored = storing->run().and_then([&] { return noteChange((*row)->number); });
     if (!stored) return tl::unexpected(stored.error());
@@ -337,7 +336,8 @@ Result<void> SQLiteAssetStore::catchUp(std::int64_t version) {
     changed.insert(reading->integer(0));
   }
   if (!changed.empty()) index_.removeRows(changed);
-  return indexRows("n > ?1 OR n IN (SELECT n FROM changes)", index_.snapshot()->lastRow, version);
+  return indexRows("n IN (SELECT n FROM changes UNION SELECT n FROM assets WHERE n > ?)",
+                   index_.snapshot()->lastRow, version);
 }
 
 Result<void> SQLiteAssetStore::indexRows(const std::string& condition, std::int64_t bound,
@@ -418,6 +418,12 @@ Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
 }
 
 }  // namespace
+
+Result<std::vector<Result<std::string>>> AssetStore::create(const Array& documents) {
+  std::vector<std::string> texts;
+  for (const Value& document : documents) texts.push_back(writeJson(document));
+  return create(std::vector<std::string_view>(texts.begin(), texts.end()));
+}
 
 Result<std::unique_ptr<AssetStore>> openSQLiteAssetStore(const std::string& folder, bool mayCreate) {
   std::string path = appendPathComponent(folder, kDatabaseFileName);
