@@ -86,12 +86,16 @@ class KeyedArchiver {
 /// Thread-safety: none.
 class KeyedUnarchiver {
  public:
-  /// The archive's root. Null when the bytes are no archive, when its root is of another class, and when it
-  /// is hostile: references that lead nowhere do no harm, but an archive whose values or owned objects are
-  /// nested in themselves or beyond 512 levels, or unfold to immense lists, is refused as a whole. Logged.
+  /// The archive's root. Null when the bytes are no archive, when its root is of an unknown or another class,
+  /// and when it is hostile: references that lead nowhere do no harm, but an archive whose values or owned
+  /// objects are nested in themselves or beyond 512 levels, or unfold to immense lists, is refused as a
+  /// whole. Logged.
   template <typename T>
   static std::shared_ptr<T> unarchivedObject(const Data& bytes) {
-    return std::dynamic_pointer_cast<T>(unarchivedRoot(bytes));
+    std::shared_ptr<Archivable> root = unarchivedRoot(bytes);
+    auto object = std::dynamic_pointer_cast<T>(root);
+    if (root && !object) logWrongRoot(*root);
+    return object;
   }
 
   std::int64_t decodeInteger(std::string_view key);
@@ -126,6 +130,7 @@ class KeyedUnarchiver {
   KeyedUnarchiver();
   ~KeyedUnarchiver();
   static std::shared_ptr<Archivable> unarchivedRoot(const Data& bytes);
+  static void logWrongRoot(const Archivable& root);
   std::shared_ptr<Archivable> decodeOwned(std::string_view key);
   std::vector<std::shared_ptr<Archivable>> decodeOwnedList(std::string_view key);
   std::shared_ptr<Archivable> decodeReferred(std::string_view key);

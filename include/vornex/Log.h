@@ -7,7 +7,8 @@ namespace vornex {
 
 enum class LogLevel { debug, info, warning, error };
 
-/// Receives every log line. Called on the thread that logs, one call at a time.
+/// Receives every log line. Called on the thread that logs, one call at a time. It must not log or replace
+/// the sink itself, nor wait for a thread that may do so.
 using LogSink = std::function<void(LogLevel level, const std::string& line)>;
 
 /// Replaces the destination of log lines, which at first is standard error from `warning` upwards.

@@ -52,7 +52,8 @@ class TQBookmarkUtil {
   bool addBookmarkWithFilePath(const OptionalString& path);
   /// Adds the whole volume that holds the path. The file is not written.
   bool addBookmarkWithVolumePath(const OptionalString& path);
-  /// The first bookmark of exactly this path, compared as the user's language does.
+  /// The first bookmark of exactly this path, compared as the user's language does; a slash at the end does
+  /// not count.
   std::optional<TQBookmark> bookmarkWithFilePath(const OptionalString& path) const;
   bool existBookmarkWithFilePath(const OptionalString& path) const;
   /// The topmost bookmarked folder that holds, or is, the path.

@@ -38,7 +38,7 @@ class TQError {
   /// The localised description in userInfo, or the empty string.
   std::string message() const;
 
-  /// "domain code: message", for logs and terminals.
+  /// "domain code: message", with the cause in brackets where there is one; for logs and terminals.
   std::string description() const;
 
  private:

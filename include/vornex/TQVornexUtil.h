@@ -18,7 +18,12 @@ class TQVornexUtil {
   /// Metadata keys, each with "string", "boolean", "integer", "longlong" or "date". Absent as above.
   const std::optional<Dictionary>& assetMetaDictory() const;
 
-  // Paths (TQVornexUtilPaths.cpp). None of them creates anything.
+  // Paths (TQVornexUtilPaths.cpp). None of them creates anything; all are absolute unless they say otherwise,
+  // and none ends in a slash.
+
+  /// The first two are the same folder. The three "FromBrindle" name the host application's copies, which are
+  /// the same files as those without it; "mongoDBFolder" is the shared database folder, "dbFolder" lies in
+  /// the preference folder.
 
   static std::string rootFolder();
   static std::string groupContainerFolder();
@@ -57,6 +62,9 @@ class TQVornexUtil {
   static OptionalString extraFolderWithPackageFolder(const OptionalString& packageFolder);
   static OptionalString dbFolderWithPackageFolder(const OptionalString& packageFolder);
 
+  /// To be put between a package folder and an asset's path in it: "/Media/Master/", "/Media/Thumbnail/",
+  /// "Media/Preview/". The last has no slash in front, for it is appended as a path component; the others are
+  /// appended as text.
   static std::string relativeMasterPath();
   static std::string relativeThumbnailPath();
   static std::string relativePreviewPath();
@@ -81,8 +89,9 @@ class TQVornexUtil {
   /// Of the SDK's own domain.
   static TQErrorPtr errorWithCode(std::int64_t code, const std::string& message);
   static TQErrorPtr errorWithCode(std::int64_t code, const std::string& message, OptionalString domain);
-  /// The error in the "Status" of an answer, or the first one in the elements of an array; null for success,
-  /// without a "Status" and when it is not an object (which is logged). Without its "code" the code is -1.
+  /// The error in the "Status" of an answer, or the first one in the elements of an array; null for success
+  /// and without a "Status". Elements that are no objects are skipped; a "Status" that is no object is logged
+  /// and gives null whatever follows. Without its "code" the code is -1.
   static TQErrorPtr errorWithResponse(const Value& response);
   /// Posts the notification that belongs to the error's code, if there is one, on this thread. Its object is
   /// the library's database name (std::string) where the error's userInfo has "dbname". Null does nothing.
@@ -95,6 +104,7 @@ class TQVornexUtil {
   // - of the domain "VORNEX SERVER" when the answer gives no code: 26, 4 and 8 for the HTTP statuses 401, 403
   //   and 404, 7 for an answer over the size limit, 31 when no whole answer arrived, else 1;
   // - 10001 of the SDK's domain for a URL or method that cannot be sent.
+  // Those but the server's own carry the cause under kLocalizedFailureReasonKey.
   // When the URL names a library, userInfo has its database name under "dbname". Errors with code 31, 38, 39
   // and 40 are announced with sendNotificationWithError, unless the URL's path contains "login".
 
@@ -127,7 +137,8 @@ class TQVornexUtil {
   /// may stand before the digit.
   static bool boolValueFromObject(const Value* object);
 
-  /// 17 digits yyyyMMddHHmmssSSS, UTC. An absent date is now; 0 on failure.
+  /// 17 digits yyyyMMddHHmmssSSS, UTC; more for years after 9999. An absent date is now; 0, and logged, for
+  /// one before the year 1.
   static std::int64_t dateNumberFromDate(std::optional<Date> date);
   /// The date's own milliseconds are replaced by the text, which should be three digits.
   static std::int64_t dateNumberFromDate(std::optional<Date> date, const std::string& ms);

@@ -19,7 +19,7 @@ namespace vornex::cli {
 inline Error fromSDK(const TQErrorPtr& error) {
   if (!error) return {"vornex", 0, "unknown error"};
   std::string message = error->message();
-  if (message.empty()) message = error->description();
+  if (message.empty()) return {error->domain().value_or(""), error->code(), error->description()};
   const Value* reason = error->userInfo().find(kLocalizedFailureReasonKey);
   if (reason && reason->ifString()) message += " (" + *reason->ifString() + ")";
   return {error->domain().value_or(""), error->code(), std::move(message)};

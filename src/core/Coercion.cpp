@@ -2,8 +2,9 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <limits>
+#include <locale>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -11,7 +12,6 @@ namespace vornex::coerce {
 namespace {
 
 using IntegerLimits = std::numeric_limits<std::int64_t>;
-using RealLimits = std::numeric_limits<double>;
 
 /// The text from its sign or first digit on; a plus sign, which std::from_chars does not know, is dropped.
 std::string_view numericText(std::string_view text) {
@@ -42,9 +42,11 @@ double realFromText(std::string_view text) {
   double number = 0;
   auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
   if (parsed.ec != std::errc::result_out_of_range) return number;
-  // Too small or too large: only strtod tells which, whatever it takes for the decimal sign.
-  number = std::strtod(std::string(text).c_str(), nullptr);
-  return std::isinf(number) ? std::copysign(RealLimits::max(), number) : number;
+  // Too small or too large: a stream tells which, and gives the nearest number.
+  std::istringstream stream(std::string(text.data(), parsed.ptr));
+  stream.imbue(std::locale::classic());
+  stream >> number;
+  return number;
 }
 
 bool booleanFromText(std::string_view text) {

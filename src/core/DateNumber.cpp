@@ -8,12 +8,15 @@ namespace chrono = std::chrono;
 
 std::int64_t dateNumber(Date date) {
   constexpr Date kFirst = chrono::sys_days(chrono::year(1) / 1 / 1);
-  constexpr Date kEnd = chrono::sys_days(chrono::year(10000) / 1 / 1);
-  if (date < kFirst || date >= kEnd) return 0;
+  // The calendar repeats itself; std::chrono knows the years up to 32767 only.
+  constexpr chrono::days kCycle{146097};
+  constexpr int kYearsOfCycle = 400;
+  if (date < kFirst) return 0;
   auto day = chrono::floor<chrono::days>(date);
-  chrono::year_month_day calendar(day);
+  const auto cycles = static_cast<int>(day.time_since_epoch() / kCycle);
+  chrono::year_month_day calendar(day - cycles * kCycle);
   chrono::hh_mm_ss time(chrono::floor<chrono::milliseconds>(date - day));
-  std::int64_t number = static_cast<int>(calendar.year());
+  std::int64_t number = static_cast<int>(calendar.year()) + cycles * kYearsOfCycle;
   number = number * 100 + static_cast<unsigned>(calendar.month());
   number = number * 100 + static_cast<unsigned>(calendar.day());
   number = number * 100 + time.hours().count();

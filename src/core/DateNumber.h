@@ -9,7 +9,8 @@
 namespace vornex {
 
 /// The date number of a point in time: the decimal digits are its UTC calendar time yyyyMMddHHmmssSSS (17
-/// digits for the years 1000 to 9999, milliseconds truncated). 0 for years outside 1 to 9999. Thread-safe.
+/// digits for the years 1000 to 9999, more for later ones, milliseconds truncated). 0 before the year 1.
+/// Thread-safe.
 std::int64_t dateNumber(Date date);
 
 /// The point in time of a date number; absent when the digits are not one: anything but 17 digits, or a

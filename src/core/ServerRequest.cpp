@@ -5,6 +5,7 @@
 
 #include <exception>
 
+#include "core/SdkError.h"
 #include "core/StatusCode.h"
 #include "foundation/Json.h"
 #include "foundation/Text.h"
@@ -52,14 +53,15 @@ StatusCode codeForHttpStatus(long status) {
 }
 
 TQErrorPtr serverError(StatusCode code, const char* messageKey, const std::string& detail) {
-  return TQVornexUtil::errorWithCode(static_cast<std::int64_t>(code),
-                                     LocalizedString(messageKey) + " (" + detail + ")", kServerErrorDomain);
+  return withReason(TQVornexUtil::errorWithCode(static_cast<std::int64_t>(code), LocalizedString(messageKey),
+                                                kServerErrorDomain),
+                    detail);
 }
 
 TQErrorPtr transportError(const Error& error) {
   if (error.code == kUnusableRequest) {
-    return TQVornexUtil::errorWithCode(
-        10001, LocalizedString("request.error.param.invalid") + " (" + error.message + ")");
+    return withReason(TQVornexUtil::errorWithCode(10001, LocalizedString("request.error.param.invalid")),
+                      error.message);
   }
   if (error.code == kAnswerTooLong) {
     return serverError(StatusCode::limitExceeded, "response.error.invalid", error.message);

@@ -29,12 +29,7 @@ std::string absoluteEnvironment(const char* name) {
 
 std::string homeFolder() {
   std::string home = absoluteEnvironment("HOME");
-  if (!home.empty()) return home;
-  std::vector<char> buffer(16384);
-  passwd entry{};
-  passwd* found = nullptr;
-  ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
-  return found && found->pw_dir ? found->pw_dir : "/";
+  return home.empty() ? accountHomeFolder().value_or("/") : home;
 }
 
 /// Absolute, without "." and ".." and without a slash at the end.
@@ -55,6 +50,14 @@ std::string inService(std::string_view name) {
 }
 
 }  // namespace
+
+OptionalString accountHomeFolder() {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
+  return found && found->pw_dir ? OptionalString(found->pw_dir) : std::nullopt;
+}
 
 std::string rootFolder() {
   std::string chosen = environment("VORNEX_ROOT");

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vornex/Value.h>
+
 #include <string>
 #include <string_view>
 
@@ -7,6 +9,9 @@
 ///
 /// Thread-safety: safe on any thread as long as no thread changes the environment.
 namespace vornex::layout {
+
+/// This user's home in the user database, whatever the environment says; absent for an unknown user.
+OptionalString accountHomeFolder();
 
 /// `$VORNEX_ROOT` when set; else the application group's container under `$XDG_DATA_HOME` (default
 /// "~/.local/share"), then "Vornex".

@@ -11,12 +11,21 @@ std::string TQError::message() const {
 }
 
 std::string TQError::description() const {
-  return fmt::format("{} {}: {}", domain_.value_or("(no domain)"), code_, message());
+  std::string text = fmt::format("{} {}: {}", domain_.value_or("(no domain)"), code_, message());
+  OptionalString reason = coerce::string(userInfo_.find(kLocalizedFailureReasonKey));
+  return reason ? text + " (" + *reason + ")" : text;
 }
 
 TQErrorPtr makeSdkError(const Error& error) {
   return std::make_shared<const TQError>(error.domain, error.code,
                                          Dictionary{{kLocalizedDescriptionKey, error.message}});
+}
+
+TQErrorPtr withReason(const TQErrorPtr& error, const std::string& reason) {
+  if (reason.empty()) return error;
+  Dictionary userInfo = error->userInfo();
+  userInfo.set(kLocalizedFailureReasonKey, reason);
+  return std::make_shared<const TQError>(error->domain(), error->code(), std::move(userInfo));
 }
 
 }  // namespace vornex

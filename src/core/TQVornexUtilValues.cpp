@@ -25,7 +25,7 @@ Date now() {
 
 std::int64_t dateNumberOrNow(const std::optional<Date>& date) {
   std::int64_t number = dateNumber(date.value_or(now()));
-  if (number == 0) logLine(LogLevel::error, "dateNumberFromDate exception: the year has no four digits");
+  if (number == 0) logLine(LogLevel::error, "dateNumberFromDate exception: the date lies before the year 1");
   return number;
 }
 

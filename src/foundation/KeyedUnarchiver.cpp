@@ -70,6 +70,13 @@ struct KeyedUnarchiver::State {
   std::size_t remainingValues = 0;
   const char* refusal = nullptr;
 
+  static bool isOurForm(const Dictionary& archive) {
+    const Value* archiver = archive.find("$archiver");
+    const Value* version = archive.find("$version");
+    return archiver && version && *archiver == Value(archive::kArchiver) &&
+           *version == Value(archive::kVersion);
+  }
+
   bool open(const Data& bytes) {
     Result<Value> list =
         parsePropertyList(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
@@ -77,7 +84,7 @@ struct KeyedUnarchiver::State {
     Value* stored = archive ? archive->find("$objects") : nullptr;
     const Value* top = archive ? archive->find("$top") : nullptr;
     const Value* topRoot = top ? top->find("root") : nullptr;
-    if (!stored || !stored->ifArray() || !topRoot) return false;
+    if (!stored || !stored->ifArray() || !topRoot || !isOurForm(*archive)) return false;
     root = *topRoot;
     objects = std::move(*stored->ifArray());
     made.resize(objects.size());
@@ -238,9 +245,14 @@ std::shared_ptr<Archivable> KeyedUnarchiver::unarchivedRoot(const Data& bytes) {
   }
   std::shared_ptr<Archivable> root = state.met(&state.root);
   state.fill(unarchiver);
+  if (!root && !state.refusal) state.refusal = "its root is of no known class";
   if (!state.refusal) return root;
   logLine(LogLevel::error, std::string("a keyed archive is refused: ") + state.refusal);
   return nullptr;
+}
+
+void KeyedUnarchiver::logWrongRoot(const Archivable& root) {
+  logLine(LogLevel::error, "a keyed archive is refused: its root is a " + root.archivedClassName());
 }
 
 std::int64_t KeyedUnarchiver::decodeInteger(std::string_view key) {

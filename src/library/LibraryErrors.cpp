@@ -4,12 +4,12 @@
 #include <vornex/TQBookmarkUtil.h>
 #include <vornex/TQVornexUtil.h>
 
+#include "core/SdkError.h"
+
 namespace vornex {
 
 TQErrorPtr libraryError(std::int64_t code, const std::string& key, const std::string& reason) {
-  Dictionary userInfo{{kLocalizedDescriptionKey, LocalizedString(key)}};
-  if (!reason.empty()) userInfo.set(kLocalizedFailureReasonKey, reason);
-  return std::make_shared<const TQError>(kVornexErrorDomain, code, std::move(userInfo));
+  return withReason(TQVornexUtil::errorWithCode(code, LocalizedString(key)), reason);
 }
 
 TQErrorPtr bookmarkFolder(const std::string& folder) {

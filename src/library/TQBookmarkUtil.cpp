@@ -65,6 +65,11 @@ bool startAccess(TQBookmark& bookmark) {
   return true;
 }
 
+std::string_view withoutLastSlash(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  return path;
+}
+
 // "/", "/a", "/a/b", ... up to the path itself.
 std::vector<std::string> prefixesOf(const std::string& path) {
   std::vector<std::string> prefixes;
@@ -203,8 +208,9 @@ bool TQBookmarkUtil::addBookmarkWithVolumePath(const OptionalString& path) {
 std::optional<TQBookmark> TQBookmarkUtil::bookmarkWithFilePath(const OptionalString& path) const {
   if (!path) return std::nullopt;
   auto list = state_->bookmarks.read();
+  const std::string_view wanted = withoutLastSlash(*path);
   auto found = std::find_if(list->begin(), list->end(), [&](const TQBookmark& bookmark) {
-    return bookmark.filePath && (bookmark.filePath == path || localizedEqual(*bookmark.filePath, *path));
+    return bookmark.filePath && localizedEqual(withoutLastSlash(*bookmark.filePath), wanted);
   });
   if (found == list->end()) return std::nullopt;
   return *found;

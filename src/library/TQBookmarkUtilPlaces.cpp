@@ -1,5 +1,3 @@
-#include <pwd.h>
-#include <unistd.h>
 #include <vornex/Log.h>
 #include <vornex/TQBookmarkUtil.h>
 
@@ -54,12 +52,9 @@ std::string TQBookmarkUtil::systemVolumeName() {
 }
 
 std::vector<std::string> TQBookmarkUtil::userFolders() {
-  std::vector<char> buffer(16384);
-  passwd entry{};
-  passwd* found = nullptr;
-  ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
-  if (!found || !found->pw_dir) return {};
-  return {found->pw_dir};
+  OptionalString home = layout::accountHomeFolder();
+  if (!home) return {};
+  return {*home};
 }
 
 bool TQBookmarkUtil::isAliasFileWithPath(const std::string& path) {

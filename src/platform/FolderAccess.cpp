@@ -20,13 +20,15 @@ constexpr std::int64_t kVersion = 1;
 
 /// Which item is at a path. A device number can change when a disk is plugged in again and an inode number
 /// can be given out again when an item is deleted, hence the identifiers of the file system and the time of
-/// birth. Some file systems number their items anew at each mount.
+/// birth. Some file systems number their items anew at each mount. An overlay may give an item another time
+/// of birth when something in it is first changed, and other numbers when it is mounted again.
 struct Identity {
   std::uint64_t device = 0;
   std::uint64_t fileSystem = 0;  // 0: it has no number of its own
   std::string volume;            // the volume's UUID; empty when unknown
   std::uint64_t inode = 0;       // 0: it means nothing here
   std::int64_t birth = 0;        // nanoseconds; 0: the file system does not keep it
+  bool isOnOverlay = false;
 
   bool isOnVolumeOf(const Identity& other) const {
     if (!volume.empty() && !other.volume.empty()) return volume == other.volume;
@@ -34,8 +36,9 @@ struct Identity {
   }
 
   bool matches(const Identity& other) const {
-    bool sameInode = inode == other.inode || inode == 0 || other.inode == 0;
-    bool sameBirth = birth == other.birth || birth == 0 || other.birth == 0;
+    bool isRenumbered = isOnOverlay && device != other.device;
+    bool sameInode = inode == other.inode || inode == 0 || other.inode == 0 || isRenumbered;
+    bool sameBirth = birth == other.birth || birth == 0 || other.birth == 0 || isOnOverlay;
     return isOnVolumeOf(other) && sameInode && sameBirth;
   }
 };
@@ -65,6 +68,7 @@ Result<Identity> identityOf(const std::string& path) {
   identity.device = (std::uint64_t{status.stx_dev_major} << 32) | status.stx_dev_minor;
   auto volume = volumeDescription(path);
   if (volume) identity.volume = text(*volume, volumeKey::uuid);
+  identity.isOnOverlay = volume && text(*volume, volumeKey::kind) == "overlay";
   if (!volume || keepsInodes(text(*volume, volumeKey::kind))) identity.inode = status.stx_ino;
   if (status.stx_mask & STATX_BTIME) {
     identity.birth = status.stx_btime.tv_sec * 1'000'000'000 + status.stx_btime.tv_nsec;
@@ -72,6 +76,14 @@ Result<Identity> identityOf(const std::string& path) {
   struct statvfs fileSystem {};
   if (statvfs(path.c_str(), &fileSystem) == 0) identity.fileSystem = fileSystem.f_fsid;
   return identity;
+}
+
+/// Without doubled slashes, "." and a slash at the end. ".." stays: after a link it leads elsewhere.
+std::string withoutEmptySteps(const std::filesystem::path& absolute) {
+  std::string path;
+  for (const std::filesystem::path& step : absolute.relative_path())
+    if (!step.empty() && step != ".") path += '/' + step.string();
+  return path.empty() ? "/" : path;
 }
 
 std::uint64_t unsignedNumber(const Dictionary& dictionary, std::string_view key) {
@@ -89,7 +101,7 @@ Result<Data> makeAccessToken(const std::string& path) {
   std::filesystem::path absolute = std::filesystem::absolute(path, error);
   if (path.empty() || error)
     return posixFailure(path.empty() ? ENOENT : error.value(), "cannot find " + path);
-  std::string absolutePath = absolute.lexically_normal().string();
+  std::string absolutePath = withoutEmptySteps(absolute);
 
   auto identity = identityOf(absolutePath);
   if (!identity) return tl::unexpected(identity.error());
@@ -119,9 +131,12 @@ Result<std::string> resolveAccessToken(const Data& token) {
   std::string stored(path->ifData()->begin(), path->ifData()->end());
   auto present = identityOf(stored);
   if (!present) return tl::unexpected(present.error());
-  Identity remembered{unsignedNumber(*fields, "device"), unsignedNumber(*fields, "filesystem"),
-                      text(*fields, "volume"), unsignedNumber(*fields, "inode"),
-                      static_cast<std::int64_t>(unsignedNumber(*fields, "birth"))};
+  Identity remembered{unsignedNumber(*fields, "device"),
+                      unsignedNumber(*fields, "filesystem"),
+                      text(*fields, "volume"),
+                      unsignedNumber(*fields, "inode"),
+                      static_cast<std::int64_t>(unsignedNumber(*fields, "birth")),
+                      present->isOnOverlay};
   if (!present->matches(remembered)) return posixFailure(ESTALE, stored + " has been replaced");
   return stored;
 }

@@ -13,7 +13,8 @@ namespace vornex {
 // whether the same item is still there and open to us. Tokens are made to be stored; their first entry is a
 // version. Both functions are thread-safe and block on the file system only.
 
-/// The path is made absolute; links in it are kept. Domain "posix": nothing there, or no permission to read
+/// The path is made absolute and freed of doubled slashes and "."; links in it, and ".." behind them, are
+/// kept. Domain "posix": nothing there, or no permission to read
 /// it (and, for a folder, to search it).
 [[nodiscard]] Result<Data> makeAccessToken(const std::string& path);
 

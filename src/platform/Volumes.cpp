@@ -179,8 +179,6 @@ void addDeviceFacts(dev_t number, Dictionary& description) {
   setIfKnown(description, volumeKey::vendor,
              vendor.empty() ? attribute(disk.get(), "device/vendor") : vendor);
   setIfKnown(description, volumeKey::protocol, bus);
-  bool pluggable = bus == "USB" || bus == "FireWire";
-  description.set(volumeKey::removable, pluggable || attribute(disk.get(), "removable") == "1");
 }
 
 std::string kindOfFileSystem(const struct statfs& status) {
@@ -222,7 +220,6 @@ std::optional<Dictionary> volumeDescription(const std::string& path) {
                          {volumeKey::path, folder},
                          {volumeKey::kind, text(mnt_fs_get_fstype(mount.entry))},
                          {volumeKey::network, isNetworkKind(mount.entry)}};
-  setIfKnown(description, volumeKey::source, text(mnt_fs_get_source(mount.entry)));
   if (dev_t number = blockDevice(mount.entry)) addDeviceFacts(number, description);
   return description;
 }

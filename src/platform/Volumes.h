@@ -18,16 +18,12 @@ inline constexpr const char* kind = "VolumeKind";
 inline constexpr const char* network = "VolumeNetwork";
 /// String: the file system's identifier.
 inline constexpr const char* uuid = "VolumeUUID";
-/// String: what is mounted ("/dev/sdb1", "server:/share", ...).
-inline constexpr const char* source = "VolumeSource";
 /// String: without surrounding blanks.
 inline constexpr const char* model = "DeviceModel";
 /// String: without surrounding blanks.
 inline constexpr const char* vendor = "DeviceVendor";
 /// String: the bus ("USB", "SATA", "NVMe", "SCSI", "MMC", ...).
 inline constexpr const char* protocol = "DeviceProtocol";
-/// Boolean: can be taken out or unplugged.
-inline constexpr const char* removable = "DeviceRemovable";
 }  // namespace volumeKey
 
 /// Describes the volume that holds the path, from the mount table and the device database. Device facts are

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <locale>
 #include <random>
 
 #include "core/Coercion.h"
@@ -54,6 +55,10 @@ TEST(Coercion, ReadsTheLeadingDigitsOfStrings) {
     EXPECT_FALSE(boolean(text)) << text;
 }
 
+struct DecimalComma : std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+};
+
 TEST(Coercion, NumbersOutOfRangeStopAtTheEndOfIt) {
   constexpr auto kLargest = std::numeric_limits<std::int64_t>::max();
   constexpr auto kSmallest = std::numeric_limits<std::int64_t>::min();
@@ -66,7 +71,11 @@ TEST(Coercion, NumbersOutOfRangeStopAtTheEndOfIt) {
   EXPECT_EQ(integer("-99999999999999999999"), kSmallest);
   EXPECT_EQ(integer(std::string(100'000, '9')), kLargest);
   EXPECT_EQ(real("1e999"), std::numeric_limits<double>::max());
-  EXPECT_EQ(real("1e-999"), 0.0);
+  std::locale::global(std::locale(std::locale::classic(), new DecimalComma));
+  EXPECT_EQ(real("-1.5e999x"), -std::numeric_limits<double>::max());
+  EXPECT_EQ(real("0.5e-999"), 0.0);
+  EXPECT_EQ(real("2.5e-310"), 2.5e-310);
+  std::locale::global(std::locale::classic());
   EXPECT_EQ(integer(-2.9), -2);
 }
 
@@ -107,6 +116,7 @@ TEST(DateNumber, RefusesWhatNoCalendarHas) {
     EXPECT_FALSE(dateFromDateNumber(number)) << number;
   }
   EXPECT_TRUE(dateFromDateNumber(20240229000000000));
-  EXPECT_EQ(dateNumber(Date::max()), 0);
+  EXPECT_EQ(dateNumber(Date::max()), 2942470110040054775);
   EXPECT_EQ(dateNumber(Date::min()), 0);
+  EXPECT_EQ(dateNumber(Date(std::chrono::sys_days(std::chrono::year(10000) / 1 / 1))), 100000101000000000);
 }

@@ -74,7 +74,10 @@ Value uid(std::int64_t slot) {
 Value archiveOf(Array objects, Value root = uid(3)) {
   objects.insert(objects.begin(),
                  {"$null", Dictionary{{"$classname", "TestFolder"}}, Dictionary{{"$classname", "NSArray"}}});
-  return Dictionary{{"$top", Dictionary{{"root", root}}}, {"$objects", objects}};
+  return Dictionary{{"$archiver", "NSKeyedArchiver"},
+                    {"$version", 100000},
+                    {"$top", Dictionary{{"root", root}}},
+                    {"$objects", objects}};
 }
 
 Value folderOf(Value children) {
@@ -162,8 +165,21 @@ TEST(KeyedArchive, KeepsTheShapeOfLargeTrees) {
 }
 
 TEST(KeyedArchive, RefusesWhatWouldHarmItsReader) {
-  setLogSink([](LogLevel, const std::string&) {});
+  std::string lastLine;
+  setLogSink([&](LogLevel, const std::string& line) { lastLine = line; });
   EXPECT_TRUE(read(archiveOf({folderOf(uid(4)), listOf({})})));
+  for (auto [key, value] : {std::pair("$version", Value(100001)), std::pair("$archiver", Value("another"))}) {
+    Value archive = archiveOf({folderOf(uid(0))});
+    archive.ifDictionary()->set(key, value);
+    EXPECT_FALSE(read(archive)) << key;
+    EXPECT_EQ(std::exchange(lastLine, ""), "not a keyed archive");
+  }
+  EXPECT_FALSE(read(archiveOf({Dictionary{{"$class", uid(4)}}, Dictionary{{"$classname", "Stranger"}}})));
+  EXPECT_THAT(std::exchange(lastLine, ""), ::testing::HasSubstr("no known class"));
+  struct Other : Folder {};
+  Data folder = KeyedArchiver::archivedData(makeFolder("a")).value();
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObject<Other>(folder));
+  EXPECT_THAT(std::exchange(lastLine, ""), ::testing::HasSubstr("its root is a TestFolder"));
   EXPECT_TRUE(read(archiveOf({folderOf(uid(4)), listOf({uid(99), uid(-1), 5, "x"})})));
   EXPECT_FALSE(read(archiveOf({folderOf(uid(4))}, uid(0))));
   EXPECT_FALSE(read(archiveOf({"a text"})));

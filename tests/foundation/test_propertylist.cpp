@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
+#include "foundation/ReferenceDate.h"
 #include "support/TemporaryFolder.h"
 
 using namespace vornex;
@@ -103,4 +105,18 @@ TEST(PropertyList, RefusesCyclesAndBombs) {
   for (char level = 1; level <= 20; ++level) bomb.push_back("\xaa" + std::string(10, level));
   bomb.push_back("\x09");
   EXPECT_FALSE(parsePropertyList(list(bomb)));
+}
+
+TEST(PropertyList, DatesReachToTheLastThatFits) {
+  constexpr double kLimit = 9.22239e12;
+  const double inside = std::nextafter(kLimit, 0);
+  for (double seconds : {inside, -inside}) {
+    auto date = dateFromReferenceSeconds(seconds);
+    ASSERT_TRUE(date);
+    EXPECT_NEAR(secondsSinceReference(*date), seconds, 0.01);
+  }
+  for (double seconds : {kLimit, -kLimit, 3e13, 1e300, HUGE_VAL, std::nan("")})
+    EXPECT_FALSE(dateFromReferenceSeconds(seconds)) << seconds;
+  for (Date date : {Date::min(), Date::max()})
+    EXPECT_TRUE(writePropertyList(date, PropertyListFormat::binary)) << "does not overflow";
 }

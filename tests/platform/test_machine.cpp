@@ -134,7 +134,11 @@ TEST(FolderAccess, ATokenNoticesThatItsFolderIsGoneOrReplaced) {
   std::string path = folder / "chosen";
   EXPECT_EQ(makeAccessToken(path).error().code, ENOENT);
   fs::create_directory(path);
-  auto token = makeAccessToken(folder / "./chosen");
+  fs::create_directories(folder / "elsewhere/below");
+  fs::create_symlink("elsewhere/below", folder / "link");
+  const std::string behind = folder / "link/../below";
+  EXPECT_EQ(resolveAccessToken(makeAccessToken(behind).value()).value(), behind);
+  auto token = makeAccessToken(folder / ".//chosen/");
   ASSERT_TRUE(token) << token.error().message;
   EXPECT_EQ(resolveAccessToken(*token).value(), path);
   testing::write(path + "/file", "a change inside is none of its own");

@@ -39,7 +39,7 @@ TEST_F(BookmarksTest, AFolderIsCoveredByTheBookmarkAboveIt) {
   EXPECT_FALSE(bookmarks.addBookmarkWithFilePath(std::nullopt));
   EXPECT_TRUE(logged("bookmarkDataWithOptions error:"));
 
-  EXPECT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
+  EXPECT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips/"));
   EXPECT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips/day"));
   EXPECT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
   ASSERT_TRUE(bookmarks.saveBookmarks());

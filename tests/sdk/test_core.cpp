@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>
 #include <vornex/TQVornexUtil.h>
 
 #include <fstream>
+#include <map>
 #include <regex>
-#include <set>
 
 #include "core/Localization.h"
 #include "core/TypeTables.h"
@@ -23,6 +24,7 @@ TEST(Errors, AreReadFromResponses) {
   EXPECT_FALSE(read(Dictionary{{"items", Array{}}}));
   EXPECT_FALSE(read(Dictionary{{"Status", Value()}}));
   EXPECT_FALSE(read(Array{1, "x", Dictionary{}}));
+  EXPECT_EQ(read(Array{1, Dictionary{{"Status", Dictionary{{"code", 8}}}}})->code(), 8);
   TQErrorPtr error = read(Dictionary{{"Status", Dictionary{{"code", "27"}, {"msg", "x"}}}});
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), 27);
@@ -32,15 +34,45 @@ TEST(Errors, AreReadFromResponses) {
 }
 
 TEST(Errors, NotificationsBelongToTheirCodes) {
-  std::set<std::string> posted;
+  const std::map<std::int64_t, std::string> names = {{2, "TQLibraryDBErrorNotification"},
+                                                     {4, "TQLibraryNoAuthorityNotification"},
+                                                     {8, "TQLibraryDBNotFoundNotification"},
+                                                     {26, "TQLibraryAuthFailedNotification"},
+                                                     {27, "TQLibraryNotSharedNotification"},
+                                                     {31, "TQLibraryCannotConnectToHostNotification"},
+                                                     {38, "TQNetworkLibraryAlreadyLoginNotification"},
+                                                     {39, "TQNetwokLibraryExceedSessionCountNotification"},
+                                                     {40, "TQClientNeedUpdateNotification"}};
+  const std::map<std::int64_t, std::string> lines = {{38, "다른 장비에서 로그인... NOTI!!!!!!"},
+                                                     {39, "로그인 갯수 초과 NOTI!!!!!!"},
+                                                     {40, "클라이언트 버전 업데이트 필요!!!!!!"}};
+  std::vector<Notification> posted;
+  std::vector<std::string> logged;
+  setLogSink([&](LogLevel, const std::string& line) { logged.push_back(line); });
   auto token = NotificationCenter::defaultCenter().addObserver(
-      "", [&](const Notification& notification) { posted.insert(notification.name); });
+      "", [&](const Notification& notification) { posted.push_back(notification); });
   TQVornexUtil::sendNotificationWithError(nullptr);
-  for (std::int64_t code = -1; code <= 50; ++code)
-    TQVornexUtil::sendNotificationWithError(TQVornexUtil::errorWithCode(code, ""));
+  EXPECT_TRUE(logged.empty());
+  for (std::int64_t code = -1; code <= 50; ++code) {
+    posted.clear();
+    logged.clear();
+    TQVornexUtil::sendNotificationWithError(
+        std::make_shared<const TQError>(kVornexErrorDomain, code, Dictionary{{"dbname", "films"}}));
+    ASSERT_EQ(posted.size(), names.count(code)) << code;
+    ASSERT_EQ(logged.size(), 1 + lines.count(code)) << code;
+    EXPECT_TRUE(logged[0].starts_with("sendNotificationWithError:"));
+    if (lines.contains(code)) {
+      EXPECT_EQ(logged[1], lines.at(code));
+    }
+    if (posted.empty()) continue;
+    EXPECT_EQ(posted[0].name, names.at(code));
+    EXPECT_EQ(std::any_cast<std::string>(posted[0].object), "films");
+    EXPECT_TRUE(posted[0].userInfo.empty());
+  }
+  TQVornexUtil::sendNotificationWithError(TQVornexUtil::errorWithCode(2, ""));
+  EXPECT_FALSE(posted.back().object.has_value());
   NotificationCenter::defaultCenter().removeObserver(token);
-  EXPECT_EQ(posted.size(), 9u);
-  EXPECT_TRUE(posted.contains("TQLibraryNoAuthorityNotification"));
+  setLogSink(nullptr);
 }
 
 TEST(Localization, LanguagesHaveTheSameKeysAndFallBackToEnglish) {

@@ -102,7 +102,11 @@ TEST(Requests, ServerFailuresKeepTheirCode) {
   EXPECT_EQ(codeOf(ask(FakeReply::json(R"({"Status": {"code": 0}})", 500))), 1);
   EXPECT_EQ(codeOf(ask(FakeReply::json("<html>", 401, "text/html"))), 26);
   EXPECT_EQ(codeOf(ask(FakeReply::json("{}", 403))), 4);
-  EXPECT_EQ(codeOf(ask(FakeReply::json("", 404))), 8);
+  reply = ask(FakeReply::json("", 404));
+  EXPECT_EQ(codeOf(reply), 8);
+  EXPECT_EQ(reply.error->message(), LocalizedString("request.error.status"));
+  EXPECT_EQ(*reply.error->userInfo().find(kLocalizedFailureReasonKey), Value("HTTP 404"));
+  EXPECT_TRUE(reply.error->description().ends_with(" (HTTP 404)"));
   EXPECT_EQ(codeOf(ask(FakeReply::json("{", 503))), 1);
 }
 
