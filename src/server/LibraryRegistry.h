@@ -27,7 +27,6 @@ enum class LibraryState { closed = 0, open = 1, failed = 2 };
 struct LibraryTrees {
   explicit LibraryTrees(const std::string& packageFolder);
   ProjectTree projects;
-  TreeHash projectHash;
   TreeHash liveFolderHash;
   TreeHash fcpxLibraryHash;
 };

@@ -110,7 +110,7 @@ std::string searchReply(const Library& library, const SearchRequest& search, con
                   {"limit", search.limit},
                   {"total", page.total},
                   {"elapsed", elapsed.count()},
-                  {"projecthash", library.trees->projectHash.current()},
+                  {"projecthash", library.trees->projects.hash()},
                   {"livefolderhash", library.trees->liveFolderHash.current()},
                   {"fcpxlibraryhash", library.trees->fcpxLibraryHash.current()},
                   {"version", serverVersion()}};
