@@ -153,7 +153,7 @@ void findsByIdentifier(benchmark::State& state) {
 void findsFirstAfterChange(benchmark::State& state) {
   Tree& tree = Tree::shared();
   for (auto _ : state) {
-    ProjectList::noteChange();
+    tree.library->projects.noteChange();
     benchmark::DoNotOptimize(tree.library->projectWithID(tree.ids.back()));
   }
 }

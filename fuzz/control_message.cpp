@@ -22,14 +22,12 @@ struct Server {
     service = std::move(*opened);
     router = std::make_unique<Router>(*service, limits);
     webServer = std::make_unique<HttpServer>(*router, "127.0.0.1", limits);
-    protocol = std::make_unique<ControlProtocol>(*service, *webServer);
   }
 
   Limits limits;
   std::unique_ptr<Service> service;
   std::unique_ptr<Router> router;
   std::unique_ptr<HttpServer> webServer;
-  std::unique_ptr<ControlProtocol> protocol;
 };
 
 }  // namespace
@@ -37,7 +35,9 @@ struct Server {
 // Every answer is a JSON object on one line.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Server server;
-  auto outcome = server.protocol->handle(std::string_view(reinterpret_cast<const char*>(data), size));
+  // One input must not end the service for the next ones.
+  ControlProtocol protocol(*server.service, *server.webServer);
+  auto outcome = protocol.handle(std::string_view(reinterpret_cast<const char*>(data), size));
   if (!outcome.reply) return 0;
   auto reply = parseJson(*outcome.reply);
   if (!reply || !reply->ifDictionary() || outcome.reply->find('\n') != std::string::npos) std::abort();

@@ -4,10 +4,49 @@
 #include <vornex/TQProject.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 
 #include "foundation/PropertyList.h"
 
 using namespace vornex;
+
+/// Removed when the program ends.
+struct PackageFolder {
+  PackageFolder() {
+    if (!::mkdtemp(path.data())) std::abort();
+    std::filesystem::create_directory(path + "/Project");
+  }
+  ~PackageFolder() { std::filesystem::remove_all(path); }
+
+  std::string path = (std::filesystem::temp_directory_path() / "vornex-fuzz-XXXXXX").string();
+};
+
+static const std::string& packageFolder() {
+  static const PackageFolder folder;
+  return folder.path;
+}
+
+/// A library without a tree takes over the file's and writes it again: nothing of it is lost, identifiers
+/// that occur twice included, or the file stays as it was.
+static void saveFromFile(const LibraryPtr& library, const Value* nodes) {
+  const std::string path = packageFolder() + "/Project/project.plist";
+  const Dictionary content = {{"projects", nodes ? *nodes : Value()}, {"hash", "h"}};
+  if (!writePropertyListFile(path, content)) return;
+  const auto before = readDictionaryFile(path);
+  if (!before) return;
+  library->packageFolder = packageFolder();
+  library->projects.clear();
+  const bool isSaved = library->saveProjects();
+  const auto after = readDictionaryFile(path);
+  if (!after || (!isSaved && *after != *before)) __builtin_trap();
+  if (!isSaved) return;
+  for (const ProjectPtr& project : library->projects)
+    if (!library->projectWithID(*project->id)) __builtin_trap();
+  const auto read = library->projects.size();
+  if (after->find("projects")->ifArray()->size() != read) __builtin_trap();
+  if (before->find("projects")->ifArray()->size() != read) __builtin_trap();
+}
 
 // "library.plist" and the rows of the library lists, and below "group" a tree as "project.plist" and the
 // server's answers hold it. What was read is written so that it reads as the same.
@@ -34,5 +73,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (copy->descendantCount() != project->descendantCount()) __builtin_trap();
   for (const ProjectPtr& group : project->childGroups)
     if (!library->projectWithID(*group->id)) __builtin_trap();
+  saveFromFile(library, form->find("group"));
   return 0;
 }

@@ -2,13 +2,15 @@
 
 #include <vornex/Types.h>
 
+#include <atomic>
 #include <initializer_list>
+#include <memory>
 #include <vector>
 
 namespace vornex {
 
-/// A library's projects, or the groups of a node, in display order. It reads like a vector; every change of
-/// any list is counted, so that what was derived from a tree can be known to be out of date.
+/// A library's projects, or the groups of a node, in display order. It reads like a vector; its changes are
+/// counted where its tree's index asked for it, so that the index can know that it is out of date.
 ///
 /// Thread-safety: like a standard container. Concurrent reads are safe; a write excludes everything else.
 class ProjectList {
@@ -23,7 +25,8 @@ class ProjectList {
   using iterator = const_iterator;
 
   ProjectList() = default;
-  ProjectList(const ProjectList& other) = default;
+  /// A copy, or what is assigned, is the nodes alone.
+  ProjectList(const ProjectList& other) : nodes_(other.nodes_) {}
   ProjectList(Nodes nodes) : nodes_(std::move(nodes)) {}
   ProjectList(std::initializer_list<ProjectPtr> nodes) : nodes_(nodes) {}
   ProjectList& operator=(const ProjectList& other);
@@ -38,7 +41,7 @@ class ProjectList {
   const ProjectPtr& at(size_type index) const { return nodes_.at(index); }
   const ProjectPtr& front() const { return nodes_.front(); }
   const ProjectPtr& back() const { return nodes_.back(); }
-  bool operator==(const ProjectList& other) const = default;
+  bool operator==(const ProjectList& other) const { return nodes_ == other.nodes_; }
 
   void push_back(ProjectPtr node);
   void pop_back();
@@ -46,13 +49,17 @@ class ProjectList {
   const_iterator erase(const_iterator position);
   void clear();
 
-  /// How often lists have been changed in this process. Safe on any thread.
-  static std::uint64_t changeCount();
-  /// To be called after a change that no list sees: another identifier of a listed node.
-  static void noteChange();
+  /// To be called after a change that no list sees: another identifier of the node that these groups belong
+  /// to, or of one of them.
+  void noteChange();
 
  private:
+  friend class ProjectIndex;
+  using Counter = std::shared_ptr<std::atomic<std::uint64_t>>;
+
   Nodes nodes_;
+  /// Of the index that has taken the list in; null while none has.
+  mutable Counter changes_;
 };
 
 }  // namespace vornex

@@ -75,7 +75,8 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   AssetFolderPtr createAssetLiveFolder() const;
 
   std::string archivedClassName() const override;
-  /// The record with its project tree and its connection, whose user goes along.
+  /// The record with its project tree, its live folders and its connection, whose user goes along. There are
+  /// no Final Cut Pro X items yet: their list is written empty, and not read.
   void encodeWithCoder(KeyedArchiver& coder) const override;
   void initWithCoder(KeyedUnarchiver& coder) override;
 
@@ -91,8 +92,11 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
 
   // Project tree (TQLibraryProjects.cpp, TQLibraryProjectChanges.cpp). A local library's changes rewrite
   // "project.plist"; a network library's are made by its server first. A change that fails leaves the tree as
-  // it was, unless stated otherwise. A local change also fails, as not saved, when another program has
-  // changed the file since the tree was loaded: load the tree and try again.
+  // it was, unless stated otherwise. A local change also fails, as not saved (10003), when another program
+  // has changed the file since the tree was loaded or archived, that is, when the file's hash is no longer
+  // projectHashValue. A network library's change carries projectHashValue, and the server refuses it (its
+  // code 13) when the tree has changed meanwhile. Either way: load the tree and try again. The next change of
+  // a network library is made when the one before is answered, since its answer brings the new hash.
 
   /// Loads the tree from the server on a worker thread and calls back there: the root projects, or an error.
   /// Known root projects keep their objects; groups are built anew. Errors: 10000 no connection or user,
@@ -104,7 +108,8 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// Builds a node's groups from its dictionary form, whose "group" holds its children.
   void loadGroups(const Dictionary& parent, const ProjectPtr& project, const ProjectPtr& rootProject);
   /// Adds a root project. Called back on a worker thread (main queue for a network library's answer). Errors:
-  /// 10000 no name, 10002 the name is taken, 10003 not saved, 10004 a useless answer, or the request's.
+  /// 10000 no name or an empty one, 10002 the name is taken, 10003 not saved, 10004 a useless answer, or the
+  /// request's.
   void addProject(OptionalString name, std::function<void(ProjectPtr project, TQErrorPtr error)> completion);
   /// Removes an empty root project of a local library; what lies in the trash does not count. Called back on
   /// a worker thread. Errors: 10000, 10003, 10004 it holds assets, 10005 a network library, or those of
@@ -113,17 +118,19 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// Index by identifier, or -1.
   std::int64_t indexOfProject(const ProjectPtr& project) const;
   /// Reorders the root projects; the index counts positions before the move. Blocks for a network library.
-  /// False, and nothing changed, for an unknown item, an index out of range, a refusal of the server or a
-  /// file that another program has changed. A local move that the disk refuses is kept, and logged.
-  bool moveItem(const ProjectPtr& item, std::int64_t toIndex);
+  /// False, nothing changed and *error set, for an unknown item or an index out of range (10000), a refusal
+  /// of the server (its error), a file that cannot be read or that another program has changed (10003). A
+  /// local move that the disk refuses is kept, and logged.
+  bool moveItem(const ProjectPtr& item, std::int64_t toIndex, TQErrorPtr* error = nullptr);
   /// The project or group with the identifier, or null. Root projects come before groups. Costs the same
-  /// however large the tree is, but for the first call after a change of any tree.
+  /// however large the tree is, but for the first call after a change of this tree.
   ProjectPtr projectWithID(const std::string& id) const;
   /// Exact and case-sensitive.
   bool isExistNameInProjects(const std::string& name) const;
   /// Writes "project.plist" with a new random hash, keeping the keys that are not the tree's. The first save
-  /// of a library whose tree was never loaded takes over the tree of the file. False when the file cannot be
-  /// written, is there and cannot be read, or was changed by another program since the tree was loaded.
+  /// of a library that has no tree takes over the tree of the file. False when the file cannot be written, is
+  /// there and cannot be read (a node without identifier, name or database name counts), or has another hash
+  /// than projectHashValue: another program has changed it since the tree was loaded.
   bool saveProjects();
   /// Puts the node's children, if it has any, under "group" of its dictionary form.
   void loadGroup(const ProjectPtr& project, Dictionary& parent) const;
@@ -230,9 +237,9 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   void takeProjects(const Array& nodes);
   /// The file of a local library's tree, for the package folder that it has now.
   ProjectFile& projectFile();
-  /// Looks at the file before a change: its tree stands in while none was loaded or made. False when it is
-  /// there but cannot be read; then it must not be overwritten.
-  bool readProjectFile();
+  /// Before a local change: the tree of the file stands in while none was loaded or made. False when the file
+  /// is there but cannot be read whole, or there is no package folder.
+  bool prepareChange();
   enum class SaveResult { saved, notSaved, overtaken };
   SaveResult saveTree();
   TQErrorPtr projectsNotSaved() const;
@@ -247,10 +254,14 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   void sendTreeChange(const std::string& operation, const Dictionary& item,
                       std::function<void(OptionalString id, TQErrorPtr error)> completion);
   OptionalString takeTreeChange(const Value& response, TQErrorPtr& error);
+  Value treeChangeBody(Dictionary item) const;
   /// Whether the item may be moved: a network library asks its server.
-  bool confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex);
+  bool confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex,
+                   TQErrorPtr& error);
   /// Saves a local library's tree after a move. False when the move has to be taken back.
-  bool saveMove();
+  bool saveMove(TQErrorPtr& error);
+  /// Whether the node is in the tree: every list on the way up has it.
+  bool holds(const TQProject& node) const;
 
   using AssetIDs = std::optional<std::vector<std::string>>;
   TQErrorPtr assetUpdateError(const std::vector<AssetPtr>& assets) const;

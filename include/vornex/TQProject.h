@@ -33,17 +33,24 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   static Ptr projectWithName(OptionalString name, OptionalString dbName, std::int64_t type);
   /// Null unless "id", "name" and "dbname" are strings. A missing "type" reads as -1.
   static Ptr projectWithDictionary(const Dictionary& dictionary);
-  /// The process's one project that stands for "no project"; it describes the library of the latest call.
+  /// The process's one project that stands for "no project"; it describes the library of the latest call and
+  /// has no groups. Calls are safe on any thread, and so are its identifier, name and groupWithID()
+  /// meanwhile; `dbName` and `library` are for hosts that search one library at a time: searches of others
+  /// replace them.
   static Ptr undefinedProjectWithLibrary(const LibraryPtr& library);
 
+  /// The four keys "id", "name", "dbname" and "type", without the groups. Absent, and logged, when the node
+  /// has no id, name or dbName.
   std::optional<Dictionary> projectDictionary() const;
+  /// Takes over the four keys; nothing unless "id", "name" and "dbname" are strings. The groups stay.
   void setDictionary(const Dictionary& dictionary);
 
   /// Among the direct children, by identifier; -1 when unknown.
   std::int64_t indexOfGroup(const Ptr& group) const;
   /// Depth first, the receiver included; null when unknown.
   Ptr groupWithID(const std::string& id);
-  /// The search below a node; *findGroup must be null before and stays so when nothing is found.
+  /// The search below a node; *findGroup must be null before and stays so when nothing is found, or without a
+  /// node.
   void findGroupWithID(const std::string& id, const Ptr& parent, Ptr* findGroup);
   /// Among the direct children.
   Ptr findGroupWithName(const OptionalString& name) const;
@@ -59,20 +66,23 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   // and the moves and the second rename block meanwhile. A change that fails leaves the tree as it was. A
   // local change fails, too, when another program has changed the file since the tree was loaded: load the
   // tree and try again. Only a local move that the disk refuses is kept, and logged. Completions come on the
-  // caller's thread, for a network library's answer on the main queue.
+  // caller's thread, for a network library's answer on the main queue. Groups lie at most 254 levels below
+  // their project.
 
-  /// Reorders within this node; the index counts positions before the move. False for an unknown item, an
-  /// index out of range, a refusal of the server or a file that another program has changed.
-  bool moveItem(const Ptr& item, std::int64_t toIndex);
+  /// Reorders within this node; the index counts positions before the move. False, and *error set, for an
+  /// unknown item or an index out of range (10000), a refusal of the server (its error), a file that cannot
+  /// be read or that another program has changed (10003).
+  bool moveItem(const Ptr& item, std::int64_t toIndex, TQErrorPtr* error = nullptr);
   /// Moves a child of this node into another parent, at an index of that parent's list; this node may be that
-  /// parent, and the index then counts positions without the item. Also false for a parent that lies within
-  /// the item, and for groups that would lie more than 254 levels below their project.
-  bool moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent);
-  /// Errors: 10000 no name, 10002 the name is taken (a network library leaves that to its server), 10003 not
-  /// saved, 10004 a useless answer, or the request's.
+  /// parent, and the index then counts positions without the item. Also 10000 for a parent that lies within
+  /// the item or in no tree of this library (a reload has made new groups), and for groups that would lie too
+  /// deep.
+  bool moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent, TQErrorPtr* error = nullptr);
+  /// Errors: 10000 no name or an empty one, 10002 the name is taken (a network library leaves that to its
+  /// server), 10003 not saved, 10004 a useless answer, or the request's.
   void rename(const OptionalString& name, Completion completion);
   bool rename(const OptionalString& name, TQErrorPtr* error);
-  /// Errors as of rename.
+  /// Errors as of rename; also 10000 for a group that would lie too deep.
   void addGroupWithName(const OptionalString& name,
                         std::function<void(Ptr group, TQErrorPtr error)> completion);
   /// Errors: 10000 no group, or one that its parent does not list, 10003 not saved, 10005 a network library.
@@ -190,6 +200,9 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
  private:
   TQProject() = default;
 
+  static const Ptr& undefinedProject();
+  /// Why the child cannot move there; null when nothing here speaks against it.
+  TQErrorPtr refusalOfMove(const TQProject& item, std::int64_t toIndex, const TQProject& inParent) const;
   /// The parent that a change names to the server: the node's own for a project.
   OptionalString parentID() const;
   Dictionary renameRequest(const std::string& newName) const;

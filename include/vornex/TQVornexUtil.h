@@ -99,10 +99,12 @@ class TQVornexUtil {
 
   // Requests (TQVornexUtilRequests.cpp). A request carries the user ID and password (HTTP Basic), this
   // machine's UUID and the client type. Present params are the body, as JSON; absent ones send none. It ends
-  // within 30 seconds. The errors of both forms:
+  // within 30 seconds after it was sent, which may have to wait up to two minutes while others of this
+  // process wait for the same server. The errors of both forms:
   // - the server's own, with its code, message and domain, whatever the HTTP status;
   // - of the domain "VORNEX SERVER" when the answer gives no code: 26, 4 and 8 for the HTTP statuses 401, 403
-  //   and 404, 7 for an answer over the size limit, 31 when no whole answer arrived, else 1;
+  //   and 404, 7 for an answer over the size limit and for a request that there was no room for, 31 when no
+  //   whole answer arrived, else 1;
   // - 10001 of the SDK's domain for a URL or method that cannot be sent.
   // Those but the server's own carry the cause under kLocalizedFailureReasonKey.
   // When the URL names a library, userInfo has its database name under "dbname". Errors with code 31, 38, 39

@@ -24,7 +24,8 @@ inline constexpr const char* kTQLiveFolderManualScanNotification = "TQLiveFolder
 /// to this process from initializeWAS to terminateWAS.
 ///
 /// Thread-safety: safe on any thread. Completions come on worker threads, which they may block, unless stated
-/// otherwise.
+/// otherwise. Every operation returns soon, but may block up to 10 seconds where the service runs and does
+/// not read what it is sent.
 class VornexSDK {
  public:
   /// Made on first use; lives until the process ends.
@@ -35,9 +36,11 @@ class VornexSDK {
 
   /// Starts the service if it does not run, has it serve HTTP on the port (0: the port on which it serves
   /// already, else any free one) and load its libraries. Sets WASPort to the port in use. Called back with
-  /// (true, null) only when all succeeded. By then the local password has been asked for: local libraries
-  /// carry it, unless the service had none to give, which is logged. Errors: 10 the service serves on another
-  /// port or the port is taken, 31 the service cannot be started or went away, 9 it hangs, or the service's
+  /// (true, null) only when all succeeded. By then the local password has been asked for, once for each
+  /// connection to a service: local libraries carry it and workflows have been started, unless the service
+  /// had none to give, which is logged. A service that goes away meanwhile is started again for 20 seconds.
+  /// Errors: 10 the service serves on another port or the port is taken, 31 the service cannot be started,
+  /// went away or was ended by terminateWAS, 11 an earlier one does not end, 9 it hangs, or the service's
   /// own. Never called back before initializeWAS.
   void startWASServiceWithPort(std::int64_t port, Completion completion);
 

@@ -4,27 +4,30 @@
 #include <vornex/TQProject.h>
 #include <vornex/TQSearchManager.h>
 
+#include <thread>
+
 #include "cli/Await.h"
 #include "cli/Commands.h"
 #include "cli/Confirm.h"
 #include "cli/Host.h"
 #include "cli/Output.h"
 #include "cli/Table.h"
+#include "core/StatusCode.h"
 
 namespace vornex::cli {
 namespace {
 
 constexpr auto kPatience = std::chrono::minutes(2);
 
-Dictionary facts(const ProjectPtr& project) {
-  return {{"id", project->id},
-          {"name", project->name},
-          {"path", projectPath(project)},
-          {"type", project->projectType == kProjectTypeProject ? "project" : "group"}};
-}
-
 Error noAnswer() {
   return {"vornex", 0, "the service does not answer"};
+}
+
+/// Whether the error may mean that the tree has been changed elsewhere: a local library's is not saved over
+/// the other program's, a server refuses what was thought up for an older tree.
+bool mayBeOvertaken(const Error& error) {
+  constexpr std::int64_t kNotSaved = 10003;
+  return error.code == kNotSaved || error.code == static_cast<std::int64_t>(StatusCode::hashMismatch);
 }
 
 /// Makes a change of the tree, again with the tree as it is now when another program has changed it
@@ -32,12 +35,25 @@ Error noAnswer() {
 template <typename Change>
 auto changeTree(const LibraryPtr& library, Change change) {
   constexpr int kMostTries = 50;
+  constexpr auto kPause = std::chrono::milliseconds(20);
   for (int tries = 1;; ++tries) {
     const OptionalString hash = library->projectHashValue;
     auto result = change();
-    if (result || tries == kMostTries) return result;
+    if (result || tries == kMostTries || !mayBeOvertaken(result.error())) return result;
     if (!library->loadProjects(nullptr) || library->projectHashValue == hash) return result;
+    std::this_thread::sleep_for(kPause);
   }
+}
+
+bool isProject(const ProjectPtr& node) {
+  return !node->parent.lock();
+}
+
+Dictionary facts(const ProjectPtr& project) {
+  return {{"id", project->id},
+          {"name", project->name},
+          {"path", projectPath(project)},
+          {"type", isProject(project) ? "project" : "group"}};
 }
 
 Result<ProjectPtr> existing(const LibraryPtr& library, const std::string& path) {
@@ -59,9 +75,10 @@ Result<ProjectPtr> addNode(const LibraryPtr& library, const ProjectPtr& parent, 
   return node;
 }
 
-/// Adds the levels of the path that are missing; gives the facts of those.
-Result<std::vector<Dictionary>> addLevels(const LibraryPtr& library, const std::vector<std::string>& names) {
-  std::vector<Dictionary> added;
+/// Adds the levels of the path that are missing, and the facts of those, also of the first ones when a later
+/// one fails.
+Result<void> addLevels(const LibraryPtr& library, const std::vector<std::string>& names,
+                       std::vector<Dictionary>& added) {
   auto addMissing = [&]() -> Result<ProjectPtr> {
     ProjectPtr node;
     for (const std::string& name : names) {
@@ -79,28 +96,28 @@ Result<std::vector<Dictionary>> addLevels(const LibraryPtr& library, const std::
     }
     return node;
   };
-  if (auto last = changeTree(library, addMissing); !last) return tl::unexpected(last.error());
-  return added;
+  return changeTree(library, addMissing).map([](const ProjectPtr&) {});
 }
 
 /// One line for each node, drawn as a tree.
 void listTree(const ProjectList& nodes, const std::string& indent, const Output& output, Table& table) {
   for (const ProjectPtr& node : nodes) {
     const bool isLast = node == nodes.back();
-    const bool isProject = node->projectType == kProjectTypeProject;
+    const bool isRoot = isProject(node);
     output.record("project", facts(node));
-    table.addRow({(isProject ? "" : indent + (isLast ? "└─ " : "├─ ")) + node->name.value_or(""),
-                  node->id.value_or("")});
-    listTree(node->childGroups, isProject ? "" : indent + (isLast ? "   " : "│  "), output, table);
+    table.addRow(
+        {(isRoot ? "" : indent + (isLast ? "└─ " : "├─ ")) + node->name.value_or(""), node->id.value_or("")});
+    listTree(node->childGroups, isRoot ? "" : indent + (isLast ? "   " : "│  "), output, table);
   }
 }
 
 /// Moves the node within its own list, to the position as it is counted there before the move.
-bool reorder(const LibraryPtr& library, const ProjectPtr& node, std::optional<std::int64_t> position) {
+bool reorder(const LibraryPtr& library, const ProjectPtr& node, std::optional<std::int64_t> position,
+             TQErrorPtr* error) {
   const ProjectPtr parent = node->parent.lock();
   const ProjectList& siblings = parent ? parent->childGroups : library->projects;
   const std::int64_t to = position.value_or(static_cast<std::int64_t>(siblings.size()));
-  return parent ? parent->moveItem(node, to) : library->moveItem(node, to);
+  return parent ? parent->moveItem(node, to, error) : library->moveItem(node, to, error);
 }
 
 Result<ProjectPtr> move(const LibraryPtr& library, const ProjectMoveCommand& command) {
@@ -117,33 +134,49 @@ Result<ProjectPtr> move(const LibraryPtr& library, const ProjectMoveCommand& com
   const auto last = static_cast<std::int64_t>(target ? target->childGroups.size() : library->projects.size());
   if (command.position && *command.position > last)
     return failure("vornex", 0, fmt::format("there are {} positions, from 0", last + 1));
-  const bool moved = target == parent ? reorder(library, *node, command.position)
-                                      : parent->moveItem(*node, command.position.value_or(last), target);
+  for (ProjectPtr above = target; above; above = above->parent.lock())
+    if (above == *node) return failure("vornex", 0, "a group cannot lie in itself");
+  TQErrorPtr error;
+  const bool moved = target == parent
+                         ? reorder(library, *node, command.position, &error)
+                         : parent->moveItem(*node, command.position.value_or(last), target, &error);
   if (moved) return node;
-  return failure("vornex", 0, fmt::format("\"{}\" cannot be moved there", command.path));
+  return tl::unexpected(fromSDK(error));
 }
 
 std::string counted(std::int64_t count, const std::string& thing) {
   return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
 }
 
-/// What is lost when the node is removed, as a statement.
+/// How many assets the predicate finds outside the trash.
+Result<std::int64_t> countAssets(const LibraryPtr& library, const PredicatePtr& where) {
+  auto& manager = TQSearchManager::sharedManager();
+  const TQSearchResponse found = manager.searchAssetWithLibrary(
+      library, TQPredicate::andPredicateWithSubpredicates({where, manager.createQueryWithTrash(false)}), 0, 1,
+      0);
+  if (found.error) return tl::unexpected(fromSDK(found.error));
+  return found.totalCount;
+}
+
+/// What is lost when the node is removed, as a statement; an error when it could not be removed anyway.
 Result<std::string> removalWarning(const LibraryPtr& library, const ProjectPtr& node) {
   const std::int64_t groups = node->descendantCount();
   const std::string with = groups == 0 ? "" : ", with " + counted(groups, "group");
-  if (node->projectType == kProjectTypeProject)
-    return fmt::format("This removes the project \"{}\"{}.", projectPath(node), with);
   auto& manager = TQSearchManager::sharedManager();
-  const PredicatePtr inside = TQPredicate::andPredicateWithSubpredicates(
-      {manager.createQueryWithGroup(manager.groupIDs(node), "group"), manager.createQueryWithTrash(false)});
-  const TQSearchResponse found = manager.searchAssetWithLibrary(library, inside, 0, 1, 0);
-  if (found.error) return tl::unexpected(fromSDK(found.error));
+  auto held =
+      countAssets(library, isProject(node) ? manager.createPredicateWithKey("project", node->id)
+                                           : manager.createQueryWithGroup(manager.groupIDs(node), "group"));
+  if (!held) return tl::unexpected(held.error());
+  if (isProject(node)) {
+    if (*held > 0)
+      return failure("vornex", 0, fmt::format("\"{}\" holds {}", projectPath(node), counted(*held, "asset")));
+    return fmt::format("This removes the project \"{}\"{}.", projectPath(node), with);
+  }
   const ProjectPtr root = node->rootProject.lock();
   return fmt::format("This removes the group \"{}\"{}. {}", projectPath(node), with,
-                     found.totalCount == 0 ? "It holds no assets."
-                                           : fmt::format("{} in it will only belong to the project \"{}\".",
-                                                         counted(found.totalCount, "asset"),
-                                                         root ? root->name.value_or("") : ""));
+                     *held == 0 ? "It holds no assets."
+                                : fmt::format("{} in it will only belong to the project \"{}\".",
+                                              counted(*held, "asset"), root ? root->name.value_or("") : ""));
 }
 
 Result<Dictionary> remove(const LibraryPtr& library, const std::string& id) {
@@ -172,14 +205,14 @@ Result<void> run(const ProjectAddCommand& command, Host& host, const Output& out
   if (findProject(*library, command.path)) {
     return failure("vornex", 0, fmt::format("there is a project \"{}\" already", command.path));
   }
-  auto added = addLevels(*library, names);
-  if (!added) return tl::unexpected(added.error());
-  for (const Dictionary& node : *added) {
+  std::vector<Dictionary> added;
+  auto all = addLevels(*library, names, added);
+  for (const Dictionary& node : added) {
     output.record("project", node);
     output.text(fmt::format("Added \"{}\" to the library \"{}\".", *node.find("path")->ifString(),
                             (*library)->name.value_or("")));
   }
-  return {};
+  return all;
 }
 
 Result<void> run(const ProjectGroupCommand& command, Host& host, const Output& output) {
@@ -210,6 +243,7 @@ Result<void> run(const ProjectListCommand& command, Host& host, const Output& ou
 }
 
 Result<void> run(const ProjectRenameCommand& command, Host& host, const Output& output) {
+  if (command.name.empty()) return failure("vornex", 0, "a project or group needs a name");
   auto library = host.library(command.library);
   if (!library) return tl::unexpected(library.error());
   auto renamed = changeTree(*library, [&]() -> Result<ProjectPtr> {
@@ -241,6 +275,8 @@ Result<void> run(const ProjectRemoveCommand& command, Host& host, const Output& 
   if (!library) return tl::unexpected(library.error());
   auto node = existing(*library, command.path);
   if (!node) return tl::unexpected(node.error());
+  if ((*library)->libraryType == kLibraryTypeNetwork)
+    return failure("vornex", 0, "projects and groups of a network library are removed where it is local");
   if (!command.yes) {
     auto warning = removalWarning(*library, *node);
     if (!warning) return tl::unexpected(warning.error());

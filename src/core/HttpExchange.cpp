@@ -1,5 +1,7 @@
 #include "core/HttpExchange.h"
 
+#include <vornex/Queue.h>
+
 #include <algorithm>
 #include <deque>
 #include <exception>
@@ -8,6 +10,7 @@
 #include <thread>
 
 #include "core/HttpTransfer.h"
+#include "foundation/RunTask.h"
 
 namespace vornex {
 namespace {
@@ -15,10 +18,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Done = std::function<void(Result<HttpAnswer> answer)>;
 
-/// "http://host:port" of a URL.
+/// Who is to answer; what cannot be requested has a queue of its own.
 std::string serverOf(const std::string& url) {
-  std::size_t host = url.find("://");
-  return host == std::string::npos ? url : url.substr(0, url.find('/', host + 3));
+  std::optional<UrlParts> parts = parseHttpUrl(url);
+  return parts ? parts->server : "";
 }
 
 Result<std::unique_ptr<HttpTransfer>> makeTransfer(HttpExchange exchange, HandlePool& pool) {
@@ -27,6 +30,15 @@ Result<std::unique_ptr<HttpTransfer>> makeTransfer(HttpExchange exchange, Handle
   } catch (const std::exception& exception) {
     return failure("curl", CURLE_OUT_OF_MEMORY, exception.what());
   }
+}
+
+/// Nobody who waits for an answer may stop the others' thread.
+void complete(const Done& done, Result<HttpAnswer> answer) {
+  runTask([&] { done(std::move(answer)); }, "requests");
+}
+
+tl::unexpected<Error> curlFailure(CURLcode code) {
+  return failure("curl", code, curl_easy_strerror(code));
 }
 
 /// The thread that carries requests nobody waits for.
@@ -41,7 +53,11 @@ class HttpLoop {
   }
 
   void submit(HttpExchange exchange, Done done) {
-    Clock::time_point deadline = Clock::now() + exchange.timeLimit;
+    if (!multi_) {
+      return GlobalQueue::shared().async(
+          [done = std::move(done)] { complete(done, curlFailure(CURLE_FAILED_INIT)); });
+    }
+    Clock::time_point deadline = Clock::now() + exchange.timeLimit * kPatience;
     {
       std::lock_guard lock(mutex_);
       submitted_.push_back({std::move(exchange), std::move(done), deadline});
@@ -53,6 +69,7 @@ class HttpLoop {
   struct Waiting {
     HttpExchange exchange;
     Done done;
+    /// For being sent.
     Clock::time_point deadline;
   };
   /// A server that does not answer must not hold up the requests to others.
@@ -66,12 +83,13 @@ class HttpLoop {
     Done done;
   };
 
-  static constexpr std::size_t kMostRunning = 8;
+  static constexpr std::size_t kMostRunning = 16;
+  static constexpr int kPatience = 4;
   static constexpr int kPauseMs = 250;
   static constexpr int kIdlePauseMs = 60'000;
 
   HttpLoop() : multi_(curl_multi_init()) {
-    std::thread([this] { run(); }).detach();
+    if (multi_) std::thread([this] { run(); }).detach();
   }
 
   [[noreturn]] void run() {
@@ -105,7 +123,7 @@ class HttpLoop {
     auto late = std::stable_partition(server.waiting.begin(), server.waiting.end(),
                                       [now](const Waiting& request) { return request.deadline > now; });
     for (auto request = late; request != server.waiting.end(); ++request)
-      request->done(failure("curl", CURLE_OPERATION_TIMEDOUT, curl_easy_strerror(CURLE_OPERATION_TIMEDOUT)));
+      complete(request->done, failure("curl", kNeverSent, "too many requests to the server were under way"));
     server.waiting.erase(late, server.waiting.end());
   }
 
@@ -113,16 +131,16 @@ class HttpLoop {
     while (server.running < kMostRunning && !server.waiting.empty()) {
       Waiting next = std::move(server.waiting.front());
       server.waiting.pop_front();
-      auto left = std::chrono::ceil<std::chrono::milliseconds>(next.deadline - Clock::now());
-      next.exchange.timeLimit =
-          std::max(left, std::chrono::milliseconds(1));  // none at all would be no limit
       auto transfer = makeTransfer(std::move(next.exchange), handles_);
       if (!transfer) {
-        next.done(tl::unexpected(transfer.error()));
+        complete(next.done, tl::unexpected(transfer.error()));
         continue;
       }
       CURL* handle = (*transfer)->handle();
-      curl_multi_add_handle(multi_, handle);
+      if (CURLMcode added = curl_multi_add_handle(multi_, handle); added != CURLM_OK) {
+        complete(next.done, failure("curl", CURLE_FAILED_INIT, curl_multi_strerror(added)));
+        continue;
+      }
       running_.emplace(handle, Running{name, std::move(*transfer), std::move(next.done)});
       ++server.running;
     }
@@ -136,7 +154,7 @@ class HttpLoop {
       auto ended = running_.extract(message->easy_handle);
       curl_multi_remove_handle(multi_, ended.key());
       --servers_[ended.mapped().server].running;
-      ended.mapped().done(ended.mapped().transfer->finish(code));
+      complete(ended.mapped().done, ended.mapped().transfer->finish(code));
       anyEnded = true;
     }
     return anyEnded;

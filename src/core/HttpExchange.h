@@ -31,6 +31,8 @@ struct HttpAnswer {
 
 /// The parts of a URL that decide how it is treated.
 struct UrlParts {
+  /// "scheme host:port", the same for every spelling of a server.
+  std::string server;
   std::string host;
   /// Still percent-encoded.
   std::string path;
@@ -42,14 +44,17 @@ std::optional<UrlParts> parseHttpUrl(const std::string& url);
 /// Codes of failures that are not curl's own.
 inline constexpr std::int64_t kUnusableRequest = -1;
 inline constexpr std::int64_t kAnswerTooLong = -2;
+/// There was no room for the request to the server in time.
+inline constexpr std::int64_t kNeverSent = -3;
 
 /// Runs the request and blocks until its answer is complete, whatever its status. Domain "curl" on failure;
 /// code kUnusableRequest when nothing can be sent for such a URL or method. Thread-safe.
 [[nodiscard]] Result<HttpAnswer> exchangeHttp(HttpExchange exchange);
 
 /// The same without blocking. One thread carries the requests of the whole process, a few to each server at a
-/// time; the others wait for their turn, within their time limit. `done` is called once, on that thread, and
-/// must neither block nor throw. Thread-safe.
+/// time; the others wait for their turn, up to four times their time limit, which starts when they are sent.
+/// `done` is called once, on that thread or another one, and must not block; what it throws is logged.
+/// Thread-safe.
 void exchangeHttp(HttpExchange exchange, std::function<void(Result<HttpAnswer> answer)> done);
 
 }  // namespace vornex

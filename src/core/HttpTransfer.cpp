@@ -20,9 +20,9 @@ bool isMethod(const std::string& method) {
   return method == "GET" || method == "POST" || method == "PUT" || method == "PATCH" || method == "DELETE";
 }
 
-std::string urlPart(const Url& url, CURLUPart part) {
+std::string urlPart(const Url& url, CURLUPart part, unsigned flags = 0) {
   char* text = nullptr;
-  if (curl_url_get(url.get(), part, &text, 0) != CURLUE_OK) return "";
+  if (curl_url_get(url.get(), part, &text, flags) != CURLUE_OK) return "";
   std::string copy = text;
   curl_free(text);
   return copy;
@@ -54,7 +54,9 @@ std::optional<UrlParts> parseHttpUrl(const std::string& text) {
   if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
   std::string scheme = urlPart(url, CURLUPART_SCHEME);
   if (scheme != "http" && scheme != "https") return std::nullopt;
-  return UrlParts{urlPart(url, CURLUPART_HOST), urlPart(url, CURLUPART_PATH)};
+  std::string host = urlPart(url, CURLUPART_HOST);
+  std::string server = scheme + " " + host + ":" + urlPart(url, CURLUPART_PORT, CURLU_DEFAULT_PORT);
+  return UrlParts{std::move(server), std::move(host), urlPart(url, CURLUPART_PATH)};
 }
 
 Result<std::unique_ptr<HttpTransfer>> HttpTransfer::make(HttpExchange exchange, HandlePool& pool) {

@@ -66,6 +66,9 @@ TQErrorPtr transportError(const Error& error) {
   if (error.code == kAnswerTooLong) {
     return serverError(StatusCode::limitExceeded, "response.error.invalid", error.message);
   }
+  if (error.code == kNeverSent) {
+    return serverError(StatusCode::limitExceeded, "request.error.transport", error.message);
+  }
   return serverError(StatusCode::cannotConnectToHost, "request.error.transport", error.message);
 }
 

@@ -67,13 +67,13 @@ TQErrorPtr TQVornexUtil::errorWithResponse(const Value& response) {
 
 void TQVornexUtil::sendNotificationWithError(const TQErrorPtr& error) {
   if (!error) return;
-  logLine(LogLevel::info, "sendNotificationWithError:" + error->description());
+  logLine(LogLevel::warning, "sendNotificationWithError:" + error->description());
   auto matches = [&error](const StatusNotification& candidate) {
     return static_cast<std::int64_t>(candidate.code) == error->code();
   };
   auto found = std::ranges::find_if(kStatusNotifications, matches);
   if (found == std::end(kStatusNotifications)) return;
-  if (found->logLine) logLine(LogLevel::info, found->logLine);
+  if (found->logLine) logLine(LogLevel::warning, found->logLine);
   OptionalString dbName = coerce::string(error->userInfo().find("dbname"));
   std::any object = dbName ? std::any(*dbName) : std::any();
   NotificationCenter::defaultCenter().post({found->name, std::move(object), {}});

@@ -5,6 +5,7 @@
 #include "core/ServerRequest.h"
 #include "core/StatusCode.h"
 #include "foundation/Json.h"
+#include "foundation/RunTask.h"
 
 namespace vornex {
 namespace {
@@ -41,8 +42,9 @@ void finish(ServerReply reply, const std::string& url, const TQVornexUtil::Reque
     completion(std::move(reply.response), nullptr);
     return;
   }
-  logLine(LogLevel::info, "Vornex Error:" + reply.error->description());
-  completion(Value(), reply.error);
+  logLine(LogLevel::warning, "Vornex Error:" + reply.error->description());
+  // Whatever the completion throws, others hear of the error.
+  runTask([&] { completion(Value(), reply.error); }, "completion of a request");
   announce(reply.error, url);
 }
 

@@ -14,6 +14,9 @@ Result<FileLock> FileLock::acquire(const std::string& path, std::chrono::millise
   std::string beside =
       appendPathComponent(deletingLastPathComponent(path), "." + lastPathComponent(path) + ".lock");
   FileDescriptor file(::open(beside.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
+  // Another user's file, which may be locked all the same.
+  if (!file && errno == EACCES)
+    file = FileDescriptor(::open(beside.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   if (!file) return posixFailure(errno, "open " + beside);
   auto end = std::chrono::steady_clock::now() + patience;
   while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {

@@ -1,5 +1,7 @@
 #include "model/ProjectFile.h"
 
+#include <fmt/format.h>
+
 #include "core/Coercion.h"
 #include "foundation/FileLock.h"
 #include "foundation/PropertyList.h"
@@ -9,36 +11,59 @@ namespace vornex {
 static constexpr const char* kProjectsKey = "projects";
 static constexpr const char* kHashKey = "hash";
 
-Result<std::optional<Array>> ProjectFile::readChanged() {
-  Result<FileStamp> now = stamp();
-  if (!now) return tl::unexpected(now.error());
-  if (known_ == *now) return std::nullopt;
-  Dictionary content;
-  if (now->exists()) {
-    Result<Dictionary> read = readDictionaryFile(path_);
-    if (!read) return tl::unexpected(read.error());
-    content = std::move(*read);
+static bool isTree(const Value* list) {
+  const Array* nodes = list ? list->ifArray() : nullptr;
+  if (!nodes) return false;
+  for (const Value& node : *nodes) {
+    for (const char* key : {"id", "name", "dbname"})
+      if (!coerce::string(node.find(key))) return false;
+    if (const Value* group = node.find("group"); group && !isTree(group)) return false;
   }
-  Array nodes = coerce::array(content.find(kProjectsKey));
-  content.erase(kProjectsKey);
-  otherKeys_ = std::move(content);
-  known_ = *now;
-  return nodes;
+  return true;
 }
 
-Result<ProjectFile::Saved> ProjectFile::save(Array nodes, const std::string& hash) {
+static std::string hashIn(const Dictionary& content) {
+  return coerce::string(content.find(kHashKey)).value_or("");
+}
+
+static Result<Dictionary> readContent(const std::string& path) {
+  Result<Dictionary> content = readDictionaryFile(path);
+  if (content && !isTree(content->find(kProjectsKey)))
+    return failure("plist", 0, fmt::format("{}: there is no list of whole projects", path));
+  return content;
+}
+
+Result<std::optional<ProjectFile::Tree>> ProjectFile::read() {
+  Result<FileStamp> now = stamp();
+  if (!now) return tl::unexpected(now.error());
+  if (!now->exists()) return std::nullopt;
+  Result<Dictionary> content = readContent(path_);
+  if (!content) return tl::unexpected(content.error());
+  base_ = *now;
+  return Tree{coerce::array(content->find(kProjectsKey)), hashIn(*content)};
+}
+
+Result<ProjectFile::Saved> ProjectFile::save(Array nodes, const std::string& madeFrom,
+                                             const std::string& hash) {
   Result<FileLock> lock = FileLock::acquire(path_);
   if (!lock) return tl::unexpected(lock.error());
-  if (Result<std::optional<Array>> read = readChanged(); !read) return tl::unexpected(read.error());
-  if (base_ && known_->exists() && base_ != known_) return Saved::overtaken;
-  Dictionary content = otherKeys_;
+  Result<FileStamp> now = stamp();
+  if (!now) return tl::unexpected(now.error());
+  Dictionary content;
+  if (now->exists()) {
+    // Read even when the stamp is the known one: a quick change need not show in it.
+    Result<Dictionary> read = readContent(path_);
+    if (!read) return tl::unexpected(read.error());
+    if (hashIn(*read) != madeFrom || (base_ && base_ != *now)) return Saved::overtaken;
+    content = std::move(*read);
+  }
   content.set(kProjectsKey, std::move(nodes));
   content.set(kHashKey, hash);
   Result<void> written = writePropertyListFile(path_, content);
   if (!written) return tl::unexpected(written.error());
-  Result<FileStamp> now = stamp();
+  now = stamp();
   if (!now) return tl::unexpected(now.error());
-  base_ = known_ = *now;
+  base_ = *now;
   return Saved::yes;
 }
 

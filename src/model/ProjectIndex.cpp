@@ -6,7 +6,7 @@ namespace vornex {
 
 void ProjectIndex::prepare(const ProjectList& roots) {
   std::lock_guard lock(mutex_);
-  if (builtAt_ != ProjectList::changeCount()) build(roots);
+  if (builtAt_ != *changes_) build(roots);
 }
 
 ProjectPtr ProjectIndex::find(const ProjectList& roots, const std::string& id) {
@@ -28,14 +28,15 @@ std::optional<ProjectPtr> ProjectIndex::findWithin(const ProjectList& roots, con
 }
 
 const ProjectIndex::Entry* ProjectIndex::entryOf(const ProjectList& roots, const std::string& id) {
-  if (builtAt_ != ProjectList::changeCount()) build(roots);
+  if (builtAt_ != *changes_) build(roots);
   auto found = entries_.find(id);
   return found == entries_.end() ? nullptr : &found->second;
 }
 
 void ProjectIndex::build(const ProjectList& roots) {
-  builtAt_ = ProjectList::changeCount();
+  builtAt_ = *changes_;
   entries_.clear();
+  roots.changes_ = changes_;
   // A root project comes before a group with the same identifier.
   for (const ProjectPtr& root : roots)
     if (root->id) entries_.try_emplace(*root->id, Entry{root});
@@ -54,6 +55,7 @@ std::size_t ProjectIndex::add(const ProjectPtr& node, std::size_t place) {
   }
   if (entry) entry->place = place;
   ++place;
+  node->childGroups.changes_ = changes_;
   for (const ProjectPtr& child : node->childGroups) place = add(child, place);
   if (entry) entry->end = place;
   return place;

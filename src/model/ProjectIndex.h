@@ -9,7 +9,7 @@
 namespace vornex {
 
 /// Finds the nodes of one library's project tree by identifier without walking it. It is made by prepare(),
-/// or by the first question after a change of any tree.
+/// or by the first question after a change of the tree.
 ///
 /// Thread-safety: questions are safe on any thread as long as nobody changes the tree.
 class ProjectIndex {
@@ -40,6 +40,8 @@ class ProjectIndex {
   std::size_t add(const ProjectPtr& node, std::size_t place);
 
   std::mutex mutex_;
+  /// Of the lists that the index was built from; builtAt_ is absent until then.
+  const ProjectList::Counter changes_ = std::make_shared<std::atomic<std::uint64_t>>(0);
   std::optional<std::uint64_t> builtAt_;
   std::unordered_map<std::string, Entry> entries_;
 };

@@ -1,48 +1,40 @@
 #include <vornex/ProjectList.h>
 
-#include <atomic>
-
 namespace vornex {
-
-static std::atomic<std::uint64_t> changes = 0;
 
 ProjectList& ProjectList::operator=(const ProjectList& other) {
   nodes_ = other.nodes_;
-  ++changes;
+  noteChange();
   return *this;
 }
 
 void ProjectList::push_back(ProjectPtr node) {
   nodes_.push_back(std::move(node));
-  ++changes;
+  noteChange();
 }
 
 void ProjectList::pop_back() {
   nodes_.pop_back();
-  ++changes;
+  noteChange();
 }
 
 ProjectList::const_iterator ProjectList::insert(const_iterator before, ProjectPtr node) {
-  ++changes;
+  noteChange();
   return nodes_.insert(before, std::move(node));
 }
 
 ProjectList::const_iterator ProjectList::erase(const_iterator position) {
-  ++changes;
+  noteChange();
   return nodes_.erase(position);
 }
 
 void ProjectList::clear() {
   nodes_.clear();
-  ++changes;
-}
-
-std::uint64_t ProjectList::changeCount() {
-  return changes;
+  noteChange();
 }
 
 void ProjectList::noteChange() {
-  ++changes;
+  if (changes_) ++*changes_;
 }
 
 }  // namespace vornex

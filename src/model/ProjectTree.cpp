@@ -16,6 +16,10 @@ std::int64_t indexOf(const ProjectList& nodes, const OptionalString& id) {
   return found == nodes.end() ? -1 : found - nodes.begin();
 }
 
+bool holds(const ProjectList& nodes, const TQProject& node) {
+  return std::any_of(nodes.begin(), nodes.end(), [&](const ProjectPtr& each) { return each.get() == &node; });
+}
+
 bool hasName(const ProjectList& nodes, const OptionalString& name) {
   return name &&
          std::any_of(nodes.begin(), nodes.end(), [&](const ProjectPtr& node) { return node->name == name; });

@@ -10,6 +10,8 @@ TQErrorPtr error(std::int64_t code, const std::string& key);
 
 /// The position of the first node with the identifier, or -1.
 std::int64_t indexOf(const ProjectList& nodes, const OptionalString& id);
+/// Whether the very node is in the list.
+bool holds(const ProjectList& nodes, const TQProject& node);
 /// Exact and case-sensitive.
 bool hasName(const ProjectList& nodes, const OptionalString& name);
 /// Whether something can be inserted at the index.
@@ -17,9 +19,6 @@ bool isInsertionIndex(const ProjectList& nodes, std::int64_t index);
 
 /// Moves the node at `from` to just before the one that stands at `to` now; `to` may be the end.
 void reorder(ProjectList& nodes, std::int64_t from, std::int64_t to);
-
-/// A project is level 0. Deeper trees do not fit the nesting that readers of property lists and JSON accept.
-inline constexpr std::int64_t kDeepestLevel = 254;
 
 /// How many nodes lie above this one, and how many levels below it.
 std::int64_t depthOf(const TQProject& node);

@@ -17,8 +17,11 @@ TQErrorPtr TQLibrary::projectsNotSaved() const {
   return tree::error(10003, "project.error.cannot.save");
 }
 
-static Value treeChangeBody(const Dictionary& item) {
-  return Dictionary{{"items", Array{item}}};
+Value TQLibrary::treeChangeBody(Dictionary item) const {
+  // The server refuses the change when the tree is no longer the one that it was thought up for.
+  bool isTreeKnown = isTreeLoaded_ || !projects.empty();
+  if (isTreeKnown && projectHashValue && !projectHashValue->empty()) item.set("hash", *projectHashValue);
+  return Dictionary{{"items", Array{std::move(item)}}};
 }
 
 OptionalString TQLibrary::takeTreeChange(const Value& response, TQErrorPtr& error) {
@@ -55,30 +58,43 @@ void TQLibrary::sendTreeChange(const std::string& operation, const Dictionary& i
       });
 }
 
-bool TQLibrary::confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex) {
+bool TQLibrary::confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex,
+                            TQErrorPtr& error) {
   if (libraryType == kLibraryTypeLocal) return true;
   Dictionary change = {
       {"id", item.id}, {"parentid", parentID}, {"toindex", toIndex}, {"type", item.projectType}};
-  TQErrorPtr error;
   return sendTreeChange("move", change, error).has_value();
 }
 
-bool TQLibrary::saveMove() {
+bool TQLibrary::saveMove(TQErrorPtr& error) {
   if (libraryType != kLibraryTypeLocal) return true;
   SaveResult result = saveTree();
   if (result == SaveResult::notSaved) projectsNotSaved();
+  if (result == SaveResult::overtaken) error = projectsNotSaved();
   return result != SaveResult::overtaken;
 }
 
-bool TQLibrary::moveItem(const ProjectPtr& item, std::int64_t toIndex) {
+bool TQLibrary::moveItem(const ProjectPtr& item, std::int64_t toIndex, TQErrorPtr* error) {
+  TQErrorPtr ignored;
+  TQErrorPtr& failure = error ? *error : ignored;
+  failure = nullptr;
   std::int64_t from = indexOfProject(item);
-  if (from < 0 || !tree::isInsertionIndex(projects, toIndex)) return false;
-  if (!confirmMove(*item, item->parentID(), toIndex)) return false;
+  if (from < 0 || !tree::isInsertionIndex(projects, toIndex)) {
+    failure = tree::error(10000, "request.error.param.nil");
+    return false;
+  }
+  if (!confirmMove(*item, item->parentID(), toIndex, failure)) return false;
   ProjectList before = projects;
   tree::reorder(projects, from, toIndex);
-  if (saveMove()) return true;
+  if (saveMove(failure)) return true;
   projects = before;
   return false;
+}
+
+bool TQLibrary::holds(const TQProject& node) const {
+  ProjectPtr above = node.parent.lock();
+  if (!above) return tree::holds(projects, node);
+  return tree::holds(above->childGroups, node) && holds(*above);
 }
 
 void TQLibrary::adoptProject(const ProjectPtr& project) {
@@ -91,7 +107,7 @@ void TQLibrary::addProject(OptionalString newName,
                            std::function<void(ProjectPtr project, TQErrorPtr error)> completion) {
   GlobalQueue::shared().async(
       [self = shared_from_this(), newName = std::move(newName), completion = std::move(completion)] {
-        if (!newName) {
+        if (!newName || newName->empty()) {
           logLine(LogLevel::error, "Library not found: " + self->dbName.value_or(""));
           return completion(nullptr, tree::error(10000, "request.error.param.nil"));
         }
@@ -109,13 +125,14 @@ void TQLibrary::addNetworkProject(
       "create", item, [self = shared_from_this(), newName, completion](OptionalString id, TQErrorPtr error) {
         if (!id) return completion(nullptr, error);
         ProjectPtr project = TQProject::projectWithID(id, newName, self->dbName, kProjectTypeProject);
-        if (project) self->adoptProject(project);
+        if (!project) return completion(nullptr, tree::error(10004, "response.error.invalid"));
+        self->adoptProject(project);
         completion(project, nullptr);
       });
 }
 
 ProjectPtr TQLibrary::addLocalProject(const std::string& newName, TQErrorPtr& error) {
-  if (!readProjectFile()) {
+  if (!prepareChange()) {
     error = projectsNotSaved();
     return nullptr;
   }
@@ -150,7 +167,7 @@ TQErrorPtr TQLibrary::removeLocalProject(const ProjectPtr& project) {
     logLine(LogLevel::warning, "Library is network: " + name.value_or(""));
     return tree::error(10005, "library.error.no.authority.network");
   }
-  if (!readProjectFile()) return projectsNotSaved();
+  if (!prepareChange()) return projectsNotSaved();
   TQSearchManager& manager = TQSearchManager::sharedManager();
   PredicatePtr inside = TQPredicate::andPredicateWithSubpredicates(
       {manager.createPredicateWithKey("project", project->id), manager.createQueryWithTrash(false)});

@@ -78,15 +78,16 @@ void TQLibrary::takeProjects(const Array& nodes) {
   for (const Value& value : nodes) {
     const Dictionary* node = value.ifDictionary();
     if (!node) continue;
-    auto found = known.find(coerce::string(node->find("id")).value_or(""));
-    ProjectPtr project = found == known.end() ? TQProject::projectWithDictionary(*node) : found->second;
+    // Each object once, should an identifier occur twice.
+    auto found = known.extract(coerce::string(node->find("id")).value_or(""));
+    ProjectPtr project = found ? found.mapped() : TQProject::projectWithDictionary(*node);
     if (!project) continue;
-    if (found == known.end()) {
-      project->library = weak_from_this();
-      project->rootProject = project;
-    } else {
+    if (found) {
       project->setDictionary(*node);
       project->childGroups.clear();
+    } else {
+      project->library = weak_from_this();
+      project->rootProject = project;
     }
     loadGroups(*node, project, project->rootProject.lock());
     taken.push_back(std::move(project));
@@ -159,23 +160,29 @@ ProjectFile& TQLibrary::projectFile() {
   return *projectFile_;
 }
 
-bool TQLibrary::readProjectFile() {
-  ProjectFile& file = projectFile();
-  Result<std::optional<Array>> nodes = file.readChanged();
-  if (!nodes) {
-    logLine(LogLevel::error, "Can't read project file : " + nodes.error().message);
+bool TQLibrary::prepareChange() {
+  if (!packageFolder || packageFolder->empty()) {
+    logLine(LogLevel::error, "Can't read project file : the library has no package folder");
     return false;
   }
-  if (*nodes && !isTreeLoaded_ && projects.empty()) {
-    takeProjects(**nodes);
-    file.setBaseToRead();
+  if (isTreeLoaded_) return true;
+  if (projects.empty()) {
+    Result<std::optional<ProjectFile::Tree>> tree = projectFile().read();
+    if (!tree) {
+      logLine(LogLevel::error, "Can't read project file : " + tree.error().message);
+      return false;
+    }
+    // Without a file there is still nothing: a tree that appears later is not written over.
+    if (!*tree) return true;
+    takeProjects((*tree)->nodes);
+    projectHashValue = std::move((*tree)->hash);
   }
-  if (!file.hasBase()) file.setBaseToRead();
+  isTreeLoaded_ = true;
   return true;
 }
 
 TQLibrary::SaveResult TQLibrary::saveTree() {
-  if (!readProjectFile()) return SaveResult::notSaved;
+  if (!prepareChange()) return SaveResult::notSaved;
   Array nodes;
   for (const ProjectPtr& project : projects) {
     std::optional<Dictionary> node = treeNode(*project);
@@ -183,7 +190,8 @@ TQLibrary::SaveResult TQLibrary::saveTree() {
     nodes.push_back(std::move(*node));
   }
   std::string hash = MD5String(TQVornexUtil::UUIDString());
-  Result<ProjectFile::Saved> saved = projectFile().save(std::move(nodes), hash);
+  Result<ProjectFile::Saved> saved =
+      projectFile().save(std::move(nodes), projectHashValue.value_or(""), hash);
   if (!saved) {
     logLine(LogLevel::error, "saveProjects: " + saved.error().message);
     return SaveResult::notSaved;

@@ -11,6 +11,9 @@
 
 namespace vornex {
 
+static constexpr const char* kUndefinedID = "UnDefined UUID";
+static constexpr const char* kUndefinedName = "Undefined Name";
+
 TQProject::Ptr TQProject::projectWithID(OptionalString id, OptionalString name, OptionalString dbName,
                                         std::int64_t type) {
   if (!id || !name || !dbName) return nullptr;
@@ -36,16 +39,31 @@ TQProject::Ptr TQProject::projectWithDictionary(const Dictionary& dictionary) {
   return conversion::caught("projectWithDictionary : ", [&] { return readNode(dictionary); });
 }
 
+const TQProject::Ptr& TQProject::undefinedProject() {
+  static const Ptr undefined = [] {
+    Ptr made = projectWithID(kUndefinedID, kUndefinedName, "", kProjectTypeProject);
+    made->rootProject = made;
+    return made;
+  }();
+  return undefined;
+}
+
+template <typename Field, typename Fresh>
+static void setIfOther(Field& field, const Fresh& value) {
+  if (field != value) field = value;
+}
+
 TQProject::Ptr TQProject::undefinedProjectWithLibrary(const LibraryPtr& library) {
   static std::mutex mutex;
-  static const Ptr undefined = projectWithID("UnDefined UUID", "Undefined Name", "", kProjectTypeProject);
+  const Ptr& undefined = undefinedProject();
   std::lock_guard lock(mutex);
-  if (!undefined->rootProject.lock()) undefined->rootProject = undefined;
-  // Readers need no lock as long as one library is searched: nothing is written twice.
-  if (undefined->library.lock() != library || !library) {
-    undefined->dbName = library ? library->dbName : std::nullopt;
-    undefined->library = library;
-  }
+  // What already holds is not written again: others may be reading it.
+  setIfOther(undefined->id, OptionalString(kUndefinedID));
+  setIfOther(undefined->name, OptionalString(kUndefinedName));
+  setIfOther(undefined->projectType, kProjectTypeProject);
+  setIfOther(undefined->dbName, library ? library->dbName : std::nullopt);
+  if (undefined->rootProject.lock() != undefined) undefined->rootProject = undefined;
+  if (undefined->library.lock() != library || !library) undefined->library = library;
   return undefined;
 }
 
@@ -66,7 +84,7 @@ void TQProject::setDictionary(const Dictionary& dictionary) {
   name = std::move(read->name);
   dbName = std::move(read->dbName);
   projectType = read->projectType;
-  ProjectList::noteChange();
+  childGroups.noteChange();
 }
 
 std::string TQProject::description() const {
@@ -80,6 +98,8 @@ std::int64_t TQProject::indexOfGroup(const Ptr& group) const {
 
 TQProject::Ptr TQProject::groupWithID(const std::string& wanted) {
   if (id == wanted) return shared_from_this();
+  // It has no groups, and its library changes with the searches of other threads.
+  if (this == undefinedProject().get()) return nullptr;
   if (LibraryPtr owner = library.lock())
     if (auto known = owner->projectIndex_->findWithin(owner->projects, *this, wanted)) return *known;
   Ptr found;
@@ -88,6 +108,7 @@ TQProject::Ptr TQProject::groupWithID(const std::string& wanted) {
 }
 
 void TQProject::findGroupWithID(const std::string& wanted, const Ptr& from, Ptr* findGroup) {
+  if (!from) return;
   for (const Ptr& child : from->childGroups) {
     if (child->id == wanted) *findGroup = child;
     if (!*findGroup) findGroupWithID(wanted, child, findGroup);

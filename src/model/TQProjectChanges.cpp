@@ -2,6 +2,7 @@
 #include <vornex/TQLibrary.h>
 #include <vornex/TQProject.h>
 
+#include "core/ProjectRules.h"
 #include "model/ProjectTree.h"
 
 namespace vornex {
@@ -12,40 +13,58 @@ OptionalString TQProject::parentID() const {
   return root ? root->id : id;
 }
 
-bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex) {
+bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex, TQErrorPtr* error) {
+  TQErrorPtr ignored;
+  TQErrorPtr& failure = error ? *error : ignored;
+  failure = nullptr;
   LibraryPtr owner = library.lock();
   std::int64_t from = indexOfGroup(item);
-  if (!owner || from < 0 || !tree::isInsertionIndex(childGroups, toIndex)) return false;
-  if (!owner->confirmMove(*item, item->parentID(), toIndex)) return false;
+  if (!owner || from < 0 || !tree::isInsertionIndex(childGroups, toIndex)) {
+    failure = tree::error(10000, "request.error.param.nil");
+    return false;
+  }
+  if (!owner->confirmMove(*item, item->parentID(), toIndex, failure)) return false;
   ProjectList before = childGroups;
   tree::reorder(childGroups, from, toIndex);
-  if (owner->saveMove()) return true;
+  if (owner->saveMove(failure)) return true;
   childGroups = before;
   return false;
 }
 
-bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent) {
-  auto place = std::find(childGroups.begin(), childGroups.end(), item);
-  if (!inParent || place == childGroups.end()) return false;
-  if (inParent.get() == this) {
-    // To the server this is a reordering, whose index counts the item in its old place.
-    const std::int64_t from = place - childGroups.begin();
-    if (toIndex < 0 || toIndex >= static_cast<std::int64_t>(childGroups.size())) return false;
-    return moveItem(Ptr(*place), toIndex <= from ? toIndex : toIndex + 1);
-  }
+TQErrorPtr TQProject::refusalOfMove(const TQProject& item, std::int64_t toIndex,
+                                    const TQProject& inParent) const {
   LibraryPtr owner = library.lock();
   // Below itself a node would be cut off from the tree, with all that it holds.
-  if (!owner || tree::isWithin(*inParent, *item)) return false;
-  if (tree::depthOf(*inParent) + 1 + tree::levelsBelow(*item) > tree::kDeepestLevel) return false;
-  if (!tree::isInsertionIndex(inParent->childGroups, toIndex)) return false;
-  if (!owner->confirmMove(*item, inParent->id, toIndex)) return false;
+  if (!owner || !owner->holds(*this) || !owner->holds(inParent) || tree::isWithin(inParent, item) ||
+      !tree::isInsertionIndex(inParent.childGroups, toIndex))
+    return tree::error(10000, "request.error.param.nil");
+  if (tree::depthOf(inParent) + 1 + tree::levelsBelow(item) > kDeepestLevel)
+    return tree::error(10000, "group.error.too.deep");
+  return nullptr;
+}
+
+bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent, TQErrorPtr* error) {
+  TQErrorPtr ignored;
+  TQErrorPtr& failure = error ? *error : ignored;
+  auto place = std::find(childGroups.begin(), childGroups.end(), item);
+  if (inParent && inParent.get() == this && place != childGroups.end() && toIndex >= 0 &&
+      toIndex < static_cast<std::int64_t>(childGroups.size())) {
+    // To the server this is a reordering, whose index counts the item in its old place.
+    const std::int64_t from = place - childGroups.begin();
+    return moveItem(Ptr(*place), toIndex <= from ? toIndex : toIndex + 1, error);
+  }
+  const bool isMove = inParent && inParent.get() != this && place != childGroups.end();
+  failure = isMove ? refusalOfMove(*item, toIndex, *inParent) : tree::error(10000, "request.error.param.nil");
+  if (failure) return false;
+  LibraryPtr owner = library.lock();
+  if (!owner->confirmMove(*item, inParent->id, toIndex, failure)) return false;
   const Ptr moved = item;
   const ProjectList before = childGroups;
   const ProjectList beforeThere = inParent->childGroups;
   childGroups.erase(place);
   inParent->childGroups.insert(inParent->childGroups.begin() + toIndex, moved);
   moved->parent = inParent;
-  if (owner->saveMove()) return true;
+  if (owner->saveMove(failure)) return true;
   childGroups = before;
   inParent->childGroups = beforeThere;
   moved->parent = weak_from_this();
@@ -57,9 +76,9 @@ Dictionary TQProject::renameRequest(const std::string& newName) const {
 }
 
 TQErrorPtr TQProject::renameLocally(const std::string& newName, TQLibrary& owner) {
-  bool isGroup = projectType != kProjectTypeProject;
-  bool isTaken =
-      isGroup ? isExistNameInChildGroups(newName, parent.lock()) : owner.isExistNameInProjects(newName);
+  Ptr above = parent.lock();
+  bool isGroup = above != nullptr;
+  bool isTaken = isGroup ? above->isExistNameInChildGroups(newName) : owner.isExistNameInProjects(newName);
   if (isTaken) {
     const char* what = isGroup ? "Already exist name : " : "Already exist project name : ";
     logLine(LogLevel::warning, what + name.value_or("") + ", " + newName);
@@ -116,7 +135,8 @@ void TQProject::adoptGroup(const Ptr& group) {
 void TQProject::addGroupWithName(const OptionalString& groupName,
                                  std::function<void(Ptr group, TQErrorPtr error)> completion) {
   LibraryPtr owner = library.lock();
-  if (!owner || !groupName) return completion(nullptr, tree::error(10000, "request.error.param.nil"));
+  if (!owner || !groupName || groupName->empty())
+    return completion(nullptr, tree::error(10000, "request.error.param.nil"));
   if (owner->libraryType == kLibraryTypeNetwork) {
     Dictionary item = {{"name", *groupName}, {"parentid", id}, {"type", kProjectTypeGroup}};
     owner->sendTreeChange(
@@ -124,7 +144,8 @@ void TQProject::addGroupWithName(const OptionalString& groupName,
         [self = shared_from_this(), groupName, completion](OptionalString newID, TQErrorPtr error) {
           if (!newID) return completion(nullptr, error);
           Ptr group = projectWithID(newID, groupName, self->dbName, kProjectTypeGroup);
-          if (group) self->adoptGroup(group);
+          if (!group) return completion(nullptr, tree::error(10004, "response.error.invalid"));
+          self->adoptGroup(group);
           completion(group, nullptr);
         });
     return;
@@ -133,6 +154,8 @@ void TQProject::addGroupWithName(const OptionalString& groupName,
     logLine(LogLevel::warning, "Already exist project name : " + *groupName);
     return completion(nullptr, tree::error(10002, "group.message.exist"));
   }
+  if (tree::depthOf(*this) >= kDeepestLevel)
+    return completion(nullptr, tree::error(10000, "group.error.too.deep"));
   Ptr group = projectWithName(groupName, dbName, kProjectTypeGroup);
   if (!group) return completion(nullptr, tree::error(10000, "request.error.param.nil"));
   adoptGroup(group);

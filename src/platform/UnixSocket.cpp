@@ -56,6 +56,16 @@ Result<FileDescriptor> connectToUnixSocket(const std::string& path, timeval limi
   return socket;
 }
 
+bool isListenedOn(const std::string& path) {
+  auto address = shortAddress(path);
+  auto socket = address ? makeSocket() : tl::unexpected(address.error());
+  if (!socket) return false;
+  ::fcntl(socket->get(), F_SETFL, O_NONBLOCK);
+  // A listener with too many callers lets nobody wait.
+  return ::connect(socket->get(), address->get(), sizeof address->address) == 0 || errno == EAGAIN ||
+         errno == EACCES;
+}
+
 Result<FileDescriptor> listenOnUnixSocket(const std::string& path) {
   auto address = shortAddress(path);
   if (!address) return tl::unexpected(address.error());

@@ -16,6 +16,9 @@ namespace vornex {
 /// user's process does. Connecting, and each later send, may block up to the limit.
 [[nodiscard]] Result<FileDescriptor> connectToUnixSocket(const std::string& path, timeval limit);
 
+/// Whether somebody listens at the path, of whatever user. Wakes a service that is started on demand.
+bool isListenedOn(const std::string& path);
+
 /// Listens at the path, in the place of whatever is there; only this user may connect.
 [[nodiscard]] Result<FileDescriptor> listenOnUnixSocket(const std::string& path);
 

@@ -65,7 +65,6 @@ std::shared_ptr<AssetStore> shareUntil(std::unique_ptr<AssetStore> store,
 
 LibraryTrees::LibraryTrees(const std::string& packageFolder)
     : projects(packageFolder),
-      projectHash(layout::projectPlist(packageFolder)),
       liveFolderHash(layout::liveFolderPlist(packageFolder)),
       fcpxLibraryHash(layout::fcpxLibraryPlist(packageFolder)) {}
 

@@ -28,7 +28,6 @@ enum class LibraryState { closed = 0, open = 1, failed = 2 };
 struct LibraryTrees {
   explicit LibraryTrees(const std::string& packageFolder);
   ProjectTree projects;
-  TreeHash projectHash;
   TreeHash liveFolderHash;
   TreeHash fcpxLibraryHash;
 };

@@ -20,7 +20,8 @@ const char* serverVersion();
 class Service {
  public:
   /// Takes the root folder; `itemExists` when another process serves it. No database is opened yet.
-  [[nodiscard]] static Result<std::unique_ptr<Service>> open(LibraryRegistry::StoreOpener storeOpener);
+  [[nodiscard]] static Result<std::unique_ptr<Service>> open(
+      LibraryRegistry::StoreOpener storeOpener, std::size_t sessionLimit = Sessions::kDefaultLimit);
 
   Users& users() { return users_; }
   Sessions& sessions() { return sessions_; }
@@ -28,8 +29,8 @@ class Service {
   LibraryRegistry& libraries() { return libraries_; }
 
  private:
-  Service(InstanceLock lock, LibraryRegistry::StoreOpener storeOpener)
-      : lock_(std::move(lock)), libraries_(std::move(storeOpener)) {}
+  Service(InstanceLock lock, LibraryRegistry::StoreOpener storeOpener, std::size_t sessionLimit)
+      : lock_(std::move(lock)), sessions_(sessionLimit), libraries_(std::move(storeOpener)) {}
 
   InstanceLock lock_;
   Users users_;

@@ -83,6 +83,13 @@ Array Sessions::list(Clock::time_point at) {
   return result;
 }
 
+void Sessions::endOthers(const std::set<std::string>& userIDs) {
+  std::lock_guard lock(mutex_);
+  std::erase_if(sessions_, [&](const auto& entry) {
+    return entry.first.first != kTQLocalUserID && !userIDs.contains(entry.first.first);
+  });
+}
+
 void Sessions::dropIdle(Clock::time_point at) {
   std::erase_if(sessions_, [at](const auto& entry) { return at - entry.second.lastSeen > kIdleLimit; });
 }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,9 @@ class Sessions {
   /// Notes a request. Fails like a login; with `alreadyLoggedIn` for a device that was displaced.
   [[nodiscard]] Result<void> admit(const User& user, const Client& client,
                                    Clock::time_point now = Clock::now());
+
+  /// Ends the sessions of everybody but the owner and these users.
+  void endOthers(const std::set<std::string>& userIDs);
 
   /// Each with "userid", "username", "host", "deviceuuid", "clienttype" and "logindate" (a date number).
   Array list(Clock::time_point now = Clock::now());

@@ -7,8 +7,8 @@
 
 namespace vornex::server {
 
-/// The "hash" of one of a library's trees, as its property list in the package folder has it. Every search
-/// page carries it, so the file is read again only when it has changed.
+/// The "hash" of one of a library's trees that the server does not change, as its property list in the
+/// package folder has it. Every search page carries it, so the file is read again only when it has changed.
 ///
 /// Thread-safety: safe on any thread.
 class TreeHash {

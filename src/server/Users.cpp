@@ -41,11 +41,15 @@ Result<std::string> localAccountPassword() {
   std::string path = layout::localAccountFile();
   if (!itemExists(path)) return makeLocalPassword(path);
   if (auto restricted = restrictToOwner(path); !restricted) return tl::unexpected(restricted.error());
-  auto account = readDictionaryFile(path);
-  if (!account) return tl::unexpected(account.error());
-  OptionalString password = coerce::string(account->find("password"));
+  // What cannot even be read is no matter of its content.
+  auto bytes = readFile(path);
+  if (!bytes) return tl::unexpected(bytes.error());
+  auto account = parsePropertyList(*bytes);
+  OptionalString password = account ? coerce::string(account->find("password")) : std::nullopt;
   if (password && !password->empty()) return *password;
-  logLine(LogLevel::warning, path + " holds no password; a new one is made");
+  std::string aside = path + ".damaged";
+  logLine(LogLevel::warning, path + " holds no password; it is kept as " + aside + " and a new one is made");
+  if (::rename(path.c_str(), aside.c_str()) != 0) return posixFailure(errno, "Cannot set aside " + path);
   return makeLocalPassword(path);
 }
 
@@ -125,6 +129,13 @@ std::optional<User> Users::authenticate(const std::string& id, const std::string
   bool matches = equalInConstantTime(password, candidate.password);
   if (!matches || candidate.id.empty()) return {};
   return candidate;
+}
+
+std::set<std::string> Users::identifiers() const {
+  std::lock_guard lock(mutex_);
+  std::set<std::string> result;
+  for (const auto& [id, user] : users_) result.insert(id);
+  return result;
 }
 
 std::string Users::localPassword() const {

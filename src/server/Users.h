@@ -27,7 +27,7 @@ struct User {
 };
 
 /// The users in "users.plist" and the owner of the local libraries, whose password is made at random on first
-/// use.
+/// use, and anew when its file is damaged, which is kept beside it.
 ///
 /// Thread-safety: safe on any thread.
 class Users {
@@ -43,6 +43,9 @@ class Users {
   /// The user with these credentials; the password in MD5 form. Takes as long for a wrong password as for an
   /// unknown user.
   std::optional<User> authenticate(const std::string& id, const std::string& password) const;
+
+  /// Of the users in the file.
+  std::set<std::string> identifiers() const;
 
   /// The owner's password in clear.
   std::string localPassword() const;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -24,6 +25,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// The service closes the connection of a client with more than 256.
+constexpr std::size_t kMostUnderWay = 64;
 constexpr std::size_t kLineLimit = std::size_t{16} << 20;
 // A service that does not take a message for this long is taken for dead.
 constexpr timeval kSendLimit{10, 0};
@@ -63,35 +66,80 @@ struct ControlChannel::State {
   struct Pending {
     Answer answer;
     Clock::time_point deadline;
+    // Null once it is sent.
+    Value message;
+
+    bool isSent() const { return message.isNull(); }
   };
 
   FileDescriptor socket;
   CallbackHandler handler;
-  SerialQueue callbacks;
+  ClosedHandler closed;
+  SerialQueue callbacks, sends;
   std::mutex sending;
   mutable std::mutex mutex;
   std::map<std::int64_t, Pending> pending;
+  std::deque<std::int64_t> waiting;
+  std::size_t underWay = 0;
   std::int64_t nextId = 1;
   bool open = true;
 
   void send(const Value& message) {
+    std::lock_guard lock(sending);
+    sendLine(message);
+  }
+
+  // Only the holder of `sending` may call this.
+  void sendLine(const Value& message) {
     std::string line = writeJson(message) + '\n';
-    bool sent = false;
-    if (line.size() <= kLineLimit) {
-      std::lock_guard lock(sending);
-      sent = sendAll(socket.get(), line);
-    }
     // A message cut short cannot be mended.
-    if (!sent) close();
+    if (line.size() > kLineLimit || !sendAll(socket.get(), line)) close();
+  }
+
+  // The next call that may be sent; null when there is none.
+  Value nextMessage() {
+    std::lock_guard lock(mutex);
+    while (underWay < kMostUnderWay && !waiting.empty()) {
+      auto found = pending.find(waiting.front());
+      waiting.pop_front();
+      if (found == pending.end()) continue;  // its time is over
+      ++underWay;
+      return std::exchange(found->second.message, Value());
+    }
+    return Value();
+  }
+
+  void sendWaiting() {
+    std::lock_guard lock(sending);
+    for (Value message = nextMessage(); !message.isNull(); message = nextMessage()) sendLine(message);
+  }
+
+  static void sendMore(const std::shared_ptr<State>& state) {
+    {
+      std::lock_guard lock(state->mutex);
+      if (state->waiting.empty()) return;
+    }
+    state->sends.async([state] { state->sendWaiting(); });
+  }
+
+  // Only the holder of `mutex` may call this.
+  Answer remove(std::map<std::int64_t, Pending>::iterator call) {
+    if (call->second.isSent()) --underWay;
+    Answer answer = std::move(call->second.answer);
+    pending.erase(call);
+    return answer;
   }
 
   void close() {
     std::map<std::int64_t, Pending> lost;
+    bool wasOpen = false;
     {
       std::lock_guard lock(mutex);
-      open = false;
+      wasOpen = std::exchange(open, false);
       lost.swap(pending);
+      waiting.clear();
     }
+    if (wasOpen) GlobalQueue::shared().async(closed);
     ::shutdown(socket.get(), SHUT_RDWR);
     for (auto& entry : lost)
       deliver(std::move(entry.second.answer),
@@ -107,9 +155,7 @@ struct ControlChannel::State {
     std::lock_guard lock(mutex);
     auto found = pending.find(id);
     if (found == pending.end()) return nullptr;
-    Answer answer = std::move(found->second.answer);
-    pending.erase(found);
-    return answer;
+    return remove(found);
   }
 
   // Fails the calls whose time is over; gives how long the next one has, within the longest pause.
@@ -126,8 +172,7 @@ struct ControlChannel::State {
           ++entry;
           continue;
         }
-        expired.push_back(std::move(entry->second.answer));
-        entry = pending.erase(entry);
+        expired.push_back(remove(entry++));
       }
     }
     for (Answer& answer : expired)
@@ -159,6 +204,7 @@ struct ControlChannel::State {
     const Value* id = message->find("id");
     Answer answer = id && id->ifInteger() ? state->take(*id->ifInteger()) : nullptr;
     if (!answer) return true;  // The call has timed out.
+    sendMore(state);
     if (const Value* error = message->find("error"); error && !error->isNull()) {
       deliver(std::move(answer), tl::unexpected(callError(*error)));
     } else {
@@ -169,10 +215,12 @@ struct ControlChannel::State {
   }
 
   // Whether the socket has more; calls fail at their time limit meanwhile.
-  bool awaitInput() {
-    pollfd wanted{socket.get(), POLLIN, 0};
+  static bool awaitInput(const std::shared_ptr<State>& state) {
+    pollfd wanted{state->socket.get(), POLLIN, 0};
     for (;;) {
-      int ready = ::poll(&wanted, 1, static_cast<int>(expire().count()));
+      auto pause = state->expire();
+      sendMore(state);
+      int ready = ::poll(&wanted, 1, static_cast<int>(pause.count()));
       if (ready > 0) return true;
       if (ready < 0 && errno != EINTR) return false;
     }
@@ -181,7 +229,7 @@ struct ControlChannel::State {
   static void readLines(const std::shared_ptr<State>& state) {
     std::string buffer;
     std::vector<char> chunk(64 << 10);
-    while (state->awaitInput()) {
+    while (awaitInput(state)) {
       ssize_t count = ::recv(state->socket.get(), chunk.data(), chunk.size(), 0);
       if (count < 0 && errno == EINTR) continue;
       if (count <= 0) break;
@@ -209,12 +257,13 @@ ControlChannel::~ControlChannel() {
 }
 
 Result<std::shared_ptr<ControlChannel>> ControlChannel::open(const std::string& socketPath,
-                                                             CallbackHandler handler) {
+                                                             CallbackHandler handler, ClosedHandler closed) {
   auto socket = connectToUnixSocket(socketPath, kSendLimit);
   if (!socket) return tl::unexpected(socket.error());
   auto state = std::make_shared<State>();
   state->socket = std::move(*socket);
   state->handler = std::move(handler);
+  state->closed = std::move(closed);
   std::thread([state] {
     State::readLines(state);
     state->close();
@@ -229,7 +278,10 @@ void ControlChannel::call(const std::string& method, Value params, std::chrono::
     std::lock_guard lock(state_->mutex);
     if (state_->open) {
       id = state_->nextId++;
-      state_->pending.emplace(id, State::Pending{std::move(answer), Clock::now() + timeLimit});
+      Dictionary message{{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", std::move(params)}};
+      state_->pending.emplace(
+          id, State::Pending{std::move(answer), Clock::now() + timeLimit, std::move(message)});
+      state_->waiting.push_back(id);
     }
   }
   if (id == 0) {
@@ -237,7 +289,7 @@ void ControlChannel::call(const std::string& method, Value params, std::chrono::
                    serviceFailure(StatusCode::cannotConnectToHost, "the connection to the service was lost"));
     return;
   }
-  state_->send(Dictionary{{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", std::move(params)}});
+  state_->sendWaiting();
 }
 
 bool ControlChannel::isOpen() const {

@@ -15,8 +15,9 @@ namespace vornex {
 /// The client's end of one control connection: calls out with their answers, callbacks in.
 ///
 /// A channel opens once and closes once: when the service closes it, when the bytes on it are no protocol, or
-/// by close(). Everything it calls runs on workers of the global queue, callbacks one after another in the
-/// order received; both may block and may call again.
+/// by close(). Calls beyond those that the service takes at a time wait for their turn. Everything it calls
+/// runs on workers of the global queue, callbacks one after another in the order received; both may block and
+/// may call again.
 ///
 /// Thread-safety: safe on any thread.
 class ControlChannel {
@@ -25,10 +26,12 @@ class ControlChannel {
   /// Gives the result to answer with; it is sent when the service asked for one.
   using CallbackHandler = std::function<Value(const std::string& method, const Value& params)>;
 
-  /// Connects to the socket. Domain "posix" when nobody listens there; EACCES when another user's process
-  /// does.
-  [[nodiscard]] static Result<std::shared_ptr<ControlChannel>> open(const std::string& socketPath,
-                                                                    CallbackHandler handler);
+  using ClosedHandler = std::function<void()>;
+
+  /// Connects to the socket; `closed` is called once, when the channel has closed. Domain "posix" when nobody
+  /// listens there; EACCES when another user's process does.
+  [[nodiscard]] static Result<std::shared_ptr<ControlChannel>> open(
+      const std::string& socketPath, CallbackHandler handler, ClosedHandler closed = [] {});
   /// Closes.
   ~ControlChannel();
   ControlChannel(const ControlChannel&) = delete;

@@ -9,6 +9,9 @@
 #include <vornex/TQUserManager.h>
 #include <vornex/VornexSDK.h>
 
+#include <mutex>
+#include <vector>
+
 #include "service/TQVornexService.h"
 
 namespace vornex {
@@ -17,20 +20,62 @@ static void post(const char* name, std::any object, Dictionary userInfo) {
   NotificationCenter::defaultCenter().postOnMainQueue({name, std::move(object), std::move(userInfo)});
 }
 
+/// One request for the password, and those who wait for its end.
+struct PasswordFetch {
+  std::uint64_t connection = 0;
+  bool ended = false;
+  std::vector<std::function<void()>> waiting;
+};
+
+struct LatestFetch {
+  std::mutex mutex;
+  std::shared_ptr<PasswordFetch> fetch;
+
+  static LatestFetch& shared() {
+    // Never destroyed: workers may ask while the process ends.
+    static auto* latest = new LatestFetch;
+    return *latest;
+  }
+};
+
+static void takeLocalPassword(const OptionalString& password) {
+  if (!password) return logLine(LogLevel::warning, "vornexServiceLaunched error");
+  TQUserManager::sharedManager().setLocalPassword(password);
+  TQLibraryManager::sharedManager().updateLocalPassword();
+  TQLibraryManager::sharedManager().startWorkflows();
+}
+
+static void endFetch(PasswordFetch& fetch, bool succeeded) {
+  std::vector<std::function<void()>> waiting;
+  {
+    std::lock_guard lock(LatestFetch::shared().mutex);
+    fetch.ended = true;
+    // The next one asks again.
+    if (!succeeded) fetch.connection = 0;
+    waiting.swap(fetch.waiting);
+  }
+  for (const auto& done : waiting) done();
+}
+
 void fetchLocalPassword(std::function<void()> done) {
   auto service = TQVornexService();
   if (!service) return done();
-  service->getLocalAccountPassword(
-      [done = std::move(done)](const OptionalString& password, const TQErrorPtr&) {
-        if (password) {
-          TQUserManager::sharedManager().setLocalPassword(password);
-          TQLibraryManager::sharedManager().updateLocalPassword();
-          TQLibraryManager::sharedManager().startWorkflows();
-        } else {
-          logLine(LogLevel::error, "vornexServiceLaunched error");
-        }
-        done();
-      });
+  LatestFetch& latest = LatestFetch::shared();
+  std::uint64_t connection = service->connectionNumber();
+  std::shared_ptr<PasswordFetch> fetch;
+  {
+    std::lock_guard lock(latest.mutex);
+    bool isAsked = latest.fetch && connection != 0 && latest.fetch->connection == connection;
+    if (isAsked && !latest.fetch->ended) return latest.fetch->waiting.push_back(std::move(done));
+    if (!isAsked)
+      latest.fetch = fetch = std::make_shared<PasswordFetch>(PasswordFetch{connection, false, {}});
+    if (fetch) fetch->waiting.push_back(done);
+  }
+  if (!fetch) return done();
+  service->getLocalAccountPassword([fetch](const OptionalString& password, const TQErrorPtr&) {
+    takeLocalPassword(password);
+    endFetch(*fetch, password.has_value());
+  });
 }
 
 void ServiceCallbacks::vornexServiceLaunched() {
@@ -56,7 +101,7 @@ void ServiceCallbacks::vornexLibraryDeletedWithLibraries(const Value& libraries)
 void ServiceCallbacks::vornexManualScanForLiveFolder(const std::string& liveFolderID,
                                                      const OptionalString& fileName,
                                                      const std::string& dbName) {
-  logLine(LogLevel::info, fmt::format("vornexManualScanForLiveFolder :{} = {}", liveFolderID, dbName));
+  logLine(LogLevel::warning, fmt::format("vornexManualScanForLiveFolder :{} = {}", liveFolderID, dbName));
   LibraryPtr library = TQLibraryManager::sharedManager().libraryForDBName(dbName);
   if (!library) return logLine(LogLevel::warning, "library is nil");
   LiveFolderPtr liveFolder = library->liveFolderWithID(liveFolderID);

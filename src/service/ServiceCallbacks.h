@@ -23,8 +23,9 @@ class ServiceCallbacks : public TQVornexClient {
                                      const std::function<void(Dictionary status)>& resultHandler) override;
 };
 
-/// Asks the service for the local password and gives it to the users and libraries that need it. Calls `done`
-/// when that has happened, or cannot happen (which is logged), on a worker thread.
+/// Asks the service for the local password, gives it to the users and libraries that need it, and starts the
+/// workflows; once for each connection, however often it is called. Calls `done` when that has happened, or
+/// cannot happen (which is logged), on a worker thread or this one.
 void fetchLocalPassword(std::function<void()> done);
 
 }  // namespace vornex

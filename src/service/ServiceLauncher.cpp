@@ -21,6 +21,7 @@ namespace vornex {
 namespace {
 
 constexpr const char* kServiceName = "vornexd";
+constexpr int kReportLimitMs = 10'000;
 
 std::string programFolder() {
   std::error_code ignored;
@@ -155,7 +156,15 @@ Report readReport(int descriptor) {
   Report report;
   auto* bytes = reinterpret_cast<char*>(&report);
   std::size_t filled = 0;
+  pollfd more{descriptor, POLLIN, 0};
   while (filled < sizeof report) {
+    // A program on a disk that has gone away must not hang its starter.
+    int ready = ::poll(&more, 1, kReportLimitMs);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) {
+      report.errorNumber = ETIMEDOUT;
+      break;
+    }
     ssize_t count = ::read(descriptor, bytes + filled, sizeof report - filled);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) break;
@@ -182,6 +191,16 @@ OptionalString serviceExecutable() {
 bool ServiceProcess::hasEnded() const {
   pollfd ended{process_.get(), POLLIN, 0};
   return !process_ || ::poll(&ended, 1, 0) > 0;
+}
+
+void ServiceProcess::end() const {
+  if (process_) ::syscall(SYS_pidfd_send_signal, process_.get(), SIGTERM, nullptr, 0);
+}
+
+bool isServiceAlive() {
+  auto owner = readFile(layout::serviceLockFile());
+  int process = owner ? std::atoi(owner->c_str()) : 0;
+  return process > 0 && (::kill(process, 0) == 0 || errno == EPERM);
 }
 
 Result<ServiceProcess> startService(const std::string& executable) {

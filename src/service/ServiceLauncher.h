@@ -21,10 +21,15 @@ class ServiceProcess {
   explicit ServiceProcess(FileDescriptor process) : process_(std::move(process)) {}
 
   bool hasEnded() const;
+  /// Asks it to end, as SIGTERM does.
+  void end() const;
 
  private:
   FileDescriptor process_;
 };
+
+/// Whether a process that serves, or has served, this root folder still lives. Thread-safe.
+bool isServiceAlive();
 
 /// Starts the executable detached: in a session of its own, no child of this process, without open files, its
 /// output appended to the service's log, serving this process's root folder. Returns when the program runs;

@@ -5,6 +5,8 @@
 #include <vornex/Queue.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <algorithm>
+#include <atomic>
 #include <future>
 #include <optional>
 #include <thread>
@@ -22,10 +24,12 @@ using namespace std::chrono_literals;
 
 // For questions, and for work that may take as long as the disks do.
 constexpr std::chrono::milliseconds kQuickLimit = 30s;
-constexpr std::chrono::milliseconds kWorkLimit = 10min;
 constexpr std::chrono::milliseconds kCopyLimit = 12h;
 // How long a service that was told to end is waited for.
 constexpr std::chrono::milliseconds kFarewell = 10s;
+// How often a lost service is looked for.
+constexpr std::chrono::milliseconds kFirstLook = 250ms;
+constexpr std::chrono::milliseconds kLongestLook = 5s;
 
 TQErrorPtr errorFrom(const Error& error) {
   OptionalString domain;
@@ -33,8 +37,12 @@ TQErrorPtr errorFrom(const Error& error) {
   return TQVornexUtil::errorWithCode(error.code, error.message, domain);
 }
 
+TQErrorPtr failureOf(StatusCode code, const std::string& message) {
+  return errorFrom({kServerErrorDomain, static_cast<std::int64_t>(code), message});
+}
+
 TQErrorPtr unreachable(const std::string& message) {
-  return errorFrom({kServerErrorDomain, static_cast<std::int64_t>(StatusCode::cannotConnectToHost), message});
+  return failureOf(StatusCode::cannotConnectToHost, message);
 }
 
 std::string textOf(const Value& params, const char* key) {
@@ -73,28 +81,40 @@ Value dispatch(TQVornexClient& client, const std::string& method, const Value& p
   return result;
 }
 
-// Starts the service again when it has ended: it may have met one that was about to leave, or lost the race
-// against one that another process started.
+// Starts the service again when it has ended: it may have lost the race against one that another process
+// started, or against one that is about to leave, which is waited for.
 class Starter {
  public:
   // Null unless the service cannot be started any more.
   TQErrorPtr startIfNeeded() {
     if (process_ && !process_->hasEnded()) return nullptr;
     if (Clock::now() < nextStart_) return nullptr;
-    if (starts_ == kMostStarts) return unreachable("the service ends as soon as it is started, see " + log());
+    if (starts_ >= kEnoughStarts && !isServiceAlive())
+      return unreachable("the service ends as soon as it is started, see " + log());
     OptionalString executable = serviceExecutable();
     if (!executable) return unreachable("vornexd is not installed; $VORNEX_WASD can name it");
     auto started = startService(*executable);
     if (!started) return unreachable(started.error().message);
     process_ = std::move(*started);
-    nextStart_ = Clock::now() + ++starts_ * 300ms;
+    nextStart_ = Clock::now() + std::min<std::chrono::milliseconds>(++starts_ * 300ms, 1s);
     return nullptr;
   }
 
-  static std::string log() { return layout::serviceLogFile(); }
+  // Takes back what was started.
+  void undo() const {
+    if (process_) process_->end();
+  }
+
+  TQErrorPtr late() const {
+    if (process_ && process_->hasEnded() && isServiceAlive())
+      return failureOf(StatusCode::serviceStopping, "an earlier service does not end, see " + log());
+    return unreachable("the service did not start in time, see " + log());
+  }
 
  private:
-  static constexpr int kMostStarts = 5;
+  static std::string log() { return layout::serviceLogFile(); }
+
+  static constexpr int kEnoughStarts = 5;
   std::optional<ServiceProcess> process_;
   int starts_ = 0;
   Clock::time_point nextStart_ = Clock::time_point::min();
@@ -109,19 +129,27 @@ ServiceProxy::ChannelPtr ServiceProxy::channel() {
     if (disconnected_) return nullptr;
     if (channel_ && channel_->isOpen()) return channel_;
   }
-  auto opened = ControlChannel::open(layout::controlSocket(),
-                                     [client = client_](const std::string& method, const Value& params) {
-                                       return dispatch(*client, method, params);
-                                     });
+  auto opened = ControlChannel::open(
+      layout::controlSocket(),
+      [client = client_](const std::string& method, const Value& params) {
+        return dispatch(*client, method, params);
+      },
+      [weak = weak_from_this()] {
+        if (auto self = weak.lock()) self->awaitReturn();
+      });
   if (!opened) {
-    if (opened.error().code == EACCES) logLine(LogLevel::error, opened.error().message);
+    bool isRefused = opened.error().code == EACCES;
+    std::lock_guard lock(mutex_);
+    if (isRefused && !std::exchange(refusalLogged_, true)) logLine(LogLevel::error, opened.error().message);
     return nullptr;
   }
   {
     std::lock_guard lock(mutex_);
     if (disconnected_) return nullptr;
     if (channel_ && channel_->isOpen()) return channel_;
+    static std::atomic<std::uint64_t> connections = 0;
     channel_ = *opened;
+    number_ = ++connections;
   }
   (*opened)->call(
       "register",
@@ -130,6 +158,35 @@ ServiceProxy::ChannelPtr ServiceProxy::channel() {
         if (!result) logLine(LogLevel::error, "Can't register: " + result.error().message);
       });
   return *opened;
+}
+
+// Other processes may start the service again. It is only looked for while its process lives, since a service
+// manager would take every connection for a wish to start it.
+void ServiceProxy::awaitReturn() {
+  {
+    std::lock_guard lock(mutex_);
+    if (disconnected_ || std::exchange(awaitsReturn_, true)) return;
+  }
+  std::thread([weak = weak_from_this()] {
+    for (auto pause = kFirstLook;; pause = std::min(pause * 2, kLongestLook)) {
+      std::this_thread::sleep_for(pause);
+      auto self = weak.lock();
+      if (!self || self->isReturnOver()) return;
+      if (isServiceAlive()) self->connect();
+    }
+  }).detach();
+}
+
+bool ServiceProxy::isReturnOver() {
+  std::lock_guard lock(mutex_);
+  bool over = disconnected_ || terminated_ || (channel_ && channel_->isOpen());
+  if (over) awaitsReturn_ = false;
+  return over;
+}
+
+std::uint64_t ServiceProxy::connectionNumber() const {
+  std::lock_guard lock(mutex_);
+  return channel_ && channel_->isOpen() ? number_ : 0;
 }
 
 bool ServiceProxy::isConnected() const {
@@ -151,8 +208,13 @@ TQErrorPtr ServiceProxy::start(std::chrono::milliseconds timeLimit) {
   Starter starter;
   Clock::time_point deadline = Clock::now() + timeLimit;
   for (;;) {
+    {
+      std::lock_guard lock(mutex_);
+      if (terminated_) starter.undo();
+      if (terminated_ || disconnected_) return unreachable("the service was ended meanwhile");
+    }
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left <= 0ms) return unreachable("the service did not start in time, see " + Starter::log());
+    if (left <= 0ms) return starter.late();
     if (ChannelPtr open = channel()) {
       auto answer = std::make_shared<std::promise<Result<Value>>>();
       auto answered = answer->get_future();
@@ -184,9 +246,10 @@ void ServiceProxy::call(const std::string& method, Dictionary params, std::chron
   });
 }
 
-void ServiceProxy::work(const std::string& method, Dictionary params, Completed completion) {
+void ServiceProxy::work(const std::string& method, Dictionary params, Completed completion,
+                        std::chrono::milliseconds timeLimit) {
   call(
-      method, std::move(params), kWorkLimit,
+      method, std::move(params), timeLimit,
       [completion = std::move(completion)](const Value&, TQErrorPtr error) { completion(std::move(error)); });
 }
 
@@ -251,6 +314,10 @@ void ServiceProxy::startAllBoookmarks(Completed completion) {
   work("startAllBookmarks", {}, std::move(completion));
 }
 void ServiceProxy::terminate(Completed completion) {
+  {
+    std::lock_guard lock(mutex_);
+    terminated_ = true;
+  }
   work("terminate", {},
        [self = shared_from_this(), completion = std::move(completion)](const TQErrorPtr& error) {
          for (auto limit = Clock::now() + kFarewell; self->isConnected() && Clock::now() < limit;)
@@ -275,9 +342,8 @@ void ServiceProxy::removeLibraryWithDBName(const std::string& dbName, Completed 
 }
 void ServiceProxy::snapshotDatabase(const std::string& dbName, const std::string& folder, bool close,
                                     Completed completion) {
-  call(
-      "snapshotDatabase", {{"dbname", dbName}, {"folder", folder}, {"close", close}}, kCopyLimit,
-      [completion = std::move(completion)](const Value&, TQErrorPtr error) { completion(std::move(error)); });
+  work("snapshotDatabase", {{"dbname", dbName}, {"folder", folder}, {"close", close}}, std::move(completion),
+       kCopyLimit);
 }
 
 void ServiceProxy::retireDatabase(const std::string& dbName, Completed completion) {

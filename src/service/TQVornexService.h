@@ -18,7 +18,8 @@ namespace vornex {
 ///
 /// Only start() starts the service. Every other operation goes to the service that runs; when none does, or
 /// when it goes away before it has answered, the operation fails with code 31. A service that comes back is
-/// found again by the next operation. Errors of the service are passed on unchanged; null is success.
+/// found again by the next operation, or within seconds without one, so that its notifications go on. Errors
+/// of the service are passed on unchanged; null is success.
 ///
 /// Thread-safety: safe on any thread. Completions come exactly once, on worker threads, which they may block.
 class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
@@ -29,12 +30,15 @@ class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
   ~ServiceProxy() { disconnect(); }
 
   /// Connects to the service, starting it when it does not run, and waits until it answers. Blocks up to the
-  /// time limit. Null on success; code 31 when it cannot be started or reached; code 9 when it hangs.
+  /// time limit. Null on success; code 31 when it cannot be started or reached, or is ended meanwhile; code
+  /// 11 when an earlier process does not end in time; code 9 when it hangs.
   TQErrorPtr start(std::chrono::milliseconds timeLimit = std::chrono::seconds(20));
   /// Connects when the service runs; whether there is a connection now.
   bool connect() { return channel() != nullptr; }
   /// Whether there is a connection; makes none.
   bool isConnected() const;
+  /// A number that no other connection of this process has; 0 when there is none.
+  std::uint64_t connectionNumber() const;
   /// Ends the connection for good: nothing connects again.
   void disconnect();
 
@@ -53,8 +57,8 @@ class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
   void updateLibrary(Completed completion);
   void updateUsers(Completed completion);
   void startAllBoookmarks(Completed completion);
-  /// Ends the service process; completes when it has let go of the connection, but not later than 10 seconds
-  /// after its answer.
+  /// Ends the service process, also one that start() is about to start; completes when it has let go of the
+  /// connection, but not later than 10 seconds after its answer.
   void terminate(Completed completion);
 
   /// Opens its database, too.
@@ -83,13 +87,21 @@ class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
   using Answer = std::function<void(Value result, TQErrorPtr error)>;
 
   ChannelPtr channel();
+  void awaitReturn();
+  bool isReturnOver();
   void call(const std::string& method, Dictionary params, std::chrono::milliseconds timeLimit, Answer answer);
-  void work(const std::string& method, Dictionary params, Completed completion);
+  static constexpr std::chrono::milliseconds kWorkLimit = std::chrono::minutes(10);
+  void work(const std::string& method, Dictionary params, Completed completion,
+            std::chrono::milliseconds timeLimit = kWorkLimit);
 
   const std::shared_ptr<TQVornexClient> client_;
   mutable std::mutex mutex_;
   ChannelPtr channel_;
+  std::uint64_t number_ = 0;
   bool disconnected_ = false;
+  bool terminated_ = false;
+  bool awaitsReturn_ = false;
+  bool refusalLogged_ = false;
 };
 
 /// Makes the client the one that the service calls back, and connects when the service runs. An earlier

@@ -4,6 +4,9 @@
 #include <vornex/TQUserManager.h>
 #include <vornex/VornexSDK.h>
 
+#include <chrono>
+#include <thread>
+
 #include "core/Coercion.h"
 #include "core/DateNumber.h"
 #include "core/SdkError.h"
@@ -14,7 +17,8 @@
 namespace vornex {
 namespace {
 
-constexpr int kStartAttempts = 3;
+constexpr auto kRetryLimit = std::chrono::seconds(20);
+constexpr auto kRetryPause = std::chrono::milliseconds(100);
 
 TQSession sessionOf(const Value& entry) {
   auto text = [&](const char* key) { return coerce::string(entry.find(key)); };
@@ -23,28 +27,49 @@ TQSession sessionOf(const Value& entry) {
           text("clienttype"), dateFromDateNumber(coerce::integer(entry.find("logindate")))};
 }
 
-void loadLibraries(const std::shared_ptr<ServiceProxy>& service, const Completion& completion) {
-  service->loadLibrary([completion](const TQErrorPtr& error) {
-    if (isFailure(error)) return completion(false, error);
-    // Requests may follow the completion at once. The password usually came with the report of the launch.
-    if (!TQUserManager::sharedManager().localPassword())
-      return fetchLocalPassword([completion] { completion(true, nullptr); });
-    TQLibraryManager::sharedManager().updateLocalPassword();
-    completion(true, nullptr);
-  });
-}
+/// One start of the service. A service that was about to end when it was found, or ends meanwhile, is started
+/// anew while there is time.
+///
+/// Thread-safety: none; its steps follow one another.
+struct Start : std::enable_shared_from_this<Start> {
+  std::shared_ptr<ServiceProxy> service;
+  std::int64_t port;
+  Completion completion;
+  std::chrono::steady_clock::time_point lastRetry = std::chrono::steady_clock::now() + kRetryLimit;
 
-// Blocks while the service starts. A service that was about to end when it was found is started anew.
-void launch(const std::shared_ptr<ServiceProxy>& service, std::int64_t port, int attempts,
-            const Completion& completion) {
-  if (TQErrorPtr error = service->start()) return completion(false, error);
-  service->launchWebServerWithPort(port, [=](std::int64_t portInUse, const TQErrorPtr& error) {
-    if (isServiceLost(error) && attempts > 1) return launch(service, port, attempts - 1, completion);
-    if (isFailure(error)) return completion(false, error);
-    if (portInUse > 0) VornexSDK::sharedInstance().WASPort = portInUse;
-    loadLibraries(service, completion);
-  });
-}
+  Start(std::shared_ptr<ServiceProxy> taken, std::int64_t wanted, Completion then)
+      : service(std::move(taken)), port(wanted), completion(std::move(then)) {}
+
+  // Blocks while the service starts.
+  void launch() {
+    if (TQErrorPtr error = service->start()) return completion(false, error);
+    service->launchWebServerWithPort(
+        port, [self = shared_from_this()](std::int64_t portInUse, const TQErrorPtr& error) {
+          if (isFailure(error)) return self->fail(error);
+          if (portInUse > 0) VornexSDK::sharedInstance().WASPort = portInUse;
+          self->loadLibraries();
+        });
+  }
+
+  void loadLibraries() {
+    service->loadLibrary([self = shared_from_this()](const TQErrorPtr& error) {
+      if (isFailure(error)) return self->fail(error);
+      // Requests may follow the completion at once.
+      fetchLocalPassword([self] {
+        TQLibraryManager::sharedManager().updateLocalPassword();
+        self->completion(true, nullptr);
+      });
+    });
+  }
+
+  void fail(const TQErrorPtr& error) {
+    bool isLost = isServiceLost(error) ||
+                  error->code() == static_cast<std::int64_t>(StatusCode::serviceStopping);
+    if (!isLost || std::chrono::steady_clock::now() > lastRetry) return completion(false, error);
+    std::this_thread::sleep_for(kRetryPause);
+    launch();
+  }
+};
 
 }  // namespace
 
@@ -62,9 +87,8 @@ void VornexSDK::startWASServiceWithPort(std::int64_t port, Completion completion
   if (port != 0) WASPort = port;
   auto service = TQVornexService();
   if (!service) return;
-  GlobalQueue::shared().async([service, port, completion = std::move(completion)] {
-    launch(service, port, kStartAttempts, completion);
-  });
+  auto start = std::make_shared<Start>(service, port, std::move(completion));
+  GlobalQueue::shared().async([start] { start->launch(); });
 }
 
 void VornexSDK::stopWASService(std::function<void()> completion) {

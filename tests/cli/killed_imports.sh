@@ -14,7 +14,7 @@ for i in $(seq "$files"); do
   case $((i % 3)) in
     0) cp "$work/large.jpg" "$media/large $i.jpg" ;;
     1) cp "$work/small.jpg" "$media/small $i.jpg" ;;
-    2) head -c $((i * 1000)) /dev/urandom >"$media/data $i.bin" ;;
+    2) head -c $((i * 1000)) /dev/urandom >"$media/data $i.blob" ;;
   esac
 done
 run 0 library create "$work/Library"
@@ -62,7 +62,7 @@ is 'all(open(r["file"], "rb").read() == open(r["source"], "rb").read() for r in 
 is 'sorted({r["name"].split()[0] for r in rows[:-1] if not r["thumbnail"]})' "['data']"
 [ "$(find "$work/Library/Media/Preview" -type f | wc -l)" -eq $((files / 3)) ] || fail "previews are missing or too many"
 [ "$(find "$work/Library/Media/Thumbnail" -type f | wc -l)" -eq "$(ls "$media" | grep -c jpg)" ] ||
-  fail "thumbnails are missing or too many"
+  fail "thumbnails are missing or too many: $(find "$work/Library/Media/Thumbnail" -type f)"
 while IFS= read -r picture; do
   vips avg "$picture" >/dev/null 2>&1 || fail "$picture does not open"
 done < <(find "$work/Library/Media/Thumbnail" "$work/Library/Media/Preview" -type f)

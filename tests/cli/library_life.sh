@@ -22,7 +22,23 @@ run 0 library create "$work/Films"
 kill_service
 run 0 project add Trips/Sea -L Films
 kill_service
+for change in 'group Trips Hills' 'group Trips/Hills High' 'move Trips/Hills/High --into Trips/Sea' \
+  'move Trips/Hills --to 2' 'rename Trips/Hills Alps' 'move Trips/Alps --to 0' 'remove Trips/Sea/High --yes' \
+  'add Inbox' 'remove Inbox --yes'; do
+  # shellcheck disable=SC2086
+  run 0 project $change -L Films
+  kill_service
+done
+run 1 project rename Trips/Alps "" -L Films
+err_has "needs a name"
+run 1 project move Trips/Alps --into Trips/Alps -L Films
+err_has "cannot lie in itself"
+run 0 --json project list -L Films
+is '[r["path"] for r in rows]' "['Trips', 'Trips/Alps', 'Trips/Sea']"
+run 0 project remove Trips/Alps --yes -L Films
 run 0 import "$work/media" -L Films -P Trips/Sea
+run 1 project remove Trips -L Films
+err_has "holds 20 assets"
 kill_service
 run 0 library rename Films "Sea films"
 kill_service

@@ -96,7 +96,10 @@ class ServedLibrary : public ::testing::Test {
   TemporaryFolder folder_;
   std::mutex mutex_;
   FakeReply reply_ = FakeReply::json("{}");
+  /// Happens once, before the next answer.
+  std::function<void()> meanwhile_;
   FakeServer server_{[this](const FakeRequest&) {
+    if (auto happen = std::exchange(meanwhile_, nullptr)) happen();
     std::lock_guard lock(mutex_);
     return reply_;
   }};

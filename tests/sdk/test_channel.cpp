@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <thread>
+
 #include "core/StorageLayout.h"
 #include "sdk/FakeService.h"
 #include "sdk/SdkFixture.h"
@@ -42,6 +45,23 @@ TEST_F(ChannelTest, AnswersReachTheirCallsInAnyOrder) {
   EXPECT_TRUE(second.get());
   service.send("{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":{\"n\":1}}\n");
   EXPECT_EQ(*first.get()->find("n"), Value(1));
+}
+
+TEST_F(ChannelTest, CallsBeyondWhatTheServiceTakesWaitForTheirTurn) {
+  open();
+  service.on("hang", [](const Value&) { return Dictionary(); });
+  constexpr std::int64_t kCalls = 300, kAtATime = 64;
+  std::vector<std::future<Result<Value>>> answers;
+  for (std::int64_t i = 0; i < kCalls; ++i) answers.push_back(call("hang"));
+  for (std::int64_t done = 0; done < kCalls; done += kAtATime) {
+    std::int64_t sent = std::min(done + kAtATime, kCalls);
+    ASSERT_TRUE(service.await("hang", sent));
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(service.count("hang"), sent);
+    for (std::int64_t id = done + 1; id <= sent; ++id)
+      service.send("{\"id\":" + std::to_string(id) + ",\"result\":{}}\n");
+  }
+  for (auto& answer : answers) EXPECT_TRUE(answer.get());
 }
 
 TEST_F(ChannelTest, AnErrorKeepsItsCodeDomainAndMessage) {

@@ -1,10 +1,14 @@
+#include <vornex/Log.h>
+
 #include <filesystem>
 #include <fstream>
 
+#include "core/StatusCode.h"
 #include "foundation/Files.h"
 #include "foundation/Json.h"
 #include "foundation/PropertyList.h"
 #include "sdk/ServedLibrary.h"
+#include "server/store/ProjectTree.h"
 
 namespace vornex::testing {
 namespace {
@@ -55,10 +59,12 @@ class ProjectTree : public ServedLibrary {
     OptionalString before = node->name;
     TQErrorPtr error;
     bool ok = node->rename(name, &error);
+    EXPECT_EQ(node->name, ok ? name : before);
     node->name = before;
     auto [okLater, laterError] = await<bool, TQErrorPtr>([&](auto finish) { node->rename(name, finish); });
     EXPECT_EQ(ok, !error);
     EXPECT_EQ(okLater, ok);
+    EXPECT_EQ(node->name, ok ? name : before);
     EXPECT_EQ(codeOf(laterError), codeOf(error));
     return codeOf(error);
   }
@@ -90,6 +96,8 @@ TEST_F(ProjectTree, HasOneUndefinedProject) {
   EXPECT_EQ(undefined->library.lock(), library_);
   EXPECT_EQ(undefined->dbName, "second");
   EXPECT_EQ(undefined->id, "UnDefined UUID");
+  EXPECT_EQ(undefined->groupWithID("UnDefined UUID"), undefined);
+  EXPECT_EQ(undefined->groupWithID("G"), nullptr);
   EXPECT_EQ(undefined->rootProject.lock(), undefined);
 }
 
@@ -126,6 +134,15 @@ TEST_F(ProjectTree, LoadsFromTheServerAndKeepsRootObjects) {
   EXPECT_EQ(library_->projects[1], root);
   EXPECT_NE(library_->projectWithID("G"), deep->parent.lock());
   EXPECT_FALSE(library_->projectWithID("H"));
+
+  answer(R"({"hash": "h3", "projects": [
+      {"id": "A", "name": "a", "dbname": "db", "type": 0, "group": [
+        {"id": "G", "name": "g", "dbname": "db", "type": 1}]},
+      {"id": "A", "name": "twice", "dbname": "db", "type": 0}]})");
+  ASSERT_TRUE(library_->loadProjects(nullptr));
+  EXPECT_EQ(library_->projects[0], root);
+  EXPECT_THAT(names(library_->projects), ElementsAre("a", "twice"));
+  EXPECT_THAT(names(root->childGroups), ElementsAre("g"));
 }
 
 TEST_F(ProjectTree, KeepsTheTreeWhenLoadingFails) {
@@ -150,6 +167,8 @@ TEST_F(ProjectTree, SavesWithAFreshHashAndKeepsOtherKeys) {
   ProjectPtr root = addRoot("A", "a");
   addBelow(root, "G", "g");
   addRoot("B", "b");
+  EXPECT_FALSE(library_->saveProjects()) << "the tree was not made from that file";
+  library_->projectHashValue = "old";
   ASSERT_TRUE(library_->saveProjects());
   Dictionary first = file();
   EXPECT_EQ(first.find("hash")->ifString()->size(), 32U);
@@ -171,11 +190,113 @@ TEST_F(ProjectTree, NeverLosesATreeThatWasNotLoaded) {
   EXPECT_TRUE(std::get<0>(addProject("b")));
   EXPECT_THAT(names(library_->projects), ElementsAre("a", "b"));
 
-  std::ofstream(folder_ / "Project/project.plist") << "damaged";
-  useLibrary(kLibraryTypeLocal);
+  // What cannot be read whole is neither taken over nor written over.
+  const Array nameless = {Dictionary{{"id", "G"}, {"dbname", "db"}, {"type", 1}}};
+  const Dictionary whole = {{"id", "A"}, {"name", "a"}, {"dbname", "db"}, {"type", 0}, {"group", nameless}};
+  for (const Value& bad : {Value(Dictionary{{"hash", "h"}}), Value(Dictionary{{"projects", "none"}}),
+                           Value(Dictionary{{"projects", Array{whole}}, {"hash", "h"}}), Value(Array())}) {
+    writeFile(bad);
+    const std::string before = readFile(folder_ / "Project/project.plist").value();
+    useLibrary(kLibraryTypeLocal);
+    EXPECT_EQ(codeOf(std::get<1>(addProject("c"))), 10003);
+    EXPECT_THAT(library_->projects, IsEmpty());
+    EXPECT_EQ(readFile(folder_ / "Project/project.plist").value(), before);
+  }
+  library_->packageFolder = std::nullopt;
   EXPECT_EQ(codeOf(std::get<1>(addProject("c"))), 10003);
-  EXPECT_THAT(library_->projects, IsEmpty());
-  EXPECT_EQ(readFile(folder_ / "Project/project.plist").value(), "damaged");
+  EXPECT_FALSE(std::filesystem::exists("..lock"));
+}
+
+TEST_F(ProjectTree, DoesNotOverwriteWhatAnArchiveHasMissed) {
+  ProjectPtr root = addRoot("A", "a");
+  ASSERT_TRUE(library_->saveProjects());
+  const Data bytes = KeyedArchiver::archivedData(library_).value();
+  ASSERT_TRUE(std::get<0>(addProject("b")));
+  library_ = KeyedUnarchiver::unarchivedObject<TQLibrary>(bytes);
+  EXPECT_EQ(codeOf(std::get<1>(addProject("c"))), 10003);
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(library_->projects[0], "g"))), 10003);
+  EXPECT_EQ(file().find("projects")->ifArray()->size(), 2U);
+  answer(writeJson(file()));
+  ASSERT_TRUE(library_->loadProjects(nullptr));
+  EXPECT_TRUE(std::get<0>(addProject("c")));
+  // The other way round, an archive of the tree as it is can be worked with at once.
+  library_ = KeyedUnarchiver::unarchivedObject<TQLibrary>(KeyedArchiver::archivedData(library_).value());
+  EXPECT_TRUE(std::get<0>(addProject("d")));
+  EXPECT_EQ(file().find("projects")->ifArray()->size(), 4U);
+}
+
+TEST_F(ProjectTree, RemovesNothingFromAFileThatChangedMeanwhile) {
+  ProjectPtr root = addRoot("A", "a");
+  ASSERT_TRUE(library_->saveProjects());
+  LibraryPtr other = library_;
+  useLibrary(kLibraryTypeLocal);
+  meanwhile_ = [&] { EXPECT_TRUE(other->saveProjects()); };
+  answer(R"({"items": [], "total": 0})");
+  EXPECT_EQ(codeOf(std::get<1>(removeProject(root))), 10003);
+  EXPECT_THAT(names(library_->projects), ElementsAre("a"));
+  EXPECT_EQ(file().find("projects")->ifArray()->size(), 1U);
+}
+
+/// What the server and this program do to one file.
+TEST_F(ProjectTree, SharesItsFileWithTheServer) {
+  server::ProjectTree served(*library_->packageFolder);
+  auto load = [&] {
+    answer(*served.json().value());
+    ASSERT_TRUE(library_->loadProjects(nullptr));
+  };
+  ProjectPtr a = std::get<0>(addProject("a")), b = std::get<0>(addProject("b"));
+  ProjectPtr group = std::get<0>(addGroup(a, "g"));
+  const OptionalString stale = library_->projectHashValue;
+  EXPECT_EQ(served.hash(), *stale);
+  ASSERT_TRUE(served.move(*group->id, *b->id, 0, stale));
+  EXPECT_FALSE(library_->moveItem(a, 2));
+  load();
+  EXPECT_THAT(names(b->childGroups), ElementsAre("g"));
+  ASSERT_TRUE(library_->moveItem(a, 2));
+  // A stale client is refused, one that knows the tree or does not tell is served.
+  auto refused = served.move(*a->id, *a->id, 0, stale);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().code, static_cast<std::int64_t>(StatusCode::hashMismatch));
+  ASSERT_TRUE(served.rename(*b->id, "B", library_->projectHashValue));
+  ASSERT_TRUE(served.create("c", "", "db"));
+  load();
+  EXPECT_THAT(names(library_->projects), ElementsAre("B", "a", "c"));
+  answer(R"({"items": [], "total": 0})");
+  ASSERT_TRUE(std::get<0>(removeProject(a)));
+  EXPECT_FALSE(served.rename(*a->id, "x"));
+  ASSERT_TRUE(served.create("d", "", "db"));
+  EXPECT_FALSE(library_->saveProjects());
+  load();
+  EXPECT_THAT(names(library_->projects), ElementsAre("B", "c", "d"));
+}
+
+TEST_F(ProjectTree, LogsWhatItRefuses) {
+  std::vector<std::string> lines;
+  setLogSink([&](LogLevel, const std::string& line) { lines.push_back(line); });
+  addRoot("A", "a");
+  std::ignore = addProject("a");
+  std::ignore = addProject(std::nullopt);
+  ProjectPtr group = addBelow(library_->projects[0], "G", "g");
+  addBelow(library_->projects[0], "H", "h");
+  std::ignore = addGroup(library_->projects[0], "g");
+  TQErrorPtr error;
+  group->rename("h", &error);
+  library_->projects[0]->rename("a", &error);
+  group->dbName = std::nullopt;
+  EXPECT_FALSE(library_->saveProjects());
+  group->dbName = "db";
+  blockSaving();
+  std::ignore = addProject("b");
+  useLibrary(kLibraryTypeNetwork);
+  std::ignore = removeProject(addRoot("A", "a"));
+  setLogSink(nullptr);
+  for (const std::string& line :
+       {std::string("Already exist project name : a"), std::string("Library not found: db"),
+        std::string("Already exist project name : g"), std::string("Already exist name : g, h"),
+        std::string("Already exist project name : a, a"), "Can't save project file : " + folder_.path(),
+        std::string("Library is network: Library")})
+    EXPECT_THAT(lines, ::testing::Contains(::testing::HasSubstr(line)));
+  EXPECT_THAT(lines, ::testing::Contains(::testing::StartsWith("libDictionary exception: ")));
 }
 
 TEST_F(ProjectTree, DoesNotOverwriteWhatAnotherProgramChanged) {
@@ -252,6 +373,7 @@ TEST_F(ProjectTree, ReordersByPositionsBeforeTheMove) {
        {Case{"a", 0, {"a", "b", "c"}}, Case{"a", 1, {"a", "b", "c"}}, Case{"a", 2, {"b", "a", "c"}},
         Case{"a", 3, {"b", "c", "a"}}, Case{"c", 0, {"c", "a", "b"}}, Case{"b", 2, {"a", "b", "c"}}}) {
     useLibrary(kLibraryTypeLocal);
+    std::filesystem::remove(folder_ / "Project/project.plist");
     ProjectPtr root = addRoot("root", "root");
     for (const char* name : {"a", "b", "c"}) {
       addRoot(name, name);
@@ -278,7 +400,15 @@ TEST_F(ProjectTree, MovesGroupsIntoOtherParents) {
   EXPECT_FALSE(root->moveItem(group, 0, inner));
   EXPECT_FALSE(root->moveItem(group, 2, other));
   EXPECT_FALSE(root->moveItem(inner, 0, other));
-  EXPECT_TRUE(root->moveItem(group, 1, other));
+  LibraryPtr library = library_;
+  useLibrary(kLibraryTypeLocal);
+  ProjectPtr foreign = addRoot("F", "f");
+  std::swap(library, library_);
+  TQErrorPtr error;
+  EXPECT_FALSE(root->moveItem(group, 0, foreign, &error));
+  EXPECT_EQ(codeOf(error), 10000);
+  EXPECT_TRUE(root->moveItem(group, 1, other, &error));
+  EXPECT_FALSE(error);
   EXPECT_THAT(root->childGroups, IsEmpty());
   EXPECT_THAT(names(other->childGroups), ElementsAre("i", "g"));
   EXPECT_EQ(group->parent.lock(), other);
@@ -290,7 +420,7 @@ TEST_F(ProjectTree, MovesGroupsIntoOtherParents) {
   ProjectPtr deep = root;
   for (int level = 1; level <= 254; ++level) deep = addBelow(deep, "L" + std::to_string(level), "n");
   EXPECT_TRUE(library_->saveProjects());
-  EXPECT_EQ(codeOf(std::get<1>(addGroup(deep, "too deep"))), 10003);
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(deep, "too deep"))), 10000);
   EXPECT_FALSE(other->moveItem(group, 0, deep->parent.lock()));
   root->childGroups.clear();
   EXPECT_TRUE(library_->saveProjects());
@@ -303,6 +433,8 @@ TEST_F(ProjectTree, ChangesALocalTree) {
   EXPECT_EQ(root->rootProject.lock(), root);
   EXPECT_EQ(codeOf(std::get<1>(addProject("a"))), 10002);
   EXPECT_EQ(codeOf(std::get<1>(addProject(std::nullopt))), 10000);
+  EXPECT_EQ(codeOf(std::get<1>(addProject(""))), 10000);
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(root, ""))), 10000);
   ASSERT_TRUE(std::get<0>(addProject("A")));
   ProjectPtr group = std::get<0>(addGroup(root, "g"));
   ProjectPtr inner = std::get<0>(addGroup(group, "g"));
@@ -371,18 +503,22 @@ TEST_F(ProjectTree, ChangesANetworkTreeOnItsServerFirst) {
   EXPECT_EQ(lastItem(), Value(Dictionary{{"name", "a"}, {"parentid", ""}, {"type", 0}}));
   ProjectPtr group = std::get<0>(addGroup(root, "g"));
   ASSERT_TRUE(group);
-  EXPECT_EQ(lastItem(), Value(Dictionary{{"name", "g"}, {"parentid", "N"}, {"type", 1}}));
+  EXPECT_EQ(lastItem(), Value(Dictionary{{"name", "g"}, {"parentid", "N"}, {"type", 1}, {"hash", "h"}}));
   EXPECT_EQ(group->rootProject.lock(), root);
   EXPECT_EQ(renameCode(group, "new"), 0);
   EXPECT_EQ(group->name, "new");
   EXPECT_EQ(lastTarget(), "POST /vornex/libraries/db/projects/update");
-  EXPECT_EQ(lastItem(), Value(Dictionary{{"name", "new"}, {"parentid", "N"}, {"id", "N"}, {"type", 1}}));
+  EXPECT_EQ(lastItem(),
+            Value(Dictionary{{"name", "new"}, {"parentid", "N"}, {"id", "N"}, {"type", 1}, {"hash", "h"}}));
   EXPECT_TRUE(library_->moveItem(root, 1));
   EXPECT_EQ(lastTarget(), "POST /vornex/libraries/db/projects/move");
-  EXPECT_EQ(lastItem(), Value(Dictionary{{"id", "N"}, {"parentid", "N"}, {"toindex", 1}, {"type", 0}}));
+  EXPECT_EQ(lastItem(),
+            Value(Dictionary{{"id", "N"}, {"parentid", "N"}, {"toindex", 1}, {"type", 0}, {"hash", "h"}}));
   EXPECT_EQ(codeOf(std::get<1>(removeProject(root))), 10005);
   EXPECT_EQ(codeOf(std::get<1>(removeGroup(group))), 10005);
   EXPECT_FALSE(itemExists(folder_ / "Project/project.plist"));
+  root->dbName = std::nullopt;
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(root, "h"))), 10004) << "made, but of no library";
 }
 
 TEST_F(ProjectTree, LeavesANetworkTreeAsItWasWhenTheServerDoesNotFollow) {
@@ -395,7 +531,9 @@ TEST_F(ProjectTree, LeavesANetworkTreeAsItWasWhenTheServerDoesNotFollow) {
     EXPECT_EQ(codeOf(std::get<1>(addGroup(root, "h"))), code);
     EXPECT_EQ(renameCode(group, "new"), code);
     EXPECT_FALSE(library_->moveItem(root, 2));
-    EXPECT_FALSE(root->moveItem(group, 0, other));
+    TQErrorPtr error;
+    EXPECT_FALSE(root->moveItem(group, 0, other, &error));
+    EXPECT_EQ(codeOf(error), code);
     EXPECT_THAT(names(library_->projects), ElementsAre("a", "b"));
     EXPECT_THAT(names(root->childGroups), ElementsAre("g"));
   };

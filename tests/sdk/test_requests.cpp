@@ -8,6 +8,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "core/ServerRequest.h"
@@ -77,7 +78,7 @@ TEST(Requests, CarryBodyCredentialsAndIdentityOverOneConnection) {
   EXPECT_EQ(first.headers["content-type"], "application/json");
   EXPECT_EQ(first.headers["authorization"], "Basic " + base64("user:geheim"));
   EXPECT_EQ(first.headers["x-vornex-client"], "Mac");
-  EXPECT_EQ(first.headers["x-vornex-device"], TQVornexUtil::systemUUID().value_or(""));
+  EXPECT_EQ(first.headers["x-vornex-device"], TQVornexUtil::systemUUID().value_or("no identity"));
   EXPECT_EQ(requests[1].body, writeJson(Dictionary{}, JsonStyle::pretty));
   EXPECT_EQ(requests[2].method, "GET");
   for (std::size_t i : {2u, 3u}) {
@@ -181,6 +182,7 @@ TEST(Requests, AsynchronousOnesLogCompleteAndAnnounceInThisOrderOnTheMainQueue) 
                                EXPECT_EQ(std::this_thread::get_id(), mainThread);
                                events.push_back(error ? "failed" : "answered " + writeJson(response));
                                MainQueue::shared().stop();
+                               if (error) throw std::runtime_error("no matter");
                              });
     MainQueue::shared().run();
   };
@@ -189,9 +191,10 @@ TEST(Requests, AsynchronousOnesLogCompleteAndAnnounceInThisOrderOnTheMainQueue) 
   setLogSink(nullptr);
   NotificationCenter::defaultCenter().removeObserver(observer);
   EXPECT_EQ(events,
-            (std::vector<std::string>{"Vornex Error:D 38: m", "failed", "sendNotificationWithError:D 38: m",
-                                      "다른 장비에서 로그인... NOTI!!!!!!",
-                                      "TQNetworkLibraryAlreadyLoginNotification", "answered {\"a\":1}"}));
+            (std::vector<std::string>{
+                "Vornex Error:D 38: m", "failed", "a task of the completion of a request threw: no matter",
+                "sendNotificationWithError:D 38: m", "다른 장비에서 로그인... NOTI!!!!!!",
+                "TQNetworkLibraryAlreadyLoginNotification", "answered {\"a\":1}"}));
 }
 
 TEST(Requests, SynchronousOnesAnnounceOnlyWhatConcernsTheSession) {
@@ -237,11 +240,12 @@ TEST(Requests, AHangingServerHoldsUpNeitherOthersNorTheProcess) {
   std::unique_lock lock(mutex);
   ASSERT_TRUE(
       changed.wait_for(lock, std::chrono::seconds(10), [&] { return codes.size() == kHanging + kGood; }));
-  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(3)) << "waiting takes time too";
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(8)) << "waiting has an end";
   EXPECT_EQ(std::count(codes.begin(), codes.begin() + kGood, 0), kGood) << "answers come before time-outs";
-  EXPECT_EQ(std::count(codes.begin(), codes.end(), 31), kHanging);
-  EXPECT_LE(hanging.connectionCount(), kHanging / 2u) << "most were never sent";
-  EXPECT_LE(good.connectionCount(), 8u);
+  auto neverSent = std::count(codes.begin(), codes.end(), 7);
+  EXPECT_GT(neverSent, 0) << "what was never sent says nothing of the server";
+  EXPECT_EQ(std::count(codes.begin(), codes.end(), 31) + neverSent, kHanging);
+  EXPECT_LE(good.connectionCount(), 16u);
 }
 
 TEST(Requests, ManyThreadsShareTheHandles) {

@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <unistd.h>
 #include <vornex/NotificationCenter.h>
 #include <vornex/Queue.h>
@@ -14,6 +16,7 @@
 #include <thread>
 
 #include "core/StorageLayout.h"
+#include "foundation/FileDescriptor.h"
 #include "sdk/FakeService.h"
 #include "sdk/SdkFixture.h"
 #include "service/ServiceCallbacks.h"
@@ -37,6 +40,8 @@ class ServiceTest : public vornex::testing::SdkTest {
  protected:
   ServiceTest() { ::setenv("VORNEX_WASD", VORNEX_FAKE_SERVICE, 1); }
   ~ServiceTest() override {
+    ::unsetenv("FAKE_START");
+    ::unsetenv("FAKE_END");
     for (const Launch& launch : launches()) ::kill(launch.process, SIGKILL);
     TQVornexTerminate([] {});
   }
@@ -61,6 +66,16 @@ class ServiceTest : public vornex::testing::SdkTest {
       promise->set_value({running, port});
     });
     return promise->get_future().get();
+  }
+
+  // Whether no service owns the root folder any more, soon.
+  bool isAbandoned() {
+    FileDescriptor lock(::open(layout::serviceLockFile().c_str(), O_RDWR | O_CLOEXEC));
+    for (int i = 0; i < 500; ++i) {
+      if (::flock(lock.get(), LOCK_EX | LOCK_NB) == 0) return true;
+      std::this_thread::sleep_for(10ms);
+    }
+    return false;
   }
 
   void terminate() {
@@ -106,6 +121,91 @@ TEST_F(ServiceTest, FindsTheServiceAgainAfterItWasKilledAndEndsItOnTerminate) {
   ASSERT_TRUE(start(third));
   EXPECT_TRUE(third.ok) << third.error->description();
   EXPECT_EQ(launches().size(), 3u);
+}
+
+TEST_F(ServiceTest, AnEndDuringAStartLeavesNoService) {
+  ::setenv("FAKE_START", "500", 1);
+  VornexSDK::sharedInstance().initializeWAS();
+  Outcome outcome;
+  VornexSDK::sharedInstance().startWASServiceWithPort(0, outcome.completion());
+  for (int i = 0; i < 500 && launches().empty(); ++i) std::this_thread::sleep_for(10ms);
+  terminate();
+  ASSERT_TRUE(outcome.await());
+  EXPECT_FALSE(outcome.ok);
+  EXPECT_EQ(outcome.code(), 31);
+  EXPECT_TRUE(isAbandoned());
+  std::this_thread::sleep_for(500ms);
+  EXPECT_EQ(launches().size(), 1u) << "nobody brings it back";
+}
+
+TEST_F(ServiceTest, AStartWaitsForAServiceThatTakesLongToEnd) {
+  ::setenv("FAKE_END", "6000", 1);
+  VornexSDK::sharedInstance().initializeWAS();
+  Outcome first, second;
+  ASSERT_TRUE(start(first) && first.ok);
+  std::promise<void> twice;
+  VornexSDK::sharedInstance().terminateWAS(
+      [&] { VornexSDK::sharedInstance().terminateWAS([&] { twice.set_value(); }); });
+  twice.get_future().get();
+  VornexSDK::sharedInstance().initializeWAS();
+  ASSERT_TRUE(start(second));
+  EXPECT_TRUE(second.ok) << second.error->description();
+  EXPECT_EQ(launches().size(), 2u);
+}
+
+TEST_F(ServiceTest, ALostServiceIsFoundAgainAndItsReportsGoOn) {
+  FakeService service;
+  ASSERT_TRUE(writeFileAtomically(layout::serviceLockFile(), std::to_string(::getpid())));
+  VornexSDK::sharedInstance().initializeWAS();
+  ASSERT_TRUE(service.await("register"));
+  for (std::int64_t connection = 2; connection < 4; ++connection) {
+    service.hangUp();
+    ASSERT_TRUE(service.await("register", connection)) << "without any operation";
+  }
+  std::string seen;
+  auto token = NotificationCenter::defaultCenter().addObserver(
+      kTQLibraryDBDidChangeStatusNotification,
+      [&](const Notification& notification) { seen += *notification.userInfo.find("dbname")->ifString(); });
+  service.callBack("vornexLibraryDidChangeState", {{"dbname", "db"}, {"state", 1}});
+  service.callBack("vornexScanStatusForLiveFolder", {{"dbname", "db"}}, 9);
+  (void)service.awaitAnswer(9);
+  MainQueue::shared().runPending();
+  NotificationCenter::defaultCenter().removeObserver(token);
+  EXPECT_EQ(seen, "db");
+}
+
+TEST_F(ServiceTest, EndsInOrderAndRunsOnlyInStateOne) {
+  FakeService service;
+  service.answer("getLocalAccountPassword", {{"password", "p"}});
+  VornexSDK::sharedInstance().initializeWAS();
+  for (std::int64_t value : {0, 1, 2, -1}) {
+    service.answer("getWebServerState", {{"state", value}, {"port", 5}});
+    EXPECT_EQ(state(), std::pair(value == 1, std::int64_t{value == 1 ? 5 : 0}));
+  }
+  service.fail("loadLibrary", 11, "about to end");
+  std::thread later([&] {
+    (void)service.await("loadLibrary", 2);
+    service.answer("loadLibrary", {});
+  });
+  Outcome started;
+  ASSERT_TRUE(start(started));
+  later.join();
+  EXPECT_TRUE(started.ok);
+  EXPECT_EQ(service.count("getLocalAccountPassword"), 1);
+  service.callBack("vornexServiceLaunched", {});
+  service.callBack("vornexScanStatusForLiveFolder", {{"dbname", "db"}}, 9);
+  (void)service.awaitAnswer(9);
+  EXPECT_EQ(service.count("getLocalAccountPassword"), 1) << "once for each connection";
+
+  std::size_t before = service.calls().size();
+  service.on("terminate", [&](const Value&) {
+    service.hangUp();
+    return Dictionary();
+  });
+  terminate();
+  std::vector<std::string> calls = service.calls();
+  calls.erase(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(before));
+  EXPECT_EQ(calls, (std::vector<std::string>{"stopWebServer", "shutdownDatabase", "terminate"}));
 }
 
 TEST_F(ServiceTest, SeveralStartersAtOnceShareOneService) {
@@ -157,6 +257,8 @@ TEST_F(ServiceTest, ErrorsOfTheServiceArePassedOn) {
 TEST_F(ServiceTest, WithoutAServiceOperationsCompleteAtOnce) {
   VornexSDK& sdk = VornexSDK::sharedInstance();
   int completed = 0;
+  sdk.startWASServiceWithPort(0, [](bool, const TQErrorPtr&) { ADD_FAILURE(); });
+  sdk.getUserSessions([](const std::vector<TQSession>&, const TQErrorPtr&) { ADD_FAILURE(); });
   sdk.stopWASService([&] { ++completed; });
   sdk.terminateWAS([&] { ++completed; });
   sdk.isRunning([&](bool running) { completed += running ? 0 : 1; });

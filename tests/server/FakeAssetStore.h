@@ -19,6 +19,8 @@ class FakeAssetStore : public AssetStore {
  public:
   /// Called at the start of each search.
   std::function<void()> onSearch = [] {};
+  /// Called at the start of each copy.
+  std::function<void()> onSnapshot = [] {};
 
   Result<std::vector<Result<std::string>>> create(const std::vector<std::string_view>& documents) override {
     std::vector<Result<std::string>> ids;
@@ -89,7 +91,10 @@ class FakeAssetStore : public AssetStore {
 
   Result<std::int64_t> count() override { return static_cast<std::int64_t>(documents_.size()); }
   Result<void> checkIntegrity() override { return {}; }
-  Result<void> snapshot(const std::string&) override { return {}; }
+  Result<void> snapshot(const std::string&) override {
+    onSnapshot();
+    return {};
+  }
 
  private:
   std::mutex mutex_;

@@ -38,6 +38,7 @@ class ServerTest : public ::testing::Test {
     if (auto made = createDirectories(folder); !made) return tl::unexpected(made.error());
     auto store = std::make_unique<FakeAssetStore>();
     store->onSearch = [this] { onSearch_(); };
+    store->onSnapshot = [this] { onSnapshot_(); };
     return std::unique_ptr<AssetStore>(std::move(store));
   }
 
@@ -90,6 +91,7 @@ class ServerTest : public ::testing::Test {
 
   vornex::testing::TemporaryFolder folder_;
   std::function<void()> onSearch_ = [] {};
+  std::function<void()> onSnapshot_ = [] {};
   std::unique_ptr<Service> service_;
 };
 

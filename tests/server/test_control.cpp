@@ -297,6 +297,16 @@ TEST_F(ControlTest, TellsThePasswordAndTheSessions) {
   ASSERT_TRUE(createDirectories(layout::preferenceFolder()));
   ASSERT_TRUE(writeFileAtomically(layout::userPlist(), "garbage"));
   EXPECT_NE(errorCode("updateUsers"), 0);
+  EXPECT_EQ(service_->sessions().list().size(), 1u);
+  ASSERT_TRUE(writePropertyListFile(layout::userPlist(), Dictionary{{"users", Array{}}}));
+  (void)result("updateUsers");
+  EXPECT_TRUE(service_->sessions().list().empty()) << "nobody is left who may have one";
+
+  ASSERT_TRUE(writeFileAtomically(layout::localAccountFile(), "garbage"));
+  Users again;
+  ASSERT_TRUE(again.open());
+  EXPECT_NE(again.localPassword(), password);
+  EXPECT_EQ(readFile(layout::localAccountFile() + ".damaged").value_or(""), "garbage");
 }
 
 TEST_F(ControlTest, AnswersMalformedMessages) {
@@ -343,12 +353,75 @@ TEST_F(ControlTest, AnswersEverythingThatAClientSentBeforeItLeft) {
   EXPECT_EQ(answers, 50);
 }
 
+TEST_F(ControlTest, DropsAClientThatDoesNotReadAndGoesOnWithTheOthers) {
+  server_->stop();
+  server_ = std::make_unique<ControlServer>(
+      *protocol_, [] {}, ControlLimits{256, 1 << 20});
+  ASSERT_TRUE(server_->start());
+  client_ = std::make_unique<RawClient>(RawClient::unixSocket(layout::controlSocket()));
+  (void)result("register");
+  std::vector<RawClient> deaf;
+  for (int i = 0; i < 3; ++i) {
+    deaf.push_back(RawClient::unixSocket(layout::controlSocket()));
+    ASSERT_TRUE(deaf.back().send("{\"id\": 1, \"method\": \"register\"}\n"));
+    EXPECT_NE(deaf.back().readUntil("Launched").find("result"), std::string::npos);
+  }
+  Dictionary large = record("large");
+  large.set("comment", std::string(200'000, 'x'));
+  for (int i = 0; i < 20; ++i) {
+    large.set("name", std::to_string(i));
+    (void)result("addLibrary", {{"library", large}});
+    (void)result("removeLibraryWithDBName", "large");
+  }
+  EXPECT_GE(takeNotifications().size(), 40u);
+  for (RawClient& client : deaf) {
+    while (!client.readUntil("\n").empty()) {
+    }
+    EXPECT_TRUE(client.atEnd());
+  }
+}
+
+TEST_F(ControlTest, LongCopiesLeaveEverythingElseAnswered) {
+  (void)result("addLibrary", {{"library", record("one")}});
+  std::promise<void> gate;
+  onSnapshot_ = [opened = gate.get_future().share()] { opened.wait(); };
+  std::string copies;
+  for (int i = 0; i < 8; ++i) {
+    Dictionary params{{"dbname", "one"}, {"folder", "/copy"}, {"close", false}};
+    copies += writeJson(Dictionary{{"method", "snapshotDatabase"}, {"params", params}}) + "\n";
+  }
+  ASSERT_TRUE(client_->send(copies));
+  for (const char* quick : {"getWebServerState", "getLocalAccountPassword", "stopWebServer", "terminate"})
+    EXPECT_FALSE(result(quick).isNull()) << quick;
+  EXPECT_EQ(errorCode("loadLibrary"), 11) << "nothing starts any more";
+  gate.set_value();
+}
+
 TEST_F(ControlTest, EndsAfterTheAnswerAndLeavesNoSocket) {
   EXPECT_EQ(result("terminate"), Value(Dictionary{}));
   ASSERT_EQ(ended_.get_future().wait_for(10s), std::future_status::ready);
   server_->stop();
   EXPECT_TRUE(client_->atEnd());
   EXPECT_FALSE(itemExists(layout::controlSocket()));
+}
+
+TEST_F(ControlTest, LeavesASocketOnWhichSomebodyElseListens) {
+  server_->stop();
+  std::string place = layout::controlSocket();
+  FileDescriptor manager = listenAt(place);
+  EXPECT_FALSE(server_->start()) << "beside a socket unit";
+  FileDescriptor elsewhere = listenAt(folder_ / "elsewhere.sock");
+  EXPECT_FALSE(server_->start(FileDescriptor(::dup(elsewhere.get()))));
+  EXPECT_NO_THROW(RawClient::unixSocket(place));
+  ASSERT_EQ(::unlink(place.c_str()), 0);
+  EXPECT_FALSE(server_->start(FileDescriptor(::dup(manager.get())))) << "nobody can reach it";
+  EXPECT_FALSE(itemExists(place)) << "no link to itself";
+
+  ASSERT_TRUE(server_->start());
+  ASSERT_EQ(::unlink(place.c_str()), 0);
+  FileDescriptor later = listenAt(place);
+  server_->stop();
+  EXPECT_NO_THROW(RawClient::unixSocket(place)) << "a unit that was enabled meanwhile";
 }
 
 TEST_F(ControlTest, TakesASocketThatListensAlreadyAndLeavesItInItsPlace) {

@@ -88,6 +88,8 @@ class HttpApiTest : public RouterTest {
         {"assets/create", R"({"name": "clip"})"},
         {"assets/update", R"({"_id": "ID", "name": "n"})"},
         {"assets/delete", R"({"_id": "ID"})"},
+        {"projects/update", R"({"id": "P", "name": "of ID"})"},
+        {"projects/move", R"({"id": "P", "parentid": "P", "toindex": 0})"},
         {"projects/create", R"({"name": "Project ID", "parentid": "", "type": 0})"}};
     std::string path = std::string(route.pattern).substr(std::strlen("/vornex/"));
     auto fill = [](std::string text, const std::string& name, const std::string& value) {
@@ -113,7 +115,10 @@ TEST_F(HttpApiTest, DescribesEveryOperation) {
 TEST_F(HttpApiTest, AnswersAsItIsDescribed) {
   for (const char* kind : {"Master", "Thumbnail", "Preview"})
     writePackageFile(std::string("Media/") + kind + "/1/a.jpg", "picture");
-  ASSERT_TRUE(createDirectories(deletingLastPathComponent(layout::projectPlist(packageFolder(kDbName)))));
+  const std::string projects = layout::projectPlist(packageFolder(kDbName));
+  ASSERT_TRUE(createDirectories(deletingLastPathComponent(projects)));
+  const Dictionary project = {{"id", "P"}, {"name", "p"}, {"dbname", kDbName}, {"type", 0}};
+  ASSERT_TRUE(writePropertyListFile(projects, Dictionary{{"projects", Array{project}}}));
   writeUsers({user("ann", "p", "another")});
   int succeeded = 0;
   for (const std::string& credentials : {ownerCredentials(), basic("ann", "p"), basic("ann", "wrong")}) {
@@ -134,7 +139,7 @@ TEST_F(HttpApiTest, AnswersAsItIsDescribed) {
       succeeded += response.status == 200 ? 1 : 0;
     }
   }
-  EXPECT_GE(succeeded, 13 + 5) << "the owner may do everything, others may log in and out";
+  EXPECT_GE(succeeded, 15 + 5) << "the owner may do everything, others may log in and out";
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -152,6 +153,27 @@ TEST_F(HttpServerTest, DoesNotWaitForSlowClients) {
   EXPECT_TRUE(silent.atEnd());
   EXPECT_EQ(slowHeader.readReply().status, 408);
   EXPECT_EQ(slowBody.readReply().status, 408);
+}
+
+TEST_F(HttpServerTest, DoesNotWaitForClientsThatNeverPause) {
+  limits_.header = 300ms;
+  launch();
+  auto keepsOn = [](RawClient client, const std::string& piece, std::chrono::milliseconds pause) {
+    auto started = std::chrono::steady_clock::now();
+    while (client.send(piece) && std::chrono::steady_clock::now() - started < 10s)
+      std::this_thread::sleep_for(pause);
+    return std::chrono::steady_clock::now() - started;
+  };
+  RawClient dripping = connect();
+  ASSERT_TRUE(dripping.send("GET /vornex/version HTTP/1.1\r\nX: "));
+  authorization_ = "Basic none";
+  RawClient streaming = connect();
+  ASSERT_TRUE(
+      streaming.send("POST /vornex/login HTTP/1.1\r\nContent-Type: application/json\r\n"
+                     "Content-Length: 60000000000\r\n\r\n"));
+  auto drip = std::async(std::launch::async, keepsOn, std::move(dripping), "x", 1ms);
+  EXPECT_LT(keepsOn(std::move(streaming), std::string(1 << 16, 'x'), 0ms), 8s) << "after its refusal";
+  EXPECT_LT(drip.get(), 8s);
 }
 
 TEST_F(HttpServerTest, GivesUpOnClientsThatDoNotRead) {

@@ -125,6 +125,48 @@ TEST_F(MediaTest, FollowsALinkOnlyForTheAssetThatReferencesIt) {
   EXPECT_EQ(fetch("thumbnail/1/link.mov"), "404");
 }
 
+TEST_F(MediaTest, OnlyTheOwnerSaysWhichLinksAreFollowed) {
+  ASSERT_TRUE(writeFileAtomically(folder_ / "secret", "secret"));
+  std::string folder = layout::masterFolder(packageFolder(kDbName)) + "/2025/card";
+  writePackageFile("Media/Master/2025/card/a.mov", "a");
+  std::filesystem::create_symlink(folder_ / "secret", folder + "/link.mov");
+  std::string link = "/Media/Master/2025/card/link.mov";
+  std::string card = createAsset({{"masterpath", "/Media/Master/2025/card"}, {"importtype", 0}});
+  std::string plain = createAsset({{"masterpath", "/Media/Master/2025/card/a.mov"}, {"importtype", 1}});
+
+  writeUsers({user("ann", "p", kDbName)});
+  authorization_ = basic("ann", "p");
+  auto codes = [&](const std::string& operation, const Array& items) {
+    Response response = post(library(operation), writeJson(Dictionary{{"items", items}}));
+    if (code(response) != 0) return std::vector<std::int64_t>{code(response)};
+    std::vector<std::int64_t> result;
+    Value body = json(response);
+    for (const Value& item : coerce::array(body.find("items"))) {
+      const Value* status = item.find("Status");
+      result.push_back(status ? coerce::integer(status->find("code")) : 0);
+    }
+    return result;
+  };
+  using Codes = std::vector<std::int64_t>;
+  for (const Value& reference : Array{0, "0", false, 0.0, Array{0}}) {
+    EXPECT_EQ(
+        codes("/assets/create", {Dictionary{{"name", "a"}, {"masterpath", link}, {"importtype", reference}},
+                                 Dictionary{{"name", "b"}, {"masterpath", link}, {"importtype", 1}}}),
+        (Codes{4, 0}));
+  }
+  EXPECT_EQ(codes("/assets/update", {Dictionary{{"_id", plain}, {"importtype", 0}, {"masterpath", link}}}),
+            Codes{4});
+  EXPECT_EQ(codes("/assets/update", {Dictionary{{"_id", card}, {"masterpath", link}}}), Codes{4});
+  EXPECT_EQ(codes("/assets/update",
+                  {Dictionary{{"_id", plain}, {"masterpath", link}},
+                   Dictionary{{"_id", card}, {"importtype", 0}, {"masterpath", "/Media/Master/2025/card"}}}),
+            (Codes{0, 0}))
+      << "harmless";
+  EXPECT_EQ(fetch("master/2025/card/link.mov"), "404");
+  authorization_ = ownerCredentials();
+  EXPECT_EQ(fetch("master/2025/card/link.mov"), "404") << "the folder above is the master";
+}
+
 TEST_F(MediaTest, SendsPartsAndTellsWhatTheClientHas) {
   writePackageFile("Media/Master/a.mov", "0123456789");
   Request request;

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <filesystem>
 #include <set>
 #include <thread>
 
@@ -74,8 +75,39 @@ TEST_F(ProjectTreeTest, FollowsTheFile) {
     EXPECT_EQ(get(library("/projects")).status, 500u) << bad;
     EXPECT_EQ(create("P", ""), "") << bad;
   }
+  write(R"({"projects":[{"id":"1","name":"P","dbname":"d","type":"1"}]})");
+  EXPECT_EQ(*json(get(library("/projects"))).find("projects")->ifArray()->at(0).find("type"), Value(1));
   write(R"({"projects":[]})");
   EXPECT_EQ(served(), R"({"hash":"","projects":[]})");
+
+  // A folder that is not there, as on a volume that is not mounted, is no empty tree.
+  std::filesystem::rename(packageFolder(kDbName), packageFolder("elsewhere"));
+  EXPECT_EQ(get(library("/projects")).status, 404u);
+  EXPECT_EQ(create("P", ""), "");
+  std::filesystem::rename(packageFolder("elsewhere"), packageFolder(kDbName));
+  EXPECT_EQ(served(), R"({"hash":"","projects":[]})");
+}
+
+TEST_F(ProjectTreeTest, RefusesChangesOfATreeThatIsNotTheExpectedOne) {
+  std::string a = create("a", ""), b = create("b", "");
+  auto with = [&](const Value& hash, Dictionary item) {
+    item.set("hash", hash);
+    return item;
+  };
+  Value stale = *json(get(library("/projects"))).find("hash");
+  Value reply = json(change("update", with(stale, {{"id", a}, {"name", "A"}})));
+  for (const auto& [operation, item] :
+       {std::pair{"update", Dictionary{{"id", a}, {"name", "lost"}}},
+        std::pair{"move", Dictionary{{"id", b}, {"parentid", b}, {"toindex", 0}}},
+        std::pair{"create", Dictionary{{"name", "c"}, {"parentid", ""}, {"type", 0}}}}) {
+    Response refused = change(operation, with(stale, item));
+    EXPECT_EQ(refused.status, 409u);
+    EXPECT_EQ(code(refused), 13);
+    EXPECT_EQ(code(change(operation, with(7, item))), 3);
+  }
+  EXPECT_EQ(outlineServed(), "A b");
+  EXPECT_EQ(code(change("move", with(*reply.find("hash"), {{"id", b}, {"parentid", b}, {"toindex", 0}}))), 0);
+  EXPECT_EQ(outlineServed(), "b A");
 }
 
 TEST_F(ProjectTreeTest, ChangesByTheRulesOfLocalLibraries) {

@@ -52,7 +52,12 @@ TEST_F(RouterTest, RefusesEverybodyWithoutTheRightPassword) {
       EXPECT_EQ(code(response), 26) << header;
     }
   }
+  authorization_ = basic(std::string(1000, 'a'), "p");
+  EXPECT_EQ(get("version").status, 400u);
   authorization_ = ownerCredentials();
+  device_ = std::string(1000, 'd');
+  EXPECT_EQ(get("version").status, 400u);
+  device_ = "";
   EXPECT_EQ(get("version").status, 200u);
 }
 

@@ -414,7 +414,9 @@ class StoreSearchTest : public StoreTest, public ::testing::WithParamInterface<u
       change.set("_id", id);
       changes.push_back(change);
     }
-    for (const auto& outcome : store_->update(changes).value()) ASSERT_TRUE(outcome);
+    auto outcomes = store_->update(changes);
+    ASSERT_TRUE(outcomes);
+    for (const auto& outcome : *outcomes) ASSERT_TRUE(outcome);
   }
 
   void removeSome(Generator& generator, std::size_t oneIn) {

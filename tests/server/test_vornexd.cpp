@@ -150,14 +150,32 @@ TEST_F(VornexdTest, RefusesToServeARootFolderTwice) {
   Program first({"--port", "0"}, folder_ / "first");
   awaitSocket();
   Program second({}, output_);
-  EXPECT_EQ(second.end(), 1);
+  EXPECT_EQ(second.end(), 3);
+  EXPECT_NE(output().find("served already"), std::string::npos) << output();
+  ASSERT_EQ(::unlink(layout::controlSocket().c_str()), 0);
+  FileDescriptor manager = listenAt(layout::controlSocket());
+  Program third({}, output_, manager.get());
+  EXPECT_EQ(third.end(), 3) << "started by the socket unit";
   EXPECT_NE(output().find("Another vornexd (process "), std::string::npos) << output();
   first.signal(SIGTERM);
   EXPECT_EQ(first.end(), 0);
-  Program third({}, output_);
-  awaitSocket();
-  third.signal(SIGINT);
-  EXPECT_EQ(third.end(), 0);
+  EXPECT_TRUE(itemExists(layout::controlSocket())) << "it is the manager's";
+  Program beside({"--port", "0"}, output_);
+  EXPECT_EQ(beside.end(), 3);
+  manager.close();
+}
+
+TEST_F(VornexdTest, EndsInPeaceHoweverOftenAClientAsks) {
+  Program first({"--port", "0"}, folder_ / "first");
+  RawClient client = connect();
+  for (int i = 0; i < 3; ++i) (void)client.send("{\"id\": 1, \"method\": \"terminate\"}\n");
+  EXPECT_EQ(first.end(), 0);
+  for (int signal : {SIGINT, SIGHUP}) {
+    Program program({}, output_);
+    awaitSocket();
+    program.signal(signal);
+    EXPECT_EQ(program.end(), 0);
+  }
 }
 
 TEST_F(VornexdTest, ServesOnTheSocketOfAServiceManagerWhoeverCameFirst) {

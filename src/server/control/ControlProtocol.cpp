@@ -54,31 +54,34 @@ Result<Value> emptyResult(const Result<void>& done) {
 struct ControlProtocol::Method {
   const char* name;
   Reply (ControlProtocol::*call)(const Dictionary& params);
+  Lane lane = Lane::work;
+  /// Makes no sense any more when the service ends.
+  bool starts = false;
 };
 
 const ControlProtocol::Method* ControlProtocol::methodNamed(const std::string& name) {
   using P = ControlProtocol;
   static constexpr Method kMethods[] = {
-      {"register", &P::registerClient},
-      {"launchWebServer", &P::launchWebServer},
-      {"loadLibrary", &P::loadLibrary},
+      {"register", &P::registerClient, Lane::quick},
+      {"launchWebServer", &P::launchWebServer, Lane::work, true},
+      {"loadLibrary", &P::loadLibrary, Lane::work, true},
       {"stopWebServer", &P::stopWebServer},
       {"shutdownDatabase", &P::shutdownDatabase},
-      {"getWebServerState", &P::getWebServerState},
-      {"getUserSessions", &P::getUserSessions},
-      {"getLocalAccountPassword", &P::getLocalAccountPassword},
+      {"getWebServerState", &P::getWebServerState, Lane::quick},
+      {"getUserSessions", &P::getUserSessions, Lane::quick},
+      {"getLocalAccountPassword", &P::getLocalAccountPassword, Lane::quick},
       {"updateLibrary", &P::updateLibrary},
       {"updateUsers", &P::updateUsers},
-      {"addLibrary", &P::addLibrary},
-      {"getLibraryForDBName", &P::getLibraryForDBName},
-      {"launchLibraryForDBName", &P::launchLibraryForDBName},
+      {"addLibrary", &P::addLibrary, Lane::work, true},
+      {"getLibraryForDBName", &P::getLibraryForDBName, Lane::quick},
+      {"launchLibraryForDBName", &P::launchLibraryForDBName, Lane::work, true},
       {"terminateLibraryForDBName", &P::terminateLibraryForDBName},
       {"removeLibraryWithDBName", &P::removeLibraryWithDBName},
-      {"snapshotDatabase", &P::snapshotDatabase},
-      {"retireDatabase", &P::retireDatabase},
-      {"replaceDatabase", &P::replaceDatabase},
+      {"snapshotDatabase", &P::snapshotDatabase, Lane::copy, true},
+      {"retireDatabase", &P::retireDatabase, Lane::work, true},
+      {"replaceDatabase", &P::replaceDatabase, Lane::copy, true},
       {"startAllBookmarks", &P::startAllBookmarks},
-      {"terminate", &P::terminate},
+      {"terminate", &P::terminate, Lane::quick},
   };
   for (const Method& method : kMethods) {
     if (name == method.name) return &method;
@@ -109,36 +112,58 @@ std::string ControlProtocol::launchedNotification() {
   return notification("vornexServiceLaunched");
 }
 
-ControlProtocol::Outcome ControlProtocol::handle(std::string_view text) {
+ControlProtocol::Call ControlProtocol::read(std::string_view text) {
+  Call call;
   auto message = parseJson(text);
-  if (!message) return {errorMessage({}, rpcError(kParseError, message.error().message))};
+  if (!message) {
+    call.wantsReply = true;
+    call.refusal = rpcError(kParseError, message.error().message);
+    return call;
+  }
   const Value* id = message->find("id");
   const Value* method = message->find("method");
   // An answer to a call of the service; it makes none that takes one.
-  if (!method && (message->find("result") || message->find("error"))) return {};
+  if (!method && (message->find("result") || message->find("error"))) return call;
+  call.wantsReply = id || !method || !method->ifString();
+  if (id) call.id = *id;
   if (!method || !method->ifString()) {
-    return {errorMessage(id ? *id : Value(), rpcError(kInvalidRequest, "The message is no JSON-RPC call."))};
+    call.refusal = rpcError(kInvalidRequest, "The message is no JSON-RPC call.");
+    return call;
   }
-  const Method* known = methodNamed(*method->ifString());
   const Value* params = message->find("params");
-  Reply result = Value(Dictionary{});
-  if (!known) {
-    result = tl::unexpected(rpcError(kMethodNotFound, "There is no method \"" + *method->ifString() + "\"."));
+  call.method = methodNamed(*method->ifString());
+  if (!call.method) {
+    call.refusal = rpcError(kMethodNotFound, "There is no method \"" + *method->ifString() + "\".");
   } else if (params && !params->ifDictionary()) {
-    result = tl::unexpected(rpcError(kInvalidParams, "\"params\" is no object."));
+    call.refusal = rpcError(kInvalidParams, "\"params\" is no object.");
   } else {
-    try {
-      result = (this->*known->call)(params ? *params->ifDictionary() : Dictionary{});
-    } catch (const std::exception& exception) {
-      result = failure("exception", 0, fmt::format("{}: {}", known->name, exception.what()));
-    }
+    call.lane = call.method->lane;
+    if (params) call.params = *params->ifDictionary();
   }
+  return call;
+}
+
+ControlProtocol::Reply ControlProtocol::perform(const Call& call) {
+  if (call.refusal) return tl::unexpected(*call.refusal);
+  if (ending_ && call.method->starts)
+    return serverFailure(StatusCode::serviceStopping, "The service is about to end.");
+  try {
+    return (this->*call.method->call)(call.params);
+  } catch (const std::exception& exception) {
+    return failure("exception", 0, fmt::format("{}: {}", call.method->name, exception.what()));
+  }
+}
+
+ControlProtocol::Outcome ControlProtocol::run(const Call& call) {
+  if (!call.method && !call.refusal) return {};
+  Reply result = perform(call);
   Outcome outcome;
-  if (id)
-    outcome.reply =
-        result ? resultMessage(*id, std::move(*result)) : errorMessage(*id, publicError(result.error()));
-  outcome.registered = known && result && std::string_view(known->name) == "register";
-  outcome.terminate = known && result && std::string_view(known->name) == "terminate";
+  if (call.wantsReply) {
+    outcome.reply = result ? resultMessage(call.id, std::move(*result))
+                           : errorMessage(call.id, publicError(result.error()));
+  }
+  outcome.registered = call.method && result && std::string_view(call.method->name) == "register";
+  outcome.terminate = call.method && result && std::string_view(call.method->name) == "terminate";
   return outcome;
 }
 
@@ -200,7 +225,9 @@ ControlProtocol::Reply ControlProtocol::updateLibrary(const Dictionary&) {
 }
 
 ControlProtocol::Reply ControlProtocol::updateUsers(const Dictionary&) {
-  return emptyResult(service_.users().reload());
+  auto reloaded = service_.users().reload();
+  if (reloaded) service_.sessions().endOthers(service_.users().identifiers());
+  return emptyResult(reloaded);
 }
 
 ControlProtocol::Reply ControlProtocol::addLibrary(const Dictionary& params) {
@@ -272,6 +299,7 @@ ControlProtocol::Reply ControlProtocol::startAllBookmarks(const Dictionary&) {
 }
 
 ControlProtocol::Reply ControlProtocol::terminate(const Dictionary&) {
+  ending_ = true;
   logLine(LogLevel::info, "A client ends the service");
   return Dictionary{};
 }

@@ -2,6 +2,7 @@
 
 #include <vornex/Value.h>
 
+#include <atomic>
 #include <functional>
 #include <optional>
 #include <string>
@@ -27,6 +28,22 @@ class ControlProtocol {
     bool terminate = false;
   };
 
+  /// Kinds of calls that have workers of their own: what is answered from memory, what opens and closes
+  /// databases and connections, and what copies whole databases.
+  enum class Lane { quick, work, copy };
+  struct Method;
+
+  /// A message that has been read.
+  struct Call {
+    Value id;
+    bool wantsReply = false;
+    /// None when there is nothing to do but to reply.
+    const Method* method = nullptr;
+    Dictionary params;
+    std::optional<Error> refusal;
+    Lane lane = Lane::quick;
+  };
+
   /// Both must outlive the protocol.
   ControlProtocol(Service& service, HttpServer& webServer) : service_(service), webServer_(webServer) {}
   /// No library may be changing then.
@@ -37,14 +54,18 @@ class ControlProtocol {
   /// Has the service's events sent as notifications to every registered client.
   void sendEventsTo(std::function<void(std::string notification)> broadcast);
 
-  /// Works on one message; blocks until the call is done. Anything malformed is answered with an error.
-  Outcome handle(std::string_view message);
+  /// Reads one message. Anything malformed becomes a call that is answered with an error.
+  static Call read(std::string_view message);
+  /// Works on the call; blocks until it is done. Once a client has ended the service, calls that would start
+  /// something fail with `serviceStopping`.
+  Outcome run(const Call& call);
+  /// Both.
+  Outcome handle(std::string_view message) { return run(read(message)); }
 
   static std::string launchedNotification();
 
  private:
   using Reply = Result<Value>;
-  struct Method;
 
   static const Method* methodNamed(const std::string& name);
 
@@ -69,8 +90,11 @@ class ControlProtocol {
   Reply startAllBookmarks(const Dictionary& params);
   Reply terminate(const Dictionary& params);
 
+  Reply perform(const Call& call);
+
   Service& service_;
   HttpServer& webServer_;
+  std::atomic<bool> ending_ = false;
   std::function<void(std::string notification)> broadcast_ = [](auto&&...) {};
 };
 

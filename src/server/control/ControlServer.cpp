@@ -23,6 +23,7 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
+#include <filesystem>
 #include <future>
 #include <mutex>
 #include <set>
@@ -41,11 +42,10 @@ using Unix = asio::local::stream_protocol;
 
 namespace {
 
+/// Threads by lane.
+constexpr std::size_t kQuickWorkers = 2;
 constexpr std::size_t kWorkers = 4;
-/// Calls of one client that are worked on or wait.
-constexpr std::size_t kMostCalls = 256;
-/// Bytes that may wait for a client that does not read.
-constexpr std::size_t kMostWaiting = std::size_t{64} << 20;
+constexpr std::size_t kCopyWorkers = 2;
 /// How long a stop waits for clients to take their answers.
 constexpr auto kFarewell = std::chrono::seconds(1);
 constexpr auto kPauseAfterFailedAccept = std::chrono::milliseconds(100);
@@ -79,6 +79,20 @@ bool isSameFile(const std::string& a, const std::string& b) {
          first.st_ino == second.st_ino;
 }
 
+/// The file itself, not what a link names: whether it is still the one that was made.
+std::pair<dev_t, ino_t> identityOf(const std::string& path) {
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) != 0) return {};
+  return {info.st_dev, info.st_ino};
+}
+
+/// The path with the links of its folder resolved.
+std::string realPlace(const std::string& path) {
+  std::error_code error;
+  auto folder = std::filesystem::canonical(deletingLastPathComponent(path), error);
+  return error ? path : appendPathComponent(folder.string(), lastPathComponent(path));
+}
+
 /// Makes a socket that lies elsewhere reachable at the path.
 Result<void> linkTo(const std::string& socket, const std::string& path) {
   if (::unlink(path.c_str()) != 0 && errno != ENOENT) return posixFailure(errno, "Cannot replace " + path);
@@ -91,18 +105,19 @@ Result<void> linkTo(const std::string& socket, const std::string& path) {
 /// Everything below runs on one network thread, except the calls themselves, which workers run.
 class ControlServer::Running : public std::enable_shared_from_this<ControlServer::Running> {
  public:
-  Running(ControlProtocol& protocol, std::function<void()> onTerminate)
+  Running(ControlProtocol& protocol, std::function<void()> onTerminate, const ControlLimits& limits)
       : protocol_(protocol),
         onTerminate_(std::move(onTerminate)),
+        limits_(limits),
         acceptor_(io_),
-        pause_(io_),
-        workers_(kWorkers) {}
+        pause_(io_) {}
 
   Result<void> start(FileDescriptor inherited) {
     path_ = layout::controlSocket();
     if (auto prepared = preparePrivateFolder(deletingLastPathComponent(path_)); !prepared) return prepared;
-    auto listener = inherited ? adopt(std::move(inherited)) : listenOnUnixSocket(path_);
+    auto listener = inherited ? adopt(std::move(inherited)) : makeListener();
     if (!listener) return tl::unexpected(listener.error());
+    made_ = identityOf(path_);
     error_code error;
     acceptor_.assign(Unix(), listener->get(), error);
     if (error) return failure("posix", error.value(), "Cannot use " + path_ + ": " + error.message());
@@ -119,20 +134,22 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
       stopping_ = true;
       acceptor_.close(ignored);
       pause_.cancel();
-      if (ownsPath_) ::unlink(path_.c_str());
+      if (ownsPath_ && identityOf(path_) == made_) ::unlink(path_.c_str());
       closed.set_value();
     });
     closed.get_future().wait();
-    workers_.join();
+    for (asio::thread_pool* pool : {&quick_, &work_, &copy_}) pool->stop();
+    for (asio::thread_pool* pool : {&quick_, &work_, &copy_}) pool->join();
     asio::post(io_, [this] { dismissClients(); });
-    work_.reset();
+    running_.reset();
     thread_.join();
   }
 
   /// Sends the notification to every registered client. Safe on any thread.
   void broadcast(std::string message) {
     asio::post(io_, [this, message = std::move(message)] {
-      for (const auto& client : clients_) {
+      // A client that does not read leaves the set when it is sent more.
+      for (const auto& client : std::set<ClientPtr>(clients_)) {
         if (client->registered) send(client, message);
       }
     });
@@ -151,11 +168,24 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
   };
   using ClientPtr = std::shared_ptr<Client>;
 
+  Result<FileDescriptor> makeListener() {
+    if (auto free = checkNobodyListens(); !free) return tl::unexpected(free.error());
+    return listenOnUnixSocket(path_);
+  }
+
+  Result<void> checkNobodyListens() const {
+    if (!isListenedOn(path_)) return {};
+    return serverFailure(StatusCode::itemExists, "Somebody else listens at " + path_ + ".");
+  }
+
   /// The service manager keeps listening when this process has ended, so its socket stays where it is.
   Result<FileDescriptor> adopt(FileDescriptor inherited) {
     std::string place = placeOf(inherited.get());
-    ownsPath_ = !isSameFile(place, path_);
+    ownsPath_ = realPlace(place) != realPlace(path_) && !isSameFile(place, path_);
+    if (!ownsPath_ && !itemExists(path_))
+      return failure("posix", ENOENT, "The socket at " + path_ + " is gone; its unit has to be started anew");
     if (ownsPath_) {
+      if (auto free = checkNobodyListens(); !free) return tl::unexpected(free.error());
       if (auto linked = linkTo(place, path_); !linked) return tl::unexpected(linked.error());
     }
     return inherited;
@@ -210,16 +240,23 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
 
   void take(const ClientPtr& client, std::string line) {
     if (stopping_) return;
-    if (client->calls >= kMostCalls) {
+    if (client->calls >= limits_.calls) {
       logLine(LogLevel::warning, "A control client has too many calls under way; its connection is closed");
       close(client);
       return;
     }
     ++client->calls;
-    asio::post(workers_, [this, client, line = std::move(line)] {
-      auto outcome = protocol_.handle(line);
-      asio::post(io_, [this, client, outcome = std::move(outcome)] { finish(client, outcome); });
+    asio::post(quick_, [this, client, line = std::move(line)] {
+      auto call = ControlProtocol::read(line);
+      if (call.lane == ControlProtocol::Lane::quick) return run(client, call);
+      asio::thread_pool& pool = call.lane == ControlProtocol::Lane::copy ? copy_ : work_;
+      asio::post(pool, [this, client, call = std::move(call)] { run(client, call); });
     });
+  }
+
+  void run(const ClientPtr& client, const ControlProtocol::Call& call) {
+    auto outcome = protocol_.run(call);
+    asio::post(io_, [this, client, outcome = std::move(outcome)] { finish(client, outcome); });
   }
 
   void finish(const ClientPtr& client, const ControlProtocol::Outcome& outcome) {
@@ -240,7 +277,7 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
     if (!client->socket.is_open()) return;
     message += '\n';
     client->waiting += message.size();
-    if (client->waiting > kMostWaiting) {
+    if (client->waiting > limits_.waitingBytes) {
       logLine(LogLevel::warning, "A control client does not read; its connection is closed");
       close(client);
       return;
@@ -288,13 +325,17 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
 
   ControlProtocol& protocol_;
   const std::function<void()> onTerminate_;
+  const ControlLimits limits_;
   std::string path_;
   bool ownsPath_ = true;
+  std::pair<dev_t, ino_t> made_;
   asio::io_context io_;
-  asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
+  asio::executor_work_guard<asio::io_context::executor_type> running_{io_.get_executor()};
   Unix::acceptor acceptor_;
   asio::steady_timer pause_;
-  asio::thread_pool workers_;
+  asio::thread_pool quick_{kQuickWorkers};
+  asio::thread_pool work_{kWorkers};
+  asio::thread_pool copy_{kCopyWorkers};
   std::thread thread_;
   bool stopping_ = false;
   bool dismissed_ = false;
@@ -302,15 +343,16 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
   ClientPtr terminating_;
 };
 
-ControlServer::ControlServer(ControlProtocol& protocol, std::function<void()> onTerminate)
-    : protocol_(protocol), onTerminate_(std::move(onTerminate)) {}
+ControlServer::ControlServer(ControlProtocol& protocol, std::function<void()> onTerminate,
+                             ControlLimits limits)
+    : protocol_(protocol), onTerminate_(std::move(onTerminate)), limits_(limits) {}
 
 ControlServer::~ControlServer() {
   stop();
 }
 
 Result<void> ControlServer::start(FileDescriptor inherited) {
-  auto running = std::make_shared<Running>(protocol_, onTerminate_);
+  auto running = std::make_shared<Running>(protocol_, onTerminate_, limits_);
   // Before the first client can ask for anything.
   protocol_.sendEventsTo([weak = std::weak_ptr(running)](std::string notification) {
     if (auto current = weak.lock()) current->broadcast(std::move(notification));

@@ -49,6 +49,27 @@ Dictionary identifierItem(const std::string& id) {
   return {{"_id", id}};
 }
 
+/// Checks each item that somebody other than the owner sends; items that may not be stored keep their error,
+/// the others go to the store together.
+Result<std::vector<Result<std::string>>> storeAllowed(
+    AssetStore& store, const Array& items,
+    Result<std::vector<Result<std::string>>> (AssetStore::*operation)(const Array&)) {
+  std::vector<Result<std::string>> results;
+  Array allowed;
+  for (const Value& item : items) {
+    auto checked = checkMayReference(store, *item.ifDictionary());
+    if (checked) allowed.push_back(item);
+    results.push_back(checked ? Result<std::string>() : tl::unexpected(checked.error()));
+  }
+  auto stored = (store.*operation)(allowed);
+  if (!stored) return stored;
+  auto next = stored->begin();
+  for (Result<std::string>& result : results) {
+    if (result) result = std::move(*next++);
+  }
+  return results;
+}
+
 /// An integer of the body, the fallback when it is absent.
 Result<std::int64_t> integerField(const Dictionary& body, const char* key, std::int64_t fallback,
                                   std::int64_t least) {
@@ -89,7 +110,7 @@ std::string searchReply(const Library& library, const SearchRequest& search, con
                   {"limit", search.limit},
                   {"total", page.total},
                   {"elapsed", elapsed.count()},
-                  {"projecthash", library.trees->projectHash.current()},
+                  {"projecthash", library.trees->projects.hash()},
                   {"livefolderhash", library.trees->liveFolderHash.current()},
                   {"fcpxlibraryhash", library.trees->fcpxLibraryHash.current()},
                   {"version", serverVersion()}};
@@ -145,15 +166,16 @@ Result<bool> deletesOriginal(const Call& call) {
 Response createAssets(const Context& context, const Call& call, const Request& request) {
   auto library = openLibraryFor(context, call, Right::addAssets);
   if (!library) return errorReply(library.error());
-  // Documents go to the store as they came, if nothing is wrong with the body.
-  auto documents = objectsInArray(request.body, "items");
+  // The owner's documents go to the store as they came, if nothing is wrong with the body.
+  auto documents = call.user.isOwner() ? objectsInArray(request.body, "items") : std::nullopt;
   if (documents && documents->size() <= context.limits.batchItems) {
     auto results = library->store->create(*documents);
     return results ? batchReply(*results, identifierItem) : errorReply(results.error());
   }
   auto items = batchItems(context, request);
   if (!items) return errorReply(items.error());
-  auto results = library->store->create(*items);
+  auto results = call.user.isOwner() ? library->store->create(*items)
+                                     : storeAllowed(*library->store, *items, &AssetStore::create);
   return results ? batchReply(*results, identifierItem) : errorReply(results.error());
 }
 
@@ -162,7 +184,8 @@ Response updateAssets(const Context& context, const Call& call, const Request& r
   if (!library) return errorReply(library.error());
   auto items = batchItems(context, request);
   if (!items) return errorReply(items.error());
-  auto results = library->store->update(*items);
+  auto results = call.user.isOwner() ? library->store->update(*items)
+                                     : storeAllowed(*library->store, *items, &AssetStore::update);
   return results ? batchReply(*results, identifierItem) : errorReply(results.error());
 }
 

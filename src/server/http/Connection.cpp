@@ -31,6 +31,7 @@ namespace {
 
 constexpr auto kAwaitTuple = asio::as_tuple(asio::use_awaitable);
 constexpr std::size_t kSendPiece = std::size_t{1} << 20;
+constexpr auto kExpiryRepeat = std::chrono::milliseconds(50);
 constexpr auto kLinger = std::chrono::milliseconds(2000);
 
 std::string text(boost::beast::string_view view) {
@@ -90,11 +91,19 @@ Connection::Connection(asio::ip::tcp::socket socket, std::shared_ptr<ConnectionC
 void Connection::arm(std::chrono::milliseconds limit) {
   expired_ = false;
   deadline_.expires_after(limit);
-  deadline_.async_wait([weak = weak_from_this(), turn = ++armed_](error_code error) {
+  awaitDeadline(++armed_);
+}
+
+/// An operation of several reads may be between two of them when the time is over, and would go on: it is
+/// cancelled until the next limit is set.
+void Connection::awaitDeadline(std::uint64_t turn) {
+  deadline_.async_wait([weak = weak_from_this(), turn](error_code error) {
     auto self = weak.lock();
     if (error || !self || turn != self->armed_) return;
     self->expired_ = true;
     self->socket_.cancel(error);
+    self->deadline_.expires_after(kExpiryRepeat);
+    self->awaitDeadline(turn);
   });
 }
 
@@ -109,11 +118,13 @@ void Connection::stop() {
 void Connection::abort() {
   asio::post(socket_.get_executor(), [self = shared_from_this()] {
     self->stopping_ = true;
+    self->aborted_ = true;
     error_code ignored;
     // Not closed: a worker may be sending from a file into it.
     self->socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
     self->socket_.cancel(ignored);
     self->deadline_.cancel();
+    if (auto answer = self->awaitedAnswer_.lock()) answer->cancel();
   });
 }
 
@@ -124,6 +135,7 @@ asio::awaitable<void> Connection::serve() {
     if (goesOn) goesOn = co_await serveRequest();
   }
   error_code ignored;
+  ++armed_;
   deadline_.cancel();
   socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
   socket_.close(ignored);
@@ -242,7 +254,8 @@ asio::awaitable<Response> Connection::work(Call call, Request request) {
         });
       });
   if (!taken) co_return errorReply(503, StatusCode::limitExceeded, "The server is busy.");
-  co_await job->finished.async_wait(kAwaitTuple);
+  awaitedAnswer_ = std::shared_ptr<asio::steady_timer>(job, &job->finished);
+  if (!aborted_) co_await job->finished.async_wait(kAwaitTuple);
   auto milliseconds =
       std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
   unsigned status = job->done ? job->response.status : 504;
@@ -268,7 +281,11 @@ asio::awaitable<bool> Connection::write(Response response, bool isHead, bool kee
     auto message = responseHead<http::string_body>(response, keepAlive);
     message.body() = std::move(response.body);
     if (response.status != 304) message.content_length(message.body().size());
-    co_await http::async_write(socket_, message, asio::redirect_error(asio::use_awaitable, error));
+    http::response_serializer<http::string_body> serializer{message};
+    while (!error && !serializer.is_done()) {
+      arm(context_->limits.stall);
+      co_await http::async_write_some(socket_, serializer, asio::redirect_error(asio::use_awaitable, error));
+    }
   }
   co_return !error && keepAlive;
 }
@@ -306,7 +323,7 @@ asio::awaitable<void> Connection::writeLast(Response response) {
   socket_.shutdown(asio::ip::tcp::socket::shutdown_send, error);
   arm(kLinger);
   std::array<char, 4096> scrap;
-  while (!error && !stopping_) {
+  while (!error && !stopping_ && !expired_) {
     co_await socket_.async_read_some(asio::buffer(scrap), asio::redirect_error(asio::use_awaitable, error));
   }
 }

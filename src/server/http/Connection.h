@@ -55,6 +55,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   boost::asio::awaitable<void> writeLast(Response response);
 
   void arm(std::chrono::milliseconds limit);
+  void awaitDeadline(std::uint64_t turn);
   Request requestFrom(const Parser& parser) const;
 
   boost::asio::ip::tcp::socket socket_;
@@ -69,6 +70,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   bool idle_ = false;
   bool stopping_ = false;
+  bool aborted_ = false;
+  /// Fires when the answer of a worker is there.
+  std::weak_ptr<boost::asio::steady_timer> awaitedAnswer_;
 };
 
 }  // namespace vornex::server

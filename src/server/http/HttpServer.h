@@ -25,7 +25,8 @@ class HttpServer {
   /// in use, or `portInUse` if another one was asked for. `portInUse` also when another process has the port.
   [[nodiscard]] Result<std::uint16_t> launch(std::uint16_t port);
 
-  /// Takes no more connections, lets running requests end within the limit, and closes. Blocks until then.
+  /// Takes no more connections, lets running requests end within the limit, and closes. Work that a worker
+  /// has in hand then cannot be interrupted; blocks until that has ended, too, its answer being lost.
   void stop();
 
   /// The port in use; 0 while it does not serve.

@@ -29,7 +29,7 @@ Result<void> checkRight(const User& user, const Library& library, Right right) {
 /// The record with the hashes that the trees have now.
 Dictionary currentRecord(const Library& library) {
   Dictionary record = *library.record;
-  record.set("projecthash", library.trees->projectHash.current());
+  record.set("projecthash", library.trees->projects.hash());
   record.set("livefolderhash", library.trees->liveFolderHash.current());
   record.set("fcpxlibraryhash", library.trees->fcpxLibraryHash.current());
   return record;

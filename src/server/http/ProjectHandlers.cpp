@@ -22,6 +22,11 @@ struct TreeRequest {
     if (value && value->ifInteger()) return *value->ifInteger();
     return serverFailure(StatusCode::invalidRequest, fmt::format("\"{}\" is no integer.", key));
   }
+  /// What the client believes the tree's hash to be.
+  Result<ProjectTree::Expected> expected() const {
+    if (!item.find("hash")) return ProjectTree::Expected();
+    return text("hash").map([](std::string hash) { return ProjectTree::Expected(std::move(hash)); });
+  }
   ProjectTree& tree() const { return library.trees->projects; }
 };
 
@@ -45,7 +50,9 @@ Result<ProjectTree::Change> create(const TreeRequest& request) {
   if (!type) return tl::unexpected(type.error());
   if (*type != (parentID->empty() ? kTypeProject : kTypeGroup))
     return serverFailure(StatusCode::invalidRequest, "A project has no parent, and a group has one.");
-  return request.tree().create(*name, *parentID, request.library.dbName);
+  return request.expected().and_then([&](const ProjectTree::Expected& expected) {
+    return request.tree().create(*name, *parentID, request.library.dbName, expected);
+  });
 }
 
 Result<ProjectTree::Change> update(const TreeRequest& request) {
@@ -53,7 +60,8 @@ Result<ProjectTree::Change> update(const TreeRequest& request) {
   if (!id) return tl::unexpected(id.error());
   auto name = request.text("name");
   if (!name) return tl::unexpected(name.error());
-  return request.tree().rename(*id, *name);
+  return request.expected().and_then(
+      [&](const ProjectTree::Expected& expected) { return request.tree().rename(*id, *name, expected); });
 }
 
 Result<ProjectTree::Change> move(const TreeRequest& request) {
@@ -63,7 +71,9 @@ Result<ProjectTree::Change> move(const TreeRequest& request) {
   if (!parentID) return tl::unexpected(parentID.error());
   auto toIndex = request.integer("toindex");
   if (!toIndex) return tl::unexpected(toIndex.error());
-  return request.tree().move(*id, *parentID, *toIndex);
+  return request.expected().and_then([&](const ProjectTree::Expected& expected) {
+    return request.tree().move(*id, *parentID, *toIndex, expected);
+  });
 }
 
 Response answerChange(const Context& context, const Call& call, const Request& request,

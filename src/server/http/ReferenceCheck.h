@@ -10,6 +10,11 @@ namespace vornex::server {
 /// ("/Media/Master/…").
 [[nodiscard]] Result<bool> isReferencedMaster(AssetStore& store, const std::string& recordPath);
 
+/// A link is followed for an asset that was imported by reference, so only the owner says which assets are.
+/// Fails with `noAuthority` for an item of somebody else that makes such an asset, or that leads its master
+/// elsewhere. What an item leaves as it is does no harm.
+[[nodiscard]] Result<void> checkMayReference(AssetStore& store, const Dictionary& item);
+
 /// Whether any asset has its master at the path or below it.
 [[nodiscard]] Result<bool> isAnyMaster(AssetStore& store, const std::string& recordPath);
 

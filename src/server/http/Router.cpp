@@ -2,6 +2,7 @@
 
 #include <vornex/Log.h>
 
+#include <algorithm>
 #include <exception>
 
 #include "foundation/Text.h"
@@ -11,6 +12,9 @@
 
 namespace vornex::server {
 namespace {
+
+/// Names go into records and into the log.
+constexpr std::size_t kLongestName = 256;
 
 constexpr std::string_view kDatabaseSegment = "{db}";
 constexpr std::string_view kIdentifierSegment = "{id}";
@@ -143,10 +147,17 @@ tl::expected<User, Response> Router::authenticate(const Request& request, const 
     return tl::unexpected(
         errorReply(StatusCode::authenticationFailed, "A user ID and a password are needed."));
   }
+  std::size_t longest = std::max({credentials->userID.size(), client.device.size(), client.type.size()});
+  if (longest > kLongestName || credentials->password.size() > kLongestName) {
+    return tl::unexpected(errorReply(
+        StatusCode::invalidRequest,
+        fmt::format("User ID, password, device and client take at most {} bytes each.", kLongestName)));
+  }
   // The owner's password cannot be guessed, and nobody may keep the owner out by guessing.
   bool isGuessable = credentials->userID != kTQLocalUserID;
   FailedLogins& failedLogins = service_.failedLogins();
-  if (isGuessable && !failedLogins.mayTry(credentials->userID, client.host)) {
+  bool isWelcome = failedLogins.mayTry(credentials->userID, client.host);
+  if (isGuessable && !isWelcome) {
     Response refusal =
         errorReply(429, StatusCode::authenticationFailed, "Too many failed logins; try later.");
     refusal.headers.emplace_back("Retry-After", "5");
@@ -157,8 +168,11 @@ tl::expected<User, Response> Router::authenticate(const Request& request, const 
     failedLogins.forget(user->id, client.host);
     return *user;
   }
-  if (isGuessable) failedLogins.count(credentials->userID, client.host);
-  logLine(LogLevel::warning, fmt::format("Failed login of \"{}\" from {}", credentials->userID, client.host));
+  failedLogins.count(credentials->userID, client.host);
+  // The log takes no more lines than there are attempts that count.
+  if (isWelcome)
+    logLine(LogLevel::warning,
+            fmt::format("Failed login of \"{}\" from {}", credentials->userID, client.host));
   return tl::unexpected(
       errorReply(StatusCode::authenticationFailed, "The user ID or the password is wrong."));
 }

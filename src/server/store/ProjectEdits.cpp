@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "core/Coercion.h"
+#include "core/ProjectRules.h"
 #include "foundation/Text.h"
 #include "server/ServerError.h"
 
@@ -12,8 +13,6 @@ namespace vornex::server::projects {
 namespace {
 
 constexpr const char* kGroup = "group";
-// Deeper trees do not fit the nesting that readers of property lists and JSON accept.
-constexpr std::int64_t kDeepestLevel = 254;
 
 /// Where a node stands: the list that holds it, and the node that holds the list (null for a project).
 struct Place {

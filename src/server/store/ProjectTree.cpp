@@ -1,11 +1,14 @@
 #include "server/store/ProjectTree.h"
 
 #include <fmt/format.h>
+#include <vornex/Log.h>
 
 #include <cerrno>
 
+#include "core/Coercion.h"
 #include "core/StorageLayout.h"
 #include "foundation/FileLock.h"
+#include "foundation/Files.h"
 #include "foundation/Json.h"
 #include "foundation/PropertyList.h"
 #include "foundation/Text.h"
@@ -29,8 +32,7 @@ static Result<Value> node(const Value& source, const std::string& path) {
     if (!text || !text->ifString()) return malformed(path, fmt::format("a project has no {}", key));
     result.set(key, *text);
   }
-  const Value* type = entries->find("type");
-  result.set("type", type && type->ifInteger() ? *type : Value(-1));
+  result.set("type", coerce::integer(entries->find("type")));
   if (const Value* group = entries->find("group")) {
     Result<Value> children = nodes(group, path);
     if (!children) return children;
@@ -51,71 +53,101 @@ static Result<Value> nodes(const Value* list, const std::string& path) {
   return result;
 }
 
+static std::string hashIn(const Dictionary& content) {
+  return coerce::string(content.find("hash")).value_or("");
+}
+
 static Result<Dictionary> treeIn(const Dictionary& content, const std::string& path) {
-  const Value* hash = content.find("hash");
   Result<Value> projects = nodes(content.find("projects"), path);
   if (!projects) return tl::unexpected(projects.error());
-  return Dictionary{{"hash", hash && hash->ifString() ? *hash : Value("")},
-                    {"projects", std::move(*projects)}};
+  return Dictionary{{"hash", hashIn(content)}, {"projects", std::move(*projects)}};
 }
 
-/// An empty list when there is no file.
-static Result<Dictionary> readContent(const std::string& path, const FileStamp& stamp) {
-  if (!stamp.exists()) return Dictionary{{"projects", Array()}};
-  return readDictionaryFile(path);
+ProjectTree::ProjectTree(const std::string& packageFolder)
+    : packageFolder_(packageFolder), path_(layout::projectPlist(packageFolder)) {}
+
+Result<Dictionary> ProjectTree::readContent(const FileStamp& stamp) const {
+  if (stamp.exists()) return readDictionaryFile(path_);
+  // A volume that is not there says nothing about the projects on it.
+  if (!itemExists(packageFolder_))
+    return serverFailure(StatusCode::databaseNotFound, "The library's package folder is missing.");
+  return Dictionary{{"projects", Array()}};
 }
 
-ProjectTree::ProjectTree(const std::string& packageFolder) : path_(layout::projectPlist(packageFolder)) {}
-
-Result<std::shared_ptr<const std::string>> ProjectTree::json() {
-  std::lock_guard lock(mutex_);
-  Result<FileStamp> now = fileStamp(path_);
-  if (!now) return tl::unexpected(now.error());
-  if (json_ && known_ == *now) return json_;
-  json_.reset();
-  Result<Dictionary> content = readContent(path_, *now);
+Result<ProjectTree::Tree> ProjectTree::read(const FileStamp& stamp) const {
+  Result<Dictionary> content = readContent(stamp);
   if (!content) return tl::unexpected(content.error());
   Result<Dictionary> tree = treeIn(*content, path_);
   if (!tree) return tl::unexpected(tree.error());
-  json_ = std::make_shared<const std::string>(writeJson(*tree));
-  known_ = *now;
-  return json_;
+  return Tree{hashIn(*content), std::make_shared<const std::string>(writeJson(*tree))};
+}
+
+Result<ProjectTree::Tree> ProjectTree::current() {
+  std::lock_guard lock(mutex_);
+  Result<FileStamp> now = fileStamp(path_);
+  if (!now) return tl::unexpected(now.error());
+  if (known_ && now->exists() && knownAt_ == *now) return *known_;
+  known_ = read(*now);
+  knownAt_ = *now;
+  if (!*known_ && now->exists()) logLine(LogLevel::error, "Cannot read a tree: " + known_->error().message);
+  return *known_;
+}
+
+Result<std::shared_ptr<const std::string>> ProjectTree::json() {
+  return current().map([](const Tree& tree) { return tree.json; });
+}
+
+std::string ProjectTree::hash() {
+  return current().map([](const Tree& tree) { return tree.hash; }).value_or("");
 }
 
 Result<ProjectTree::Change> ProjectTree::change(
-    const std::function<Result<std::string>(Dictionary& content)>& edit) {
+    const Expected& expected, const std::function<Result<std::string>(Dictionary& content)>& edit) {
   Result<FileLock> lock = FileLock::acquire(path_);
   if (!lock && lock.error().code == ETIMEDOUT)
     return serverFailure(StatusCode::timedOut, "Another program keeps changing the projects.");
   if (!lock) return tl::unexpected(lock.error());
   Result<FileStamp> stamp = fileStamp(path_);
   if (!stamp) return tl::unexpected(stamp.error());
-  Result<Dictionary> content = readContent(path_, *stamp);
+  Result<Dictionary> content = readContent(*stamp);
   if (!content) return tl::unexpected(content.error());
   // What cannot be read is not written either.
   if (Result<Dictionary> tree = treeIn(*content, path_); !tree) return tl::unexpected(tree.error());
+  if (expected && *expected != hashIn(*content))
+    return serverFailure(StatusCode::hashMismatch, "The projects have been changed meanwhile.");
   Result<std::string> id = edit(*content);
   if (!id) return tl::unexpected(id.error());
   std::string hash = md5Hex(makeUUID());
   content->set("hash", hash);
+  Result<Dictionary> tree = treeIn(*content, path_);
+  if (!tree) return tl::unexpected(tree.error());
+  auto json = std::make_shared<const std::string>(writeJson(*tree));
   Result<void> written = writePropertyListFile(path_, *content);
   if (!written) return tl::unexpected(written.error());
+  if (Result<FileStamp> now = fileStamp(path_)) {
+    std::lock_guard guard(mutex_);
+    knownAt_ = *now;
+    known_ = Tree{hash, std::move(json)};
+  }
   return Change{std::move(*id), std::move(hash)};
 }
 
 Result<ProjectTree::Change> ProjectTree::create(const std::string& name, const std::string& parentID,
-                                                const std::string& dbName) {
-  return change([&](Dictionary& content) { return projects::create(content, name, parentID, dbName); });
+                                                const std::string& dbName, const Expected& expected) {
+  return change(expected,
+                [&](Dictionary& content) { return projects::create(content, name, parentID, dbName); });
 }
 
-Result<ProjectTree::Change> ProjectTree::rename(const std::string& id, const std::string& name) {
-  return change(
-      [&](Dictionary& content) { return projects::rename(content, id, name).map([&] { return id; }); });
+Result<ProjectTree::Change> ProjectTree::rename(const std::string& id, const std::string& name,
+                                                const Expected& expected) {
+  return change(expected, [&](Dictionary& content) {
+    return projects::rename(content, id, name).map([&] { return id; });
+  });
 }
 
 Result<ProjectTree::Change> ProjectTree::move(const std::string& id, const std::string& parentID,
-                                              std::int64_t toIndex) {
-  return change([&](Dictionary& content) {
+                                              std::int64_t toIndex, const Expected& expected) {
+  return change(expected, [&](Dictionary& content) {
     return projects::move(content, id, parentID, toIndex).map([&] { return id; });
   });
 }

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "foundation/Error.h"
@@ -23,30 +24,48 @@ class ProjectTree {
   explicit ProjectTree(const std::string& packageFolder);
 
   /// {"hash": text, "projects": [nodes]} as JSON; a node is {"id", "name", "dbname", "type"} and, with
-  /// children, "group": [nodes]. The file is read again when it has changed. Without a file, or a package
-  /// folder, there are no projects and the hash is empty. A malformed file is an error of domain "plist".
+  /// children, "group": [nodes]. The file is read again when it has changed. Without a file there are no
+  /// projects and the hash is empty. Errors: databaseNotFound when the package folder is missing, too; domain
+  /// "plist" for a malformed file.
   [[nodiscard]] Result<std::shared_ptr<const std::string>> json();
+  /// The hash alone. "" when there is none, or when the tree cannot be read.
+  std::string hash();
 
   /// What a change answers: the identifier of the node and the tree's new hash.
   struct Change {
     std::string id;
     std::string hash;
   };
-  // The changes of ProjectEdits.h, durable when they return. Further errors: those of reading and writing the
-  // file, timedOut when another program does not stop changing it.
+  /// The hash of the tree that a change was thought up for; absent when the client does not tell.
+  using Expected = std::optional<std::string>;
+  // The changes of ProjectEdits.h, durable when they return. Further errors: those of json(), and of reading
+  // and writing the file; hashMismatch when the tree is not the expected one any more; timedOut when another
+  // program does not stop changing it.
   [[nodiscard]] Result<Change> create(const std::string& name, const std::string& parentID,
-                                      const std::string& dbName);
-  [[nodiscard]] Result<Change> rename(const std::string& id, const std::string& name);
-  [[nodiscard]] Result<Change> move(const std::string& id, const std::string& parentID, std::int64_t toIndex);
+                                      const std::string& dbName, const Expected& expected = {});
+  [[nodiscard]] Result<Change> rename(const std::string& id, const std::string& name,
+                                      const Expected& expected = {});
+  [[nodiscard]] Result<Change> move(const std::string& id, const std::string& parentID, std::int64_t toIndex,
+                                    const Expected& expected = {});
 
  private:
   /// The edit gives the identifier of the changed node.
-  [[nodiscard]] Result<Change> change(const std::function<Result<std::string>(Dictionary& content)>& edit);
+  [[nodiscard]] Result<Change> change(const Expected& expected,
+                                      const std::function<Result<std::string>(Dictionary& content)>& edit);
+  struct Tree {
+    std::string hash;
+    std::shared_ptr<const std::string> json;
+  };
+  [[nodiscard]] Result<Tree> current();
+  [[nodiscard]] Result<Tree> read(const FileStamp& stamp) const;
+  [[nodiscard]] Result<Dictionary> readContent(const FileStamp& stamp) const;
 
+  const std::string packageFolder_;
   const std::string path_;
   std::mutex mutex_;
-  FileStamp known_;
-  std::shared_ptr<const std::string> json_;
+  /// The file as it was last read or written, and what came of it.
+  FileStamp knownAt_;
+  std::optional<Result<Tree>> known_;
 };
 
 }  // namespace vornex::server
