@@ -63,8 +63,8 @@ struct Start : std::enable_shared_from_this<Start> {
   }
 
   void fail(const TQErrorPtr& error) {
-    bool isLost = isServiceLost(error) ||
-                  error->code() == static_cast<std::int64_t>(StatusCode::serviceStopping);
+    bool isLost =
+        isServiceLost(error) || error->code() == static_cast<std::int64_t>(StatusCode::serviceStopping);
     if (!isLost || std::chrono::steady_clock::now() > lastRetry) return completion(false, error);
     std::this_thread::sleep_for(kRetryPause);
     launch();
