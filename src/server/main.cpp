@@ -89,7 +89,7 @@ int fail(const Error& error) {
 /// Another service listens, or a service manager that starts one.
 int failServed() {
   return fail({kServerErrorDomain, static_cast<std::int64_t>(StatusCode::itemExists),
-               fmt::format("{} is served already: somebody listens at {}.", layout::rootFolder(),
+               fmt::format("Another program already serves {}: it listens at {}.", layout::rootFolder(),
                            layout::controlSocket())});
 }
 

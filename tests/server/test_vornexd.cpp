@@ -151,7 +151,7 @@ TEST_F(VornexdTest, RefusesToServeARootFolderTwice) {
   awaitSocket();
   Program second({}, output_);
   EXPECT_EQ(second.end(), 3);
-  EXPECT_NE(output().find("served already"), std::string::npos) << output();
+  EXPECT_NE(output().find("already serves"), std::string::npos) << output();
   ASSERT_EQ(::unlink(layout::controlSocket().c_str()), 0);
   FileDescriptor manager = listenAt(layout::controlSocket());
   Program third({}, output_, manager.get());
