@@ -22,7 +22,7 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wimplicit-fallthrough)
 # Once it optimises, GCC 12 takes the inactive alternatives of every std::variant for uninitialised, and sees overlaps
 # and overflows in the concatenation of std::string that cannot happen.
-add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized$<SEMICOLON>-Wno-restrict$<SEMICOLON>-Wno-stringop-overflow$<SEMICOLON>-Wno-array-bounds>)
+add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized$<SEMICOLON>-Wno-restrict$<SEMICOLON>-Wno-stringop-overflow$<SEMICOLON>-Wno-stringop-overread$<SEMICOLON>-Wno-array-bounds>)
 if(VORNEX_WERROR)
   add_compile_options(-Werror)
 endif()

@@ -4,6 +4,8 @@
 #include <vornex/ProjectList.h>
 #include <vornex/Types.h>
 
+#include <mutex>
+#include <utility>
 #include <vector>
 
 namespace vornex {
@@ -14,7 +16,9 @@ struct FileStamp;
 
 /// The record of one asset library, local or network, and its project tree.
 ///
-/// Thread-safety: none of its own. Changes to one library and its trees are serialised by the caller.
+/// Thread-safety: changes to one library and its trees are serialised by the caller. Other libraries, and the
+/// manager, may be at work meanwhile: what they read of this one is guarded against this class's operations,
+/// not against a member set by the host.
 class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibrary> {
  public:
   using Ptr = LibraryPtr;
@@ -228,7 +232,11 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
 
   /// "http://address:port/vornex/libraries/dbName" followed by the path.
   OptionalString serverURL(const std::string& path) const;
-  bool saveFieldChange(const char* operation, bool sorts);
+  /// Makes the change and saves it.
+  bool saveFieldChange(const char* operation, bool sorts, const std::function<void()>& change);
+  /// By which the list is sorted: the type, then the name.
+  std::pair<std::int64_t, OptionalString> listOrder() const;
+  void setProjectHash(OptionalString hash);
   bool serverRight(const char* key) const;
   AssetFolderPtr makeAssetFolder(const std::string& group, const char* operation) const;
 
@@ -273,11 +281,15 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
 
   static const ArchivedClass archivedClass_;
 
+  /// Guards what the list of libraries is written and sorted by; held for no call to others.
+  mutable std::mutex fields_;
+
   std::shared_ptr<ProjectFile> projectFile_;
   std::shared_ptr<ProjectIndex> projectIndex_;
   bool isTreeLoaded_ = false;
 
   friend class TQAsset;
+  friend class TQLibraryManager;
   friend class TQProject;
   friend class TQSearchManager;
 };

@@ -10,6 +10,7 @@ namespace vornex {
 
 class TQCopyInterface;
 class TQWorkflowEngineInterface;
+class XMPKit;
 
 /// Owner of the list of known libraries; the entry point of the SDK.
 ///
@@ -66,6 +67,11 @@ class TQLibraryManager {
   UserPtr networkUserWithDBName(const OptionalString& dbName) const;
   /// The same from the host application's own file, read anew on each call.
   UserPtr networkUseFromBrindleWithDBName(const OptionalString& dbName) const;
+  /// The credentials by database name, each {"userid", "userpassword"}, as in "networkUsers.plist" when the
+  /// list was last loaded or a user last saved. A copy.
+  Dictionary networkUserDict() const;
+  /// Those of the host application as last read; absent when its file was missing then.
+  std::optional<Dictionary> networkUserDictFromBrindle() const;
 
   /// Takes the library out of the list and saves the list of its type; false when that fails.
   bool deleteLibraryPlist(const LibraryPtr& library);
@@ -80,9 +86,10 @@ class TQLibraryManager {
   void createLockFiles();
   /// Removes this computer's lock files from all packages but those of network libraries.
   void deleteLockFiles();
-  /// Starts what needs the local account: the copy service opens its folders.
+  /// Starts what needs the local account: the workflow engine learns where the service is and as whom to log
+  /// in, and the copy service opens its folders.
   void startWorkflows();
-  /// Has the service and the copy service open the bookmarked folders.
+  /// Has the service, the copy service and the workflow engine open the bookmarked folders.
   void startAllBookmarks();
 
   // Life cycle (TQLibraryManagerLifecycle.cpp). Completions may not be empty; the other handlers may.
@@ -149,6 +156,11 @@ class TQLibraryManager {
 
   /// The process's copy service.
   TQCopyInterface& copyInterface();
+  /// The process's reader of XMP metadata.
+  const XMPKit& xmpKit() const;
+  /// Kept for the host, which says what is in it; nothing here uses it. A copy.
+  Array bookmarks() const;
+  void setBookmarks(Array bookmarks);
 
   // Workflows (TQLibraryManagerWorkflows.cpp)
 
@@ -165,6 +177,10 @@ class TQLibraryManager {
   TQLibraryManager();
   ~TQLibraryManager() = delete;
   bool writeList(std::int64_t type);
+  void loadNetworkUsers();
+  /// Keeps the credentials of the network libraries among these, or these by database name.
+  bool saveNetworkUsers(const std::vector<LibraryPtr>& libraries);
+  bool saveNetworkUsers(const Dictionary& added);
   bool changeNetworkUsers(const char* operation, const std::function<void(Dictionary& users)>& change);
   struct State;
   const std::unique_ptr<State> state_;

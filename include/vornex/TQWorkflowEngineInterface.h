@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/AtomicPtr.h>
 #include <vornex/Types.h>
 
 namespace vornex {
@@ -11,6 +12,15 @@ namespace vornex {
 /// Thread-safety: safe on any thread, and beside other processes.
 class TQWorkflowEngineInterface {
  public:
+  /// Tells the engine where the local service serves, and the MD5 text of the local account's password, with
+  /// which it logs in there. Called again whenever either changes.
+  void startWorkFlowWithPort(std::int64_t port, OptionalString localPassword);
+  /// The connection to the local service; null before startWorkFlowWithPort.
+  ConnectionPtr connection() const { return connection_; }
+
+  /// Wakes the bookmarked folders and their volumes, which jobs read and write.
+  void startAllBookmarks();
+
   /// Calls back, on a worker thread, with the first job of the type; absent when there is none or the jobs
   /// cannot be read, which is logged.
   void searchWorkflowWithJobType(std::int64_t jobType,
@@ -18,6 +28,9 @@ class TQWorkflowEngineInterface {
 
   /// Removes the jobs of the library. Blocks. What cannot be written is logged.
   void cancelWorkflowWithDBName(const std::string& dbName);
+
+ private:
+  AtomicPtr<TQConnection> connection_;
 };
 
 }  // namespace vornex

@@ -1,7 +1,9 @@
 #include <vornex/Log.h>
 #include <vornex/TQAsset.h>
 #include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
 #include <vornex/TQProject.h>
+#include <vornex/XMPKit.h>
 
 #include "core/Coercion.h"
 #include "core/DateNumber.h"
@@ -216,7 +218,7 @@ void TQAsset::setTags(std::vector<std::string> newTags) {
 }
 
 std::optional<Dictionary> TQAsset::xmpMetaWithPath(const std::string& path) const {
-  return contained::xmpMetadata(path);
+  return TQLibraryManager::sharedManager().xmpKit().metadataWithPath(path);
 }
 
 std::optional<Dictionary> TQAsset::mediaInfoWithPath(const std::string& path) const {

@@ -4,6 +4,7 @@
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQVornexUtil.h>
 #include <vornex/TQWorkflowEngineInterface.h>
+#include <vornex/XMPKit.h>
 
 #include <memory>
 #include <mutex>
@@ -37,6 +38,11 @@ struct TQLibraryManager::State {
   /// Guards the file, too.
   std::mutex networkUsersMutex;
   Dictionary networkUsers;
+  /// Absent when the host application's file was missing at the last look.
+  Published<std::optional<Dictionary>> networkUsersFromBrindle;
+  /// The host's.
+  Published<Array> bookmarks;
+  XMPKit xmpKit;
   TQCopyInterface copyInterface;
   TQWorkflowEngineInterface workflowEngineInterface;
 

@@ -11,7 +11,6 @@
 #include <vornex/VornexSDK.h>
 
 #include <algorithm>
-#include <tuple>
 #include <unordered_set>
 
 #include "core/Coercion.h"
@@ -35,13 +34,6 @@ void createDefaultFolders() {
     logLine(LogLevel::error, fmt::format("createDefaultFolder, Can't create directory:{}", folder));
     return;
   }
-}
-
-std::vector<LibraryPtr> sorted(std::vector<LibraryPtr> libraries) {
-  std::stable_sort(libraries.begin(), libraries.end(), [](const LibraryPtr& a, const LibraryPtr& b) {
-    return std::tie(a->libraryType, a->name) < std::tie(b->libraryType, b->name);
-  });
-  return libraries;
 }
 
 std::string listPath(std::int64_t type) {
@@ -81,7 +73,15 @@ LibraryList::LibraryList(std::vector<LibraryPtr> libraries) : all(std::move(libr
 }
 
 void TQLibraryManager::State::publish(std::vector<LibraryPtr> next) {
-  libraries.publish(LibraryList(sorted(std::move(next))));
+  // A name may change on another thread while the list is sorted.
+  std::vector<std::pair<std::pair<std::int64_t, OptionalString>, LibraryPtr>> ordered;
+  ordered.reserve(next.size());
+  for (LibraryPtr& library : next) ordered.emplace_back(library->listOrder(), std::move(library));
+  std::stable_sort(ordered.begin(), ordered.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::transform(ordered.begin(), ordered.end(), next.begin(),
+                 [](auto& entry) { return std::move(entry.second); });
+  libraries.publish(LibraryList(std::move(next)));
 }
 
 void TQLibraryManager::State::append(const std::vector<LibraryPtr>& added) {
@@ -110,17 +110,32 @@ TQLibraryManager& TQLibraryManager::sharedManager() {
 
 TQLibraryManager::TQLibraryManager() : state_(std::make_unique<State>()) {
   createDefaultFolders();
-  if (auto users = readDictionaryFile(TQVornexUtil::networkUserPlist()))
-    state_->networkUsers = std::move(*users);
+  XMPKit::XMPKitInit();
+  loadNetworkUsers();
+  state_->networkUsersFromBrindle.publish(
+      readDictionaryFile(TQVornexUtil::networkUserPlistFromBrindle()).value_or(Dictionary()));
 }
 
 TQCopyInterface& TQLibraryManager::copyInterface() {
   return state_->copyInterface;
 }
 
+const XMPKit& TQLibraryManager::xmpKit() const {
+  return state_->xmpKit;
+}
+
+Array TQLibraryManager::bookmarks() const {
+  return *state_->bookmarks.read();
+}
+
+void TQLibraryManager::setBookmarks(Array bookmarks) {
+  state_->bookmarks.publish(std::move(bookmarks));
+}
+
 void TQLibraryManager::loadAllLibraries(std::function<void(std::vector<LibraryPtr> libraries)> completion) {
   GlobalQueue::shared().async([this, completion = std::move(completion)] {
     std::lock_guard lock(state_->monitor);
+    loadNetworkUsers();
     std::vector<LibraryPtr> loaded;
     for (std::int64_t type : {kLibraryTypeLocal, kLibraryTypeNetwork}) {
       auto read = state_->list(type).load([&](const Value& row) {
@@ -192,7 +207,9 @@ std::vector<LibraryPtr> TQLibraryManager::findNetworkLibrariesWithBonjourName(
 std::vector<LibraryPtr> TQLibraryManager::findNetworkLibrariesWithIP(const OptionalString& address) const {
   if (!address) return {};
   std::vector<LibraryPtr> result = networkLibraries();
-  std::erase_if(result, [&](const LibraryPtr& library) { return library->connection->address != address; });
+  std::erase_if(result, [&](const LibraryPtr& library) {
+    return !library->connection || library->connection->address != address;
+  });
   return result;
 }
 
@@ -205,9 +222,8 @@ bool TQLibraryManager::addLibraries(const std::vector<LibraryPtr>& added) {
       if (!library) continue;
       if (!findLibrary(library) && names.insert(library->dbName.value_or("")).second)
         unknown.push_back(library);
-      if (library->libraryType == kLibraryTypeNetwork)
-        saveNetworkUserFile(library->connection->user, library);
     }
+    saveNetworkUsers(added);
     state_->append(unknown);
     state_->claim(added);
   }
@@ -267,6 +283,7 @@ void TQLibraryManager::updateLocalPassword() {
   std::lock_guard lock(state_->monitor);
   UserPtr current = localUser();
   for (const LibraryPtr& library : localLibraries()) {
+    if (!library->connection) continue;
     UserPtr user = library->connection->user;
     if (!user || user->id != current->id || user->password != current->password)
       library->connection->user = current;
@@ -283,6 +300,8 @@ void TQLibraryManager::deleteLockFiles() {
 }
 
 void TQLibraryManager::startWorkflows() {
+  workflowEngineInterface().startWorkFlowWithPort(VornexSDK::sharedInstance().WASPort,
+                                                  TQUserManager::sharedManager().localPasswordMD5());
   copyInterface().startAllBookmarks();
 }
 
@@ -290,6 +309,7 @@ void TQLibraryManager::startAllBookmarks() {
   auto service = TQVornexService();
   if (service) service->startAllBoookmarks([](const TQErrorPtr&) {});
   copyInterface().startAllBookmarks();
+  workflowEngineInterface().startAllBookmarks();
 }
 
 }  // namespace vornex

@@ -1,4 +1,5 @@
 #include <vornex/Log.h>
+#include <vornex/TQConnection.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQUser.h>
@@ -39,15 +40,47 @@ bool TQLibraryManager::changeNetworkUsers(const char* operation,
   return written.has_value();
 }
 
-bool TQLibraryManager::saveNetworkUserFile(const UserPtr& user, const LibraryPtr& library) {
-  if (!user || !library) return false;
-  if (!library->dbName || !user->id || !user->password) {
+// Whether the credentials have everything; logged when not.
+static bool addCredentials(Dictionary& users, const TQUser& user, const OptionalString& dbName) {
+  if (!dbName || !user.id || !user.password) {
     logLine(LogLevel::error, "saveNetworkUserFile exception:no database name, user ID or password");
     return false;
   }
+  users.set(*dbName, Dictionary{{"userid", user.id}, {"userpassword", user.password}});
+  return true;
+}
+
+bool TQLibraryManager::saveNetworkUserFile(const UserPtr& user, const LibraryPtr& library) {
+  if (!user || !library) return false;
+  Dictionary added;
+  return addCredentials(added, *user, library->dbName) && saveNetworkUsers(added);
+}
+
+bool TQLibraryManager::saveNetworkUsers(const std::vector<LibraryPtr>& libraries) {
+  Dictionary added;
+  for (const LibraryPtr& library : libraries) {
+    if (!library || library->libraryType != kLibraryTypeNetwork || !library->connection) continue;
+    if (UserPtr user = library->connection->user) addCredentials(added, *user, library->dbName);
+  }
+  return added.empty() || saveNetworkUsers(added);
+}
+
+bool TQLibraryManager::saveNetworkUsers(const Dictionary& added) {
   return changeNetworkUsers("saveNetworkUserFile", [&](Dictionary& users) {
-    users.set(*library->dbName, Dictionary{{"userid", user->id}, {"userpassword", user->password}});
+    for (const auto& [dbName, credentials] : added) users.set(dbName, credentials);
   });
+}
+
+// Those in memory stay when the file is gone or damaged: they are written again with the next change.
+void TQLibraryManager::loadNetworkUsers() {
+  std::lock_guard lock(state_->networkUsersMutex);
+  if (auto users = readDictionaryFile(TQVornexUtil::networkUserPlist()))
+    state_->networkUsers = std::move(*users);
+}
+
+Dictionary TQLibraryManager::networkUserDict() const {
+  std::lock_guard lock(state_->networkUsersMutex);
+  return state_->networkUsers;
 }
 
 void TQLibraryManager::deleteNetworkUserWithDBName(const OptionalString& dbName) {
@@ -62,7 +95,12 @@ UserPtr TQLibraryManager::networkUserWithDBName(const OptionalString& dbName) co
 
 UserPtr TQLibraryManager::networkUseFromBrindleWithDBName(const OptionalString& dbName) const {
   auto users = readDictionaryFile(TQVornexUtil::networkUserPlistFromBrindle());
+  state_->networkUsersFromBrindle.publish(users ? std::make_optional(*users) : std::nullopt);
   return networkUser(users ? *users : Dictionary(), dbName);
+}
+
+std::optional<Dictionary> TQLibraryManager::networkUserDictFromBrindle() const {
+  return *state_->networkUsersFromBrindle.read();
 }
 
 }  // namespace vornex

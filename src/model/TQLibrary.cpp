@@ -76,6 +76,7 @@ TQLibrary::Ptr TQLibrary::libraryWithDictionary(const Dictionary& dictionary) {
 
 std::optional<Dictionary> TQLibrary::libDictionary() const {
   using conversion::required;
+  std::lock_guard lock(fields_);
   return conversion::caught("libDictionary exception: ", [&]() -> std::optional<Dictionary> {
     return Dictionary{{"dbname", required(dbName, "dbname")},
                       {"name", required(name, "name")},
@@ -106,7 +107,11 @@ bool TQLibrary::writeToFile() const {
   return written.has_value();
 }
 
-bool TQLibrary::saveFieldChange(const char* operation, bool sorts) {
+bool TQLibrary::saveFieldChange(const char* operation, bool sorts, const std::function<void()>& change) {
+  {
+    std::lock_guard lock(fields_);
+    change();
+  }
   TQLibraryManager& manager = TQLibraryManager::sharedManager();
   if (!manager.saveLibrariesFileWithType(libraryType)) {
     logLine(LogLevel::error, fmt::format("TQLibrary::{}, Can't save Library Plist", operation));
@@ -118,43 +123,40 @@ bool TQLibrary::saveFieldChange(const char* operation, bool sorts) {
 
 bool TQLibrary::updateName(OptionalString value) {
   if (!value) return false;
-  name = std::move(value);
-  return saveFieldChange("updateName", true);
+  return saveFieldChange("updateName", true, [&] { name = std::move(value); });
 }
 
 bool TQLibrary::updateDesc(OptionalString value) {
   if (!value) return false;
-  desc = std::move(value);
-  return saveFieldChange("updateDesc", false);
+  return saveFieldChange("updateDesc", false, [&] { desc = std::move(value); });
 }
 
 bool TQLibrary::updateMountPath(OptionalString value) {
   if (!value) return false;
-  mountPath = std::move(value);
-  return saveFieldChange("updateMountPath", false);
+  return saveFieldChange("updateMountPath", false, [&] { mountPath = std::move(value); });
 }
 
 bool TQLibrary::updateShared(bool value) {
-  isShared = value;
-  return saveFieldChange("updateShared", false);
+  return saveFieldChange("updateShared", false, [&] { isShared = value; });
 }
 
 bool TQLibrary::updateCreatable(bool value) {
-  storedIsCreatable = value;
-  return saveFieldChange("updateCreatable", false);
+  return saveFieldChange("updateCreatable", false, [&] { storedIsCreatable = value; });
 }
 
 bool TQLibrary::updateEditable(bool value) {
-  storedIsEditable = value;
-  return saveFieldChange("updateEditable", false);
+  return saveFieldChange("updateEditable", false, [&] { storedIsEditable = value; });
 }
 
 bool TQLibrary::updateNewName(OptionalString newName, OptionalString newDesc, OptionalString newMountPath,
                               bool shared, TQErrorPtr* error) {
-  if (newName) name = std::move(newName);
-  if (newDesc) desc = std::move(newDesc);
-  if (newMountPath) mountPath = std::move(newMountPath);
-  isShared = shared;
+  {
+    std::lock_guard lock(fields_);
+    if (newName) name = std::move(newName);
+    if (newDesc) desc = std::move(newDesc);
+    if (newMountPath) mountPath = std::move(newMountPath);
+    isShared = shared;
+  }
   TQLibraryManager& manager = TQLibraryManager::sharedManager();
   if (!manager.saveLibrariesFileWithType(libraryType)) {
     logLine(LogLevel::error, "TQLibrary::updateNewName, Can't save Library Plist");
@@ -171,6 +173,16 @@ void TQLibrary::updateNewName(OptionalString newName, OptionalString newDesc, Op
   TQErrorPtr error;
   updateNewName(std::move(newName), std::move(newDesc), std::move(newMountPath), shared, &error);
   completion(!error, error);
+}
+
+std::pair<std::int64_t, OptionalString> TQLibrary::listOrder() const {
+  std::lock_guard lock(fields_);
+  return {libraryType, name};
+}
+
+void TQLibrary::setProjectHash(OptionalString hash) {
+  std::lock_guard lock(fields_);
+  projectHashValue = std::move(hash);
 }
 
 OptionalString TQLibrary::serverURL(const std::string& path) const {

@@ -29,7 +29,7 @@ OptionalString TQLibrary::takeTreeChange(const Value& response, TQErrorPtr& erro
   OptionalString id = coerce::string(response.find("id"));
   if (!id) error = tree::error(10004, "response.error.invalid");
   OptionalString hash = coerce::string(response.find("hash"));
-  if (id && hash) projectHashValue = hash;
+  if (id && hash) setProjectHash(hash);
   return id;
 }
 

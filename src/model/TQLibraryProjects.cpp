@@ -32,7 +32,7 @@ std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error
     failure = tree::error(10004, "response.error.invalid");
     return std::nullopt;
   }
-  projectHashValue = coerce::string(response.find("hash"));
+  setProjectHash(coerce::string(response.find("hash")));
   takeProjects(*nodes->ifArray());
   isTreeLoaded_ = true;
   projectFile().setBase(state);
@@ -175,7 +175,7 @@ bool TQLibrary::prepareChange() {
     // Without a file there is still nothing: a tree that appears later is not written over.
     if (!*tree) return true;
     takeProjects((*tree)->nodes);
-    projectHashValue = std::move((*tree)->hash);
+    setProjectHash(std::move((*tree)->hash));
   }
   isTreeLoaded_ = true;
   return true;
@@ -200,7 +200,7 @@ TQLibrary::SaveResult TQLibrary::saveTree() {
     logLine(LogLevel::error, "saveProjects: another program has changed " + projectFile().path());
     return SaveResult::overtaken;
   }
-  projectHashValue = std::move(hash);
+  setProjectHash(std::move(hash));
   projectIndex_->prepare(projects);
   return SaveResult::saved;
 }

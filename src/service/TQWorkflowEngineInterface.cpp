@@ -1,5 +1,8 @@
 #include <vornex/Log.h>
 #include <vornex/Queue.h>
+#include <vornex/TQBookmarkUtil.h>
+#include <vornex/TQConnection.h>
+#include <vornex/TQUser.h>
 #include <vornex/TQVornexUtil.h>
 #include <vornex/TQWorkflowEngineInterface.h>
 
@@ -23,6 +26,16 @@ static std::optional<Dictionary> firstJob(std::int64_t jobType) {
   for (const Value& job : coerce::array(file->find(kJobs)))
     if (job.ifDictionary() && coerce::integer(job.find("jobtype")) == jobType) return *job.ifDictionary();
   return std::nullopt;
+}
+
+void TQWorkflowEngineInterface::startWorkFlowWithPort(std::int64_t port, OptionalString localPassword) {
+  connection_ = TQConnection::connectionWithAddress(
+      "127.0.0.1", port,
+      TQUser::userWithID(kTQLocalUserID, kTQLocalUserID, kUserTypeLocalOwner, std::move(localPassword)));
+}
+
+void TQWorkflowEngineInterface::startAllBookmarks() {
+  TQBookmarkUtil::startAllBookmarks();
 }
 
 void TQWorkflowEngineInterface::searchWorkflowWithJobType(
