@@ -28,7 +28,8 @@ const char* typeOf(const LibraryPtr& library) {
 
 /// A plain name stands for a folder below the default folder, which is made when it is missing.
 Result<std::string> packageFolder(const std::string& place) {
-  if (place.find('/') != std::string::npos) {
+  if (isBlank(place)) return failure("vornex", 0, "a library needs a place");
+  if (place.find('/') != std::string::npos || place == "." || place == "..") {
     const std::string folder = absolutePath(place);
     const std::string parent = deletingLastPathComponent(folder);
     if (!isDirectory(parent)) return failure("vornex", 0, fmt::format("there is no folder {}", parent));
@@ -62,8 +63,11 @@ Result<LibraryPtr> createLibrary(const std::string& place, const LibraryCreateCo
 
 /// Whether the library answers; an error why not.
 Result<void> check(const LibraryPtr& library) {
-  if (library->libraryType == kLibraryTypeLocal && !isDirectory(library->packageFolder.value_or("")))
-    return failure("vornex", 0, "its folder is missing");
+  const bool isLocal = library->libraryType == kLibraryTypeLocal;
+  if (isLocal && !isDirectory(library->packageFolder.value_or("")))
+    return failure("vornex", 0, "its folder is missing; if it was moved, import it from where it is");
+  if (isLocal && !fileExists(*TQVornexUtil::libraryPlistWithPackageFolder(library->packageFolder)))
+    return failure("vornex", 0, "its folder holds no library");
   auto counts = countAssets(library);
   if (!counts) return tl::unexpected(counts.error());
   return {};
@@ -178,7 +182,11 @@ Result<void> run(const LibraryReloadCommand& command, Host& host, const Output& 
     output.record("library", record);
     table.addRow({library->name.value_or(""), answers ? "usable" : answers.error().message});
   }
-  if (!table.empty()) output.table(table);
+  if (table.empty()) {
+    output.text("There is no library yet.");
+  } else {
+    output.table(table);
+  }
   if (failures == 0) return {};
   return failure("vornex", 0, fmt::format("{} of {} libraries cannot be used", failures, libraries->size()));
 }

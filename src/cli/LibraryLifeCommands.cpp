@@ -122,12 +122,17 @@ Result<void> confirmTakeover(const std::string& folder, bool yes) {
       fmt::format("Another computer may be using {}. What it changes from now on may be lost.", folder), yes);
 }
 
-/// The library whose database is in the hands of this computer.
+/// The library, when its database and its package are in the hands of this computer.
 Result<LibraryPtr> localLibrary(Host& host, const OptionalString& wanted) {
   auto library = host.listedLibrary(wanted);
-  if (!library || (*library)->libraryType == kLibraryTypeLocal) return library;
-  return failure("vornex", 0,
-                 fmt::format("\"{}\" is a network library; its database is on its server", nameOf(*library)));
+  if (!library) return library;
+  if ((*library)->libraryType != kLibraryTypeLocal)
+    return failure(
+        "vornex", 0,
+        fmt::format("\"{}\" is a network library; its database is on its server", nameOf(*library)));
+  if (!isDirectory(folderOf(*library)))
+    return failure("vornex", 0, fmt::format("there is no folder {}", folderOf(*library)));
+  return library;
 }
 
 }  // namespace

@@ -58,7 +58,10 @@ Dictionary facts(const ProjectPtr& project) {
 }
 
 Result<ProjectPtr> existing(const LibraryPtr& library, const std::string& path) {
-  return Host::project(library, path);
+  if (ProjectPtr node = findProject(library, path)) return node;
+  return failure(
+      "vornex", 0,
+      fmt::format("there is no project or group \"{}\" in \"{}\"", path, library->name.value_or("")));
 }
 
 /// A project below the library, or a group below the parent when there is one.

@@ -165,6 +165,9 @@ Result<void> DatabaseCopies::backUp(bool close, const Progress& progress) const 
   constexpr const char* kOperation = "backupDatabaseWithLibrary";
   if (auto valid = check(); !valid) return valid;
   logLine(LogLevel::info, fmt::format("backup database syncing:{} -> {}", working_, packagedFolder_));
+  // A folder made where a volume is not mounted would pass for the package.
+  if (const std::string package = deletingLastPathComponent(packagedFolder_); !isDirectory(package))
+    return logged("Can't create directory:" + packagedFolder_, posixFailure(ENOENT, "find " + package));
   if (auto made = makeFolder(kOperation, packagedFolder_); !made) return made;
   if (auto made = makeFolder(kOperation, layout::databaseRoot()); !made) return made;
   auto locked = lock(Use::write);
