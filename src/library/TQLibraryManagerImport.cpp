@@ -125,15 +125,12 @@ class PackageImport {
 
   /// From the service's consent to the saved list.
   TQErrorPtr takeIn() {
-    const bool known = isKnownToService();
     library_->versionNumber = kSharedDatabaseVersion;
-    TQErrorPtr error = known ? askService(&ServiceProxy::launchLibraryForDBName, dbName())
-                             : askService(&ServiceProxy::addExistingLibrary,
-                                          library_->libDictionary().value_or(Dictionary()));
+    TQErrorPtr error = haveServed();
     if (error) {
       library_->removeLibraryLockFile();
-      const bool isMissing = error->code() == static_cast<std::int64_t>(StatusCode::databaseNotFound);
-      return isMissing ? libraryError(10019, "library.error.db.restore.failed", error->message()) : error;
+      return isMissing(error) ? libraryError(10019, "library.error.db.restore.failed", error->message())
+                              : error;
     }
     isServed_ = true;
     error = checkLock();
@@ -148,6 +145,19 @@ class PackageImport {
     // The service follows the list: whoever asks it next finds the library at its place.
     askService(&ServiceProxy::updateLibrary);
     return error;
+  }
+
+  static bool isMissing(const TQErrorPtr& error) {
+    return error && error->code() == static_cast<std::int64_t>(StatusCode::databaseNotFound);
+  }
+
+  TQErrorPtr haveServed() const {
+    if (isKnownToService()) {
+      TQErrorPtr error = askService(&ServiceProxy::launchLibraryForDBName, dbName());
+      // Else it was about to forget the library, which has left the list.
+      if (!isMissing(error)) return error;
+    }
+    return askService(&ServiceProxy::addExistingLibrary, library_->libDictionary().value_or(Dictionary()));
   }
 
   bool removeLockFiles() const {
