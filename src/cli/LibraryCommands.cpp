@@ -69,9 +69,9 @@ Result<void> check(const LibraryPtr& library) {
   const bool isLocal = library->libraryType == kLibraryTypeLocal;
   if (isLocal && !fileExists(*TQVornexUtil::libraryPlistWithPackageFolder(library->packageFolder)))
     return failure("vornex", 0, "its folder holds no library");
-  auto counts = countAssets(library);
-  if (!counts) return tl::unexpected(counts.error());
-  return {};
+  TQErrorPtr error;
+  if (!library->loadProjects(&error)) return tl::unexpected(fromSDK(error));
+  return countAssets(library).map([](const AssetCounts&) {});
 }
 
 /// The list and the package both have the name, so that it comes back when the package is imported.
