@@ -470,9 +470,12 @@ Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
   std::string path = appendPathComponent(folder, kDatabaseFileName);
   Result<void> copied = readers_.use([&](Database& reader) { return reader.copyTo(path); });
   if (copied) return syncDirectory(folder);
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
-    std::filesystem::remove(entry.path(), ignored);
+  std::error_code ended;
+  for (std::filesystem::directory_iterator entry(folder, ended), end; !ended && entry != end;
+       entry.increment(ended)) {
+    std::error_code ignored;
+    std::filesystem::remove(entry->path(), ignored);
+  }
   return copied;
 }
 
