@@ -75,14 +75,14 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   bool moveItem(const Ptr& item, std::int64_t toIndex, TQErrorPtr* error = nullptr);
   /// Moves a child of this node into another parent, at an index of that parent's list; this node may be that
   /// parent, and the index then counts positions without the item. Also 10000 for a parent that lies within
-  /// the item or in no tree of this library (a reload has made new groups), and for groups that would lie too
-  /// deep.
+  /// the item or in no tree of this library (a reload has made new groups), and 10001 for groups that would
+  /// lie too deep.
   bool moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent, TQErrorPtr* error = nullptr);
   /// Errors: 10000 no name or an empty one, 10002 the name is taken (a network library leaves that to its
   /// server), 10003 not saved, 10004 a useless answer, or the request's.
   void rename(const OptionalString& name, Completion completion);
   bool rename(const OptionalString& name, TQErrorPtr* error);
-  /// Errors as of rename; also 10000 for a group that would lie too deep.
+  /// Errors as of rename; also 10001 for a group that would lie too deep.
   void addGroupWithName(const OptionalString& name,
                         std::function<void(Ptr group, TQErrorPtr error)> completion);
   /// Errors: 10000 no group, or one that its parent does not list, 10003 not saved, 10005 a network library.

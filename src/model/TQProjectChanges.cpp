@@ -39,7 +39,7 @@ TQErrorPtr TQProject::refusalOfMove(const TQProject& item, std::int64_t toIndex,
       !tree::isInsertionIndex(inParent.childGroups, toIndex))
     return tree::error(10000, "request.error.param.nil");
   if (tree::depthOf(inParent) + 1 + tree::levelsBelow(item) > kDeepestLevel)
-    return tree::error(10000, "group.error.too.deep");
+    return tree::error(10001, "group.error.too.deep");
   return nullptr;
 }
 
@@ -155,7 +155,7 @@ void TQProject::addGroupWithName(const OptionalString& groupName,
     return completion(nullptr, tree::error(10002, "group.message.exist"));
   }
   if (tree::depthOf(*this) >= kDeepestLevel)
-    return completion(nullptr, tree::error(10000, "group.error.too.deep"));
+    return completion(nullptr, tree::error(10001, "group.error.too.deep"));
   Ptr group = projectWithName(groupName, dbName, kProjectTypeGroup);
   if (!group) return completion(nullptr, tree::error(10000, "request.error.param.nil"));
   adoptGroup(group);

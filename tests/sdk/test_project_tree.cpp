@@ -420,7 +420,7 @@ TEST_F(ProjectTree, MovesGroupsIntoOtherParents) {
   ProjectPtr deep = root;
   for (int level = 1; level <= 254; ++level) deep = addBelow(deep, "L" + std::to_string(level), "n");
   EXPECT_TRUE(library_->saveProjects());
-  EXPECT_EQ(codeOf(std::get<1>(addGroup(deep, "too deep"))), 10000);
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(deep, "too deep"))), 10001);
   EXPECT_FALSE(other->moveItem(group, 0, deep->parent.lock()));
   root->childGroups.clear();
   EXPECT_TRUE(library_->saveProjects());
