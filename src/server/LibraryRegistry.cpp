@@ -97,8 +97,12 @@ LibraryRegistry::LibraryRegistry(StoreOpener opener, std::chrono::milliseconds t
       reopener_([this](const std::stop_token& stop) { reopenInTime(stop); }) {}
 
 LibraryRegistry::~LibraryRegistry() {
+  end();
+}
+
+void LibraryRegistry::end() {
   reopener_.request_stop();
-  reopener_.join();
+  if (reopener_.joinable()) reopener_.join();
   closeAll();
 }
 
