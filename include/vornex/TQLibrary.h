@@ -39,8 +39,9 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// missing.
   bool writeToFile() const;
 
-  /// Each sets its field, saves the library list and, for a local library, "library.plist". An absent string
-  /// changes nothing and gives false. The field keeps its new value when saving fails.
+  /// Each sets its field, saves the library list and, for a local library, "library.plist", which gets what
+  /// the list holds then: other programs' changes, too. An absent string changes nothing and gives false. The
+  /// field keeps its new value when saving fails.
   bool updateName(OptionalString name);
   bool updateDesc(OptionalString desc);
   bool updateMountPath(OptionalString mountPath);
@@ -103,8 +104,8 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   // a network library is made when the one before is answered, since its answer brings the new hash.
 
   /// Loads the tree from the server on a worker thread and calls back there: the root projects, or an error.
-  /// Known root projects keep their objects; groups are built anew. Errors: 10000 no connection or user,
-  /// 10004 a useless answer, or the request's.
+  /// Known root projects keep their objects; groups are built anew. Errors: 10000 no server, user or
+  /// password, 10004 a useless answer, or the request's.
   void loadProjects(
       std::function<void(std::optional<std::vector<ProjectPtr>> projects, TQErrorPtr error)> completion);
   /// The same, blocking. Absent on failure.
@@ -123,8 +124,8 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   std::int64_t indexOfProject(const ProjectPtr& project) const;
   /// Reorders the root projects; the index counts positions before the move. Blocks for a network library.
   /// False, nothing changed and *error set, for an unknown item or an index out of range (10000), a refusal
-  /// of the server (its error), a file that cannot be read or that another program has changed (10003). A
-  /// local move that the disk refuses is kept, and logged.
+  /// of the server (its error), a file that another program has changed (10003). True with *error set
+  /// (10003): moved here, but not saved.
   bool moveItem(const ProjectPtr& item, std::int64_t toIndex, TQErrorPtr* error = nullptr);
   /// The project or group with the identifier, or null. Root projects come before groups. Costs the same
   /// however large the tree is, but for the first call after a change of this tree.
@@ -234,6 +235,8 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// "http://address:port/vornex/libraries/dbName" followed by the path.
   OptionalString serverURL(const std::string& path) const;
   /// Makes the change and saves it.
+  /// Brings "library.plist" to what the saved list says of this library; its other keys stay.
+  bool writeListedRow() const;
   bool saveFieldChange(const char* operation, bool sorts, const std::function<void()>& change);
   /// By which the list is sorted: the type, then the name.
   std::pair<std::int64_t, OptionalString> listOrder() const;
@@ -242,16 +245,18 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   AssetFolderPtr makeAssetFolder(const std::string& group, const char* operation) const;
 
   /// The server's answer, and for a local library the state of the file that it stands for.
-  Value askForTree(FileStamp& state, TQErrorPtr& error);
+  Value askForTree(const TQUser& user, FileStamp& state, TQErrorPtr& error);
   void takeProjects(const Array& nodes);
   /// The file of a local library's tree, for the package folder that it has now.
   ProjectFile& projectFile();
-  /// Before a local change: the tree of the file stands in while none was loaded or made. False when the file
-  /// is there but cannot be read whole, or there is no package folder.
-  bool prepareChange();
-  enum class SaveResult { saved, notSaved, overtaken };
-  SaveResult saveTree();
-  TQErrorPtr projectsNotSaved() const;
+  /// As whom the server is asked; null, and error 10000, while that or the server is not known.
+  UserPtr requestUser(TQErrorPtr& error) const;
+  /// Before a local change: the tree of the file stands in while none was loaded or made. Error 10003 when
+  /// the file is there but cannot be read whole, or there is no package folder.
+  TQErrorPtr prepareChange();
+  /// Null, or error 10003; *isOvertaken becomes true when another program has changed the file.
+  TQErrorPtr saveTree(bool* isOvertaken = nullptr);
+  TQErrorPtr projectsNotSaved(const std::string& reason) const;
   void adoptProject(const ProjectPtr& project);
   void addNetworkProject(const std::string& newName,
                          const std::function<void(ProjectPtr project, TQErrorPtr error)>& completion);
@@ -267,7 +272,8 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// Whether the item may be moved: a network library asks its server.
   bool confirmMove(const TQProject& item, const OptionalString& parentID, std::int64_t toIndex,
                    TQErrorPtr& error);
-  /// Saves a local library's tree after a move. False when the move has to be taken back.
+  /// Saves a local library's tree after a move, with an error when it cannot be. False when the move has to
+  /// be taken back.
   bool saveMove(TQErrorPtr& error);
   /// Whether the node is in the tree: every list on the way up has it.
   bool holds(const TQProject& node) const;

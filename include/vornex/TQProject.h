@@ -63,20 +63,23 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   std::int64_t descendantCount() const;
 
   // Changes. A local library's rewrite its "project.plist"; a network library's are made by its server first,
-  // and the moves and the second rename block meanwhile. A change that fails leaves the tree as it was. A
-  // local change fails, too, when another program has changed the file since the tree was loaded: load the
-  // tree and try again. Only a local move that the disk refuses is kept, and logged. Completions come on the
-  // caller's thread, for a network library's answer on the main queue. Groups lie at most 254 levels below
-  // their project.
+  // and the moves and the second rename block meanwhile. A change that fails leaves the tree as it was; only
+  // a local move that cannot be saved is kept. A local change fails, too, when another program has changed
+  // the file since the tree was loaded: load the tree and try again. Error 10003 has the reason in its
+  // userInfo (kLocalizedFailureReasonKey). Completions come on the caller's thread, for a network library's
+  // answer on the main queue. Groups lie at most 254 levels below their project.
+  //
+  // A node that is in no tree any more (it was removed, or a load has made new groups) cannot be changed:
+  // error 10000. A network library's server knows it by its identifier: renamed and given groups it can be,
+  // and the node that is in the tree now follows.
 
   /// Reorders within this node; the index counts positions before the move. False, and *error set, for an
-  /// unknown item or an index out of range (10000), a refusal of the server (its error), a file that cannot
-  /// be read or that another program has changed (10003).
+  /// unknown item or an index out of range (10000), a refusal of the server (its error), a file that another
+  /// program has changed (10003). True with *error set (10003): moved here, but not saved.
   bool moveItem(const Ptr& item, std::int64_t toIndex, TQErrorPtr* error = nullptr);
   /// Moves a child of this node into another parent, at an index of that parent's list; this node may be that
   /// parent, and the index then counts positions without the item. Also 10000 for a parent that lies within
-  /// the item or in no tree of this library (a reload has made new groups), and 10001 for groups that would
-  /// lie too deep.
+  /// the item or in no tree of this library, 10001 for groups that would lie too deep.
   bool moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inParent, TQErrorPtr* error = nullptr);
   /// Errors: 10000 no name or an empty one, 10002 the name is taken (a network library leaves that to its
   /// server), 10003 not saved, 10004 a useless answer, or the request's.
@@ -202,10 +205,14 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
 
   static const Ptr& undefinedProject();
   /// Why the child cannot move there; null when nothing here speaks against it.
-  TQErrorPtr refusalOfMove(const TQProject& item, std::int64_t toIndex, const TQProject& inParent) const;
+  TQErrorPtr refusalOfMove(const Ptr& item, std::int64_t toIndex, const TQProject& inParent) const;
   /// The parent that a change names to the server: the node's own for a project.
   OptionalString parentID() const;
+  /// The node that stands for this one in its library's tree: another one when a load has made new groups.
+  Ptr nodeInTree();
   Dictionary renameRequest(const std::string& newName) const;
+  /// Ends a renaming by the server, which the name was changed for.
+  void endRename(bool isDone, const OptionalString& oldName);
   TQErrorPtr renameLocally(const std::string& newName, TQLibrary& owner);
   void adoptGroup(const Ptr& group);
   /// Those of an archived list that no other list has claimed: a tree names each of its nodes once.

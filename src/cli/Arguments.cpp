@@ -31,7 +31,11 @@ void addServiceCommands(CLI::App& app, Arguments& arguments) {
   addCommand<StatusCommand>(app, arguments, "status", "Say whether the service runs, and where");
 }
 
-constexpr const char* kLibraryText = "Name, path or database name (needed if there are several)";
+/// The same for commands that are about one library: it may be said without the option's name.
+void addLibraryArgument(CLI::App* app, OptionalString& library) {
+  app->add_option("-L,--library,LIBRARY", library,
+                  "Name, path or database name (needed if there are several)");
+}
 
 void addYesFlag(CLI::App* app, bool& yes) {
   app->add_flag("-y,--yes", yes, "Do not ask");
@@ -54,14 +58,15 @@ void addLibraryLifeCommands(CLI::App& library, Arguments& arguments) {
   addYesFlag(remove, removal->yes);
   const auto [backup, saved] = addCommand<LibraryBackupCommand>(
       library, arguments, "backup", "Copy the database of a library into its folder");
-  backup->add_option("LIBRARY", saved->library, kLibraryText);
+  addLibraryArgument(backup, saved->library);
   const auto [restore, restored] = addCommand<LibraryRestoreCommand>(
       library, arguments, "restore", "Go back to the database that was last backed up");
-  restore->add_option("LIBRARY", restored->library, kLibraryText);
+  addLibraryArgument(restore, restored->library);
   addYesFlag(restore, restored->yes);
   const auto [reload, reloaded] = addCommand<LibraryReloadCommand>(
       library, arguments, "reload", "Read the list of libraries again, and say which of them answer");
-  reload->add_option("LIBRARY", reloaded->library, "Only this one, by name, path or database name");
+  reload->add_option("-L,--library,LIBRARY", reloaded->library,
+                     "Only this one, by name, path or database name");
 }
 
 void addLibraryCommands(CLI::App& app, Arguments& arguments) {
@@ -82,7 +87,7 @@ void addLibraryCommands(CLI::App& app, Arguments& arguments) {
   addCommand<LibraryListCommand>(*library, arguments, "list", "List the known libraries");
   const auto [show, shown] =
       addCommand<LibraryShowCommand>(*library, arguments, "show", "Show a library and what it holds");
-  show->add_option("LIBRARY", shown->library, kLibraryText);
+  addLibraryArgument(show, shown->library);
   addLibraryLifeCommands(*library, arguments);
 }
 

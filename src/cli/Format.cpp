@@ -65,6 +65,10 @@ std::optional<std::int64_t> typeNamed(const std::string& name) {
   return std::nullopt;
 }
 
+bool isBlank(const std::string& text) {
+  return text.find_first_not_of(" \t\r\n\v\f") == std::string::npos;
+}
+
 std::string counted(std::uint64_t count, const std::string& noun) {
   return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }

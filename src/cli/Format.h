@@ -25,6 +25,9 @@ std::string typeName(std::int64_t assetType);
 /// The asset type of a name above; absent for any other text.
 std::optional<std::int64_t> typeNamed(const std::string& name);
 
+/// Whether nothing can be seen of the text: it is empty, or white space alone.
+bool isBlank(const std::string& text);
+
 /// "1 file", "2 files".
 std::string counted(std::uint64_t count, const std::string& noun);
 

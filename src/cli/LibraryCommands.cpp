@@ -28,7 +28,8 @@ const char* typeOf(const LibraryPtr& library) {
 
 /// A plain name stands for a folder below the default folder, which is made when it is missing.
 Result<std::string> packageFolder(const std::string& place) {
-  if (place.find('/') != std::string::npos) {
+  if (isBlank(place)) return failure("vornex", 0, "a library needs a place");
+  if (place.find('/') != std::string::npos || place == "." || place == "..") {
     const std::string folder = absolutePath(place);
     const std::string parent = deletingLastPathComponent(folder);
     if (!isDirectory(parent)) return failure("vornex", 0, fmt::format("there is no folder {}", parent));
@@ -45,6 +46,7 @@ Result<LibraryPtr> createLibrary(const std::string& place, const LibraryCreateCo
   auto folder = packageFolder(place);
   if (!folder) return tl::unexpected(folder.error());
   const std::string name = command.name.value_or(lastPathComponent(*folder));
+  if (isBlank(name)) return failure("vornex", 0, "a library needs a name");
   const LibraryPtr library =
       TQLibrary::libraryWithName(name, command.description.value_or(""), kLibraryTypeLocal, false, true, true,
                                  *folder, std::nullopt, std::make_shared<TQConnection>());
@@ -61,11 +63,29 @@ Result<LibraryPtr> createLibrary(const std::string& place, const LibraryCreateCo
 
 /// Whether the library answers; an error why not.
 Result<void> check(const LibraryPtr& library) {
-  if (library->libraryType == kLibraryTypeLocal && !isDirectory(library->packageFolder.value_or("")))
-    return failure("vornex", 0, "its folder is missing");
+  const bool isLocal = library->libraryType == kLibraryTypeLocal;
+  if (isLocal && !isDirectory(library->packageFolder.value_or("")))
+    return failure("vornex", 0, "its folder is missing; if it was moved, import it from where it is");
+  if (isLocal && !fileExists(*TQVornexUtil::libraryPlistWithPackageFolder(library->packageFolder)))
+    return failure("vornex", 0, "its folder holds no library");
   auto counts = countAssets(library);
   if (!counts) return tl::unexpected(counts.error());
   return {};
+}
+
+/// The list and the package both have the name, so that it comes back when the package is imported.
+Result<void> rename(const LibraryPtr& library, const std::string& name) {
+  const bool isLocal = library->libraryType == kLibraryTypeLocal;
+  const std::string folder = library->packageFolder.value_or("");
+  if (isLocal && !isDirectory(folder))
+    return failure("vornex", 0, fmt::format("there is no folder {}", folder));
+  TQErrorPtr error;
+  const bool isWritten = library->updateNewName(name, std::nullopt, std::nullopt, library->isShared, &error);
+  if (error) return tl::unexpected(fromSDK(error));
+  if (isWritten || !isLocal) return {};
+  return failure(
+      "vornex", 0,
+      fmt::format("the list has the name \"{}\" now, but it could not be written to {}", name, folder));
 }
 
 }  // namespace
@@ -135,13 +155,9 @@ Result<void> run(const LibraryShowCommand& command, Host& host, const Output& ou
 Result<void> run(const LibraryRenameCommand& command, Host& host, const Output& output) {
   auto library = host.listedLibrary(command.library);
   if (!library) return tl::unexpected(library.error());
-  if (command.name.find_first_not_of(" \t\n") == std::string::npos)
-    return failure("vornex", 0, "a library needs a name");
+  if (isBlank(command.name)) return failure("vornex", 0, "a library needs a name");
   const std::string former = (*library)->name.value_or("");
-  if (!(*library)->updateName(command.name))
-    return failure(
-        "vornex", 0,
-        fmt::format("the new name of \"{}\" cannot be saved; is its folder there, and writable?", former));
+  if (auto renamed = rename(*library, command.name); !renamed) return renamed;
   output.record("library", libraryFacts(*library));
   output.text(fmt::format("Renamed the library \"{}\" to \"{}\".", former, command.name));
   return {};
@@ -166,7 +182,11 @@ Result<void> run(const LibraryReloadCommand& command, Host& host, const Output& 
     output.record("library", record);
     table.addRow({library->name.value_or(""), answers ? "usable" : answers.error().message});
   }
-  if (!table.empty()) output.table(table);
+  if (table.empty()) {
+    output.text("There is no library yet.");
+  } else {
+    output.table(table);
+  }
   if (failures == 0) return {};
   return failure("vornex", 0, fmt::format("{} of {} libraries cannot be used", failures, libraries->size()));
 }

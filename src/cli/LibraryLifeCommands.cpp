@@ -64,7 +64,7 @@ class CopyDisplay {
  private:
   using Clock = std::chrono::steady_clock;
   struct Shown {
-    ImportState state{.totalFiles = 1};
+    ImportState state;
     ProgressDisplay display;
   };
   const std::shared_ptr<Shown> shown_;
@@ -109,8 +109,10 @@ Result<void> importPackage(const std::string& folder, bool force) {
                                   manager().importLibraryWithPackageFolder(
                                       folder, force, nullptr, std::move(done), std::move(progress));
                                 });
-  if (!imported && *moved) manager().addLibraries({*moved});
-  return imported;
+  if (imported || !*moved || manager().addLibraries({*moved})) return imported;
+  const Error& reason = imported.error();
+  return failure(reason.domain, reason.code,
+                 reason.message + "; and the list could not be saved with the former place: import it again");
 }
 
 /// Before a lock of another computer is broken.
@@ -118,6 +120,19 @@ Result<void> confirmTakeover(const std::string& folder, bool yes) {
   if (!manager().alreadyUsingLibraryWithPackageFolder(folder)) return {};
   return confirm(
       fmt::format("Another computer may be using {}. What it changes from now on may be lost.", folder), yes);
+}
+
+/// The library, when its database and its package are in the hands of this computer.
+Result<LibraryPtr> localLibrary(Host& host, const OptionalString& wanted) {
+  auto library = host.listedLibrary(wanted);
+  if (!library) return library;
+  if ((*library)->libraryType != kLibraryTypeLocal)
+    return failure(
+        "vornex", 0,
+        fmt::format("\"{}\" is a network library; its database is on its server", nameOf(*library)));
+  if (!isDirectory(folderOf(*library)))
+    return failure("vornex", 0, fmt::format("there is no folder {}", folderOf(*library)));
+  return library;
 }
 
 }  // namespace
@@ -175,7 +190,7 @@ Result<void> run(const LibraryDeleteCommand& command, Host& host, const Output& 
 }
 
 Result<void> run(const LibraryBackupCommand& command, Host& host, const Output& output) {
-  auto library = host.listedLibrary(command.library);
+  auto library = localLibrary(host, command.library);
   if (!library) return tl::unexpected(library.error());
   auto done = finishCopying(nameOf(*library), fmt::format("cannot back up \"{}\"", nameOf(*library)), "",
                             [&](Completion completion, auto progress) {
@@ -190,7 +205,7 @@ Result<void> run(const LibraryBackupCommand& command, Host& host, const Output& 
 }
 
 Result<void> run(const LibraryRestoreCommand& command, Host& host, const Output& output) {
-  auto library = host.listedLibrary(command.library);
+  auto library = localLibrary(host, command.library);
   if (!library) return tl::unexpected(library.error());
   const std::string working =
       appendPathComponent(TQVornexUtil::mongoDBFolder(), (*library)->dbName.value_or(""));

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "cli/DisplayText.h"
 #include "cli/Table.h"
 #include "foundation/Json.h"
 
@@ -37,7 +38,7 @@ void Output::record(const std::string& kind, const Dictionary& fields) const {
 }
 
 void Output::text(const std::string& line) const {
-  if (!json_) writeLine(stdout, line);
+  if (!json_) writeLine(stdout, printable(line));
 }
 
 void Output::table(const Table& table) const {

@@ -29,7 +29,7 @@ class Output {
   /// One JSON object on a line of its own; "kind" says what it is. Nothing without --json.
   void record(const std::string& kind, const Dictionary& fields) const;
 
-  /// Text for people. Nothing under --json.
+  /// A line for people, made printable. Nothing under --json.
   void text(const std::string& line) const;
   /// Cut to the terminal, or as wide as it is when standard output is none. Nothing under --json.
   void table(const Table& table) const;

@@ -40,9 +40,9 @@ double ImportState::secondsLeft() const {
 }
 
 std::string progressBar(const ImportState& state, std::size_t width) {
-  std::string facts = fmt::format(" {}/{} files  {}/{}  {}/s", state.files, state.totalFiles,
-                                  formatBytes(state.bytes), formatBytes(state.totalBytes),
-                                  formatBytes(static_cast<std::uint64_t>(state.bytesPerSecond())));
+  std::string facts = state.totalFiles > 0 ? fmt::format(" {}/{} files ", state.files, state.totalFiles) : "";
+  facts += fmt::format(" {}/{}  {}/s", formatBytes(state.bytes), formatBytes(state.totalBytes),
+                       formatBytes(static_cast<std::uint64_t>(state.bytesPerSecond())));
   if (const std::string left = timeLeft(state); !left.empty()) facts += "  " + left;
 
   const std::size_t barWidth = std::clamp<std::size_t>(width / 4, 10, 40);
@@ -57,9 +57,10 @@ std::string progressBar(const ImportState& state, std::size_t width) {
 }
 
 std::string progressLine(const ImportState& state) {
-  std::string line = fmt::format("{} of {} files, {} of {}, {}/s", state.files, state.totalFiles,
-                                 formatBytes(state.bytes), formatBytes(state.totalBytes),
-                                 formatBytes(static_cast<std::uint64_t>(state.bytesPerSecond())));
+  std::string line =
+      state.totalFiles > 0 ? fmt::format("{} of {} files, ", state.files, state.totalFiles) : "";
+  line += fmt::format("{} of {}, {}/s", formatBytes(state.bytes), formatBytes(state.totalBytes),
+                      formatBytes(static_cast<std::uint64_t>(state.bytesPerSecond())));
   if (const std::string left = timeLeft(state); !left.empty()) line += ", " + left;
   return line;
 }

@@ -8,9 +8,10 @@
 
 namespace vornex::cli {
 
-/// How far an import has come.
+/// How far an import, or the copying of a database, has come.
 struct ImportState {
   std::uint64_t files = 0;
+  /// 0 where no files are counted.
   std::uint64_t totalFiles = 0;
   std::uint64_t bytes = 0;
   std::uint64_t totalBytes = 0;
@@ -25,7 +26,8 @@ struct ImportState {
   double secondsLeft() const;
 };
 
-/// "[#####-----] 5/10 files  1.0/2.0 GB  85 MB/s  0:12 left  name", never wider than `width` columns.
+/// "[#####-----] 5/10 files  1.0/2.0 GB  85 MB/s  0:12 left  name", never wider than `width` columns. The
+/// files are left out where none are counted, as in the next.
 std::string progressBar(const ImportState& state, std::size_t width);
 
 /// "5 of 10 files, 1.0 GB of 2.0 GB, 85 MB/s, 0:12 left"

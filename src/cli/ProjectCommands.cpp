@@ -9,6 +9,7 @@
 #include "cli/Await.h"
 #include "cli/Commands.h"
 #include "cli/Confirm.h"
+#include "cli/Format.h"
 #include "cli/Host.h"
 #include "cli/Output.h"
 #include "cli/Table.h"
@@ -57,7 +58,10 @@ Dictionary facts(const ProjectPtr& project) {
 }
 
 Result<ProjectPtr> existing(const LibraryPtr& library, const std::string& path) {
-  return Host::project(library, path);
+  if (ProjectPtr node = findProject(library, path)) return node;
+  return failure(
+      "vornex", 0,
+      fmt::format("there is no project or group \"{}\" in \"{}\"", path, library->name.value_or("")));
 }
 
 /// A project below the library, or a group below the parent when there is one.
@@ -140,27 +144,24 @@ Result<ProjectPtr> move(const LibraryPtr& library, const ProjectMoveCommand& com
   const bool moved = target == parent
                          ? reorder(library, *node, command.position, &error)
                          : parent->moveItem(*node, command.position.value_or(last), target, &error);
-  if (moved) return node;
+  // A move that could not be saved ends with this process.
+  if (moved && !error) return node;
   return tl::unexpected(fromSDK(error));
 }
 
-std::string counted(std::int64_t count, const std::string& thing) {
-  return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
-}
-
 /// How many assets the predicate finds outside the trash.
-Result<std::int64_t> countAssets(const LibraryPtr& library, const PredicatePtr& where) {
+Result<std::uint64_t> countAssets(const LibraryPtr& library, const PredicatePtr& where) {
   auto& manager = TQSearchManager::sharedManager();
   const TQSearchResponse found = manager.searchAssetWithLibrary(
       library, TQPredicate::andPredicateWithSubpredicates({where, manager.createQueryWithTrash(false)}), 0, 1,
       0);
   if (found.error) return tl::unexpected(fromSDK(found.error));
-  return found.totalCount;
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(found.totalCount, 0));
 }
 
 /// What is lost when the node is removed, as a statement; an error when it could not be removed anyway.
 Result<std::string> removalWarning(const LibraryPtr& library, const ProjectPtr& node) {
-  const std::int64_t groups = node->descendantCount();
+  const auto groups = static_cast<std::uint64_t>(node->descendantCount());
   const std::string with = groups == 0 ? "" : ", with " + counted(groups, "group");
   auto& manager = TQSearchManager::sharedManager();
   auto held =
@@ -199,7 +200,8 @@ Result<Dictionary> remove(const LibraryPtr& library, const std::string& id) {
 
 Result<void> run(const ProjectAddCommand& command, Host& host, const Output& output) {
   const std::vector<std::string> names = projectNames(command.path);
-  if (names.empty()) return failure("vornex", 0, fmt::format("\"{}\" names no project", command.path));
+  if (names.empty() || std::any_of(names.begin(), names.end(), isBlank))
+    return failure("vornex", 0, fmt::format("\"{}\" names no project", command.path));
   auto library = host.library(command.library);
   if (!library) return tl::unexpected(library.error());
   if (findProject(*library, command.path)) {
@@ -216,7 +218,7 @@ Result<void> run(const ProjectAddCommand& command, Host& host, const Output& out
 }
 
 Result<void> run(const ProjectGroupCommand& command, Host& host, const Output& output) {
-  if (command.name.empty()) return failure("vornex", 0, "a group needs a name");
+  if (isBlank(command.name)) return failure("vornex", 0, "a group needs a name");
   auto library = host.library(command.library);
   if (!library) return tl::unexpected(library.error());
   auto group = changeTree(*library, [&]() -> Result<ProjectPtr> {
@@ -243,7 +245,7 @@ Result<void> run(const ProjectListCommand& command, Host& host, const Output& ou
 }
 
 Result<void> run(const ProjectRenameCommand& command, Host& host, const Output& output) {
-  if (command.name.empty()) return failure("vornex", 0, "a project or group needs a name");
+  if (isBlank(command.name)) return failure("vornex", 0, "a project or group needs a name");
   auto library = host.library(command.library);
   if (!library) return tl::unexpected(library.error());
   auto renamed = changeTree(*library, [&]() -> Result<ProjectPtr> {

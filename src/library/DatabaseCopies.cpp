@@ -165,6 +165,9 @@ Result<void> DatabaseCopies::backUp(bool close, const Progress& progress) const 
   constexpr const char* kOperation = "backupDatabaseWithLibrary";
   if (auto valid = check(); !valid) return valid;
   logLine(LogLevel::info, fmt::format("backup database syncing:{} -> {}", working_, packagedFolder_));
+  // A folder made where a volume is not mounted would pass for the package.
+  if (const std::string package = deletingLastPathComponent(packagedFolder_); !isDirectory(package))
+    return logged("Can't create directory:" + packagedFolder_, posixFailure(ENOENT, "find " + package));
   if (auto made = makeFolder(kOperation, packagedFolder_); !made) return made;
   if (auto made = makeFolder(kOperation, layout::databaseRoot()); !made) return made;
   auto locked = lock(Use::write);
@@ -217,9 +220,12 @@ Result<void> DatabaseCopies::snapshot(bool close, const Progress& progress) cons
   if (auto made = createDirectories(fresh_); !made) return made;
   auto answer = std::async(std::launch::async,
                            [&] { return askService(&ServiceProxy::snapshotDatabase, name_, fresh_, close); });
-  const auto total = static_cast<std::int64_t>(sizeForFolderAtPath(working_, nullptr));
+  std::error_code failure;
+  const auto size = fs::file_size(appendPathComponent(working_, kDatabaseFileName), failure);
+  const std::int64_t total = failure ? 0 : static_cast<std::int64_t>(size);
   while (answer.wait_for(kProgressInterval) != std::future_status::ready)
-    if (progress) progress(static_cast<std::int64_t>(sizeForFolderAtPath(fresh_, nullptr)), total);
+    if (progress)
+      progress(std::min(total, static_cast<std::int64_t>(sizeForFolderAtPath(fresh_, nullptr))), total);
   if (TQErrorPtr error = answer.get()) return tl::unexpected(errorOf(error));
   if (!isDatabaseFolder(fresh_)) return posixFailure(ENODATA, "the service has copied nothing to " + fresh_);
   if (progress) progress(total, total);

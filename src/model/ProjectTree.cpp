@@ -3,6 +3,8 @@
 #include <vornex/TQProject.h>
 #include <vornex/TQVornexUtil.h>
 
+#include "core/ProjectRules.h"
+
 namespace vornex::tree {
 
 TQErrorPtr error(std::int64_t code, const std::string& key) {
@@ -25,26 +27,14 @@ bool hasName(const ProjectList& nodes, const OptionalString& name) {
          std::any_of(nodes.begin(), nodes.end(), [&](const ProjectPtr& node) { return node->name == name; });
 }
 
-bool isInsertionIndex(const ProjectList& nodes, std::int64_t index) {
-  return index >= 0 && index <= static_cast<std::int64_t>(nodes.size());
-}
-
-void reorder(ProjectList& nodes, std::int64_t from, std::int64_t to) {
-  ProjectPtr node = nodes[static_cast<std::size_t>(from)];
-  nodes.insert(nodes.begin() + to, std::move(node));
-  nodes.erase(nodes.begin() + (from < to ? from : from + 1));
-}
-
 std::int64_t depthOf(const TQProject& node) {
   std::int64_t depth = 0;
   for (ProjectPtr above = node.parent.lock(); above; above = above->parent.lock()) ++depth;
   return depth;
 }
 
-std::int64_t levelsBelow(const TQProject& node) {
-  std::int64_t levels = 0;
-  for (const ProjectPtr& child : node.childGroups) levels = std::max(levels, levelsBelow(*child) + 1);
-  return levels;
+std::int64_t heightOf(const ProjectPtr& node) {
+  return levelsBelow(node, [](const ProjectPtr& each) -> const ProjectList& { return each->childGroups; });
 }
 
 bool isWithin(const TQProject& node, const TQProject& top) {

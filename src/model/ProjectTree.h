@@ -14,15 +14,9 @@ std::int64_t indexOf(const ProjectList& nodes, const OptionalString& id);
 bool holds(const ProjectList& nodes, const TQProject& node);
 /// Exact and case-sensitive.
 bool hasName(const ProjectList& nodes, const OptionalString& name);
-/// Whether something can be inserted at the index.
-bool isInsertionIndex(const ProjectList& nodes, std::int64_t index);
-
-/// Moves the node at `from` to just before the one that stands at `to` now; `to` may be the end.
-void reorder(ProjectList& nodes, std::int64_t from, std::int64_t to);
-
 /// How many nodes lie above this one, and how many levels below it.
 std::int64_t depthOf(const TQProject& node);
-std::int64_t levelsBelow(const TQProject& node);
+std::int64_t heightOf(const ProjectPtr& node);
 /// Whether the node is the top or lies below it.
 bool isWithin(const TQProject& node, const TQProject& top);
 

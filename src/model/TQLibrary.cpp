@@ -14,6 +14,7 @@
 #include "foundation/Files.h"
 #include "foundation/Json.h"
 #include "foundation/PropertyList.h"
+#include "foundation/SharedDictionaryFile.h"
 #include "model/Conversion.h"
 #include "model/ProjectIndex.h"
 
@@ -107,6 +108,34 @@ bool TQLibrary::writeToFile() const {
   return written.has_value();
 }
 
+/// The library's row in the saved list, which has the changes of other processes, too. Empty without one.
+static Dictionary listedRow(std::int64_t type, const Value& dbName) {
+  auto list = readDictionaryFile(type == kLibraryTypeLocal ? TQVornexUtil::localLibraryPlist()
+                                                           : TQVornexUtil::networkLibraryPlist());
+  if (!list) return {};
+  for (const Value& row : coerce::array(list->find("library")))
+    if (const Value* name = row.find("dbname"); name && *name == dbName) return *row.ifDictionary();
+  return {};
+}
+
+bool TQLibrary::writeListedRow() const {
+  auto ours = packageFolder && fileExists(*packageFolder) ? libDictionary() : std::nullopt;
+  if (!ours) return false;
+  auto merge = [&](std::optional<Dictionary> present) {
+    Dictionary record = std::move(present).value_or(Dictionary());
+    const Dictionary listed = listedRow(libraryType, *ours->find("dbname"));
+    for (const auto& [key, value] : *ours) {
+      // The list's version tells where the database is, the package's is the format's.
+      const Value* saved = key == "version" ? nullptr : listed.find(key);
+      record.set(key, saved ? *saved : value);
+    }
+    return record;
+  };
+  auto written = changeDictionaryFile(*TQVornexUtil::libraryPlistWithPackageFolder(packageFolder), merge);
+  if (!written) logLine(LogLevel::error, written.error().message);
+  return written.has_value();
+}
+
 bool TQLibrary::saveFieldChange(const char* operation, bool sorts, const std::function<void()>& change) {
   {
     std::lock_guard lock(fields_);
@@ -118,7 +147,7 @@ bool TQLibrary::saveFieldChange(const char* operation, bool sorts, const std::fu
     return false;
   }
   if (sorts) manager.sortLibraries();
-  return libraryType != kLibraryTypeLocal || writeToFile();
+  return libraryType != kLibraryTypeLocal || writeListedRow();
 }
 
 bool TQLibrary::updateName(OptionalString value) {
@@ -163,7 +192,7 @@ bool TQLibrary::updateNewName(OptionalString newName, OptionalString newDesc, Op
     if (error) *error = TQVornexUtil::errorWithCode(10003, LocalizedString("library.error.cannot.save"));
     return false;
   }
-  bool written = writeToFile();
+  bool written = writeListedRow();
   manager.sortLibraries();
   return written;
 }

@@ -8,13 +8,16 @@
 #include <vornex/TQVornexUtil.h>
 
 #include "core/Coercion.h"
+#include "core/ProjectRules.h"
 #include "model/ProjectTree.h"
 
 namespace vornex {
 
-TQErrorPtr TQLibrary::projectsNotSaved() const {
-  logLine(LogLevel::error, "Can't save project file : " + packageFolder.value_or(""));
-  return tree::error(10003, "project.error.cannot.save");
+UserPtr TQLibrary::requestUser(TQErrorPtr& error) const {
+  UserPtr user = connection ? connection->user.load() : nullptr;
+  if (user && user->id && user->password && serverURL("")) return user;
+  error = tree::error(10000, "request.error.param.nil");
+  return nullptr;
 }
 
 Value TQLibrary::treeChangeBody(Dictionary item) const {
@@ -35,11 +38,8 @@ OptionalString TQLibrary::takeTreeChange(const Value& response, TQErrorPtr& erro
 
 OptionalString TQLibrary::sendTreeChange(const std::string& operation, const Dictionary& item,
                                          TQErrorPtr& error) {
-  if (!connection || !connection->user) {
-    error = tree::error(10000, "request.error.param.nil");
-    return std::nullopt;
-  }
-  const UserPtr user = connection->user;
+  const UserPtr user = requestUser(error);
+  if (!user) return std::nullopt;
   Value response = TQVornexUtil::syncRequestURL(serverURL("/projects/" + operation), user->id, user->password,
                                                 "POST", treeChangeBody(item), &error);
   return takeTreeChange(response, error);
@@ -47,9 +47,9 @@ OptionalString TQLibrary::sendTreeChange(const std::string& operation, const Dic
 
 void TQLibrary::sendTreeChange(const std::string& operation, const Dictionary& item,
                                std::function<void(OptionalString id, TQErrorPtr error)> completion) {
-  if (!connection || !connection->user)
-    return completion(std::nullopt, tree::error(10000, "request.error.param.nil"));
-  const UserPtr user = connection->user;
+  TQErrorPtr nobody;
+  const UserPtr user = requestUser(nobody);
+  if (!user) return completion(std::nullopt, nobody);
   TQVornexUtil::requestURL(
       serverURL("/projects/" + operation), user->id, user->password, "POST", treeChangeBody(item),
       [self = shared_from_this(), completion = std::move(completion)](Value response, TQErrorPtr error) {
@@ -67,11 +67,9 @@ bool TQLibrary::confirmMove(const TQProject& item, const OptionalString& parentI
 }
 
 bool TQLibrary::saveMove(TQErrorPtr& error) {
-  if (libraryType != kLibraryTypeLocal) return true;
-  SaveResult result = saveTree();
-  if (result == SaveResult::notSaved) projectsNotSaved();
-  if (result == SaveResult::overtaken) error = projectsNotSaved();
-  return result != SaveResult::overtaken;
+  bool isOvertaken = false;
+  if (libraryType == kLibraryTypeLocal) error = saveTree(&isOvertaken);
+  return !isOvertaken;
 }
 
 bool TQLibrary::moveItem(const ProjectPtr& item, std::int64_t toIndex, TQErrorPtr* error) {
@@ -79,13 +77,14 @@ bool TQLibrary::moveItem(const ProjectPtr& item, std::int64_t toIndex, TQErrorPt
   TQErrorPtr& failure = error ? *error : ignored;
   failure = nullptr;
   std::int64_t from = indexOfProject(item);
-  if (from < 0 || !tree::isInsertionIndex(projects, toIndex)) {
+  if (from < 0 || !isInsertionIndex(projects, toIndex)) {
     failure = tree::error(10000, "request.error.param.nil");
     return false;
   }
-  if (!confirmMove(*item, item->parentID(), toIndex, failure)) return false;
+  const TQProject& moved = *projects[static_cast<std::size_t>(from)];
+  if (!confirmMove(moved, moved.parentID(), toIndex, failure)) return false;
   ProjectList before = projects;
-  tree::reorder(projects, from, toIndex);
+  reorder(projects, from, toIndex);
   if (saveMove(failure)) return true;
   projects = before;
   return false;
@@ -132,10 +131,7 @@ void TQLibrary::addNetworkProject(
 }
 
 ProjectPtr TQLibrary::addLocalProject(const std::string& newName, TQErrorPtr& error) {
-  if (!prepareChange()) {
-    error = projectsNotSaved();
-    return nullptr;
-  }
+  if ((error = prepareChange())) return nullptr;
   if (isExistNameInProjects(newName)) {
     logLine(LogLevel::warning, "Already exist project name : " + newName);
     error = tree::error(10002, "project.message.exist");
@@ -147,9 +143,8 @@ ProjectPtr TQLibrary::addLocalProject(const std::string& newName, TQErrorPtr& er
     return nullptr;
   }
   adoptProject(project);
-  if (saveProjects()) return project;
+  if (!(error = saveTree())) return project;
   projects.pop_back();
-  error = projectsNotSaved();
   return nullptr;
 }
 
@@ -167,7 +162,7 @@ TQErrorPtr TQLibrary::removeLocalProject(const ProjectPtr& project) {
     logLine(LogLevel::warning, "Library is network: " + name.value_or(""));
     return tree::error(10005, "library.error.no.authority.network");
   }
-  if (!prepareChange()) return projectsNotSaved();
+  if (TQErrorPtr error = prepareChange()) return error;
   TQSearchManager& manager = TQSearchManager::sharedManager();
   PredicatePtr inside = TQPredicate::andPredicateWithSubpredicates(
       {manager.createPredicateWithKey("project", project->id), manager.createQueryWithTrash(false)});
@@ -179,9 +174,9 @@ TQErrorPtr TQLibrary::removeLocalProject(const ProjectPtr& project) {
   if (index < 0) return tree::error(10000, "request.error.param.nil");
   ProjectPtr removed = projects[static_cast<std::size_t>(index)];
   projects.erase(projects.begin() + index);
-  if (saveProjects()) return nullptr;
-  projects.insert(projects.begin() + index, removed);
-  return projectsNotSaved();
+  TQErrorPtr error = saveTree();
+  if (error) projects.insert(projects.begin() + index, removed);
+  return error;
 }
 
 }  // namespace vornex

@@ -7,6 +7,7 @@
 #include <vornex/TQVornexUtil.h>
 
 #include "core/Coercion.h"
+#include "core/SdkError.h"
 #include "model/ProjectFile.h"
 #include "model/ProjectIndex.h"
 #include "model/ProjectTree.h"
@@ -19,12 +20,10 @@ std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error
   TQErrorPtr ignored;
   TQErrorPtr& failure = error ? *error : ignored;
   failure = nullptr;
-  if (!connection || !connection->user) {
-    failure = tree::error(10000, "request.error.param.nil");
-    return std::nullopt;
-  }
+  const UserPtr user = requestUser(failure);
+  if (!user) return std::nullopt;
   FileStamp state;
-  Value response = askForTree(state, failure);
+  Value response = askForTree(*user, state, failure);
   if (failure) return std::nullopt;
   const Value* nodes = response.find("projects");
   if (!nodes || !nodes->ifArray()) {
@@ -41,10 +40,9 @@ std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error
   return projects;
 }
 
-Value TQLibrary::askForTree(FileStamp& state, TQErrorPtr& error) {
-  const UserPtr user = connection->user;
+Value TQLibrary::askForTree(const TQUser& user, FileStamp& state, TQErrorPtr& error) {
   auto ask = [&] {
-    return TQVornexUtil::syncRequestURL(serverURL("/projects"), user->id, user->password, "GET", std::nullopt,
+    return TQVornexUtil::syncRequestURL(serverURL("/projects"), user.id, user.password, "GET", std::nullopt,
                                         &error);
   };
   if (libraryType != kLibraryTypeLocal) return ask();
@@ -160,53 +158,49 @@ ProjectFile& TQLibrary::projectFile() {
   return *projectFile_;
 }
 
-bool TQLibrary::prepareChange() {
-  if (!packageFolder || packageFolder->empty()) {
-    logLine(LogLevel::error, "Can't read project file : the library has no package folder");
-    return false;
-  }
-  if (isTreeLoaded_) return true;
+TQErrorPtr TQLibrary::projectsNotSaved(const std::string& reason) const {
+  logLine(LogLevel::error, "Can't save project file : " + packageFolder.value_or("") + ", " + reason);
+  return withReason(tree::error(10003, "project.error.cannot.save"), reason);
+}
+
+TQErrorPtr TQLibrary::prepareChange() {
+  if (!packageFolder || packageFolder->empty()) return projectsNotSaved("the library has no package folder");
+  if (isTreeLoaded_) return nullptr;
   if (projects.empty()) {
     Result<std::optional<ProjectFile::Tree>> tree = projectFile().read();
-    if (!tree) {
-      logLine(LogLevel::error, "Can't read project file : " + tree.error().message);
-      return false;
-    }
+    if (!tree) return projectsNotSaved(tree.error().message);
     // Without a file there is still nothing: a tree that appears later is not written over.
-    if (!*tree) return true;
+    if (!*tree) return nullptr;
     takeProjects((*tree)->nodes);
     setProjectHash(std::move((*tree)->hash));
   }
   isTreeLoaded_ = true;
-  return true;
+  return nullptr;
 }
 
-TQLibrary::SaveResult TQLibrary::saveTree() {
-  if (!prepareChange()) return SaveResult::notSaved;
+TQErrorPtr TQLibrary::saveTree(bool* isOvertaken) {
+  if (TQErrorPtr error = prepareChange()) return error;
   Array nodes;
   for (const ProjectPtr& project : projects) {
     std::optional<Dictionary> node = treeNode(*project);
-    if (!node) return SaveResult::notSaved;
+    if (!node) return projectsNotSaved("a node has no identifier, name or database name");
     nodes.push_back(std::move(*node));
   }
   std::string hash = MD5String(TQVornexUtil::UUIDString());
   Result<ProjectFile::Saved> saved =
       projectFile().save(std::move(nodes), projectHashValue.value_or(""), hash);
-  if (!saved) {
-    logLine(LogLevel::error, "saveProjects: " + saved.error().message);
-    return SaveResult::notSaved;
-  }
+  if (!saved) return projectsNotSaved(saved.error().message);
   if (*saved == ProjectFile::Saved::overtaken) {
-    logLine(LogLevel::error, "saveProjects: another program has changed " + projectFile().path());
-    return SaveResult::overtaken;
+    if (isOvertaken) *isOvertaken = true;
+    return projectsNotSaved("another program has changed " + projectFile().path());
   }
   setProjectHash(std::move(hash));
   projectIndex_->prepare(projects);
-  return SaveResult::saved;
+  return nullptr;
 }
 
 bool TQLibrary::saveProjects() {
-  return saveTree() == SaveResult::saved;
+  return !saveTree();
 }
 
 }  // namespace vornex

@@ -19,26 +19,26 @@ bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex, TQErrorPtr* erro
   failure = nullptr;
   LibraryPtr owner = library.lock();
   std::int64_t from = indexOfGroup(item);
-  if (!owner || from < 0 || !tree::isInsertionIndex(childGroups, toIndex)) {
+  if (!owner || from < 0 || !owner->holds(*this) || !isInsertionIndex(childGroups, toIndex)) {
     failure = tree::error(10000, "request.error.param.nil");
     return false;
   }
-  if (!owner->confirmMove(*item, item->parentID(), toIndex, failure)) return false;
+  const TQProject& moved = *childGroups[static_cast<std::size_t>(from)];
+  if (!owner->confirmMove(moved, moved.parentID(), toIndex, failure)) return false;
   ProjectList before = childGroups;
-  tree::reorder(childGroups, from, toIndex);
+  reorder(childGroups, from, toIndex);
   if (owner->saveMove(failure)) return true;
   childGroups = before;
   return false;
 }
 
-TQErrorPtr TQProject::refusalOfMove(const TQProject& item, std::int64_t toIndex,
-                                    const TQProject& inParent) const {
+TQErrorPtr TQProject::refusalOfMove(const Ptr& item, std::int64_t toIndex, const TQProject& inParent) const {
   LibraryPtr owner = library.lock();
   // Below itself a node would be cut off from the tree, with all that it holds.
-  if (!owner || !owner->holds(*this) || !owner->holds(inParent) || tree::isWithin(inParent, item) ||
-      !tree::isInsertionIndex(inParent.childGroups, toIndex))
+  if (!owner || !owner->holds(*this) || !owner->holds(inParent) || tree::isWithin(inParent, *item) ||
+      !isInsertionIndex(inParent.childGroups, toIndex))
     return tree::error(10000, "request.error.param.nil");
-  if (tree::depthOf(inParent) + 1 + tree::levelsBelow(item) > kDeepestLevel)
+  if (tree::depthOf(inParent) + 1 + tree::heightOf(item) > kDeepestLevel)
     return tree::error(10001, "group.error.too.deep");
   return nullptr;
 }
@@ -54,7 +54,7 @@ bool TQProject::moveItem(const Ptr& item, std::int64_t toIndex, const Ptr& inPar
     return moveItem(Ptr(*place), toIndex <= from ? toIndex : toIndex + 1, error);
   }
   const bool isMove = inParent && inParent.get() != this && place != childGroups.end();
-  failure = isMove ? refusalOfMove(*item, toIndex, *inParent) : tree::error(10000, "request.error.param.nil");
+  failure = isMove ? refusalOfMove(item, toIndex, *inParent) : tree::error(10000, "request.error.param.nil");
   if (failure) return false;
   LibraryPtr owner = library.lock();
   if (!owner->confirmMove(*item, inParent->id, toIndex, failure)) return false;
@@ -76,18 +76,32 @@ Dictionary TQProject::renameRequest(const std::string& newName) const {
 }
 
 TQErrorPtr TQProject::renameLocally(const std::string& newName, TQLibrary& owner) {
-  Ptr above = parent.lock();
-  bool isGroup = above != nullptr;
-  bool isTaken = isGroup ? above->isExistNameInChildGroups(newName) : owner.isExistNameInProjects(newName);
+  if (!owner.holds(*this)) return tree::error(10000, "request.error.param.nil");
+  const bool isGroup = projectType != kProjectTypeProject;
+  const bool isTaken =
+      isGroup ? isExistNameInChildGroups(newName, parent.lock()) : owner.isExistNameInProjects(newName);
   if (isTaken) {
     const char* what = isGroup ? "Already exist name : " : "Already exist project name : ";
     logLine(LogLevel::warning, what + name.value_or("") + ", " + newName);
     return tree::error(10002, isGroup ? "group.message.exist" : "project.message.exist");
   }
   OptionalString oldName = std::exchange(name, newName);
-  if (owner.saveProjects()) return nullptr;
-  name = oldName;
-  return owner.projectsNotSaved();
+  TQErrorPtr error = owner.saveTree();
+  if (error) name = oldName;
+  return error;
+}
+
+TQProject::Ptr TQProject::nodeInTree() {
+  LibraryPtr owner = library.lock();
+  Ptr known = owner && id && !owner->holds(*this) ? owner->projectWithID(*id) : nullptr;
+  return known ? known : shared_from_this();
+}
+
+void TQProject::endRename(bool isDone, const OptionalString& oldName) {
+  if (isDone)
+    nodeInTree()->name = name;
+  else
+    name = oldName;
 }
 
 void TQProject::rename(const OptionalString& newName, Completion completion) {
@@ -103,7 +117,7 @@ void TQProject::rename(const OptionalString& newName, Completion completion) {
   owner->sendTreeChange(
       "update", item,
       [self = shared_from_this(), oldName, completion](OptionalString sentID, TQErrorPtr error) {
-        if (!sentID) self->name = oldName;
+        self->endRename(sentID.has_value(), oldName);
         completion(sentID.has_value(), error);
       });
 }
@@ -118,7 +132,7 @@ bool TQProject::rename(const OptionalString& newName, TQErrorPtr* error) {
   } else {
     Dictionary item = renameRequest(*newName);
     OptionalString oldName = std::exchange(name, newName);
-    if (!owner->sendTreeChange("update", item, failure)) name = oldName;
+    endRename(owner->sendTreeChange("update", item, failure).has_value(), oldName);
   }
   if (error) *error = failure;
   return !failure;
@@ -145,11 +159,12 @@ void TQProject::addGroupWithName(const OptionalString& groupName,
           if (!newID) return completion(nullptr, error);
           Ptr group = projectWithID(newID, groupName, self->dbName, kProjectTypeGroup);
           if (!group) return completion(nullptr, tree::error(10004, "response.error.invalid"));
-          self->adoptGroup(group);
+          self->nodeInTree()->adoptGroup(group);
           completion(group, nullptr);
         });
     return;
   }
+  if (!owner->holds(*this)) return completion(nullptr, tree::error(10000, "request.error.param.nil"));
   if (isExistNameInChildGroups(*groupName)) {
     logLine(LogLevel::warning, "Already exist project name : " + *groupName);
     return completion(nullptr, tree::error(10002, "group.message.exist"));
@@ -159,9 +174,10 @@ void TQProject::addGroupWithName(const OptionalString& groupName,
   Ptr group = projectWithName(groupName, dbName, kProjectTypeGroup);
   if (!group) return completion(nullptr, tree::error(10000, "request.error.param.nil"));
   adoptGroup(group);
-  if (owner->saveProjects()) return completion(group, nullptr);
+  TQErrorPtr error = owner->saveTree();
+  if (!error) return completion(group, nullptr);
   childGroups.pop_back();
-  completion(nullptr, owner->projectsNotSaved());
+  completion(nullptr, error);
 }
 
 void TQProject::removeGroup(const Ptr& group, Completion completion) {
@@ -170,14 +186,14 @@ void TQProject::removeGroup(const Ptr& group, Completion completion) {
   if (owner->libraryType == kLibraryTypeNetwork)
     return completion(false, tree::error(10005, "library.error.no.authority.network"));
   Ptr above = group->parent.lock();
-  std::int64_t index = above ? above->indexOfGroup(group) : -1;
+  std::int64_t index = above && owner->holds(*above) ? above->indexOfGroup(group) : -1;
   if (index < 0) return completion(false, tree::error(10000, "request.error.param.nil"));
   auto place = above->childGroups.begin() + index;
   Ptr removed = *place;
   above->childGroups.erase(place);
-  if (owner->saveProjects()) return completion(true, nullptr);
-  above->childGroups.insert(above->childGroups.begin() + index, removed);
-  completion(false, owner->projectsNotSaved());
+  TQErrorPtr error = owner->saveTree();
+  if (error) above->childGroups.insert(above->childGroups.begin() + index, removed);
+  completion(!error, error);
 }
 
 }  // namespace vornex

@@ -30,6 +30,7 @@ run 0 library create Photos
 run 1 library create Photos
 err_has "exists"
 [ "$(wc -l <"$work/err")" -eq 1 ] || fail "a failure says more than one line: $(cat "$work/err")"
+run 1 library create "$work/Nameless" --name " "
 run 1 library create "$work/no/such/folder"
 err_has "there is no folder $work/no/such"
 run 0 --json library list
@@ -76,6 +77,15 @@ Trips
 └─ 2024
    ├─ Sea
    └─ Lakes/Rivers" ] || fail "the tree is drawn as $(cat "$work/out")"
+# A change that is not saved is none, and says why.
+lock=$HOME/Vornex/Photos/Project/.project.plist.lock
+rm "$lock" && mkdir "$lock"
+for change in 'move Trips --to 0' 'rename Trips Journeys'; do
+  # shellcheck disable=SC2086
+  run 1 project $change -L Photos
+  err_has "could not be saved. (open $lock"
+done
+rmdir "$lock"
 # What is removed has to be agreed to; a group with a slash in its name is named by its identifier.
 run 1 project remove Work -L Photos
 err_has "--yes"

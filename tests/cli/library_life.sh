@@ -75,6 +75,10 @@ is '[r["path"] for r in rows]' "['Trips', 'Trips/Sea']"
 mv "$work/elsewhere/Renamed" "$work/elsewhere/Moved"
 run 1 --json library reload
 is 'rows[0]["usable"]' False
+run 1 library rename "Sea films" "Lake films"
+err_has "there is no folder"
+run 1 library backup --library "Sea films"
+err_has "there is no folder"
 run 0 library import "$work/elsewhere/Moved"
 run 0 --json library reload
 is '(rows[0]["usable"], rows[0]["path"])' "(True, '$work/elsewhere/Moved')"

@@ -39,6 +39,7 @@ TEST(Progress, ManySmallFilesAdvanceTheBarLikeAFewLargeOnes) {
 TEST(Progress, KnowsNoTimeLeftBeforeTheFirstByte) {
   EXPECT_LT((ImportState{.totalFiles = 3, .totalBytes = 9, .seconds = 1}.secondsLeft()), 0);
   EXPECT_EQ(progressLine(ImportState{.totalFiles = 3, .totalBytes = 9}), "0 of 3 files, 0 B of 9 B, 0 B/s");
+  EXPECT_EQ(progressLine(ImportState{.totalBytes = 9}), "0 B of 9 B, 0 B/s") << "no files are counted";
   EXPECT_EQ(ImportState{}.fraction(), 1);
 }
 

@@ -530,6 +530,15 @@ TEST_F(LibraryTest, UpdatesAreSavedAndKeptWhenSavingFails) {
   EXPECT_EQ(manager().libraries().back(), library);
   EXPECT_EQ(*readDictionaryFile(folder / "library.plist")->find("name"), Value("z"));
 
+  // Where there is no package, one form succeeds all the same.
+  LibraryPtr elsewhere = manager().libraryForDBName("2");
+  TQErrorPtr none;
+  EXPECT_FALSE(elsewhere->updateNewName("d", std::nullopt, std::nullopt, true, &none));
+  EXPECT_FALSE(none);
+  Outcome renamed;
+  elsewhere->updateNewName("e", std::nullopt, std::nullopt, true, renamed.completion());
+  EXPECT_TRUE(renamed.await() && renamed.ok);
+
   fs::remove(TQVornexUtil::localLibraryPlist());
   fs::create_directories(TQVornexUtil::localLibraryPlist() + "/x");
   TQErrorPtr error;
@@ -539,6 +548,37 @@ TEST_F(LibraryTest, UpdatesAreSavedAndKeptWhenSavingFails) {
   EXPECT_TRUE(logged("updateDesc, Can't save Library Plist"));
   EXPECT_EQ(library->name, "y");
   EXPECT_EQ(library->desc, "d");
+}
+
+TEST_F(LibraryTest, ThePackageGetsWhatTheListHolds) {
+  Dictionary local = row("1", "b", kLibraryTypeLocal);
+  local.set("packagefolder", folder.path());
+  writeList(TQVornexUtil::localLibraryPlist(), {local, row("2", "c", 0)});
+  writeList(TQVornexUtil::networkLibraryPlist(), {row("3", "n", kLibraryTypeNetwork)});
+  const std::string record = folder / "library.plist";
+  ASSERT_TRUE(writePropertyListFile(record, Dictionary{{"future", "kept"}}));
+  LibraryPtr library = load().front();
+  // Another process renames it.
+  local.set("name", "renamed");
+  writeList(TQVornexUtil::localLibraryPlist(), {local, row("2", "c", 0)});
+  EXPECT_TRUE(library->updateDesc("d") && library->updateShared(true) && library->updateCreatable(true) &&
+              library->updateEditable(true) && library->updateMountPath("/m"));
+  const Dictionary written = readDictionaryFile(record).value();
+  for (const char* key : {"shared", "uploadable", "editable"}) EXPECT_EQ(*written.find(key), Value(true));
+  EXPECT_EQ(*written.find("name"), Value("renamed"));
+  EXPECT_EQ(*written.find("desc"), Value("d"));
+  EXPECT_EQ(*written.find("mountpath"), Value("/m"));
+  EXPECT_EQ(*written.find("version"), Value("1.0"));
+  EXPECT_EQ(*written.find("future"), Value("kept"));
+
+  LibraryPtr network = manager().libraryForDBName("3");
+  network->packageFolder = folder / "network";
+  fs::create_directories(*network->packageFolder);
+  EXPECT_TRUE(network->updateShared(true));
+  EXPECT_FALSE(fileExists(folder / "network/library.plist"));
+  library->name = "z";
+  EXPECT_TRUE(library->updateDesc("e"));
+  EXPECT_EQ(manager().libraries().front(), library) << "sorted by updateName alone";
 }
 
 TEST_F(LibraryTest, LookupsRunBesideWriters) {

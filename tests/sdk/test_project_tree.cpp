@@ -14,6 +14,7 @@ namespace vornex::testing {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 using NewNode = std::tuple<ProjectPtr, TQErrorPtr>;
@@ -156,9 +157,13 @@ TEST_F(ProjectTree, KeepsTheTreeWhenLoadingFails) {
   refuse(4);
   EXPECT_FALSE(library_->loadProjects(&error));
   EXPECT_EQ(codeOf(error), 4);
-  library_->connection->user = nullptr;
-  EXPECT_FALSE(library_->loadProjects(&error));
-  EXPECT_EQ(codeOf(error), 10000);
+  const std::size_t sent = requestCount();
+  for (const UserPtr& nobody : {UserPtr(), TQUser::userWithID("me", "", kUserTypeNetwork, std::nullopt)}) {
+    library_->connection->user = nobody;
+    EXPECT_FALSE(library_->loadProjects(&error));
+    EXPECT_EQ(codeOf(error), 10000);
+  }
+  EXPECT_EQ(requestCount(), sent);
   EXPECT_THAT(names(library_->projects), ElementsAre("a"));
 }
 
@@ -295,7 +300,7 @@ TEST_F(ProjectTree, LogsWhatItRefuses) {
         std::string("Already exist project name : g"), std::string("Already exist name : g, h"),
         std::string("Already exist project name : a, a"), "Can't save project file : " + folder_.path(),
         std::string("Library is network: Library")})
-    EXPECT_THAT(lines, ::testing::Contains(::testing::HasSubstr(line)));
+    EXPECT_THAT(lines, ::testing::Contains(HasSubstr(line)));
   EXPECT_THAT(lines, ::testing::Contains(::testing::StartsWith("libDictionary exception: ")));
 }
 
@@ -374,12 +379,9 @@ TEST_F(ProjectTree, ReordersByPositionsBeforeTheMove) {
         Case{"a", 3, {"b", "c", "a"}}, Case{"c", 0, {"c", "a", "b"}}, Case{"b", 2, {"a", "b", "c"}}}) {
     useLibrary(kLibraryTypeLocal);
     std::filesystem::remove(folder_ / "Project/project.plist");
-    ProjectPtr root = addRoot("root", "root");
-    for (const char* name : {"a", "b", "c"}) {
-      addRoot(name, name);
-      addBelow(root, std::string("below ") + name, name);
-    }
-    library_->projects.erase(library_->projects.begin());
+    for (const char* name : {"a", "b", "c"}) addRoot(name, name);
+    ProjectPtr root = library_->projects[0];
+    for (const char* name : {"a", "b", "c"}) addBelow(root, std::string("below ") + name, name);
     EXPECT_TRUE(library_->moveItem(library_->projectWithID(move.item), move.to));
     EXPECT_EQ(names(library_->projects), move.order);
     EXPECT_TRUE(root->moveItem(root->findGroupWithName(move.item), move.to));
@@ -421,7 +423,8 @@ TEST_F(ProjectTree, MovesGroupsIntoOtherParents) {
   for (int level = 1; level <= 254; ++level) deep = addBelow(deep, "L" + std::to_string(level), "n");
   EXPECT_TRUE(library_->saveProjects());
   EXPECT_EQ(codeOf(std::get<1>(addGroup(deep, "too deep"))), 10001);
-  EXPECT_FALSE(other->moveItem(group, 0, deep->parent.lock()));
+  EXPECT_FALSE(other->moveItem(group, 0, deep->parent.lock(), &error));
+  EXPECT_EQ(codeOf(error), 10001);
   root->childGroups.clear();
   EXPECT_TRUE(library_->saveProjects());
   EXPECT_EQ(file().find("projects")->ifArray()->at(0).find("group"), nullptr);
@@ -471,10 +474,60 @@ TEST_F(ProjectTree, TakesChangesBackThatCannotBeSaved) {
   EXPECT_THAT(names(library_->projects), ElementsAre("a"));
   EXPECT_THAT(names(root->childGroups), ElementsAre("g"));
   EXPECT_EQ(group->name, "g");
-  // A move is kept.
+  // A move is kept, and tells why it is not in the file.
   addBelow(root, "H", "h");
-  EXPECT_TRUE(root->moveItem(group, 2));
+  TQErrorPtr error;
+  EXPECT_TRUE(root->moveItem(group, 2, &error));
   EXPECT_THAT(names(root->childGroups), ElementsAre("h", "g"));
+  EXPECT_EQ(codeOf(error), 10003);
+  EXPECT_THAT(*error->userInfo().find(kLocalizedFailureReasonKey)->ifString(),
+              HasSubstr(folder_ / "Project"));
+}
+
+TEST_F(ProjectTree, ChangesNothingThroughNodesThatAreInNoTree) {
+  ProjectPtr root = addRoot("A", "a"), group = addBelow(root, "G", "g"), inner = addBelow(group, "H", "h");
+  ASSERT_TRUE(library_->saveProjects());
+  const Dictionary saved = file();
+  answer(writeJson(saved));
+  ASSERT_TRUE(library_->loadProjects(nullptr));
+  TQErrorPtr error;
+  EXPECT_EQ(renameCode(group, "new"), 10000);
+  EXPECT_EQ(codeOf(std::get<1>(addGroup(group, "i"))), 10000);
+  EXPECT_EQ(codeOf(std::get<1>(removeGroup(inner))), 10000);
+  EXPECT_FALSE(group->moveItem(inner, 0, &error));
+  EXPECT_EQ(codeOf(error), 10000);
+  EXPECT_EQ(file(), saved);
+  EXPECT_TRUE(std::get<0>(removeGroup(group))) << "by its identifier, from a parent that is there";
+  EXPECT_THAT(root->childGroups, IsEmpty());
+
+  // A server knows the node, and the one that is in the tree follows.
+  useLibrary(kLibraryTypeNetwork);
+  Dictionary reply = saved;
+  reply.set("id", "N");
+  answer(writeJson(reply));
+  ASSERT_TRUE(library_->loadProjects(nullptr));
+  group = library_->projectWithID("G");
+  ASSERT_TRUE(library_->loadProjects(nullptr));
+  ProjectPtr present = library_->projectWithID("G");
+  EXPECT_NE(present, group);
+  EXPECT_EQ(renameCode(group, "new"), 0);
+  EXPECT_EQ(present->name, "new");
+  EXPECT_EQ(std::get<0>(addGroup(group, "i"))->parent.lock(), present);
+  EXPECT_FALSE(group->moveItem(group->childGroups[0], 0));
+}
+
+TEST_F(ProjectTree, IsOfALibraryWhoseServerTellsWhatIsAllowed) {
+  EXPECT_TRUE(library_->isCreatable() && library_->isEditable());
+  EXPECT_EQ(requestCount(), 0U);
+  useLibrary(kLibraryTypeNetwork);
+  answer(R"({"items": [{"uploadable": true, "editable": 0}]})");
+  EXPECT_TRUE(library_->isCreatable());
+  EXPECT_FALSE(library_->isEditable());
+  EXPECT_EQ(lastTarget(), "GET /vornex/libraries/db");
+  answer(R"({"items": []})");
+  EXPECT_FALSE(library_->isCreatable()) << "whatever is stored";
+  refuse(4);
+  EXPECT_FALSE(library_->isCreatable());
 }
 
 TEST_F(ProjectTree, RemovesOnlyEmptyProjects) {

@@ -8,8 +8,10 @@
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQLiveFolder.h>
+#include <vornex/TQUser.h>
 #include <vornex/TQUserManager.h>
 #include <vornex/TQVornexUtil.h>
+#include <vornex/TQWorkflowEngineInterface.h>
 #include <vornex/VornexSDK.h>
 
 #include <algorithm>
@@ -97,6 +99,10 @@ TEST_F(ServiceTest, StartsTheServiceDetachedAndKnowsThePasswordWhenDone) {
   EXPECT_EQ(sdk.WASPort, 4711);
   EXPECT_EQ(TQUserManager::sharedManager().localPasswordMD5(), MD5String("secret"));
   EXPECT_EQ(state(), std::pair(true, std::int64_t{4711}));
+  ConnectionPtr engine = TQLibraryManager::sharedManager().workflowEngineInterface().connection();
+  ASSERT_TRUE(engine);
+  EXPECT_EQ(engine->port, 4711);
+  EXPECT_EQ(engine->user->password, MD5String("secret"));
 
   ASSERT_EQ(launches().size(), 1u);
   Launch launch = launches().front();

@@ -65,12 +65,10 @@ Array& makeGroups(Dictionary& node) {
   return *groupsOf(node);
 }
 
-std::int64_t levelsBelow(Dictionary& node) {
-  std::int64_t levels = 0;
-  if (Array* groups = groupsOf(node))
-    for (Value& group : *groups)
-      if (Dictionary* below = group.ifDictionary()) levels = std::max(levels, levelsBelow(*below) + 1);
-  return levels;
+const Array& groupsIn(const Value& node) {
+  static const Array kNone;
+  const Value* groups = node.find(kGroup);
+  return groups && groups->ifArray() ? *groups->ifArray() : kNone;
 }
 
 Result<void> checkName(const Array& siblings, const std::string& name) {
@@ -83,7 +81,7 @@ Result<void> checkName(const Array& siblings, const std::string& name) {
 }
 
 Result<void> checkIndex(const Array& list, std::int64_t index) {
-  if (index >= 0 && index <= static_cast<std::int64_t>(list.size())) return {};
+  if (isInsertionIndex(list, index)) return {};
   return serverFailure(StatusCode::invalidRequest,
                        fmt::format("The list has {} elements: {} is no place in it.", list.size(), index));
 }
@@ -92,18 +90,6 @@ Result<void> checkLevel(std::int64_t level) {
   if (level <= kDeepestLevel) return {};
   return serverFailure(StatusCode::limitExceeded,
                        fmt::format("Groups lie at most {} levels below their project.", kDeepestLevel));
-}
-
-Result<void> reorder(const Place& place, std::int64_t toIndex) {
-  Array& list = *place.siblings;
-  if (auto checked = checkIndex(list, toIndex); !checked) return checked;
-  auto from = list.begin() + static_cast<std::ptrdiff_t>(place.index);
-  auto to = list.begin() + toIndex;
-  if (from < to)
-    std::rotate(from, from + 1, to);
-  else
-    std::rotate(to, from, from + 1);
-  return {};
 }
 
 }  // namespace
@@ -141,14 +127,19 @@ Result<void> move(Dictionary& content, const std::string& id, const std::string&
   auto place = find(content, id);
   if (!place) return tl::unexpected(place.error());
   const Value* parentOfNode = place->parent ? place->parent->find("id") : place->node().find("id");
-  if (parentOfNode && *parentOfNode == Value(parentID)) return reorder(*place, toIndex);
+  if (parentOfNode && *parentOfNode == Value(parentID)) {
+    auto checked = checkIndex(*place->siblings, toIndex);
+    if (checked) reorder(*place->siblings, static_cast<std::int64_t>(place->index), toIndex);
+    return checked;
+  }
   if (!place->parent) return serverFailure(StatusCode::invalidRequest, "A project stays at the top.");
   auto target = find(content, parentID);
   if (!target) return tl::unexpected(target.error());
   Array below{place->node()};
   if (findBelow(below, nullptr, 0, parentID))
     return serverFailure(StatusCode::invalidRequest, "A group cannot lie in itself.");
-  if (auto checked = checkLevel(target->level + 1 + levelsBelow(place->node())); !checked) return checked;
+  if (auto checked = checkLevel(target->level + 1 + levelsBelow(below.front(), groupsIn)); !checked)
+    return checked;
   Array* groups = groupsOf(target->node());
   if (auto checked = checkIndex(groups ? *groups : Array(), toIndex); !checked) return checked;
 

@@ -83,21 +83,31 @@ Result<ProjectTree::Tree> ProjectTree::read(const FileStamp& stamp) const {
 }
 
 Result<ProjectTree::Tree> ProjectTree::current() {
-  std::lock_guard lock(mutex_);
   Result<FileStamp> now = fileStamp(path_);
   if (!now) return tl::unexpected(now.error());
   if (known_ && now->exists() && knownAt_ == *now) return *known_;
-  known_ = read(*now);
-  knownAt_ = *now;
+  keep(*now, read(*now));
   if (!*known_ && now->exists()) logLine(LogLevel::error, "Cannot read a tree: " + known_->error().message);
   return *known_;
 }
 
+void ProjectTree::keep(const FileStamp& stamp, Result<Tree> tree) {
+  knownAt_ = stamp;
+  knownHash_ = std::make_shared<const std::string>(tree ? tree->hash : "");
+  known_ = std::move(tree);
+}
+
 Result<std::shared_ptr<const std::string>> ProjectTree::json() {
+  std::lock_guard lock(mutex_);
   return current().map([](const Tree& tree) { return tree.json; });
 }
 
 std::string ProjectTree::hash() {
+  std::unique_lock lock(mutex_, std::try_to_lock);
+  if (!lock) {
+    if (auto before = knownHash_.load()) return *before;
+    lock.lock();
+  }
   return current().map([](const Tree& tree) { return tree.hash; }).value_or("");
 }
 
@@ -107,6 +117,7 @@ Result<ProjectTree::Change> ProjectTree::change(
   if (!lock && lock.error().code == ETIMEDOUT)
     return serverFailure(StatusCode::timedOut, "Another program keeps changing the projects.");
   if (!lock) return tl::unexpected(lock.error());
+  std::lock_guard changing(changing_);
   Result<FileStamp> stamp = fileStamp(path_);
   if (!stamp) return tl::unexpected(stamp.error());
   Result<Dictionary> content = readContent(*stamp);
@@ -126,8 +137,7 @@ Result<ProjectTree::Change> ProjectTree::change(
   if (!written) return tl::unexpected(written.error());
   if (Result<FileStamp> now = fileStamp(path_)) {
     std::lock_guard guard(mutex_);
-    knownAt_ = *now;
-    known_ = Tree{hash, std::move(json)};
+    keep(*now, Tree{hash, std::move(json)});
   }
   return Change{std::move(*id), std::move(hash)};
 }

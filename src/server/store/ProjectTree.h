@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vornex/AtomicPtr.h>
 #include <vornex/Value.h>
 
 #include <cstdint>
@@ -28,7 +29,8 @@ class ProjectTree {
   /// projects and the hash is empty. Errors: databaseNotFound when the package folder is missing, too; domain
   /// "plist" for a malformed file.
   [[nodiscard]] Result<std::shared_ptr<const std::string>> json();
-  /// The hash alone. "" when there is none, or when the tree cannot be read.
+  /// The hash alone. "" when there is none, or when the tree cannot be read. While another thread reads a
+  /// changed file, the hash before: nobody waits.
   std::string hash();
 
   /// What a change answers: the identifier of the node and the tree's new hash.
@@ -56,16 +58,23 @@ class ProjectTree {
     std::string hash;
     std::shared_ptr<const std::string> json;
   };
+  /// Needs mutex_.
   [[nodiscard]] Result<Tree> current();
+  void keep(const FileStamp& stamp, Result<Tree> tree);
   [[nodiscard]] Result<Tree> read(const FileStamp& stamp) const;
   [[nodiscard]] Result<Dictionary> readContent(const FileStamp& stamp) const;
 
   const std::string packageFolder_;
   const std::string path_;
+  /// Held over a change, for file systems without locks. Taken before mutex_.
+  std::mutex changing_;
+  /// Held while the file is read.
   std::mutex mutex_;
   /// The file as it was last read or written, and what came of it.
   FileStamp knownAt_;
   std::optional<Result<Tree>> known_;
+  /// The hash of that; null before the first.
+  AtomicPtr<const std::string> knownHash_;
 };
 
 }  // namespace vornex::server
