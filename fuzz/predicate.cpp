@@ -10,7 +10,7 @@
 
 using namespace vornex;
 
-static std::vector<server::IndexedDocument> documents() {
+static std::vector<Dictionary> documents() {
   std::vector<Dictionary> all = {
       {{"name", "Beach (1) \xc3\xa9"},
        {"tags", Array{"sun", "e\xcc\x81"}},
@@ -20,33 +20,31 @@ static std::vector<server::IndexedDocument> documents() {
        {"trash", false}},
       {{"name", "b. B"}, {"tags", "sun"}, {"type", 1.5}, {"trash", true}},
       {{"name", ""}, {"tags", Array{"x", 5}}, {"type", "2"}, {"a", Dictionary{{"b", 1}}}}};
-  std::vector<server::IndexedDocument> result;
-  for (Dictionary& document : all) {
-    std::string id(24, static_cast<char>('1' + result.size()));
-    document.set("_id", id);
-    result.push_back({static_cast<std::int64_t>(result.size()), id, std::move(document)});
-  }
-  return result;
+  char digit = '1';
+  for (Dictionary& document : all) document.set("_id", std::string(24, digit++));
+  return all;
+}
+
+static server::SegmentPtr segmentOf(const std::vector<Dictionary>& all) {
+  std::vector<server::IndexedDocument> indexed;
+  for (const Dictionary& document : all)
+    indexed.push_back({static_cast<std::int64_t>(indexed.size()), *document.find("_id")->ifString(),
+                       server::indexedValues(document)});
+  return server::makeSegment(std::move(indexed));
 }
 
 // What can be read can be evaluated, and the index says nothing else than the documents do.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const std::vector<server::IndexedDocument> kDocuments = documents();
-  static const server::Segment kSegment([] {
-    server::SectionWriter sections;
-    server::writeSegment(kDocuments, sections);
-    (void)sections.finish(server::kIndexVersion);
-    return server::SectionBytes(sections.takeMemory());
-  }());
+  static const std::vector<Dictionary> kDocuments = documents();
+  static const server::SegmentPtr kSegment = segmentOf(kDocuments);
   auto predicate = server::parsePredicate(std::string_view(reinterpret_cast<const char*>(data), size));
   if (!predicate) return 0;
-  server::DocumentSet all(kSegment.size(), true);
+  server::DocumentSet all(kSegment->size(), true);
   auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  auto answer = server::searchSegment(kSegment, all, *predicate, deadline);
+  auto answer = server::searchSegment(*kSegment, all, *predicate, deadline);
   if (!answer) std::abort();
   for (std::uint32_t i = 0; i < kDocuments.size(); ++i)
-    if (!answer->open.contains(i) &&
-        answer->yes.contains(i) != server::holds(*predicate, kDocuments[i].content))
+    if (!answer->open.contains(i) && answer->yes.contains(i) != server::holds(*predicate, kDocuments[i]))
       std::abort();
   return 0;
 }

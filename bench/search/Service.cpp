@@ -85,8 +85,10 @@ std::string Connection::call(const std::string& message) {
 
 std::string_view Connection::post(const std::string& path, std::string_view authorization,
                                   std::string_view body) {
-  send(fmt::format("POST {} HTTP/1.1\r\nHost: localhost\r\nAuthorization: {}\r\nContent-Length: {}\r\n\r\n",
-                   path, authorization, body.size()));
+  send(
+      fmt::format("POST {} HTTP/1.1\r\nHost: localhost\r\nAuthorization: {}\r\nContent-Type: "
+                  "application/json\r\nContent-Length: {}\r\n\r\n",
+                  path, authorization, body.size()));
   send(body);
   received_.clear();
   std::size_t header = std::string::npos;

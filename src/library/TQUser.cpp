@@ -44,13 +44,14 @@ UserPtr TQUser::userWithID(OptionalString id, OptionalString name, std::int64_t 
 
 UserPtr TQUser::userWithDictionary(const Dictionary& dictionary) {
   return conversion::caught("userWithDictionary : ", [&]() -> UserPtr {
-    OptionalString id = coerce::string(dictionary.find("id"));
-    OptionalString password = coerce::string(dictionary.find("password"));
-    if (!id || !password) return nullptr;
-    UserPtr user = userWithID(std::move(id), coerce::string(dictionary.find("name")),
-                              coerce::integer(dictionary.find("type")), std::move(password));
-    const Value* libraries = dictionary.find("libraries");
-    if (libraries && libraries->ifDictionary()) user->libraries = *libraries->ifDictionary();
+    OptionalString storedID = coerce::string(dictionary.find("id"));
+    OptionalString storedPassword = coerce::string(dictionary.find("password"));
+    if (!storedID || !storedPassword) return nullptr;
+    UserPtr user = userWithID(std::move(storedID), coerce::string(dictionary.find("name")),
+                              coerce::integer(dictionary.find("type")), std::move(storedPassword));
+    const Value* storedLibraries = dictionary.find("libraries");
+    if (storedLibraries && storedLibraries->ifDictionary())
+      user->libraries = *storedLibraries->ifDictionary();
     return user;
   });
 }

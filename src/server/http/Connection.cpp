@@ -1,5 +1,6 @@
 #include "server/http/Connection.h"
 
+#include <fmt/format.h>
 #include <sys/sendfile.h>
 #include <vornex/Log.h>
 

@@ -1,5 +1,6 @@
 #include "server/http/HttpServer.h"
 
+#include <fmt/format.h>
 #include <vornex/Log.h>
 
 #include <boost/asio/as_tuple.hpp>
@@ -48,7 +49,7 @@ class HttpServer::Running {
   Running(const Router& router, const Limits& limits)
       : limits_(limits),
         workers_(limits),
-        context_(std::make_shared<ConnectionContext>(router, limits, workers_)),
+        context_(std::make_shared<ConnectionContext>(ConnectionContext{router, limits, workers_})),
         acceptor_(asio::make_strand(io_)),
         pause_(acceptor_.get_executor()) {}
 

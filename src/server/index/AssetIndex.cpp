@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t kSegmentsOfALevel = 8;
 constexpr int kBitsOfALevel = 3;
 // Up to how many documents a writer merges itself, and how many when merging does not keep up.
-constexpr std::size_t kSmallMerge = 8'192;
+constexpr std::size_t kSmallMerge = 2'048;
 constexpr std::size_t kUrgentMerge = 65'536;
 constexpr std::size_t kUrgentSegments = 64;
 // Offsets in a segment have 32 bits.
@@ -76,12 +76,6 @@ std::vector<SegmentPart> partsOf(const std::vector<LiveSegment>& all) {
 
 bool anyLive(const std::vector<LiveSegment>& parts) {
   return std::any_of(parts.begin(), parts.end(), [](const LiveSegment& part) { return !part.live->empty(); });
-}
-
-SegmentPtr inMemory(SectionWriter& sections) {
-  // Memory does not fail.
-  (void)sections.finish(kIndexVersion);
-  return std::make_shared<const Segment>(SectionBytes(sections.takeMemory()));
 }
 
 LiveSegment allLive(SegmentPtr segment) {
@@ -153,20 +147,18 @@ void AssetIndex::swap(std::shared_ptr<const IndexSnapshot> next) {
   current_ = std::move(next);
 }
 
-AssetIndex::Change AssetIndex::prepare(const std::vector<std::string>& removed,
-                                       std::vector<IndexedDocument> added, std::int64_t version) {
+AssetIndex::Change AssetIndex::prepare(const std::vector<std::string>& removed, SegmentPtr added,
+                                       std::int64_t version) {
   std::unique_lock changing(changing_);
   auto next = std::make_shared<IndexSnapshot>(*snapshot());
   next->version = version;
-  changesSinceCheckpoint_ += static_cast<std::int64_t>(removed.size() + added.size());
+  changesSinceCheckpoint_ += static_cast<std::int64_t>(removed.size() + (added ? added->size() : 0));
   std::map<std::size_t, std::shared_ptr<DocumentSet>> copies;
   for (const std::string& id : removed) removeDocument(next->segments, copies, id);
   eraseDead(next->segments);
-  for (const IndexedDocument& document : added) next->lastRow = std::max(next->lastRow, document.row);
-  if (!added.empty()) {
-    SectionWriter sections;
-    writeSegment(std::move(added), sections);
-    next->segments.push_back(allLive(inMemory(sections)));
+  if (added) {
+    for (std::uint32_t i = 0; i < added->size(); ++i) next->lastRow = std::max(next->lastRow, added->row(i));
+    next->segments.push_back(allLive(std::move(added)));
     mergeSmall(*next);
   }
   return Change(*this, std::move(changing), std::move(next));

@@ -50,8 +50,9 @@ class AssetIndex {
     std::shared_ptr<const IndexSnapshot> next_;
   };
 
-  /// Prepares the state after a write: without the documents of the identifiers, with those added.
-  [[nodiscard]] Change prepare(const std::vector<std::string>& removed, std::vector<IndexedDocument> added,
+  /// Prepares the state after a write: without the documents of the identifiers, with those of a segment,
+  /// which is null when none are added.
+  [[nodiscard]] Change prepare(const std::vector<std::string>& removed, SegmentPtr added,
                                std::int64_t version);
 
   /// Merges until nothing is left to merge.

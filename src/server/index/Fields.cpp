@@ -56,6 +56,11 @@ const std::vector<std::string>& indexedKeys() {
   return kKeys;
 }
 
+std::size_t placeOfIndexedKey(std::string_view key) {
+  const std::vector<std::string>& keys = indexedKeys();
+  return static_cast<std::size_t>(std::lower_bound(keys.begin(), keys.end(), key) - keys.begin());
+}
+
 static constexpr double kIntegerLimit = 9223372036854775808.0;
 
 // Among numbers with the same `whole`: what lies below all integers, the integer, what lies above it.

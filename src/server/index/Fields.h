@@ -36,8 +36,10 @@ struct IndexedField {
 std::span<const IndexedField> indexedFields();
 inline constexpr std::uint32_t kIndexVersion = 1;
 
-/// The keys' first components, sorted: what of a document is needed to index it.
+/// The fields' keys, sorted: what of a document is needed to index it.
 const std::vector<std::string>& indexedKeys();
+/// The place of an indexed key among them.
+std::size_t placeOfIndexedKey(std::string_view key);
 
 /// A number in an exact order, whatever its kind: `whole` is the greatest 64-bit integer that is not greater,
 /// or the least one there is; `rest` is 0 for an integer, else the number itself.

@@ -165,7 +165,7 @@ bool isListOfStrings(const Value& value) {
 class FieldCollector {
  public:
   FieldCollector(const IndexedField& field, std::span<const IndexedDocument> documents)
-      : field_(field), documents_(documents) {}
+      : field_(field), place_(placeOfIndexedKey(field.key)), documents_(documents) {}
 
   void write(SectionWriter& sections) {
     for (std::uint32_t i = 0; i < documents_.size(); ++i) collect(i);
@@ -187,18 +187,18 @@ class FieldCollector {
 
  private:
   void collect(std::uint32_t document) {
-    const Value* value = documents_[document].content.find(field_.key);
-    if (!value || value->isNull()) {
+    const Value& value = documents_[document].values[place_];
+    if (value.isNull()) {
       missing_.push_back(document);
-    } else if (const std::string* text = value->ifString()) {
+    } else if (const std::string* text = value.ifString()) {
       collect(*text, document);
     } else if (field_.kind != IndexedField::Kind::exact) {
       unknown_.push_back(document);
-    } else if (std::optional<NumberKey> number = numberKey(*value)) {
+    } else if (std::optional<NumberKey> number = numberKey(value)) {
       numbers_.push_back({*number, document});
-    } else if (isListOfStrings(*value)) {
+    } else if (isListOfStrings(value)) {
       lists_.push_back(document);
-      for (const Value& element : *value->ifArray()) texts_.emplace_back(*element.ifString(), document);
+      for (const Value& element : *value.ifArray()) texts_.emplace_back(*element.ifString(), document);
     } else {
       unknown_.push_back(document);
     }
@@ -227,6 +227,7 @@ class FieldCollector {
   }
 
   const IndexedField& field_;
+  const std::size_t place_;
   std::span<const IndexedDocument> documents_;
   std::vector<NumberItem> numbers_;
   std::vector<TextItem> texts_;
@@ -387,7 +388,25 @@ class Merger {
 
 }  // namespace
 
-void writeSegment(std::vector<IndexedDocument> documents, SectionWriter& sections) {
+std::vector<Value> indexedValues(const Dictionary& document) {
+  std::vector<Value> values;
+  values.reserve(indexedKeys().size());
+  for (const std::string& key : indexedKeys()) {
+    const Value* value = document.find(key);
+    values.push_back(value ? *value : Value());
+  }
+  return values;
+}
+
+SegmentPtr inMemory(SectionWriter& sections) {
+  // Memory does not fail.
+  (void)sections.finish(kIndexVersion);
+  return std::make_shared<const Segment>(SectionBytes(sections.takeMemory()));
+}
+
+SegmentPtr makeSegment(std::vector<IndexedDocument> documents) {
+  if (documents.empty()) return nullptr;
+  SectionWriter sections;
   std::sort(documents.begin(), documents.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
   Texts::Writer identifiers;
   std::vector<std::int64_t> rows;
@@ -398,6 +417,7 @@ void writeSegment(std::vector<IndexedDocument> documents, SectionWriter& section
   identifiers.write(sections);
   sections.add(rows);
   for (const IndexedField& field : indexedFields()) FieldCollector(field, documents).write(sections);
+  return inMemory(sections);
 }
 
 DocumentMaps mergeSegments(std::span<const SegmentPart> parts, SectionWriter& sections) {

@@ -10,15 +10,22 @@
 
 namespace vornex::server {
 
-/// One document to be indexed: its row in the database, its identifier, and at least its indexed keys.
+/// One document to be indexed: its row in the database, its identifier, and what it has under each of
+/// indexedKeys(), in their order; null for what it has not.
 struct IndexedDocument {
   std::int64_t row;
   std::string id;
-  Dictionary content;
+  std::vector<Value> values;
 };
 
-/// Writes the segment of the documents, of which there is at least one and no two have the same identifier.
-void writeSegment(std::vector<IndexedDocument> documents, SectionWriter& sections);
+/// What a document has under each of indexedKeys().
+std::vector<Value> indexedValues(const Dictionary& document);
+
+/// The segment of the documents, in memory; null without any. No two have the same identifier.
+SegmentPtr makeSegment(std::vector<IndexedDocument> documents);
+
+/// What was written, as a segment in memory.
+SegmentPtr inMemory(SectionWriter& sections);
 
 /// A segment to be merged and which of its documents are still there.
 struct SegmentPart {

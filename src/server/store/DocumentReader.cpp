@@ -17,10 +17,11 @@ namespace vornex::server {
 
 namespace {
 
-// Builds the wanted entries from the parser's events. A false answer ends the parse.
-class EntryBuilder {
+// Builds what a document has under the wanted keys from the parser's events. A false answer ends the parse.
+class ValueBuilder {
  public:
-  explicit EntryBuilder(const std::vector<std::string>& keys) : keys_(keys) {}
+  explicit ValueBuilder(const std::vector<std::string>& keys)
+      : keys_(keys), values_(keys.size()), isFound_(keys.size()) {}
 
   bool Null() { return add(Value()); }
   bool Bool(bool value) { return add(value); }
@@ -35,8 +36,14 @@ class EntryBuilder {
   }
 
   bool Key(const char* text, rapidjson::SizeType length, bool) {
-    if (depth_ == 1) wanted_ = std::binary_search(keys_.begin(), keys_.end(), std::string_view(text, length));
-    if (wanted_) keyOfTop().assign(text, length);
+    std::string_view key(text, length);
+    if (depth_ > 1) {
+      if (wanted_) open_.back().key = key;
+      return true;
+    }
+    auto place = std::lower_bound(keys_.begin(), keys_.end(), key);
+    wanted_ = place != keys_.end() && *place == key;
+    wantedPlace_ = static_cast<std::size_t>(place - keys_.begin());
     return true;
   }
 
@@ -45,8 +52,15 @@ class EntryBuilder {
   bool EndObject(rapidjson::SizeType) { return end(); }
   bool EndArray(rapidjson::SizeType) { return end(); }
 
-  bool complete() const { return entries_.size() == keys_.size(); }
-  Dictionary take() { return std::move(entries_); }
+  bool complete() const { return found_ == keys_.size(); }
+  std::vector<Value> take() { return std::move(values_); }
+  /// Those that were there.
+  Dictionary takeEntries() {
+    Dictionary entries;
+    for (std::size_t i = 0; i < keys_.size(); ++i)
+      if (isFound_[i]) entries.set(keys_[i], std::move(values_[i]));
+    return entries;
+  }
 
  private:
   struct Container {
@@ -57,7 +71,6 @@ class EntryBuilder {
   bool skips() const { return !wanted_; }
   // A document is an object: nothing else may stand at its top.
   bool scalarAtTop() const { return depth_ > 0; }
-  std::string& keyOfTop() { return open_.empty() ? key_ : open_.back().key; }
 
   template <typename Empty>
   bool begin(Empty empty) {
@@ -76,7 +89,9 @@ class EntryBuilder {
   bool add(Value value) {
     if (skips()) return scalarAtTop();
     if (open_.empty()) {
-      entries_.set(std::move(key_), std::move(value));
+      found_ += isFound_[wantedPlace_] ? 0 : 1;
+      isFound_[wantedPlace_] = true;
+      values_[wantedPlace_] = std::move(value);
       wanted_ = false;
       return !complete();
     }
@@ -89,14 +104,17 @@ class EntryBuilder {
   }
 
   const std::vector<std::string>& keys_;
-  Dictionary entries_;
+  std::vector<Value> values_;
+  std::vector<bool> isFound_;
+  std::size_t found_ = 0;
   std::size_t depth_ = 0;
+  // Where the value that is read goes.
   bool wanted_ = false;
-  std::string key_;
+  std::size_t wantedPlace_ = 0;
   std::vector<Container> open_;
 };
 
-// Writes the document anew but for its "_id", collects entries, and notices keys that occur twice.
+// Writes the document anew but for its "_id", collects values, and notices keys that occur twice.
 class DocumentCopier {
  public:
   explicit DocumentCopier(const std::vector<std::string>& keys) : builder_(keys), writer_(buffer_) {}
@@ -183,7 +201,7 @@ class DocumentCopier {
     return true;
   }
 
-  EntryBuilder builder_;
+  ValueBuilder builder_;
   rapidjson::StringBuffer buffer_;
   rapidjson::Writer<rapidjson::StringBuffer> writer_;
   std::size_t depth_ = 0;
@@ -282,7 +300,7 @@ std::optional<std::vector<std::string_view>> objectsInArray(std::string_view jso
 Result<Dictionary> readEntries(std::string_view json, const std::vector<std::string>& keys) {
   rapidjson::MemoryStream stream(json.data(), json.size());
   rapidjson::Reader reader;
-  EntryBuilder builder(keys);
+  ValueBuilder builder(keys);
   if (keys.empty()) return Dictionary();
   rapidjson::ParseResult parsed = reader.Parse<kFlags>(stream, builder);
   bool enough = parsed.Code() == rapidjson::kParseErrorTermination && builder.complete();
@@ -290,7 +308,7 @@ Result<Dictionary> readEntries(std::string_view json, const std::vector<std::str
     return failure("json", parsed.Code(),
                    fmt::format("malformed document at byte {}: {}", parsed.Offset(),
                                rapidjson::GetParseError_En(parsed.Code())));
-  return builder.take();
+  return builder.takeEntries();
 }
 
 }  // namespace vornex::server

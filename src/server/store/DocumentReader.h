@@ -19,8 +19,8 @@ namespace vornex::server {
 struct SentDocument {
   /// All of it as compact JSON, without an "_id" and without the brace it begins with.
   std::string rest;
-  /// The entries under the asked keys.
-  Dictionary entries;
+  /// What it has under the asked keys, in their order; null for what it has not.
+  std::vector<Value> values;
 };
 
 /// Reads a JSON object that was sent, in one pass. Of equal keys the last one counts. Domain "json".

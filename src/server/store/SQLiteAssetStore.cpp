@@ -2,6 +2,7 @@
 #include <vornex/Log.h>
 
 #include <filesystem>
+#include <future>
 
 #include "core/DatabaseFolder.h"
 #include "foundation/Files.h"
@@ -42,9 +43,9 @@ class IdentifierMaker {
 };
 
 // Why a document cannot be stored, if it cannot.
-Result<void> checkDocument(const Dictionary& entries, std::size_t size) {
-  const Value* name = entries.find("name");
-  if (!name || !name->ifString()) return serverFailure(StatusCode::invalidRequest, "an asset needs a name");
+Result<void> checkDocument(const std::vector<Value>& values, std::size_t size) {
+  static const std::size_t kName = placeOfIndexedKey("name");
+  if (!values[kName].ifString()) return serverFailure(StatusCode::invalidRequest, "an asset needs a name");
   if (size <= kMaximumDocumentSize) return {};
   return serverFailure(StatusCode::limitExceeded,
                        fmt::format("an asset may take {} bytes, not {}", kMaximumDocumentSize, size));
@@ -65,25 +66,61 @@ void mergeInto(Dictionary& target, const Dictionary& changes) {
 // What tells one import from another: the time and the file.
 using ImportKey = std::pair<NumberKey, std::string>;
 
-std::optional<ImportKey> importKey(const Dictionary& document) {
-  const Value* master = document.find("masterpath");
-  const Value* imported = document.find("importdate");
-  bool known =
-      master && master->ifString() && !master->ifString()->empty() && imported && imported->isNumber();
-  return known ? std::optional(ImportKey(*numberKey(*imported), *master->ifString())) : std::nullopt;
+std::optional<ImportKey> importKey(const Value& imported, const Value& master) {
+  bool known = master.ifString() && !master.ifString()->empty() && imported.isNumber();
+  return known ? std::optional(ImportKey(*numberKey(imported), *master.ifString())) : std::nullopt;
 }
 
-// What a batch does to the index, by identifier.
-struct IndexChanges {
+std::optional<ImportKey> importKey(const std::vector<Value>& values) {
+  static const std::size_t kImported = placeOfIndexedKey("importdate");
+  static const std::size_t kMaster = placeOfIndexedKey("masterpath");
+  return importKey(values[kImported], values[kMaster]);
+}
+
+struct NewRow {
+  std::int64_t number;
+  std::string id;
+  std::string json;
+};
+
+// What a batch does: rows that are still to be inserted, and the changes of the index, by identifier.
+struct BatchChanges {
+  std::vector<NewRow> rows;
   std::map<std::string, IndexedDocument> added;
   std::set<std::string> removed;
   std::map<ImportKey, std::string> imports;
 
-  void add(std::int64_t row, const std::string& id, Dictionary document) {
-    if (std::optional<ImportKey> key = importKey(document)) imports.emplace(std::move(*key), id);
-    added.insert_or_assign(id, IndexedDocument{row, id, std::move(document)});
+  void add(std::int64_t row, const std::string& id, std::vector<Value> values) {
+    if (std::optional<ImportKey> key = importKey(values)) imports.emplace(std::move(*key), id);
+    added.insert_or_assign(id, IndexedDocument{row, id, std::move(values)});
+  }
+
+  std::vector<IndexedDocument> takeAdded() {
+    std::vector<IndexedDocument> documents;
+    documents.reserve(added.size());
+    for (auto& [id, document] : added) documents.push_back(std::move(document));
+    return documents;
   }
 };
+
+// Whether work on so many documents is worth a thread of its own.
+std::launch policyFor(std::size_t documents) {
+  constexpr std::size_t kLargeBatch = 64;
+  return documents < kLargeBatch ? std::launch::deferred : std::launch::async;
+}
+
+// Half of a large batch is read in another thread.
+std::vector<Result<SentDocument>> readDocuments(const std::vector<std::string_view>& documents) {
+  std::vector<Result<SentDocument>> read(documents.size());
+  auto readRange = [&](std::size_t begin, std::size_t end) {
+    for (std::size_t i = begin; i < end; ++i) read[i] = readSentDocument(documents[i], indexedKeys());
+  };
+  const std::size_t middle = documents.size() / 2;
+  std::future<void> half = std::async(policyFor(documents.size()), [&] { readRange(0, middle); });
+  readRange(middle, documents.size());
+  half.get();
+  return read;
+}
 
 class SQLiteAssetStore final : public AssetStore {
  public:
@@ -115,11 +152,14 @@ class SQLiteAssetStore final : public AssetStore {
   /// Runs `change` on each item in one transaction and tells the index what it noted. An item's own failure
   /// is its outcome; a failure of the database ends and undoes everything.
   template <typename Outcome, typename Items, typename Change>
-  Result<std::vector<Result<Outcome>>> changeAll(const Items& items, Change change);
+  Result<std::vector<Result<Outcome>>> changeAll(Items& items, Change change);
+  [[nodiscard]] Result<void> store(Transaction& transaction, BatchChanges& changes);
+  [[nodiscard]] Result<void> insert(const std::vector<NewRow>& rows);
+  void publish(const std::vector<std::string>& removed, std::future<SegmentPtr> added) noexcept;
 
   [[nodiscard]] Result<void> noteChange(std::int64_t row);
-  [[nodiscard]] Result<OptionalString> findSameImport(const IndexChanges& changes,
-                                                      const Dictionary& document);
+  [[nodiscard]] Result<OptionalString> findSameImport(const BatchChanges& changes,
+                                                      const std::vector<Value>& values);
   static Result<std::optional<Row>> find(Statement& finding, const std::string& id);
 
   [[nodiscard]] Result<void> rebuildIndex(std::int64_t version);
@@ -147,40 +187,50 @@ bool endsBatch(const Error& error) {
 }
 
 template <typename Outcome, typename Items, typename Change>
-Result<std::vector<Result<Outcome>>> SQLiteAssetStore::changeAll(const Items& items, Change change) {
+Result<std::vector<Result<Outcome>>> SQLiteAssetStore::changeAll(Items& items, Change change) {
   Result<Transaction> transaction = Transaction::begin(writer_, Transaction::Kind::write);
   if (!transaction) return tl::unexpected(transaction.error());
   std::int64_t firstRow = nextRow_;
   std::shared_ptr<void> undone(nullptr, [&](void*) { nextRow_ = firstRow; });
   std::vector<Result<Outcome>> outcomes;
   outcomes.reserve(items.size());
-  IndexChanges changes;
-  for (const auto& item : items) {
+  BatchChanges changes;
+  for (auto& item : items) {
     outcomes.push_back(change(item, changes));
     if (!outcomes.back() && endsBatch(outcomes.back().error()))
       return tl::unexpected(outcomes.back().error());
   }
   if (changes.added.empty() && changes.removed.empty()) return outcomes;
-  Result<void> done =
-      writer_.run(fmt::format("UPDATE state SET version = {}, next = {}", version_ + 1, nextRow_));
-  if (!done) return tl::unexpected(done.error());
-  std::vector<std::string> removed(changes.removed.begin(), changes.removed.end());
-  std::vector<IndexedDocument> added;
-  for (auto& [id, document] : changes.added) added.push_back(std::move(document));
-  AssetIndex::Change indexChange = index_.prepare(removed, std::move(added), version_ + 1);
-  done = transaction->commit();
-  if (!done) return tl::unexpected(done.error());
-  indexChange.publish();
-  ++version_;
+  if (Result<void> done = store(*transaction, changes); !done) return tl::unexpected(done.error());
   firstRow = nextRow_;
   return outcomes;
 }
 
+// A large batch is stored while it is indexed.
+Result<void> SQLiteAssetStore::store(Transaction& transaction, BatchChanges& changes) {
+  std::future<SegmentPtr> segment =
+      std::async(policyFor(changes.added.size()), [&] { return makeSegment(changes.takeAdded()); });
+  Result<void> done = insert(changes.rows);
+  if (done)
+    done = writer_.run(fmt::format("UPDATE state SET version = {}, next = {}", version_ + 1, nextRow_));
+  if (done) done = transaction.commit();
+  if (done) publish({changes.removed.begin(), changes.removed.end()}, std::move(segment));
+  return done;
+}
+
+// What is stored must be found: without the memory for that the process ends, and the next one indexes the
+// rows when it opens the library.
+void SQLiteAssetStore::publish(const std::vector<std::string>& removed,
+                               std::future<SegmentPtr> added) noexcept {
+  index_.prepare(removed, added.get(), version_ + 1).publish();
+  ++version_;
+}
+
 // The identifier of the asset that the same import made, stored or in the same batch; absent when there is
 // none. Mostly nothing was imported at the same instant, and no document must be looked at.
-Result<OptionalString> SQLiteAssetStore::findSameImport(const IndexChanges& changes,
-                                                        const Dictionary& document) {
-  std::optional<ImportKey> key = importKey(document);
+Result<OptionalString> SQLiteAssetStore::findSameImport(const BatchChanges& changes,
+                                                        const std::vector<Value>& values) {
+  std::optional<ImportKey> key = importKey(values);
   if (!key) return std::nullopt;
   if (auto same = changes.imports.find(*key); same != changes.imports.end()) return same->second;
   for (std::int64_t row : rowsWithNumber(*index_.snapshot(), "importdate", key->first)) {
@@ -190,37 +240,45 @@ Result<OptionalString> SQLiteAssetStore::findSameImport(const IndexChanges& chan
     Result<bool> found = reading->step();
     if (!found) return tl::unexpected(found.error());
     Result<Dictionary> stored = readEntries(reading->text(1), {"importdate", "masterpath"});
-    if (stored && importKey(*stored) == key) return reading->text(0);
+    auto entry = [&](const char* name) { return stored->find(name) ? *stored->find(name) : Value(); };
+    if (stored && importKey(entry("importdate"), entry("masterpath")) == key) return reading->text(0);
   }
   return std::nullopt;
 }
 
 Result<std::vector<Result<std::string>>> SQLiteAssetStore::create(
     const std::vector<std::string_view>& documents) {
+  std::vector<Result<SentDocument>> read = readDocuments(documents);
   std::lock_guard lock(writing_);
-  Result<Statement> inserting = writer_.prepare("INSERT INTO assets(n, id, document) VALUES (?, ?, ?)");
-  if (!inserting) return tl::unexpected(inserting.error());
-  auto change = [&](std::string_view given, IndexChanges& changes) -> Result<std::string> {
-    Result<SentDocument> document = readSentDocument(given, indexedKeys());
+  auto change = [&](Result<SentDocument>& document, BatchChanges& changes) -> Result<std::string> {
     if (!document) return serverFailure(StatusCode::invalidRequest, "an asset is an object");
-    Result<OptionalString> known = findSameImport(changes, document->entries);
+    Result<OptionalString> known = findSameImport(changes, document->values);
     if (!known) return tl::unexpected(known.error());
     if (*known) return **known;
     std::string id = identifiers_.next();
     bool empty = document->rest == "}";
     std::string json = fmt::format(R"({{"_id":"{}"{}{})", id, empty ? "" : ",", document->rest);
-    Result<void> sound = checkDocument(document->entries, json.size());
+    Result<void> sound = checkDocument(document->values, json.size());
     if (!sound) return tl::unexpected(sound.error());
-    inserting->reset();
-    inserting->bind(nextRow_);
-    inserting->bindText(id);
-    inserting->bindText(json);
-    Result<void> inserted = inserting->run();
-    if (!inserted) return tl::unexpected(inserted.error());
-    changes.add(nextRow_++, id, std::move(document->entries));
+    changes.rows.push_back({nextRow_, id, std::move(json)});
+    changes.add(nextRow_++, id, std::move(document->values));
     return id;
   };
-  return changeAll<std::string>(documents, change);
+  return changeAll<std::string>(read, change);
+}
+
+Result<void> SQLiteAssetStore::insert(const std::vector<NewRow>& rows) {
+  if (rows.empty()) return {};
+  Result<Statement> inserting = writer_.prepare("INSERT INTO assets(n, id, document) VALUES (?, ?, ?)");
+  if (!inserting) return tl::unexpected(inserting.error());
+  for (const NewRow& row : rows) {
+    inserting->reset();
+    inserting->bind(row.number);
+    inserting->bindText(row.id);
+    inserting->bindText(row.json);
+    if (Result<void> inserted = inserting->run(); !inserted) return inserted;
+  }
+  return {};
 }
 
 Result<std::optional<SQLiteAssetStore::Row>> SQLiteAssetStore::find(Statement& finding,
@@ -251,7 +309,7 @@ Result<std::vector<Result<std::string>>> SQLiteAssetStore::update(const Array& i
   Result<Statement> storing = writer_.prepare("UPDATE assets SET document = ? WHERE n = ?");
   if (!finding) return tl::unexpected(finding.error());
   if (!storing) return tl::unexpected(storing.error());
-  auto change = [&](const Value& item, IndexChanges& noted) -> Result<std::string> {
+  auto change = [&](const Value& item, BatchChanges& noted) -> Result<std::string> {
     const Dictionary* changes = item.ifDictionary();
     const Value* id = changes ? changes->find("_id") : nullptr;
     if (!id || !id->ifString())
@@ -262,15 +320,15 @@ Result<std::vector<Result<std::string>>> SQLiteAssetStore::update(const Array& i
     Dictionary& document = (*row)->document;
     mergeInto(document, *changes);
     std::string json = writeJson(document);
-    if (Result<void> sound = checkDocument(document, json.size()); !sound)
-      return tl::unexpected(sound.error());
+    std::vector<Value> values = indexedValues(document);
+    if (Result<void> sound = checkDocument(values, json.size()); !sound) return tl::unexpected(sound.error());
     storing->reset();
     storing->bindText(json);
     storing->bind((*row)->number);
     Result<void> stored = storing->run().and_then([&] { return noteChange((*row)->number); });
     if (!stored) return tl::unexpected(stored.error());
     noted.removed.insert(*id->ifString());
-    noted.add((*row)->number, *id->ifString(), std::move(document));
+    noted.add((*row)->number, *id->ifString(), std::move(values));
     return *id->ifString();
   };
   return changeAll<std::string>(items, change);
@@ -282,7 +340,7 @@ Result<std::vector<Result<Dictionary>>> SQLiteAssetStore::remove(const std::vect
   Result<Statement> removing = writer_.prepare("DELETE FROM assets WHERE n = ?");
   if (!finding) return tl::unexpected(finding.error());
   if (!removing) return tl::unexpected(removing.error());
-  auto change = [&](const std::string& id, IndexChanges& changes) -> Result<Dictionary> {
+  auto change = [&](const std::string& id, BatchChanges& changes) -> Result<Dictionary> {
     Result<std::optional<Row>> row = find(*finding, id);
     if (!row) return tl::unexpected(row.error());
     if (!*row) return unknownAsset(id);
@@ -356,9 +414,9 @@ Result<void> SQLiteAssetStore::indexRows(const std::string& condition, std::int6
       if (!more) break;
       // A damaged document has no keys; whoever reads it learns about it.
       Result<Dictionary> entries = readEntries(reading->text(2), indexedKeys());
-      batch.push_back({reading->integer(0), reading->text(1), entries.value_or(Dictionary())});
+      batch.push_back({reading->integer(0), reading->text(1), indexedValues(entries.value_or(Dictionary()))});
     }
-    index_.prepare({}, std::move(batch), version).publish();
+    index_.prepare({}, makeSegment(std::move(batch)), version).publish();
     Result<void> merged = index_.mergeAll();
     if (!merged) return merged;
   }
@@ -412,9 +470,12 @@ Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
   std::string path = appendPathComponent(folder, kDatabaseFileName);
   Result<void> copied = readers_.use([&](Database& reader) { return reader.copyTo(path); });
   if (copied) return syncDirectory(folder);
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
-    std::filesystem::remove(entry.path(), ignored);
+  std::error_code ended;
+  for (std::filesystem::directory_iterator entry(folder, ended), end; !ended && entry != end;
+       entry.increment(ended)) {
+    std::error_code ignored;
+    std::filesystem::remove(entry->path(), ignored);
+  }
   return copied;
 }
 
