@@ -114,8 +114,12 @@ LibraryRegistry::LibraryRegistry(StoreOpener opener, std::chrono::milliseconds t
       keeper_([this](const std::stop_token& stop) { keep(stop); }) {}
 
 LibraryRegistry::~LibraryRegistry() {
+  end();
+}
+
+void LibraryRegistry::end() {
   keeper_.request_stop();
-  keeper_.join();
+  if (keeper_.joinable()) keeper_.join();
   closeAll();
 }
 

@@ -106,6 +106,8 @@ class LibraryRegistry {
   /// has not named. Closing what is closed is a success.
   void close(const std::string& dbName);
   void closeAll();
+  /// Closes all, and opens nothing of itself any more; no other call may be under way or follow.
+  void end();
 
   /// Closes, forgets and removes the database folder, also of a library that is unknown.
   [[nodiscard]] Result<void> remove(const std::string& dbName);
