@@ -5,6 +5,8 @@
 #include <vornex/TQVornexUtil.h>
 #include <vornex/TQWorkflowEngineInterface.h>
 
+#include <cerrno>
+
 #include "core/SdkError.h"
 #include "foundation/Files.h"
 #include "library/AskService.h"
@@ -32,7 +34,7 @@ TQErrorPtr deleteEverything(const LibraryPtr& library) {
   const bool hasPackage = library->packageFolder && itemExists(*library->packageFolder);
   // A backup by another process must not write into what is removed.
   auto locks = DatabaseCopies(*library).lock(DatabaseCopies::Use::read);
-  if (!locks) logLine(LogLevel::warning, locks.error().message);
+  if (!locks && locks.error().code == ETIMEDOUT) return makeSdkError(locks.error());
   if (TQErrorPtr error = askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or("")))
     return error;
   return hasPackage ? removePackageFolder(*library->packageFolder) : nullptr;
