@@ -11,6 +11,8 @@ install(TARGETS vornex_media RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/vor
 install(TARGETS vornex_command vornexd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY include/vornex DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY resources/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vornex)
+# What file managers show for a package folder.
+install(FILES packaging/Library.svg DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/VornexSDK)
 install(EXPORT VornexSDKTargets NAMESPACE VornexSDK:: DESTINATION ${package_folder})

@@ -22,7 +22,8 @@ struct Notification {
 /// Broadcasts named notifications to whoever observes them.
 ///
 /// Thread-safety: every operation is safe on any thread. Observers are called on the posting thread, in the
-/// order in which they were added, without a lock held: they may add, remove and post.
+/// order in which they were added, without a lock held: they may add, remove and post. What an observer
+/// throws is logged and reaches neither the poster nor the other observers.
 class NotificationCenter {
  public:
   using Observer = std::function<void(const Notification&)>;

@@ -39,8 +39,8 @@ class TQBookmarkUtil {
   /// file is left alone then, and the next save removes the entry.
   std::vector<TQBookmark> loadBookmarks();
   /// Ends the access that loadBookmarks has started; the list stays. Programs need no leave to use a folder
-  /// here, so that access is but the mark `isAccessed`: a folder that is gone meanwhile is logged, nothing is
-  /// closed, and every folder can be used as before.
+  /// here, so that access is but the mark `isAccessed`: a folder of the list that is gone is logged, nothing
+  /// is closed, and every folder can be used as before.
   void unloadBookmarks();
   /// A snapshot, in list order.
   std::vector<TQBookmark> bookmarks() const;
@@ -68,7 +68,8 @@ class TQBookmarkUtil {
   std::optional<Data> bookmarkDataFromFilePath(const OptionalString& path) const;
 
   /// Whether the file was of a form that is not read any more: one without a version, or of version "1.0",
-  /// which is then removed. (Operating systems that are to keep such a file are none of those this runs on.)
+  /// which is then removed (a failure is logged). (Operating systems that are to keep such a file are none of
+  /// those this runs on.)
   bool needUpdateVersion();
   /// Writes the current version with an empty list, whatever the file holds; false when there are bookmarks.
   bool updateVersion();

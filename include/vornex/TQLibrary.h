@@ -185,7 +185,8 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   void moveAssetsToTrash(const std::vector<AssetPtr>& assets, Completion completion);
   std::optional<std::vector<std::string>> moveAssetsToTrash(const std::vector<AssetPtr>& assets,
                                                             const Value& response);
-  /// Assets whose project the library no longer holds fail; error 10007 when that leaves none.
+  /// Assets whose project the library no longer holds fail: error 10007 lists them and those that the server
+  /// did not confirm. When the request for the others fails besides, it is 10008 in the domain of that error.
   void restoreAssets(const std::vector<AssetPtr>& assets, Completion completion);
   std::optional<std::vector<std::string>> restoreAssets(const std::vector<AssetPtr>& assets,
                                                         const Value& response);

@@ -35,7 +35,8 @@ class TQUserManager {
 
   /// Takes the user with the clear password and keeps its MD5 string. Errors: 10000 no user, or one without
   /// ID or password; 10002 the ID is taken; 10003 the file could not be written, and the user stays in the
-  /// list. Called back on the caller's thread.
+  /// list. The service lets nobody in whose ID is empty, longer than 256 bytes or the owner's, nor a user of
+  /// type 2. Called back on the caller's thread.
   void createUser(UserPtr user, Completion completion);
 
   /// Errors: 10000 an empty list, 10003 the file could not be written. Called back on the caller's thread.

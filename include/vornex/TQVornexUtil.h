@@ -98,7 +98,7 @@ class TQVornexUtil {
   static void sendNotificationWithError(const TQErrorPtr& error);
 
   // Requests (TQVornexUtilRequests.cpp). A request carries the user ID and password (HTTP Basic), this
-  // machine's UUID and the client type. Present params are the body, as JSON; absent ones send none. It ends
+  // machine's UUID and the client type. Params are the body, as JSON; absent or null ones send none. It ends
   // within 30 seconds after it was sent, which may have to wait up to two minutes while others of this
   // process wait for the same server. The errors of both forms:
   // - the server's own, with its code, message and domain, whatever the HTTP status;

@@ -35,13 +35,14 @@ class VornexSDK {
   void initializeWAS();
 
   /// Starts the service if it does not run, has it serve HTTP on the port (0: the port on which it serves
-  /// already, else any free one) and load its libraries. Sets WASPort to the port in use. Called back with
-  /// (true, null) only when all succeeded. By then the local password has been asked for, once for each
-  /// connection to a service: local libraries carry it and workflows have been started, unless the service
-  /// had none to give, which is logged. A service that goes away meanwhile is started again for 20 seconds.
-  /// Errors: 10 the service serves on another port or the port is taken, 31 the service cannot be started,
-  /// went away or was ended by terminateWAS, 11 an earlier one does not end, 9 it hangs, or the service's
-  /// own. Never called back before initializeWAS.
+  /// already, else any free one) and load its libraries. Sets WASPort to the port, with 0 only when the one
+  /// in use is known: load libraries in the completion, since they keep the port that they were loaded with.
+  /// Called back with (true, null) only when all succeeded. By then the local password has been asked for,
+  /// once for each connection to a service and whenever it reports a launch: local libraries carry it and
+  /// workflows have been started, unless the service had none to give, which is logged. A service that goes
+  /// away meanwhile is started again for 20 seconds. Errors: 10 the service serves on another port or the
+  /// port is taken, 31 the service cannot be started, went away or was ended by terminateWAS, 11 an earlier
+  /// one does not end, 9 it hangs, or the service's own. Never called back before initializeWAS.
   void startWASServiceWithPort(std::int64_t port, Completion completion);
 
   /// Stops the web server and the databases; the service process stays. Called back at once without a

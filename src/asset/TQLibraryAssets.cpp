@@ -9,6 +9,7 @@
 
 #include "asset/KeyPaths.h"
 #include "core/Coercion.h"
+#include "core/SdkError.h"
 
 namespace vornex {
 
@@ -16,10 +17,6 @@ namespace {
 
 using Assets = std::vector<AssetPtr>;
 using AssetIDs = std::optional<std::vector<std::string>>;
-
-TQErrorPtr localizedError(std::int64_t code, const std::string& key) {
-  return TQVornexUtil::errorWithCode(code, LocalizedString(key));
-}
 
 Value itemsBody(Array items) {
   return Dictionary{{"items", std::move(items)}};
@@ -240,15 +237,19 @@ void TQLibrary::restoreAssets(const Assets& assets, Completion completion) {
       restorable.push_back(asset);
       items.push_back(Dictionary{{"_id", asset->id}, {"trash", false}});
     }
-    TQErrorPtr someFailed =
-        homeless.empty() ? nullptr : errorWithFailedAssets(kVornexErrorDomain, 10007, homeless);
     if (assets.empty()) return completion(false, localizedError(10000, "request.error.param.nil"));
-    if (items.empty()) return completion(false, someFailed);
-    auto apply = [self, restorable](const Value& response) {
-      return self->restoreAssets(restorable, response);
+    if (items.empty()) return completion(false, errorWithFailedAssets(kVornexErrorDomain, 10007, homeless));
+    auto failed = std::make_shared<std::vector<std::string>>(homeless);
+    auto apply = [self, restorable, failed](const Value& response) {
+      AssetIDs unconfirmed = self->restoreAssets(restorable, response);
+      if (unconfirmed) failed->insert(failed->end(), unconfirmed->begin(), unconfirmed->end());
+      return unconfirmed;
     };
-    self->sendAssetUpdate(std::move(items), apply, [completion, someFailed](bool ok, TQErrorPtr error) {
-      completion(ok && !someFailed, error ? error : someFailed);
+    bool allSent = homeless.empty();
+    self->sendAssetUpdate(std::move(items), apply, [completion, allSent, failed](bool ok, TQErrorPtr error) {
+      if (allSent) return completion(ok, error);
+      if (!error) return completion(false, errorWithFailedAssets(kVornexErrorDomain, 10007, *failed));
+      completion(false, errorWithFailedAssets(error->domain(), 10008, *failed));
     });
   });
 }

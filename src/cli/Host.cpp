@@ -11,6 +11,7 @@
 
 #include "cli/Await.h"
 #include "cli/Paths.h"
+#include "foundation/Files.h"
 
 namespace vornex::cli {
 namespace {
@@ -65,12 +66,15 @@ std::string namesOf(const std::vector<std::shared_ptr<Item>>& items) {
 
 std::vector<LibraryPtr> matching(const std::vector<LibraryPtr>& libraries, const std::string& wanted) {
   const std::string path = absolutePath(wanted);
-  std::vector<LibraryPtr> byName;
+  std::vector<LibraryPtr> byName, byPath;
   for (const LibraryPtr& library : libraries) {
-    if (library->dbName == wanted || library->packageFolder == path) return {library};
+    if (library->dbName == wanted) return {library};
     if (library->name == wanted) byName.push_back(library);
+    if (library->packageFolder == path) byPath.push_back(library);
   }
-  return byName;
+  // A plain name means the same whatever the working folder is.
+  const bool isPath = wanted.find('/') != std::string::npos;
+  return byPath.empty() || (!isPath && !byName.empty()) ? byName : byPath;
 }
 
 Result<LibraryPtr> choose(const std::vector<LibraryPtr>& libraries, const OptionalString& wanted) {
@@ -145,6 +149,7 @@ Result<LibraryPtr> Host::loadLibrary(const OptionalString& wanted) {
   if (!known) return tl::unexpected(known.error());
   auto library = choose(*known, wanted);
   if (!library) return library;
+  if (auto there = checkFolder(*library); !there) return tl::unexpected(there.error());
   TQErrorPtr error;
   if (!(*library)->loadProjects(&error)) return tl::unexpected(fromSDK(error));
   // What a killed import left is settled before anything is shown or added; the SDK logs what it cannot
@@ -169,6 +174,13 @@ Result<ProjectPtr> Host::project(const LibraryPtr& library, const OptionalString
   return tl::unexpected(failureOf(fmt::format(
       "there is no project \"{}\" in \"{}\"; make it with: vornex project add \"{}\" --library \"{}\"",
       *wanted, name, *wanted, name)));
+}
+
+Result<void> checkFolder(const LibraryPtr& library) {
+  const std::string folder = library->packageFolder.value_or("");
+  if (library->libraryType != kLibraryTypeLocal || isDirectory(folder)) return {};
+  return tl::unexpected(failureOf(
+      fmt::format("there is no folder {}; if the library was moved, import it from where it is", folder)));
 }
 
 std::string projectPath(const ProjectPtr& project) {

@@ -54,6 +54,9 @@ class Host {
   std::int64_t port_;
 };
 
+/// An error when the folder of a local library is missing.
+[[nodiscard]] Result<void> checkFolder(const LibraryPtr& library);
+
 /// "name/group/group", or "-" for none.
 std::string projectPath(const ProjectPtr& project);
 

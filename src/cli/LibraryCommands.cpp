@@ -21,6 +21,7 @@ namespace vornex::cli {
 namespace {
 
 constexpr const char* kDefaultFolder = "Vornex";
+constexpr std::int64_t kExists = 10002;
 
 const char* typeOf(const LibraryPtr& library) {
   return library->libraryType == kLibraryTypeLocal ? "local" : "network";
@@ -57,35 +58,32 @@ Result<LibraryPtr> createLibrary(const std::string& place, const LibraryCreateCo
   if (!created) return failure("vornex", 0, "the service does not answer");
   const auto& [ok, error] = *created;
   if (ok) return library;
-  const std::string reason = error ? fromSDK(error).message : "another computer uses its folder";
+  std::string reason = error ? fromSDK(error).message : "another computer uses its folder";
+  if (error && error->code() == kExists && itemExists(*folder)) reason = "the folder exists already";
   return failure("vornex", error ? error->code() : 0, fmt::format("cannot create {}: {}", *folder, reason));
 }
 
 /// Whether the library answers; an error why not.
 Result<void> check(const LibraryPtr& library) {
+  if (auto there = checkFolder(library); !there) return there;
   const bool isLocal = library->libraryType == kLibraryTypeLocal;
-  if (isLocal && !isDirectory(library->packageFolder.value_or("")))
-    return failure("vornex", 0, "its folder is missing; if it was moved, import it from where it is");
   if (isLocal && !fileExists(*TQVornexUtil::libraryPlistWithPackageFolder(library->packageFolder)))
     return failure("vornex", 0, "its folder holds no library");
-  auto counts = countAssets(library);
-  if (!counts) return tl::unexpected(counts.error());
-  return {};
+  TQErrorPtr error;
+  if (!library->loadProjects(&error)) return tl::unexpected(fromSDK(error));
+  return countAssets(library).map([](const AssetCounts&) {});
 }
 
 /// The list and the package both have the name, so that it comes back when the package is imported.
 Result<void> rename(const LibraryPtr& library, const std::string& name) {
-  const bool isLocal = library->libraryType == kLibraryTypeLocal;
-  const std::string folder = library->packageFolder.value_or("");
-  if (isLocal && !isDirectory(folder))
-    return failure("vornex", 0, fmt::format("there is no folder {}", folder));
+  if (auto there = checkFolder(library); !there) return there;
   TQErrorPtr error;
   const bool isWritten = library->updateNewName(name, std::nullopt, std::nullopt, library->isShared, &error);
   if (error) return tl::unexpected(fromSDK(error));
-  if (isWritten || !isLocal) return {};
-  return failure(
-      "vornex", 0,
-      fmt::format("the list has the name \"{}\" now, but it could not be written to {}", name, folder));
+  if (isWritten || library->libraryType != kLibraryTypeLocal) return {};
+  return failure("vornex", 0,
+                 fmt::format("the list has the name \"{}\" now, but it could not be written to {}", name,
+                             library->packageFolder.value_or("")));
 }
 
 }  // namespace

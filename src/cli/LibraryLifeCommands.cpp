@@ -130,8 +130,7 @@ Result<LibraryPtr> localLibrary(Host& host, const OptionalString& wanted) {
     return failure(
         "vornex", 0,
         fmt::format("\"{}\" is a network library; its database is on its server", nameOf(*library)));
-  if (!isDirectory(folderOf(*library)))
-    return failure("vornex", 0, fmt::format("there is no folder {}", folderOf(*library)));
+  if (auto there = checkFolder(*library); !there) return tl::unexpected(there.error());
   return library;
 }
 

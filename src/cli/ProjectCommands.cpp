@@ -51,9 +51,11 @@ bool isProject(const ProjectPtr& node) {
 }
 
 Dictionary facts(const ProjectPtr& project) {
+  const ProjectPtr parent = project->parent.lock();
   return {{"id", project->id},
           {"name", project->name},
           {"path", projectPath(project)},
+          {"parent", parent ? parent->id : std::nullopt},
           {"type", isProject(project) ? "project" : "group"}};
 }
 

@@ -3,14 +3,18 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <linux/fs.h>
+#include <unistd.h>
 #include <vornex/Log.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <vector>
 
 #include "core/StorageLayout.h"
+#include "foundation/FileLock.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 
@@ -19,17 +23,29 @@ namespace {
 
 constexpr std::size_t kLongestName = 128;
 constexpr const char* kRemovedPrefix = ".removed-";
+constexpr const char* kFormerMark = "former";
 
 bool isNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
          c == '.';
 }
 
+/// Names in the shared database folder that stand for another database's copies.
+bool isNameOfCopy(std::string_view name) {
+  return name.ends_with(kStagedSuffix) || name.find(kFormerInfix) != std::string_view::npos;
+}
+
+void removeFolder(const std::string& folder) {
+  std::error_code error;
+  std::filesystem::remove_all(folder, error);
+  if (error) logLine(LogLevel::warning, fmt::format("Cannot remove {} yet: {}", folder, error.message()));
+}
+
 }  // namespace
 
 bool isValidDatabaseName(std::string_view name) {
   return !name.empty() && name.size() <= kLongestName && name.front() != '.' &&
-         std::all_of(name.begin(), name.end(), isNameCharacter);
+         std::all_of(name.begin(), name.end(), isNameCharacter) && !isNameOfCopy(name);
 }
 
 bool isDatabaseFolder(const std::string& folder) {
@@ -60,18 +76,55 @@ Result<void> removeDatabaseFolder(const std::string& dbName) {
   std::filesystem::rename(folder, grave, error);
   if (error) return posixFailure(error.value(), "Cannot remove " + folder);
   if (auto synced = syncDirectory(layout::databaseRoot()); !synced) return synced;
-  std::filesystem::remove_all(grave, error);
-  if (error) logLine(LogLevel::warning, fmt::format("Cannot remove {} yet: {}", grave, error.message()));
+  removeFolder(grave);
   return {};
 }
 
-void finishDatabaseRemovals() {
+Result<void> markFormerDatabase(const std::string& folder, bool isKept) {
+  const std::string mark = appendPathComponent(folder, kFormerMark);
+  if (isKept) return writeFileAtomically(mark, "");
+  if (::unlink(mark.c_str()) != 0 && errno != ENOENT) return posixFailure(errno, "remove " + mark);
+  return {};
+}
+
+Result<std::string> putStagedDatabaseAway(const std::string& dbName) {
+  const std::string staged = layout::stagedDatabaseFolder(dbName);
+  const std::string mark = appendPathComponent(staged, kFormerMark);
+  if (!itemExists(mark)) {
+    std::error_code error;
+    std::filesystem::remove_all(staged, error);
+    if (error) return posixFailure(error.value(), "remove " + staged);
+    return "";
+  }
+  const std::string kept = layout::databaseFolder(dbName) + kFormerInfix + randomHex(4);
+  if (::rename(staged.c_str(), kept.c_str()) != 0) return posixFailure(errno, "move " + staged);
+  if (auto synced = syncDirectory(layout::databaseRoot()); !synced) return tl::unexpected(synced.error());
+  ::unlink(appendPathComponent(kept, kFormerMark).c_str());
+  logLine(LogLevel::warning,
+          fmt::format("The database {} is kept as {}", layout::databaseFolder(dbName), kept));
+  return kept;
+}
+
+void sweepDatabaseRoot() {
+  std::vector<std::string> names;
   std::error_code error;
-  std::filesystem::directory_iterator folders(layout::databaseRoot(), error);
-  if (error) return;
-  for (const auto& folder : folders) {
-    if (folder.path().filename().string().starts_with(kRemovedPrefix))
-      std::filesystem::remove_all(folder, error);
+  for (std::filesystem::directory_iterator entry(layout::databaseRoot(), error), end; !error && entry != end;
+       entry.increment(error))
+    names.push_back(entry->path().filename());
+  for (const std::string& name : names) {
+    const std::string path = appendPathComponent(layout::databaseRoot(), name);
+    if (name.starts_with(kRemovedPrefix)) removeFolder(path);
+    if (!name.starts_with(kUnfinishedPrefix) && !name.ends_with(kStagedSuffix)) continue;
+    const std::string dbName = name.starts_with(kUnfinishedPrefix)
+                                   ? name.substr(std::strlen(kUnfinishedPrefix))
+                                   : name.substr(0, name.size() - std::strlen(kStagedSuffix));
+    // Somebody may be making it now.
+    auto lock = FileLock::acquire(layout::databaseFolder(dbName), std::chrono::milliseconds(0));
+    if (!lock || !lock->isExclusive()) continue;
+    if (name.starts_with(kUnfinishedPrefix))
+      removeFolder(path);
+    else if (auto done = putStagedDatabaseAway(dbName); !done)
+      logLine(LogLevel::warning, done.error().message);
   }
 }
 

@@ -104,6 +104,9 @@ void HttpTransfer::configure(const UrlParts& url) {
   curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(exchange_.timeLimit.count()));
   curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(exchange_.timeLimit.count()));
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  // A name that does not resolve in time is not waited for. Its thread ends when the resolver gives up; there
+  // are no more of them than requests were under way in that time.
+  curl_easy_setopt(curl, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(curl, CURLOPT_TCP_KEEPALIVE, 1L);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, takeBody);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, this);

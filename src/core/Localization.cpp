@@ -30,8 +30,9 @@ std::string tablePath(const std::string& folder, const std::string& language) {
 }  // namespace
 
 const Localization& Localization::shared() {
-  static const Localization localization(TypeTables::resourceFolder(), userLanguage());
-  return localization;
+  // Never destroyed: workers may ask while the process ends.
+  static const auto* localization = new Localization(TypeTables::resourceFolder(), userLanguage());
+  return *localization;
 }
 
 std::string Localization::userLanguage() {

@@ -12,6 +12,9 @@ namespace vornex {
 /// A failure from below the SDK as its callers see it: the same domain, code and message. Thread-safe.
 TQErrorPtr makeSdkError(const Error& error);
 
+/// An error of the SDK's own domain with the localised message of the key. Thread-safe.
+TQErrorPtr localizedError(std::int64_t code, const std::string& key);
+
 /// Whether the service was not there, or went away before it answered. Thread-safe.
 inline bool isServiceLost(const Error& error) {
   return error.code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <vornex/TQError.h>
+#include <vornex/TQVornexUtil.h>
 
 #include "core/Coercion.h"
 #include "core/SdkError.h"
@@ -19,6 +20,10 @@ std::string TQError::description() const {
 TQErrorPtr makeSdkError(const Error& error) {
   return std::make_shared<const TQError>(error.domain, error.code,
                                          Dictionary{{kLocalizedDescriptionKey, error.message}});
+}
+
+TQErrorPtr localizedError(std::int64_t code, const std::string& key) {
+  return TQVornexUtil::errorWithCode(code, LocalizedString(key));
 }
 
 TQErrorPtr withReason(const TQErrorPtr& error, const std::string& reason) {

@@ -41,10 +41,13 @@ std::string desktopEntryText(std::string_view text) {
   return escaped;
 }
 
-/// File managers read a folder's icon from its ".directory".
+/// File managers read a folder's icon from its ".directory". One that is there holds what the user has
+/// chosen.
 void setFolderIcon(const std::string& folder, const std::string& icon) {
+  const std::string file = appendPathComponent(folder, ".directory");
+  if (itemExists(file)) return;
   std::string entry = "[Desktop Entry]\nType=Directory\nIcon=" + desktopEntryText(icon) + "\n";
-  Result<void> written = writeFileAtomically(appendPathComponent(folder, ".directory"), entry);
+  Result<void> written = writeFileAtomically(file, entry);
   if (!written) logLine(LogLevel::warning, "Can't set the folder icon: " + written.error().message);
 }
 
@@ -56,8 +59,10 @@ void report(int errorNumber, const std::string& path, TQErrorPtr* error) {
 
 bool TQVornexUtil::createPackageFolder(const OptionalString& path, const OptionalString& withIcon) {
   if (!path) return false;
-  if (!itemExists(*path) && !createDirectories(*path)) {
+  Result<void> made = fileExists(*path) ? Result<void>() : createDirectories(*path);
+  if (!made) {
     logLine(LogLevel::error, "createPackageFolder, Can't create folder.");
+    logLine(LogLevel::error, made.error().message);
     return false;
   }
   // Only a folder can be a package; nothing has to be marked on it here.
@@ -74,9 +79,10 @@ std::string TQVornexUtil::UUIDString() {
 }
 
 OptionalString TQVornexUtil::systemUUID() {
-  // Every request carries it, so the machine is asked once.
-  static const OptionalString identifier = machineIdentifier();
-  return identifier;
+  // Every request carries it, so the machine is asked once. Never destroyed: workers may ask while the
+  // process ends.
+  static const auto* identifier = new OptionalString(machineIdentifier());
+  return *identifier;
 }
 
 std::uint64_t sizeForFolderAtPath(const std::string& path, TQErrorPtr* error) {

@@ -20,7 +20,7 @@ std::optional<ServerRequest> makeRequest(const OptionalString& url, const Option
   request.userID = *userID;
   request.userPassword = *userPassword;
   request.method = *method;
-  if (params) request.body = writeJson(*params, JsonStyle::pretty);
+  if (params && !params->isNull()) request.body = writeJson(*params, JsonStyle::pretty);
   return request;
 }
 

@@ -36,8 +36,9 @@ const Value* findInCategory(const Dictionary& extensions, const char* category,
 }  // namespace
 
 const TypeTables& TypeTables::shared() {
-  static const TypeTables tables(resourceFolder());
-  return tables;
+  // Never destroyed: workers may ask while the process ends.
+  static const auto* tables = new TypeTables(resourceFolder());
+  return *tables;
 }
 
 std::string TypeTables::resourceFolder() {

@@ -109,9 +109,9 @@ struct KeyedUnarchiver::State {
   }
 
   const Value& object(const Value* value) const {
-    static const Value kNull;
+    static const auto* kNull = new Value;
     std::size_t index = slot(value);
-    return index == 0 ? kNull : objects[index];
+    return index == 0 ? *kNull : objects[index];
   }
 
   // Whether the object's class or one of its bases, nearest first, satisfies the test of its name.

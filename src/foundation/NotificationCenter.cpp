@@ -4,6 +4,8 @@
 #include <map>
 #include <mutex>
 
+#include "foundation/RunTask.h"
+
 namespace vornex {
 
 struct NotificationCenter::State {
@@ -54,7 +56,7 @@ void NotificationCenter::post(const Notification& notification) {
       auto found = state_->observers.find(token);
       if (found != state_->observers.end()) observer = found->second.observer;
     }
-    if (observer) (*observer)(notification);
+    if (observer) runTask([&] { (*observer)(notification); }, "notification centre");
   }
 }
 

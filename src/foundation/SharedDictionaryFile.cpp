@@ -11,12 +11,19 @@
 
 namespace vornex {
 
+/// Where a damaged file goes, beside those that went before.
+static std::string freePlaceFor(const std::string& path) {
+  std::string place = path + ".damaged";
+  for (int number = 2; itemExists(place); ++number) place = path + ".damaged-" + std::to_string(number);
+  return place;
+}
+
 static Result<std::optional<Dictionary>> readOrSetAside(const std::string& path) {
   if (!itemExists(path)) return std::nullopt;
   Result<Dictionary> file = readDictionaryFile(path);
   if (file) return std::move(*file);
   if (file.error().domain == "posix") return tl::unexpected(file.error());
-  std::string aside = path + ".damaged";
+  const std::string aside = freePlaceFor(path);
   if (std::rename(path.c_str(), aside.c_str()) != 0) return posixFailure(errno, "move aside " + path);
   logLine(LogLevel::error, file.error().message + "; kept as " + aside);
   return std::nullopt;

@@ -17,8 +17,9 @@ using DictionaryChange = std::function<Dictionary(std::optional<Dictionary> pres
 /// `change` is called once, and the outcome is written atomically; `mode` is the permission of a new file.
 ///
 /// Nothing is present when the file is missing (its folder must exist), and when it is no dictionary: it is
-/// moved aside then, to the same name with ".damaged" behind it. One that cannot be read is an error and
-/// stays. Domain "posix", or "plist" for a value without a property-list form. Blocks; thread-safe.
+/// moved aside then, to the same name with ".damaged", or ".damaged-2" and so on, behind it. One that cannot
+/// be read is an error and stays. Domain "posix", or "plist" for a value without a property-list form.
+/// Blocks; thread-safe.
 [[nodiscard]] Result<void> changeDictionaryFile(const std::string& path, const DictionaryChange& change,
                                                 unsigned mode = 0644);
 

@@ -135,10 +135,18 @@ std::string trimmedWhitespace(std::string_view text) {
   return utf8(all.tempSubStringBetween(begin, end));
 }
 
+static std::unique_ptr<icu::Collator> userCollator() {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(status));
+  // Some languages pass over blanks and punctuation, the slashes of paths among them.
+  if (collator) collator->setAttribute(UCOL_ALTERNATE_HANDLING, UCOL_NON_IGNORABLE, status);
+  return U_SUCCESS(status) ? std::move(collator) : nullptr;
+}
+
 bool localizedEqual(std::string_view a, std::string_view b) {
   if (a == b) return true;
-  UErrorCode status = U_ZERO_ERROR;
-  thread_local std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(status));
+  if (!isValidUtf8(a) || !isValidUtf8(b)) return false;
+  thread_local std::unique_ptr<icu::Collator> collator = userCollator();
   if (!collator) return false;
   UErrorCode compared = U_ZERO_ERROR;
   return collator->compare(unicode(a), unicode(b), compared) == UCOL_EQUAL && U_SUCCESS(compared);

@@ -21,7 +21,8 @@ std::string foldedText(std::string_view text);
 std::string decomposed(std::string_view text);
 std::string lowercased(std::string_view text);
 std::string trimmedWhitespace(std::string_view text);
-/// Whether the texts are equal under the user's collation ("localizedCompare" giving "same").
+/// Whether the texts are equal under the user's collation ("localizedCompare" giving "same"), in which blanks
+/// and punctuation always count. What is not valid UTF-8 is equal to the same bytes only.
 bool localizedEqual(std::string_view a, std::string_view b);
 
 std::string base64(std::string_view bytes);

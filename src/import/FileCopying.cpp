@@ -4,10 +4,11 @@
 #include <vornex/Log.h>
 #include <vornex/TQBookmarkUtil.h>
 #include <vornex/TQLibraryManager.h>
+#include <vornex/TQVornexUtil.h>
 
 #include <cerrno>
 
-#include "import/ImportError.h"
+#include "foundation/Error.h"
 
 namespace vornex {
 

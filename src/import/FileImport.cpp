@@ -5,16 +5,23 @@
 #include <vornex/TQAsset.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
+#include <vornex/TQVornexUtil.h>
 
+#include <cerrno>
+
+#include "core/SdkError.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "import/FileCopying.h"
 #include "import/FileNames.h"
-#include "import/ImportError.h"
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
 
 namespace vornex {
+
+static TQErrorPtr posixError(int errorNumber, const std::string& what) {
+  return makeSdkError(posixFailure(errorNumber, what).value());
+}
 
 FileImport::FileImport(Request request, std::shared_ptr<ImportJournal> journal,
                        TQProject::FileCallback callback)
@@ -200,7 +207,7 @@ bool FileImport::recordInJournal() {
                            request_.doCopy ? target_.value_or("") : ""};
   Result<void> begun = journal_->begin(entry);
   if (begun) return true;
-  fail(hostError(begun.error()));
+  fail(makeSdkError(begun.error()));
   return false;
 }
 
@@ -272,7 +279,7 @@ void FileImport::placeByLink() {
 // A record must never outlive its link, so the link reaches the disk first.
 void FileImport::createRecordOfLink() {
   Result<void> synced = syncDirectory(deletingLastPathComponent(*masterFull_));
-  if (!synced) return fail(hostError(synced.error()));
+  if (!synced) return fail(makeSdkError(synced.error()));
   createRecord();
 }
 

@@ -7,14 +7,15 @@
 #include <vornex/TQBookmarkUtil.h>
 #include <vornex/TQConnection.h>
 #include <vornex/TQUser.h>
+#include <vornex/TQVornexUtil.h>
 
 #include <filesystem>
 #include <set>
 
 #include "core/Coercion.h"
+#include "core/SdkError.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
-#include "import/ImportError.h"
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
 #include "platform/FileCopy.h"

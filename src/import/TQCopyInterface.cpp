@@ -7,7 +7,7 @@
 #include <future>
 #include <mutex>
 
-#include "import/ImportError.h"
+#include "core/SdkError.h"
 #include "platform/FileCopy.h"
 #include "platform/FolderAccess.h"
 
@@ -73,7 +73,7 @@ static Result<Copied> watchedCopy(const CopyJobPtr& job) {
 static void run(const CopyJobPtr& job) {
   Result<Copied> copied = watchedCopy(job);
   if (!job->report) return;
-  if (!copied) return job->report(nullptr, hostError(copied.error()));
+  if (!copied) return job->report(nullptr, makeSdkError(copied.error()));
   Dictionary result{{"bytes", copied->bytes}};
   if (copied->digest) result.set("checksum", *copied->digest);
   job->report(std::move(result), nullptr);
@@ -113,7 +113,7 @@ TQCopyInterface::JobID TQCopyInterface::copyFileAtPath(const std::string& source
                                                        Completion completion) {
   Result<std::string> reached = resolveAccessToken(bookmarkData);
   if (!reached) {
-    if (completion) completion(false, hostError(reached.error()));
+    if (completion) completion(false, makeSdkError(reached.error()));
     return 0;
   }
   auto job = std::make_shared<CopyJob>();

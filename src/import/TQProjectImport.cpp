@@ -10,6 +10,7 @@
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQProject.h>
 #include <vornex/TQUser.h>
+#include <vornex/TQVornexUtil.h>
 
 #include <filesystem>
 
@@ -22,7 +23,6 @@
 #include "import/FileImport.h"
 #include "import/FileNames.h"
 #include "import/ImportBatch.h"
-#include "import/ImportError.h"
 #include "import/ImportJournal.h"
 #include "import/PackagePath.h"
 #include "import/REDFolders.h"

@@ -1,8 +1,7 @@
 #include "library/DatabaseCopies.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/file.h>
+#include <sys/stat.h>
 #include <vornex/Log.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQVornexUtil.h>
@@ -16,10 +15,11 @@
 #include "core/DatabaseFolder.h"
 #include "core/SdkError.h"
 #include "core/StorageLayout.h"
-#include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "library/AskService.h"
+#include "library/PackageFolder.h"
+#include "library/ServiceAway.h"
 #include "platform/FileCopy.h"
 
 namespace vornex {
@@ -29,6 +29,9 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 constexpr const char* kServerLock = "mongod.lock";
+// As they stand in the log.
+constexpr const char* kRestore = "restoreDatabaseWithLibrary";
+constexpr const char* kReplace = "replaceDatabaseWithLibrary";
 constexpr auto kProgressInterval = 200ms;
 // As long as another process may copy a large database.
 constexpr auto kLockPatience = 12h;
@@ -47,7 +50,7 @@ void makeWritable(const std::string& folder) {
     const fs::perms rights = isFolder ? fs::perms::owner_all : fs::perms::owner_read | fs::perms::owner_write;
     fs::permissions(path, rights, fs::perm_options::add | fs::perm_options::nofollow, error);
   };
-  if (!isDirectory(folder)) return;
+  if (fs::symlink_status(folder, error).type() != fs::file_type::directory) return;
   allow(folder, true);
   for (fs::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
        entry.increment(error)) {
@@ -83,7 +86,8 @@ Result<void> move(const char* operation, const std::string& from, const std::str
   return logged(fmt::format("{}, Can't move db file:{} -> {}", operation, from, to), std::move(moved));
 }
 
-Result<void> makeFolder(const char* operation, const std::string& path) {
+Result<void> makeDatabaseRoot(const char* operation) {
+  const std::string path = layout::databaseRoot();
   return logged(fmt::format("{}, Can't create directory:{}", operation, path), createDirectories(path));
 }
 
@@ -116,7 +120,7 @@ DatabaseCopies::DatabaseCopies(const TQLibrary& library)
     : name_(library.dbName.value_or("")),
       working_(layout::databaseFolder(name_)),
       staging_(layout::stagedDatabaseFolder(name_)),
-      unfinished_(appendPathComponent(layout::databaseRoot(), ".restoring-" + name_)),
+      unfinished_(appendPathComponent(layout::databaseRoot(), kUnfinishedPrefix + name_)),
       packagedFolder_(layout::packagedDatabaseFolder(library.packageFolder.value_or(""))),
       packaged_(appendPathComponent(packagedFolder_, name_)),
       previous_(packaged_ + "_origin"),
@@ -133,6 +137,14 @@ bool DatabaseCopies::hasPackaged() const {
 Result<void> DatabaseCopies::check() const {
   if (isValidDatabaseName(name_) && packagedFolder_.starts_with('/')) return {};
   return logged("No database folder for: " + name_, posixFailure(EINVAL, "database name " + name_));
+}
+
+/// A package that lies elsewhere now must not be taken for the one at its former place.
+Result<void> DatabaseCopies::checkPackage() const {
+  const std::string package = deletingLastPathComponent(packagedFolder_);
+  if (holderOfPackage(package, name_) == PackageHolder::library) return {};
+  return logged("Not the library's package folder: " + package,
+                posixFailure(ESTALE, "find the library in " + package));
 }
 
 DatabaseCopies::Standing DatabaseCopies::standing() const {
@@ -165,13 +177,14 @@ Result<void> DatabaseCopies::backUp(bool close, const Progress& progress) const 
   constexpr const char* kOperation = "backupDatabaseWithLibrary";
   if (auto valid = check(); !valid) return valid;
   logLine(LogLevel::info, fmt::format("backup database syncing:{} -> {}", working_, packagedFolder_));
-  // A folder made where a volume is not mounted would pass for the package.
-  if (const std::string package = deletingLastPathComponent(packagedFolder_); !isDirectory(package))
-    return logged("Can't create directory:" + packagedFolder_, posixFailure(ENOENT, "find " + package));
-  if (auto made = makeFolder(kOperation, packagedFolder_); !made) return made;
-  if (auto made = makeFolder(kOperation, layout::databaseRoot()); !made) return made;
+  if (auto found = checkPackage(); !found) return found;
+  if (::mkdir(packagedFolder_.c_str(), 0755) != 0 && !isDirectory(packagedFolder_))
+    return logged(fmt::format("{}, Can't create directory:{}", kOperation, packagedFolder_),
+                  posixFailure(errno, "make " + packagedFolder_));
+  if (auto made = makeDatabaseRoot(kOperation); !made) return made;
   auto locked = lock(Use::write);
   if (!locked) return tl::unexpected(locked.error());
+  if (auto synced = syncDirectory(deletingLastPathComponent(packagedFolder_)); !synced) return synced;
   if (auto repaired = repairBackup(); !repaired) return repaired;
 
   logLine(LogLevel::info, fmt::format("start database backup :{} -> {}", working_, fresh_));
@@ -232,57 +245,109 @@ Result<void> DatabaseCopies::snapshot(bool close, const Progress& progress) cons
   return syncDirectory(packagedFolder_);
 }
 
-/// Copies the files while no service may use them, nor start to.
+/// Copies the files while no service may use them.
 Result<void> DatabaseCopies::copyUnserved(const Progress& progress) const {
   if (auto removed = removeItem(fresh_); !removed) return removed;
-  if (auto made = createDirectories(layout::serviceFolder(), 0700); !made) return made;
-  const std::string path = layout::serviceLockFile();
-  FileDescriptor service(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (!service) return posixFailure(errno, "open " + path);
-  if (::flock(service.get(), LOCK_EX | LOCK_NB) != 0)
-    return posixFailure(errno, "the service that uses the database cannot be asked");
+  auto away = ServiceAway::keep("copying a database");
+  if (!away) return tl::unexpected(away.error());
   return copyFolder(working_, fresh_, progress);
 }
 
 Result<void> DatabaseCopies::restore(const Progress& progress) const {
-  constexpr const char* kOperation = "restoreDatabaseWithLibrary";
   if (auto valid = check(); !valid) return valid;
-  if (auto made = makeFolder(kOperation, layout::databaseRoot()); !made) return made;
-  logLine(LogLevel::info, fmt::format("restore database syncing:{} -> {}", packaged_, working_));
+  if (auto made = makeDatabaseRoot(kRestore); !made) return made;
   auto locked = lock(Use::read);
-  if (!locked) return tl::unexpected(locked.error());
+  return locked ? restoreLocked(progress) : tl::unexpected(locked.error());
+}
+
+Result<void> DatabaseCopies::restoreLocked(const Progress& progress) const {
+  logLine(LogLevel::info, fmt::format("restore database syncing:{} -> {}", packaged_, working_));
   if (!packagedSource())
     return posixFailure(ENOENT, "the package holds no copy of its database, " + packaged_);
   if (hasWorking()) return {};
   if (auto staged = stage(progress); !staged) return staged;
-  auto placed = exchange(kOperation);
-  return placed ? removeStaged() : placed;
+  if (auto placed = exchange(kRestore); !placed) return placed;
+  (void)putStagedAway();  // logged, and the next run does, too
+  return {};
 }
 
-Result<void> DatabaseCopies::replace(Former former, const Progress& progress) const {
-  constexpr const char* kOperation = "replaceDatabaseWithLibrary";
+Result<void> DatabaseCopies::replace(const Progress& progress) const {
   if (auto valid = check(); !valid) return valid;
-  if (auto made = makeFolder(kOperation, layout::databaseRoot()); !made) return made;
+  if (auto made = makeDatabaseRoot(kReplace); !made) return made;
   auto locked = lock(Use::read);
   if (!locked) return tl::unexpected(locked.error());
-  if (auto staged = stage(progress); !staged) return staged;
-  Result<void> done;
-  if (TQErrorPtr error = askService(&ServiceProxy::replaceDatabase, name_))
-    done = tl::unexpected(errorOf(error));
-  const bool isUnknown = !done && former == Former::keep &&
-                         done.error().code == static_cast<std::int64_t>(StatusCode::databaseNotFound);
-  if (isUnknown) done = exchange(kOperation);
-  if (done) return putFormerAway(former);
-  // A service that went away may still be at it; the next run removes what it leaves.
-  if (!isServiceLost(done.error())) (void)removeStaged();
-  return done;
+  auto replaced = replaceLocked(Former::remove, progress);
+  return replaced ? Result<void>() : tl::unexpected(replaced.error());
+}
+
+/// Gives the place of the former working database, if it is kept.
+Result<std::string> DatabaseCopies::replaceLocked(Former former, const Progress& progress) const {
+  if (auto staged = stage(progress); !staged) return tl::unexpected(staged.error());
+  const bool isKept = former == Former::keep;
+  if (auto marked = markFormerDatabase(working_, isKept); !marked) return tl::unexpected(marked.error());
+  auto done = exchangeByService(kReplace, former);
+  if (!done) {
+    // A service that went away may still be at it; the next run clears up.
+    if (!isServiceLost(done.error())) {
+      (void)markFormerDatabase(working_, false);
+      (void)putStagedAway();
+    }
+    return tl::unexpected(done.error());
+  }
+  auto kept = putStagedAway();
+  return isKept ? kept : kept.value_or("");
+}
+
+Result<DatabaseCopies::BroughtIn> DatabaseCopies::bringIn(bool force, const std::function<void()>& copies,
+                                                          const Progress& progress) const {
+  if (auto valid = check(); !valid) return tl::unexpected(valid.error());
+  if (auto made = makeDatabaseRoot(kRestore); !made) return tl::unexpected(made.error());
+  auto locked = lock(Use::read);
+  if (!locked) return tl::unexpected(locked.error());
+  const bool hadWorking = hasWorking();
+  const Standing standing = hadWorking ? this->standing() : Standing::inStep;
+  if (standing == Standing::apart && !force)
+    return failure(
+        "posix", ESTALE,
+        "this computer has other changes of the library than the package; a forced import takes the "
+        "package's and keeps the others beside the database");
+  if (hadWorking && standing == Standing::inStep && !force) return BroughtIn{};
+  copies();
+  if (standing == Standing::inStep) {
+    auto restored = restoreLocked(progress);
+    return restored ? Result<BroughtIn>(BroughtIn{!hadWorking, ""}) : tl::unexpected(restored.error());
+  }
+  auto former = replaceLocked(Former::keep, progress);
+  return former ? Result<BroughtIn>(BroughtIn{false, *former}) : tl::unexpected(former.error());
+}
+
+Result<void> DatabaseCopies::putBack(const BroughtIn& done) const {
+  auto locked = lock(Use::read);
+  if (!locked) return tl::unexpected(locked.error());
+  if (done.isNew) {
+    TQErrorPtr error = askService(&ServiceProxy::removeLibraryWithDBName, name_);
+    if (isServiceLost(error)) return removeUnservedDatabase(name_);
+    return error ? tl::unexpected(errorOf(error)) : Result<void>();
+  }
+  if (done.former.empty()) return {};
+  if (auto marked = markFormerDatabase(done.former, true); !marked) return marked;
+  if (auto away = putStagedAway(); !away) return tl::unexpected(away.error());
+  if (auto moved = move(kReplace, done.former, staging_); !moved) return moved;
+  auto exchanged = exchangeByService(kReplace, Former::keep);
+  if (!exchanged && isServiceLost(exchanged.error())) {
+    auto away = ServiceAway::keep("exchanging databases");
+    exchanged = away ? exchange(kReplace) : tl::unexpected(away.error());
+  }
+  if (!exchanged) return exchanged;
+  (void)putStagedAway();  // logged, and the next run does, too
+  return markFormerDatabase(working_, false);
 }
 
 /// Copies the packaged database beside the working one.
 Result<void> DatabaseCopies::stage(const Progress& progress) const {
   const OptionalString source = packagedSource();
   if (!source) return posixFailure(ENOENT, "the package holds no copy of its database, " + packaged_);
-  if (auto removed = removeStaged(); !removed) return removed;
+  if (auto away = putStagedAway(); !away) return tl::unexpected(away.error());
   if (auto removed = removeItem(unfinished_); !removed) return removed;
   if (auto made = createDirectories(unfinished_); !made) return made;
   const std::string copy = appendPathComponent(unfinished_, name_);
@@ -294,13 +359,14 @@ Result<void> DatabaseCopies::stage(const Progress& progress) const {
     return copied;
   }
   makeWritable(copy);
+  if (auto unmarked = markFormerDatabase(copy, false); !unmarked) return unmarked;
   const std::string lock = appendPathComponent(copy, kServerLock);
   if (auto removed = removeItem(lock); !removed) {
     logLine(LogLevel::error,
             fmt::format("Can't remove mongodb lock file : {}, error:{}", lock, removed.error().message));
     return removed;
   }
-  if (auto moved = move("restoreDatabaseWithLibrary", copy, staging_); !moved) return moved;
+  if (auto moved = move(kRestore, copy, staging_); !moved) return moved;
   return removeItem(unfinished_);
 }
 
@@ -309,23 +375,24 @@ Result<void> DatabaseCopies::exchange(const char* operation) const {
                 exchangeStagedDatabase(name_));
 }
 
-/// The former working database, which is staged now.
-Result<void> DatabaseCopies::putFormerAway(Former former) const {
-  if (former == Former::remove || !isDatabaseFolder(staging_)) {
-    (void)removeStaged();  // logged, and the next run does, too
-    return {};
-  }
-  const std::string kept = fmt::format("{}_former_{}", working_, randomHex(4));
-  logLine(LogLevel::warning, fmt::format("The database {} is kept as {}", working_, kept));
-  return move("restoreDatabaseWithLibrary", staging_, kept);
+/// Of a library that the service does not know, nobody has the database open; a replacement without an import
+/// is for one that it knows.
+Result<void> DatabaseCopies::exchangeByService(const char* operation, Former former) const {
+  TQErrorPtr error = askService(&ServiceProxy::replaceDatabase, name_);
+  if (!error) return {};
+  const bool isUnknown = error->code() == static_cast<std::int64_t>(StatusCode::databaseNotFound);
+  if (isUnknown && former == Former::keep) return exchange(operation);
+  return tl::unexpected(errorOf(error));
 }
 
-Result<void> DatabaseCopies::removeStaged() const {
-  auto removed = removeItem(staging_);
-  if (!removed)
+/// Removes what is staged, or keeps it under a name of its own, which is returned.
+Result<std::string> DatabaseCopies::putStagedAway() const {
+  makeWritable(staging_);
+  auto away = putStagedDatabaseAway(name_);
+  if (!away)
     logLine(LogLevel::error,
-            fmt::format("Can't remove db restore file : {}, error:{}", staging_, removed.error().message));
-  return removed;
+            fmt::format("Can't remove db restore file : {}, error:{}", staging_, away.error().message));
+  return away;
 }
 
 }  // namespace vornex

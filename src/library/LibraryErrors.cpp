@@ -2,14 +2,13 @@
 
 #include <vornex/Log.h>
 #include <vornex/TQBookmarkUtil.h>
-#include <vornex/TQVornexUtil.h>
 
 #include "core/SdkError.h"
 
 namespace vornex {
 
 TQErrorPtr libraryError(std::int64_t code, const std::string& key, const std::string& reason) {
-  return withReason(TQVornexUtil::errorWithCode(code, LocalizedString(key)), reason);
+  return withReason(localizedError(code, key), reason);
 }
 
 TQErrorPtr bookmarkFolder(const std::string& folder) {

@@ -36,7 +36,7 @@ const Dictionary* find(const RowsByIdentity& rows, const std::string& identity) 
   return found == rows.end() ? nullptr : found->second;
 }
 
-/// The file's row with what has changed from `base` to `ours`.
+/// The file's row with what has been set from `base` to `ours`.
 Dictionary changedRow(const Dictionary* file, const Dictionary* base, const Dictionary& ours) {
   if (!file) return ours;
   Dictionary row = *file;
@@ -48,6 +48,13 @@ Dictionary changedRow(const Dictionary* file, const Dictionary* base, const Dict
 }
 
 }  // namespace
+
+Dictionary mergedEntries(const Dictionary& file, const Dictionary& base, const Dictionary& ours) {
+  Dictionary merged = changedRow(&file, &base, ours);
+  for (const auto& [key, value] : base)
+    if (!ours.contains(key)) merged.erase(key);
+  return merged;
+}
 
 Array mergedRows(std::string_view key, const Array& file, const Array& base, const Array& ours) {
   const std::vector<std::string> fileNames = identities(key, file);

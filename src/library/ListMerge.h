@@ -16,4 +16,8 @@ namespace vornex {
 /// removed. Our rows come first, in their order. Thread-safe.
 Array mergedRows(std::string_view key, const Array& file, const Array& base, const Array& ours);
 
+/// The same for a dictionary, entry by entry: what this process has set or removed since `base` is carried
+/// over to the file's entries. Thread-safe.
+Dictionary mergedEntries(const Dictionary& file, const Dictionary& base, const Dictionary& ours);
+
 }  // namespace vornex

@@ -38,6 +38,8 @@ struct TQLibraryManager::State {
   /// Guards the file, too.
   std::mutex networkUsersMutex;
   Dictionary networkUsers;
+  /// As last read or written; the difference is this process's change.
+  Dictionary networkUsersInFile;
   /// Absent when the host application's file was missing at the last look.
   Published<std::optional<Dictionary>> networkUsersFromBrindle;
   /// The host's.

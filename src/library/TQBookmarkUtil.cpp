@@ -3,8 +3,8 @@
 #include <vornex/TQBookmarkUtil.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <mutex>
-#include <utility>
 
 #include "core/Coercion.h"
 #include "core/StorageLayout.h"
@@ -22,11 +22,13 @@ namespace vornex {
 namespace {
 
 constexpr const char* kFileVersion = "2.0";
+constexpr const char* kOldVersion = "1.0";
 
+// Missing data is written as an empty text.
 std::optional<Data> dataOf(const Dictionary& dictionary, const char* key) {
   const Value* value = dictionary.find(key);
-  if (!value || !value->ifData()) return std::nullopt;
-  return *value->ifData();
+  if (value && value->ifData()) return *value->ifData();
+  return value && *value == Value("") ? std::optional(Data()) : std::nullopt;
 }
 
 Value dataOrEmpty(const std::optional<Data>& data) {
@@ -41,6 +43,22 @@ Array storedBookmarks() {
 std::optional<TQBookmark> bookmarkOf(const Value& entry) {
   const Dictionary* dictionary = entry.ifDictionary();
   return dictionary ? TQBookmark::bookmarkWithDictionary(*dictionary) : std::nullopt;
+}
+
+// Empty when the file has none, absent when it cannot be read.
+OptionalString storedVersion() {
+  auto file = readDictionaryFile(layout::bookmarkPlist());
+  return file ? coerce::string(file->find("version")).value_or("") : OptionalString();
+}
+
+void discardOldFile() {
+  auto lock = FileLock::acquire(layout::bookmarkPlist());
+  if (!lock) return logLine(LogLevel::error, lock.error().message);
+  // Another process may have written meanwhile.
+  if (storedVersion() != kOldVersion) return;
+  logLine(LogLevel::info, "Delete bookmark plist");
+  if (::unlink(layout::bookmarkPlist().c_str()) != 0)
+    logLine(LogLevel::error, posixFailure(errno, "delete " + layout::bookmarkPlist()).value().message);
 }
 
 bool logUnlessDone(const Result<void>& written) {
@@ -60,6 +78,8 @@ bool startAccess(TQBookmark& bookmark) {
     logLine(LogLevel::error, "Minimal URLByResolvingBookmarkData error:" + minimal.error().message);
     return false;
   }
+  // The file holds texts; only the token knows the bytes of a path that is none.
+  if (bookmark.filePath == validUtf8(*folder)) bookmark.filePath = *folder;
   bookmark.bookmarkMinimalData = std::move(*minimal);
   bookmark.isAccessed = true;
   return true;
@@ -111,7 +131,7 @@ std::optional<TQBookmark> TQBookmark::bookmarkWithDictionary(const Dictionary& d
 }
 
 Dictionary TQBookmark::bookmarkDictionary() const {
-  return {{"filepath", filePath.value_or("")},
+  return {{"filepath", validUtf8(filePath.value_or(""))},
           {"bookmarkdata", dataOrEmpty(bookmarkData)},
           {"bookmarkminimaldata", dataOrEmpty(bookmarkMinimalData)}};
 }
@@ -147,7 +167,7 @@ void TQBookmarkUtil::unloadBookmarks() {
   std::lock_guard lock(state_->monitor);
   std::vector<TQBookmark> list = bookmarks();
   for (TQBookmark& bookmark : list) {
-    if (!std::exchange(bookmark.isAccessed, false)) continue;
+    bookmark.isAccessed = false;
     auto folder = resolveAccessToken(*bookmark.bookmarkData);
     if (!folder)
       logLine(LogLevel::error, "SecurityScope URLByResolvingBookmarkData error:" + folder.error().message);
@@ -197,7 +217,7 @@ bool TQBookmarkUtil::addBookmarkWithFilePath(const OptionalString& path) {
 void TQBookmarkUtil::claim(const std::string& path) {
   std::lock_guard lock(state_->monitor);
   auto bookmark = bookmarkWithFilePath(path);
-  if (bookmark) state_->file.claim(*bookmark->filePath);
+  if (bookmark) state_->file.claim(validUtf8(*bookmark->filePath));
 }
 
 bool TQBookmarkUtil::addBookmarkWithVolumePath(const OptionalString& path) {
@@ -254,20 +274,9 @@ std::optional<Data> TQBookmarkUtil::bookmarkDataFromFilePath(const OptionalStrin
 }
 
 bool TQBookmarkUtil::needUpdateVersion() {
-  if (!itemExists(layout::bookmarkPlist())) return false;
-  auto lock = FileLock::acquire(layout::bookmarkPlist());
-  if (!lock) {
-    logLine(LogLevel::error, lock.error().message);
-    return false;
-  }
-  auto file = readDictionaryFile(layout::bookmarkPlist());
-  if (!file) return false;
-  std::string version = coerce::string(file->find("version")).value_or("");
-  if (version == "1.0") {
-    logLine(LogLevel::info, "Delete bookmark plist");
-    ::unlink(layout::bookmarkPlist().c_str());
-  }
-  return version.empty() || version == "1.0";
+  OptionalString version = storedVersion();
+  if (version == kOldVersion) discardOldFile();
+  return version == "" || version == kOldVersion;
 }
 
 bool TQBookmarkUtil::updateVersion() {

@@ -157,6 +157,7 @@ std::optional<std::vector<LibraryPtr>> TQLibraryManager::loadLibrariesFromPlistF
     if (fileExists(path)) logUnreadable(file.error());
     return std::nullopt;
   }
+  std::lock_guard lock(state_->monitor);
   std::vector<LibraryPtr> result;
   for (const Value& row : coerce::array(file->find("library")))
     if (LibraryPtr library = libraryOf(*this, row, path)) result.push_back(std::move(library));
@@ -214,25 +215,25 @@ std::vector<LibraryPtr> TQLibraryManager::findNetworkLibrariesWithIP(const Optio
 }
 
 bool TQLibraryManager::addLibraries(const std::vector<LibraryPtr>& added) {
-  {
-    std::lock_guard lock(state_->monitor);
-    std::vector<LibraryPtr> unknown;
-    std::unordered_set<std::string> names;
-    for (const LibraryPtr& library : added) {
-      if (!library) continue;
-      if (!findLibrary(library) && names.insert(library->dbName.value_or("")).second)
-        unknown.push_back(library);
-    }
-    saveNetworkUsers(added);
-    state_->append(unknown);
-    state_->claim(added);
+  // Until both lists are saved: who loads them meanwhile must not drop what is new.
+  std::lock_guard lock(state_->monitor);
+  std::vector<LibraryPtr> unknown;
+  std::unordered_set<std::string> names;
+  for (const LibraryPtr& library : added) {
+    if (!library || findLibrary(library)) continue;
+    if (!library->dbName || names.insert(*library->dbName).second) unknown.push_back(library);
   }
+  saveNetworkUsers(added);
+  state_->append(unknown);
+  state_->claim(added);
   return saveLibrariesFileWithType(kLibraryTypeLocal) && saveLibrariesFileWithType(kLibraryTypeNetwork);
 }
 
+// What can be written is, also when a record has neither a dictionary form nor a row that is known.
 bool TQLibraryManager::writeList(std::int64_t type) {
   std::lock_guard lock(state_->monitor);
   SharedList& list = state_->list(type);
+  bool isWhole = true;
   Array rows;
   for (const LibraryPtr& library : libraries()) {
     if (library->libraryType != type) continue;
@@ -243,11 +244,13 @@ bool TQLibraryManager::writeList(std::int64_t type) {
       rows.emplace_back(std::move(*row));
     } else if (former) {
       rows.push_back(*former);
+    } else {
+      isWhole = false;
     }
   }
   auto written = list.save(std::move(rows));
   if (!written) logLine(LogLevel::error, written.error().message);
-  return written.has_value();
+  return written && isWhole;
 }
 
 bool TQLibraryManager::saveLibrariesFileWithType(std::int64_t type) {
@@ -285,8 +288,9 @@ void TQLibraryManager::updateLocalPassword() {
   for (const LibraryPtr& library : localLibraries()) {
     if (!library->connection) continue;
     UserPtr user = library->connection->user;
-    if (!user || user->id != current->id || user->password != current->password)
-      library->connection->user = current;
+    const bool isCurrent = user && user->id == current->id && user->name == current->name &&
+                           user->userType == current->userType && user->password == current->password;
+    if (!isCurrent) library->connection->user = current;
   }
 }
 

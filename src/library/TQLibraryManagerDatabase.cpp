@@ -1,4 +1,3 @@
-#include <vornex/Queue.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
 
@@ -6,19 +5,20 @@
 
 #include "core/SdkError.h"
 #include "library/DatabaseCopies.h"
+#include "library/Work.h"
 
 namespace vornex {
 namespace {
 
 using Work = std::function<Result<void>(const DatabaseCopies& copies)>;
 
-/// Runs the work on a worker; only local libraries have a database here.
+/// Only local libraries have a database here.
 void copyDatabase(const LibraryPtr& library, Completion completion, Work work) {
-  GlobalQueue::shared().async([library, completion = std::move(completion), work = std::move(work)] {
+  workThenTell(std::move(completion), [library, work = std::move(work)] {
     Result<void> done = library && library->libraryType == kLibraryTypeLocal
                             ? work(DatabaseCopies(*library))
                             : posixFailure(EINVAL, "find the database of a library that is not local");
-    completion(done.has_value(), done ? nullptr : makeSdkError(done.error()));
+    return Ending::of(done ? nullptr : makeSdkError(done.error()));
   });
 }
 
@@ -41,10 +41,9 @@ void TQLibraryManager::restoreDatabaseWithLibrary(LibraryPtr library, Completion
 
 void TQLibraryManager::replaceDatabaseWithLibrary(LibraryPtr library, Completion completion,
                                                   DatabaseProgress progress) {
-  copyDatabase(library, std::move(completion),
-               [progress = std::move(progress)](const DatabaseCopies& copies) {
-                 return copies.replace(DatabaseCopies::Former::remove, progress);
-               });
+  copyDatabase(
+      library, std::move(completion),
+      [progress = std::move(progress)](const DatabaseCopies& copies) { return copies.replace(progress); });
 }
 
 }  // namespace vornex

@@ -1,12 +1,12 @@
 #include <fmt/format.h>
 #include <vornex/Log.h>
-#include <vornex/Queue.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQVornexUtil.h>
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 
 #include "core/Coercion.h"
 #include "core/DatabaseFolder.h"
@@ -19,6 +19,7 @@
 #include "library/DatabaseCopies.h"
 #include "library/LibraryErrors.h"
 #include "library/ManagerState.h"
+#include "library/Work.h"
 
 namespace vornex {
 
@@ -60,16 +61,19 @@ class PackageImport {
     if (TQErrorPtr error = readRecord()) return error;
     // Two imports of one package must not both list it, nor one undo what the other has.
     auto turn = createDirectories(layout::databaseRoot()).and_then([&] {
-      return FileLock::acquire(layout::databaseFolder(dbName()) + "-import", kImportPatience);
+      // With a blank it is no other database's name.
+      return FileLock::acquire(layout::databaseFolder(dbName()) + " import", kImportPatience);
     });
     if (!turn) return makeSdkError(turn.error());
     if (manager_.findLibrary(library_) || isInLocalList(library_->dbName)) {
       logLine(LogLevel::error, "Already exist library: " + dbName());
       return libraryError(10002, "library.message.path.exist");
     }
+    // Before anything is copied or exchanged; a lock that comes later is seen, too.
+    if (TQErrorPtr error = checkLock()) return error;
     if (TQErrorPtr error = bookmarkFolder(folder_)) return error;
     manager_.startAllBookmarks();
-    if (TQErrorPtr error = restoreDatabase()) return error;
+    if (TQErrorPtr error = bringInDatabase()) return error;
     TQErrorPtr error = takeIn();
     if (error) undo();
     return error;
@@ -92,56 +96,68 @@ class PackageImport {
     connectLocally(library_);
     library_->onlineStatus = true;
     library_->packageFolder = folder_;
+    copies_.emplace(*library_);
     return nullptr;
   }
 
-  TQErrorPtr restoreDatabase() {
-    const DatabaseCopies copies(*library_);
-    const bool hadWorking = copies.hasWorking();
-    const auto standing = hadWorking ? copies.standing() : DatabaseCopies::Standing::inStep;
-    const bool replaces = standing != DatabaseCopies::Standing::inStep;
-    if (standing == DatabaseCopies::Standing::apart && !force_)
-      return libraryError(10019, "library.error.db.restore.failed",
-                          "this computer has other changes of the library than the package; a forced import "
-                          "takes the package's and keeps the others beside the database");
-    if (hadWorking && !force_ && !replaces) return nullptr;
-    if (syncHandler_) syncHandler_(library_, true);
-    auto restored =
-        replaces ? copies.replace(DatabaseCopies::Former::keep, progress_) : copies.restore(progress_);
-    if (!restored) {
+  /// Another computer's lock; a forced import breaks it at its end.
+  TQErrorPtr checkLock() const {
+    TQErrorPtr error;
+    if (force_ || library_->createLibaryLockFileWithError(&error)) return nullptr;
+    logLine(LogLevel::error, "Can't create lock file or library already using : " + dbName());
+    return error;
+  }
+
+  TQErrorPtr bringInDatabase() {
+    auto broughtIn = copies_->bringIn(
+        force_,
+        [this] {
+          if (syncHandler_) syncHandler_(library_, true);
+        },
+        progress_);
+    if (!broughtIn) {
       library_->removeLibraryLockFile();
-      return libraryError(10019, "library.error.db.restore.failed", restored.error().message);
+      return libraryError(10019, "library.error.db.restore.failed", broughtIn.error().message);
     }
-    madeWorking_ = !hadWorking;
+    broughtIn_ = *broughtIn;
     return nullptr;
   }
 
   /// From the service's consent to the saved list.
   TQErrorPtr takeIn() {
-    const bool known = isKnownToService();
     library_->versionNumber = kSharedDatabaseVersion;
-    TQErrorPtr error = known ? askService(&ServiceProxy::launchLibraryForDBName, dbName())
-                             : askService(&ServiceProxy::addExistingLibrary,
-                                          library_->libDictionary().value_or(Dictionary()));
+    TQErrorPtr error = haveServed();
     if (error) {
       library_->removeLibraryLockFile();
-      const bool isMissing = error->code() == static_cast<std::int64_t>(StatusCode::databaseNotFound);
-      return isMissing ? libraryError(10019, "library.error.db.restore.failed", error->message()) : error;
+      return isMissing(error) ? libraryError(10019, "library.error.db.restore.failed", error->message())
+                              : error;
     }
-    added_ = !known;
-    if (force_ && !removeLockFiles()) {
-      logLine(LogLevel::error, "Can't remove library lock file");
-      return libraryError(10023, "library.error.lockfile.cannnot.delete");
-    }
-    if (!library_->createLibaryLockFileWithError(&error)) {
-      logLine(LogLevel::error, "Can't create lock file or library already using : " + dbName());
-      return error;
-    }
+    isServed_ = true;
+    error = checkLock();
+    if (error) return error;
     manager_.importLibrary(library_, [&](const LibraryPtr&, const TQErrorPtr& failure) { error = failure; });
+    // Last: a computer that has a lock keeps it when the import fails.
+    if (!error && force_ && !removeLockFiles()) {
+      logLine(LogLevel::error, "Can't remove library lock file");
+      error = libraryError(10023, "library.error.lockfile.cannnot.delete");
+    }
     if (error) manager_.deleteLibraryPlist(library_);
     // The service follows the list: whoever asks it next finds the library at its place.
     askService(&ServiceProxy::updateLibrary);
     return error;
+  }
+
+  static bool isMissing(const TQErrorPtr& error) {
+    return error && error->code() == static_cast<std::int64_t>(StatusCode::databaseNotFound);
+  }
+
+  TQErrorPtr haveServed() const {
+    if (isKnownToService()) {
+      TQErrorPtr error = askService(&ServiceProxy::launchLibraryForDBName, dbName());
+      // Else it was about to forget the library, which has left the list.
+      if (!isMissing(error)) return error;
+    }
+    return askService(&ServiceProxy::addExistingLibrary, library_->libDictionary().value_or(Dictionary()));
   }
 
   bool removeLockFiles() const {
@@ -153,21 +169,18 @@ class PackageImport {
   bool isKnownToService() const {
     auto service = TQVornexService();
     if (!service) return false;
-    std::promise<Dictionary> answer;
+    auto answer = std::make_shared<std::promise<Dictionary>>();
+    auto answered = answer->get_future();
     service->getLibraryForDBName(
-        dbName(), [&](Dictionary library, const TQErrorPtr&) { answer.set_value(std::move(library)); });
-    return answer.get_future().get().contains("dbname");
+        dbName(), [answer](Dictionary library, const TQErrorPtr&) { answer->set_value(std::move(library)); });
+    return answered.get().contains("dbname");
   }
 
-  /// A working database that stayed would be taken for the latest when the package is imported again.
+  /// A working database that stayed would be taken for the latest when the package is imported again, and a
+  /// library that the service kept could be served.
   void undo() const {
-    if (madeWorking_ && !isServiceLost(askService(&ServiceProxy::removeLibraryWithDBName, dbName()))) return;
-    if (madeWorking_) {
-      auto removed = removeDatabaseFolder(dbName());
-      if (!removed) logLine(LogLevel::error, removed.error().message);
-    } else if (added_) {
-      askService(&ServiceProxy::terminateLibraryForDBName, dbName());
-    }
+    if (isServed_) askService(&ServiceProxy::terminateLibraryForDBName, dbName());
+    if (auto undone = copies_->putBack(broughtIn_); !undone) logLine(LogLevel::error, undone.error().message);
   }
 
   std::string dbName() const { return library_->dbName.value_or(""); }
@@ -178,8 +191,9 @@ class PackageImport {
   const TQLibraryManager::SyncHandler syncHandler_;
   const TQLibraryManager::DatabaseProgress progress_;
   LibraryPtr library_;
-  bool madeWorking_ = false;
-  bool added_ = false;
+  std::optional<DatabaseCopies> copies_;
+  DatabaseCopies::BroughtIn broughtIn_;
+  bool isServed_ = false;
 };
 
 }  // namespace
@@ -195,16 +209,15 @@ bool isInLocalList(const OptionalString& dbName) {
 void TQLibraryManager::importLibraryWithPackageFolder(std::string packageFolder, bool forceSyncingDB,
                                                       SyncHandler syncHandler, Completion completionHandler,
                                                       DatabaseProgress progress) {
-  GlobalQueue::shared().async([this, folder = std::move(packageFolder), forceSyncingDB,
-                               syncHandler = std::move(syncHandler),
-                               completion = std::move(completionHandler), progress = std::move(progress)] {
-    if (!fileExists(*TQVornexUtil::libraryPlistWithPackageFolder(folder))) {
-      logLine(LogLevel::error, "file not exist");
-      return completion(false, nullptr);
-    }
-    TQErrorPtr error = PackageImport(*this, folder, forceSyncingDB, syncHandler, progress).run();
-    completion(!error, error);
-  });
+  workThenTell(std::move(completionHandler),
+               [this, folder = std::move(packageFolder), forceSyncingDB, syncHandler = std::move(syncHandler),
+                progress = std::move(progress)] {
+                 if (!fileExists(*TQVornexUtil::libraryPlistWithPackageFolder(folder))) {
+                   logLine(LogLevel::error, "file not exist");
+                   return Ending{false, nullptr};
+                 }
+                 return Ending::of(PackageImport(*this, folder, forceSyncingDB, syncHandler, progress).run());
+               });
 }
 
 void TQLibraryManager::importLibrary(LibraryPtr library,

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <vornex/Log.h>
 #include <vornex/TQConnection.h>
 #include <vornex/TQLibrary.h>
@@ -9,33 +10,41 @@
 #include "foundation/PropertyList.h"
 #include "foundation/SharedDictionaryFile.h"
 #include "library/CredentialFile.h"
+#include "library/ListMerge.h"
 #include "library/ManagerState.h"
 
 namespace vornex {
 
-static UserPtr networkUser(const Dictionary& users, const OptionalString& dbName) {
-  Value none;
-  const Value* entry = dbName ? users.find(*dbName) : &none;
+// Null, and logged, when the entry is no dictionary.
+static UserPtr networkUser(const char* operation, const Dictionary& users, const OptionalString& dbName) {
+  const Value* entry = dbName ? users.find(*dbName) : nullptr;
+  if (entry && !entry->ifDictionary()) {
+    logLine(LogLevel::error,
+            fmt::format("{} exception:the entry of {} is no dictionary", operation, *dbName));
+    return nullptr;
+  }
   OptionalString id = coerce::string(entry ? entry->find("userid") : nullptr);
   OptionalString password = coerce::string(entry ? entry->find("userpassword") : nullptr);
   return TQUser::userWithID(id, id, kUserTypeNetwork, std::move(password));
 }
 
 // Changes the credentials in memory and in the file, which other processes change, too. When the file is gone
-// or damaged, those in memory are written.
+// or damaged, those in memory are written; what cannot be written now is written with the next change.
 bool TQLibraryManager::changeNetworkUsers(const char* operation,
                                           const std::function<void(Dictionary& users)>& change) {
   std::lock_guard lock(state_->networkUsersMutex);
   Dictionary& users = state_->networkUsers;
+  Dictionary& inFile = state_->networkUsersInFile;
+  change(users);
   auto written = changeDictionaryFile(
       TQVornexUtil::networkUserPlist(),
       [&](std::optional<Dictionary> present) {
-        if (present) users = std::move(*present);
-        change(users);
+        if (present) users = mergedEntries(*present, inFile, users);
+        change(users);  // also what another process has undone
         return users;
       },
       kCredentialFileMode);
-  if (!written) change(users);
+  if (written) inFile = users;
   if (!written) logLine(LogLevel::error, std::string(operation) + " exception:" + written.error().message);
   return written.has_value();
 }
@@ -71,11 +80,13 @@ bool TQLibraryManager::saveNetworkUsers(const Dictionary& added) {
   });
 }
 
-// Those in memory stay when the file is gone or damaged: they are written again with the next change.
+// What is not written yet stays, and so does everything when the file is gone or damaged.
 void TQLibraryManager::loadNetworkUsers() {
   std::lock_guard lock(state_->networkUsersMutex);
-  if (auto users = readDictionaryFile(TQVornexUtil::networkUserPlist()))
-    state_->networkUsers = std::move(*users);
+  auto file = readDictionaryFile(TQVornexUtil::networkUserPlist());
+  if (!file) return;
+  state_->networkUsers = mergedEntries(*file, state_->networkUsersInFile, state_->networkUsers);
+  state_->networkUsersInFile = std::move(*file);
 }
 
 Dictionary TQLibraryManager::networkUserDict() const {
@@ -90,13 +101,13 @@ void TQLibraryManager::deleteNetworkUserWithDBName(const OptionalString& dbName)
 
 UserPtr TQLibraryManager::networkUserWithDBName(const OptionalString& dbName) const {
   std::lock_guard lock(state_->networkUsersMutex);
-  return networkUser(state_->networkUsers, dbName);
+  return networkUser("networkUserWithDBName", state_->networkUsers, dbName);
 }
 
 UserPtr TQLibraryManager::networkUseFromBrindleWithDBName(const OptionalString& dbName) const {
   auto users = readDictionaryFile(TQVornexUtil::networkUserPlistFromBrindle());
   state_->networkUsersFromBrindle.publish(users ? std::make_optional(*users) : std::nullopt);
-  return networkUser(users ? *users : Dictionary(), dbName);
+  return networkUser("networkUseFromBrindleWithDBName", users ? *users : Dictionary(), dbName);
 }
 
 std::optional<Dictionary> TQLibraryManager::networkUserDictFromBrindle() const {

@@ -28,16 +28,18 @@ std::string TQLibraryManager::actionStringWithJobType(std::int64_t jobType) {
 
 WorkflowAssetItemPtr TQLibraryManager::currentWorkflowItemWithType(std::int64_t jobType) {
   if (jobType == -1) return nullptr;
-  std::promise<std::optional<Dictionary>> answer;
+  auto answer = std::make_shared<std::promise<std::optional<Dictionary>>>();
+  auto answered = answer->get_future();
   workflowEngineInterface().searchWorkflowWithJobType(
-      jobType, [&](std::optional<Dictionary> job) { answer.set_value(std::move(job)); });
-  const std::optional<Dictionary> job = answer.get_future().get();
-  WorkflowAssetItemPtr item = job ? TQWorkflowAssetItem::workflowAssetItemWithDictionary(*job) : nullptr;
-  if (!item) {
-    item = std::make_shared<TQWorkflowAssetItem>();
-    item->action = actionStringWithJobType(jobType);
-    return item;
+      jobType, [answer](std::optional<Dictionary> job) { answer->set_value(std::move(job)); });
+  const Dictionary job = answered.get().value_or(Dictionary());
+  if (job.empty()) {
+    auto placeholder = std::make_shared<TQWorkflowAssetItem>();
+    placeholder->action = actionStringWithJobType(jobType);
+    return placeholder;
   }
+  WorkflowAssetItemPtr item = TQWorkflowAssetItem::workflowAssetItemWithDictionary(job);
+  if (!item) return nullptr;
   item->jobType = jobType;
   const LibraryPtr library = libraryForDBName(item->dbName);
   if (library && item->assetID)

@@ -58,7 +58,13 @@ bool TQUserManager::saveUsersFile() {
     Array rows;
     for (const UserPtr& user : users()) {
       if (user->id == kTQLocalUserID) continue;
-      if (auto row = user->userDictionary()) rows.emplace_back(std::move(*row));
+      auto row = user->userDictionary();
+      // A user who cannot be written stays in the file as he was.
+      const Value* former = row || !user->id ? nullptr : state_->file.knownRow(*user->id);
+      if (row)
+        rows.emplace_back(std::move(*row));
+      else if (former)
+        rows.push_back(*former);
     }
     if (auto written = state_->file.save(std::move(rows)); !written) {
       logLine(LogLevel::error, written.error().message);
@@ -66,7 +72,8 @@ bool TQUserManager::saveUsersFile() {
     }
   }
   auto service = TQVornexService();
-  if (service) service->updateUsers([](const TQErrorPtr&) {});
+  // One that starts later reads the file.
+  if (service && service->isConnected()) service->updateUsers([](const TQErrorPtr&) {});
   return true;
 }
 
@@ -105,7 +112,10 @@ void TQUserManager::createUser(UserPtr user, Completion completion) {
     std::lock_guard lock(state_->monitor);
     exists = findUserID(*user->id);
     if (!exists) {
-      user->password = MD5String(*user->password);
+      {
+        std::lock_guard fields(user->fields_);
+        user->password = MD5String(*user->password);
+      }
       std::vector<UserPtr> next = users();
       next.push_back(user);
       state_->users.publish(std::move(next));

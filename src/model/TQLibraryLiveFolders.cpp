@@ -9,9 +9,9 @@ using Search = LiveFolderPtr (TQLiveFolder::*)(const std::string&);
 static LiveFolderPtr find(const std::vector<LiveFolderPtr>& roots, OptionalString TQLiveFolder::*field,
                           Search within, const std::string& text) {
   for (const LiveFolderPtr& root : roots)
-    if ((*root).*field == text) return root;
+    if (root && (*root).*field == text) return root;
   for (const LiveFolderPtr& root : roots)
-    if (LiveFolderPtr found = ((*root).*within)(text)) return found;
+    if (LiveFolderPtr found = root ? ((*root).*within)(text) : nullptr) return found;
   return nullptr;
 }
 

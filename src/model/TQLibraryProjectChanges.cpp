@@ -9,6 +9,7 @@
 
 #include "core/Coercion.h"
 #include "core/ProjectRules.h"
+#include "core/SdkError.h"
 #include "model/ProjectTree.h"
 
 namespace vornex {
@@ -16,7 +17,7 @@ namespace vornex {
 UserPtr TQLibrary::requestUser(TQErrorPtr& error) const {
   UserPtr user = connection ? connection->user.load() : nullptr;
   if (user && user->id && user->password && serverURL("")) return user;
-  error = tree::error(10000, "request.error.param.nil");
+  error = withReason(tree::error(10000, "request.error.param.nil"), "nobody is logged in to the server");
   return nullptr;
 }
 

@@ -65,7 +65,9 @@ LiveFolderPtr TQLiveFolder::liveFolderWithDictionary(const Dictionary& dictionar
 
 LiveFolderPtr TQLiveFolder::undefinedLiveFolderWithLibrary(const LibraryPtr& library) {
   static std::mutex mutex;
-  static const Ptr undefined(new TQLiveFolder);
+  // Never destroyed: workers may search while the process ends.
+  static const auto* shared = new Ptr(new TQLiveFolder);
+  const Ptr& undefined = *shared;
   std::lock_guard lock(mutex);
   if (!undefined->ID) {
     undefined->ID = "UnDefined LiveFolder UUID";
@@ -121,7 +123,7 @@ std::int64_t TQLiveFolder::indexOfSubFolder(const Ptr& folder) const {
 LiveFolderPtr TQLiveFolder::nodeWith(OptionalString TQLiveFolder::*field, const std::string& text) {
   if (this->*field == text) return shared_from_this();
   for (const Ptr& child : subFolders)
-    if (Ptr found = child->nodeWith(field, text)) return found;
+    if (Ptr found = child ? child->nodeWith(field, text) : nullptr) return found;
   return nullptr;
 }
 

@@ -40,12 +40,13 @@ TQProject::Ptr TQProject::projectWithDictionary(const Dictionary& dictionary) {
 }
 
 const TQProject::Ptr& TQProject::undefinedProject() {
-  static const Ptr undefined = [] {
+  // Never destroyed: workers may search while the process ends.
+  static const auto* undefined = [] {
     Ptr made = projectWithID(kUndefinedID, kUndefinedName, "", kProjectTypeProject);
     made->rootProject = made;
-    return made;
+    return new Ptr(made);
   }();
-  return undefined;
+  return *undefined;
 }
 
 template <typename Field, typename Fresh>

@@ -23,22 +23,27 @@ bool isSymbolicLink(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-/// The whole of a small file that begins as alias files do; EINVAL when the item is none.
+bool beginsAsAlias(int file) {
+  std::array<char, kFirstLine.size()> start{};
+  return pread(file, start.data(), start.size(), 0) == static_cast<ssize_t>(start.size()) &&
+         std::string_view(start.data(), start.size()) == kFirstLine;
+}
+
+/// What follows the first line of an alias file; EINVAL when the item is none.
 Result<Data> tokenIn(const std::string& path) {
   // Without O_NONBLOCK, opening a named pipe would wait for its writer.
   FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file) return posixFailure(errno, "cannot read " + path);
   struct stat status {};
   if (fstat(file.get(), &status) != 0) return posixFailure(errno, "cannot read " + path);
-  std::array<char, kFirstLine.size()> firstLine{};
   if (!S_ISREG(status.st_mode) || static_cast<std::size_t>(status.st_size) > kSizeLimit ||
-      pread(file.get(), firstLine.data(), firstLine.size(), 0) != static_cast<ssize_t>(firstLine.size()) ||
-      std::string_view(firstLine.data(), firstLine.size()) != kFirstLine) {
+      !beginsAsAlias(file.get()))
     return posixFailure(EINVAL, path + " is no alias");
-  }
-  auto content = readFile(path, kSizeLimit);
-  if (!content) return tl::unexpected(content.error());
-  return Data(content->begin() + kFirstLine.size(), content->end());
+  Data token(kSizeLimit);
+  ssize_t count = pread(file.get(), token.data(), token.size(), kFirstLine.size());
+  if (count < 0) return posixFailure(errno, "cannot read " + path);
+  token.resize(static_cast<std::size_t>(count));
+  return token;
 }
 
 }  // namespace

@@ -20,19 +20,22 @@ constexpr std::int64_t kVersion = 1;
 
 /// Which item is at a path. A device number can change when a disk is plugged in again and an inode number
 /// can be given out again when an item is deleted, hence the identifiers of the file system and the time of
-/// birth. Some file systems number their items anew at each mount. An overlay may give an item another time
-/// of birth when something in it is first changed, and other numbers when it is mounted again.
+/// birth. Network and FUSE mounts often have neither those nor a lasting device number; what is mounted tells
+/// them apart. Some file systems number their items anew at each mount. An overlay may give an item another
+/// time of birth when something in it is first changed, and other numbers when it is mounted again.
 struct Identity {
   std::uint64_t device = 0;
   std::uint64_t fileSystem = 0;  // 0: it has no number of its own
   std::string volume;            // the volume's UUID; empty when unknown
+  std::string source;            // what a network or FUSE volume is of; empty for others
   std::uint64_t inode = 0;       // 0: it means nothing here
   std::int64_t birth = 0;        // nanoseconds; 0: the file system does not keep it
   bool isOnOverlay = false;
 
   bool isOnVolumeOf(const Identity& other) const {
     if (!volume.empty() && !other.volume.empty()) return volume == other.volume;
-    return device == other.device || (fileSystem != 0 && fileSystem == other.fileSystem);
+    return device == other.device || (fileSystem != 0 && fileSystem == other.fileSystem) ||
+           (!source.empty() && source == other.source);
   }
 
   bool matches(const Identity& other) const {
@@ -68,6 +71,7 @@ Result<Identity> identityOf(const std::string& path) {
   identity.device = (std::uint64_t{status.stx_dev_major} << 32) | status.stx_dev_minor;
   auto volume = volumeDescription(path);
   if (volume) identity.volume = text(*volume, volumeKey::uuid);
+  if (volume) identity.source = text(*volume, volumeKey::source);
   identity.isOnOverlay = volume && text(*volume, volumeKey::kind) == "overlay";
   if (!volume || keepsInodes(text(*volume, volumeKey::kind))) identity.inode = status.stx_ino;
   if (status.stx_mask & STATX_BTIME) {
@@ -111,6 +115,7 @@ Result<Data> makeAccessToken(const std::string& path) {
                                             {"device", static_cast<std::int64_t>(identity->device)},
                                             {"filesystem", static_cast<std::int64_t>(identity->fileSystem)},
                                             {"volume", identity->volume},
+                                            {"source", identity->source},
                                             {"inode", static_cast<std::int64_t>(identity->inode)},
                                             {"birth", identity->birth}},
                                  PropertyListFormat::binary);
@@ -134,6 +139,7 @@ Result<std::string> resolveAccessToken(const Data& token) {
   Identity remembered{unsignedNumber(*fields, "device"),
                       unsignedNumber(*fields, "filesystem"),
                       text(*fields, "volume"),
+                      text(*fields, "source"),
                       unsignedNumber(*fields, "inode"),
                       static_cast<std::int64_t>(unsignedNumber(*fields, "birth")),
                       present->isOnOverlay};

@@ -8,10 +8,10 @@
 
 namespace vornex {
 
-// A token remembers a folder or file that the user chose: its path, and which item was there (volume, inode
-// and time of birth, as far as the file system keeps them). It holds no secret and grants nothing; it tells
-// whether the same item is still there and open to us. Tokens are made to be stored; their first entry is a
-// version. Both functions are thread-safe and block on the file system only.
+// A token remembers a folder or file that the user chose: its path, and which item was there (volume or
+// mounted source, inode and time of birth, as far as the file system keeps them). It holds no secret and
+// grants nothing; it tells whether the same item is still there and open to us. Tokens are made to be stored;
+// their first entry is a version. Both functions are thread-safe and block on the file system only.
 
 /// The path is made absolute and freed of doubled slashes and "."; links in it, and ".." behind them, are
 /// kept. Domain "posix": nothing there, or no permission to read

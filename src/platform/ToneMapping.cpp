@@ -88,11 +88,13 @@ Rgb inSrgbPrimaries(const Rgb& c) {
 }  // namespace
 
 Data toneMapped(const std::vector<std::uint16_t>& pixels, HdrTransfer transfer) {
-  static const Table<float, 65536> pq(pqLight), hlg(hlgSceneLight);
-  static const Table<std::uint8_t, 4096> srgb(
+  // Never destroyed: workers may be at it while the process ends.
+  static const auto* pq = new Table<float, 65536>(pqLight);
+  static const auto* hlg = new Table<float, 65536>(hlgSceneLight);
+  static const auto* srgb = new Table<std::uint8_t, 4096>(
       [](double root) { return srgbByte(root * root); });  // finer where it is dark
   const bool isPq = transfer == HdrTransfer::pq;
-  const auto& curve = isPq ? pq : hlg;
+  const auto& curve = isPq ? *pq : *hlg;
   Data result(pixels.size());
   for (std::size_t i = 0; i + 2 < pixels.size(); i += 3) {
     Rgb light{curve.entry(pixels[i]), curve.entry(pixels[i + 1]), curve.entry(pixels[i + 2])};
@@ -104,7 +106,7 @@ Data toneMapped(const std::vector<std::uint16_t>& pixels, HdrTransfer transfer) 
     }
     Rgb shown = inSrgbPrimaries(mapped(light));
     for (std::size_t channel = 0; channel < 3; ++channel)
-      result[i + channel] = srgb.at(std::sqrt(std::max(shown[channel], 0.0)));
+      result[i + channel] = srgb->at(std::sqrt(std::max(shown[channel], 0.0)));
   }
   return result;
 }

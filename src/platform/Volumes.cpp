@@ -17,6 +17,8 @@ namespace vornex {
 
 namespace {
 
+// Names become parts of paths, so the root's has no slash.
+constexpr const char* kRootName = "root";
 constexpr int kMaxLayers = 16;  // device-mapper on device-mapper on ...
 
 template <typename T, T* (*release)(T*)>
@@ -203,7 +205,7 @@ std::string kindOfFileSystem(const struct statfs& status) {
 std::optional<Dictionary> changedRootDescription(const std::string& path) {
   struct statfs status {};
   if (::statfs(path.c_str(), &status) != 0) return std::nullopt;
-  return Dictionary{{volumeKey::name, "/"},
+  return Dictionary{{volumeKey::name, kRootName},
                     {volumeKey::path, "/"},
                     {volumeKey::kind, kindOfFileSystem(status)},
                     {volumeKey::network, false}};
@@ -216,10 +218,12 @@ std::optional<Dictionary> volumeDescription(const std::string& path) {
   if (!mount.entry) return mount.table ? changedRootDescription(path) : std::nullopt;
   std::string folder = text(mnt_fs_get_target(mount.entry));
   std::string folderName = lastPathComponent(folder);
-  Dictionary description{{volumeKey::name, folderName.empty() ? "/" : folderName},
+  Dictionary description{{volumeKey::name, folderName.empty() ? kRootName : folderName},
                          {volumeKey::path, folder},
                          {volumeKey::kind, text(mnt_fs_get_fstype(mount.entry))},
                          {volumeKey::network, isNetworkKind(mount.entry)}};
+  if (isNetworkKind(mount.entry) || text(mnt_fs_get_fstype(mount.entry)).starts_with("fuse"))
+    setIfKnown(description, volumeKey::source, text(mnt_fs_get_source(mount.entry)));
   if (dev_t number = blockDevice(mount.entry)) addDeviceFacts(number, description);
   return description;
 }

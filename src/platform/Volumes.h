@@ -8,7 +8,7 @@ namespace vornex {
 
 /// The keys of a volume description. A fact that the system does not know has no entry.
 namespace volumeKey {
-/// String: the label, else the name of the folder it is mounted on ("/" for the root).
+/// String: the label, else the name of the folder it is mounted on ("root" for the root).
 inline constexpr const char* name = "VolumeName";
 /// String: where it is mounted; always there.
 inline constexpr const char* path = "VolumePath";
@@ -18,6 +18,8 @@ inline constexpr const char* kind = "VolumeKind";
 inline constexpr const char* network = "VolumeNetwork";
 /// String: the file system's identifier.
 inline constexpr const char* uuid = "VolumeUUID";
+/// String, of network and FUSE volumes: what is mounted ("server:/export").
+inline constexpr const char* source = "VolumeSource";
 /// String: without surrounding blanks.
 inline constexpr const char* model = "DeviceModel";
 /// String: without surrounding blanks.

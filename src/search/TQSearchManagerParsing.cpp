@@ -54,24 +54,25 @@ class Pattern {
   std::unique_ptr<icu::RegexPattern> pattern_;
 };
 
+// Never destroyed: workers may parse while the process ends.
 const Pattern& andPattern() {
-  static const Pattern pattern(R"(([[:space:]]AND[[:space:]]))");
-  return pattern;
+  static const auto* pattern = new Pattern(R"(([[:space:]]AND[[:space:]]))");
+  return *pattern;
 }
 
 const Pattern& orPattern() {
-  static const Pattern pattern(R"(([[:space:]]OR[[:space:]])|([[:space:]]["|"][[:space:]]))");
-  return pattern;
+  static const auto* pattern = new Pattern(R"(([[:space:]]OR[[:space:]])|([[:space:]]["|"][[:space:]]))");
+  return *pattern;
 }
 
 const Pattern& blankPattern() {
-  static const Pattern pattern("[[:space:]]");
-  return pattern;
+  static const auto* pattern = new Pattern("[[:space:]]");
+  return *pattern;
 }
 
 const Pattern& quoteRunPattern() {
-  static const Pattern pattern("\"+");
-  return pattern;
+  static const auto* pattern = new Pattern("\"+");
+  return *pattern;
 }
 
 bool contains(const std::string& text, const char* part) {

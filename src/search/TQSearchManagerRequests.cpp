@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "core/DateNumber.h"
+#include "core/SdkError.h"
 #include "foundation/Text.h"
 
 namespace vornex {
@@ -18,10 +19,6 @@ namespace {
 
 // The duplicate search wants all references to a file at once.
 constexpr std::int64_t kDuplicatePageLimit = 1000;
-
-TQErrorPtr localizedError(std::int64_t code, const std::string& key) {
-  return TQVornexUtil::errorWithCode(code, LocalizedString(key));
-}
 
 bool canSend(const LibraryPtr& library) {
   return library && library->connection && library->connection->user;

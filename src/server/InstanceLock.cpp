@@ -15,11 +15,17 @@ namespace vornex::server {
 namespace {
 
 tl::unexpected<Error> heldByAnother(int file) {
-  char text[32] = {};
+  char text[128] = {};
   ssize_t length = ::pread(file, text, sizeof text - 1, 0);
   std::string process = length > 0 ? trimmedWhitespace(std::string_view(text, length)) : "unknown";
-  return serverFailure(StatusCode::itemExists, fmt::format("Another vornexd (process {}) already serves {}.",
-                                                           process, layout::rootFolder()));
+  // A client at work on databases adds what it does.
+  const std::size_t blank = process.find(' ');
+  const std::string message =
+      blank == std::string::npos
+          ? fmt::format("Another vornexd (process {}) already serves {}.", process, layout::rootFolder())
+          : fmt::format("Process {} is {} of {}; the service cannot start before that has ended.",
+                        process.substr(0, blank), process.substr(blank + 1), layout::rootFolder());
+  return serverFailure(StatusCode::itemExists, message);
 }
 
 }  // namespace

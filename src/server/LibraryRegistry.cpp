@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <thread>
+#include <utility>
 
 #include "core/Coercion.h"
 #include "core/DatabaseFolder.h"
@@ -71,75 +72,78 @@ LibraryTrees::LibraryTrees(const std::string& packageFolder)
 /// The exclusive right to change one library.
 class LibraryRegistry::Turn {
  public:
-  Turn(LibraryRegistry& registry, std::string dbName) : registry_(registry), dbName_(std::move(dbName)) {
+  enum class Wait { always, unlessLong };
+
+  /// False when nobody waited for what may take long; then it is seen to that somebody looks again.
+  Turn(LibraryRegistry& registry, std::string dbName, Wait wait = Wait::always)
+      : registry_(registry), dbName_(std::move(dbName)) {
     std::unique_lock lock(registry_.mutex_);
-    registry_.turnEnded_.wait(lock, [this] { return !registry_.busy_.contains(dbName_); });
-    registry_.busy_.insert(dbName_);
+    auto isBusy = [&] { return registry_.busy_.contains(dbName_); };
+    auto givesUp = [&] { return wait == Wait::unlessLong && isBusy() && registry_.busy_.at(dbName_); };
+    registry_.turnEnded_.wait(lock, [&] { return !isBusy() || givesUp(); });
+    isOurs_ = !isBusy();
+    if (isOurs_)
+      registry_.busy_[dbName_] = false;
+    else
+      registry_.unsettled_ = true;
   }
   ~Turn() {
+    if (!isOurs_) return;
     {
       std::lock_guard lock(registry_.mutex_);
       registry_.busy_.erase(dbName_);
+      if (registry_.unsettled_) registry_.woken_ = true;
     }
     registry_.turnEnded_.notify_all();
+    registry_.wake_.notify_all();
   }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
+  explicit operator bool() const { return isOurs_; }
+
  private:
   LibraryRegistry& registry_;
   const std::string dbName_;
+  bool isOurs_ = false;
 };
 
 LibraryRegistry::LibraryRegistry(StoreOpener opener, std::chrono::milliseconds timeToLeave)
     : openStore_(std::move(opener)),
       timeToLeave_(timeToLeave),
-      reopener_([this](const std::stop_token& stop) { reopenInTime(stop); }) {}
+      keeper_([this](const std::stop_token& stop) { keep(stop); }) {}
 
 LibraryRegistry::~LibraryRegistry() {
-  reopener_.request_stop();
-  reopener_.join();
+  end();
+}
+
+void LibraryRegistry::end() {
+  keeper_.request_stop();
+  if (keeper_.joinable()) keeper_.join();
   closeAll();
 }
 
 Result<void> LibraryRegistry::readList() {
-  std::lock_guard reading(listMutex_);
-  auto fresh = takeListFile();
-  if (!fresh) return tl::unexpected(fresh.error());
-  if (loaded_) (void)openEach(*fresh);  // a failure has become the library's state
+  if (auto taken = takeListFile(); !taken) return taken;
+  settle();
   return {};
 }
 
-/// Brings the entries in line with the list file; gives the libraries that are new.
-Result<std::vector<std::string>> LibraryRegistry::takeListFile() {
+/// Brings the entries in line with the list file, as far as no database is opened or closed for it.
+Result<void> LibraryRegistry::takeListFile() {
+  std::lock_guard reading(listMutex_);
   auto listed = readListFile();
   if (!listed) return tl::unexpected(listed.error());
-  std::vector<std::string> gone;
   {
     std::lock_guard lock(mutex_);
-    for (const auto& [dbName, entry] : entries_) {
-      if (entry.listed && !listed->contains(dbName)) gone.push_back(dbName);
+    for (auto& [dbName, entry] : entries_) {
+      if (!entry.listed || listed->contains(dbName)) continue;
+      entry.listed = false;
+      entry.leaves = true;
     }
   }
-  for (const std::string& dbName : gone) {
-    Turn turn(*this, dbName);
-    closeLocked(dbName);
-    forgetLocked(dbName);
-  }
-  std::vector<std::string> fresh;
-  for (const auto& [dbName, record] : *listed) {
-    if (isCurrent(record)) continue;
-    Turn turn(*this, dbName);
-    if (takeRecord(record, true)) fresh.push_back(dbName);
-  }
-  return fresh;
-}
-
-/// Whether the library is known from the list file with this record.
-bool LibraryRegistry::isCurrent(const Dictionary& record) const {
-  std::lock_guard lock(mutex_);
-  auto found = entries_.find(*record.find("dbname")->ifString());
-  return found != entries_.end() && found->second.listed && *found->second.library.record == record;
+  for (const auto& [dbName, record] : *listed) takeRecord(record, true);
+  return {};
 }
 
 /// Stores the record under its database name. Returns whether the library is new.
@@ -153,7 +157,10 @@ bool LibraryRegistry::takeRecord(const Dictionary& record, bool listed) {
     isNew = !entries_.contains(dbName);
     Entry& entry = entries_[dbName];
     entry.listed = entry.listed || listed;
-    changed = !isNew && !(*entry.library.record == record);
+    entry.leaves = false;
+    if (isNew && listed) entry.opens = loaded_;
+    if (!isNew && *entry.library.record == record) return false;
+    changed = !isNew;
     if (isNew || entry.library.packageFolder != packageFolder) {
       entry.library.trees = std::make_shared<LibraryTrees>(packageFolder);
     }
@@ -165,12 +172,50 @@ bool LibraryRegistry::takeRecord(const Dictionary& record, bool listed) {
   return isNew;
 }
 
+/// Closes what has left the list and opens what is to be open; a failure has become the library's state.
+void LibraryRegistry::settle() {
+  letGoOfLeaving();
+  std::vector<std::string> opening;
+  {
+    std::lock_guard lock(mutex_);
+    for (const auto& [dbName, entry] : entries_)
+      if (entry.opens) opening.push_back(dbName);
+  }
+  (void)openEach(opening);
+}
+
+void LibraryRegistry::letGoOfLeaving() {
+  std::vector<std::string> leaving;
+  {
+    std::lock_guard lock(mutex_);
+    unsettled_ = false;
+    for (const auto& [dbName, entry] : entries_)
+      if (entry.leaves) leaving.push_back(dbName);
+  }
+  for (const std::string& dbName : leaving) letGo(dbName);
+}
+
+void LibraryRegistry::letGo(const std::string& dbName) {
+  Turn turn(*this, dbName, Turn::Wait::unlessLong);
+  if (!turn) return;
+  auto leaves = [&] {
+    std::lock_guard lock(mutex_);
+    auto found = entries_.find(dbName);
+    return found != entries_.end() && found->second.leaves;
+  };
+  if (leaves()) closeLocked(dbName);
+  if (leaves()) forgetLocked(dbName);
+}
+
 Result<LibraryRegistry::LoadReport> LibraryRegistry::load() {
-  std::lock_guard reading(listMutex_);
-  finishDatabaseRemovals();
-  if (auto fresh = takeListFile(); !fresh) return tl::unexpected(fresh.error());
+  sweepDatabaseRoot();
+  {
+    std::lock_guard lock(mutex_);
+    loaded_ = true;
+  }
+  if (auto taken = takeListFile(); !taken) return tl::unexpected(taken.error());
+  letGoOfLeaving();
   LoadReport report = openEach(names());
-  loaded_ = true;
   events_.loaded();
   return report;
 }
@@ -182,7 +227,12 @@ LibraryRegistry::LoadReport LibraryRegistry::openEach(const std::vector<std::str
   auto openNext = [&] {
     for (std::size_t i = next++; i < dbNames.size(); i = next++) {
       if (isKeptClosed(dbNames[i])) continue;
-      auto opened = open(dbNames[i], false);
+      Turn turn(*this, dbNames[i], Turn::Wait::unlessLong);
+      if (!turn) {
+        setOpens(dbNames[i]);
+        continue;
+      }
+      auto opened = openLocked(dbNames[i], false);
       std::lock_guard lock(reportMutex);
       if (opened) {
         ++report.open;
@@ -209,20 +259,16 @@ Result<void> LibraryRegistry::add(const Dictionary& record, bool mayCreate) {
   auto opened = openLocked(dbName, mayCreate);
   if (!opened && isNew) {
     std::lock_guard lock(mutex_);
-    entries_.erase(dbName);
+    if (!entries_.at(dbName).listed) entries_.erase(dbName);
   }
   if (opened && isNew) events_.created({record});
   return opened;
 }
 
 Result<void> LibraryRegistry::launch(const std::string& dbName) {
-  keepClosedUntil(dbName, {});
-  return open(dbName, false);
-}
-
-Result<void> LibraryRegistry::open(const std::string& dbName, bool mayCreate) {
+  keepClosed(dbName, {});
   Turn turn(*this, dbName);
-  return openLocked(dbName, mayCreate);
+  return openLocked(dbName, false);
 }
 
 /// Only the holder of the library's turn may call this.
@@ -230,6 +276,10 @@ Result<void> LibraryRegistry::openLocked(const std::string& dbName, bool mayCrea
   auto library = find(dbName);
   if (!library)
     return serverFailure(StatusCode::databaseNotFound, fmt::format("There is no library {}.", dbName));
+  {
+    std::lock_guard lock(mutex_);
+    entries_.at(dbName).opens = false;
+  }
   if (library->state == LibraryState::open) return {};
 
   std::string folder = layout::databaseFolder(dbName);
@@ -253,6 +303,7 @@ Result<void> LibraryRegistry::openLocked(const std::string& dbName, bool mayCrea
     entry.library.store = shareUntil(std::move(*store), entry.storeClosed);
     entry.library.state = LibraryState::open;
     entry.keptClosedUntil = {};
+    entry.keptClosedFor.reset();
     packed_.erase(dbName);
   }
   events_.stateChanged(dbName, LibraryState::open);
@@ -270,6 +321,21 @@ void LibraryRegistry::setFailed(const std::string& dbName) {
 void LibraryRegistry::close(const std::string& dbName) {
   Turn turn(*this, dbName);
   closeLocked(dbName);
+  auto library = find(dbName);
+  auto isListed = [&] {
+    std::lock_guard lock(mutex_);
+    return entries_.at(dbName).listed;
+  };
+  if (library && !isListed()) forgetLocked(dbName);
+}
+
+/// From here on, who need not wait for the library does not. Only the holder of its turn may call this.
+void LibraryRegistry::takesLong(const std::string& dbName) {
+  {
+    std::lock_guard lock(mutex_);
+    busy_.at(dbName) = true;
+  }
+  turnEnded_.notify_all();
 }
 
 /// Only the holder of the library's turn may call this.
@@ -287,13 +353,17 @@ void LibraryRegistry::closeLocked(const std::string& dbName) {
     found->second.library.state = LibraryState::closed;
   }
   if (!store) return;
+  takesLong(dbName);
   store.reset();
   closed->wait();
   events_.stateChanged(dbName, LibraryState::closed);
 }
 
 void LibraryRegistry::closeAll() {
-  for (const std::string& dbName : names()) close(dbName);
+  for (const std::string& dbName : names()) {
+    Turn turn(*this, dbName);
+    closeLocked(dbName);
+  }
 }
 
 Result<void> LibraryRegistry::remove(const std::string& dbName) {
@@ -324,6 +394,7 @@ Result<void> LibraryRegistry::retire(const std::string& dbName) {
 
 Result<void> LibraryRegistry::replace(const std::string& dbName) {
   Turn turn(*this, dbName);
+  takesLong(dbName);
   if (!find(dbName))
     return serverFailure(StatusCode::databaseNotFound, fmt::format("There is no library {}.", dbName));
   {
@@ -343,7 +414,8 @@ Result<void> LibraryRegistry::replace(const std::string& dbName) {
   return done;
 }
 
-Result<void> LibraryRegistry::snapshot(const std::string& dbName, const std::string& folder, bool close) {
+Result<void> LibraryRegistry::snapshot(const std::string& dbName, const std::string& folder, bool close,
+                                       std::shared_ptr<const ClientPresence> client) {
   if (!isValidDatabaseName(dbName) || !folder.starts_with('/')) {
     return serverFailure(StatusCode::invalidRequest, "The database name or the folder is not allowed.");
   }
@@ -352,9 +424,10 @@ Result<void> LibraryRegistry::snapshot(const std::string& dbName, const std::str
     return library->store->snapshot(folder);
 
   Turn turn(*this, dbName);
+  takesLong(dbName);
   const bool wasOpen = close && find(dbName).value_or(Library()).store;
   if (close) {
-    keepClosedUntil(dbName, Clock::time_point::max());
+    keepClosed(dbName, Clock::time_point::max());
     closeLocked(dbName);
   }
   auto store = openStore_(layout::databaseFolder(dbName), false);
@@ -364,41 +437,63 @@ Result<void> LibraryRegistry::snapshot(const std::string& dbName, const std::str
     std::lock_guard lock(mutex_);
     packed_.insert(dbName);
   }
-  if (close) keepClosedUntil(dbName, copied ? Clock::now() + timeToLeave_ : Clock::time_point());
+  if (close && copied) keepClosed(dbName, Clock::now() + timeToLeave_, std::move(client));
+  if (close && !copied) keepClosed(dbName, {});
   if (wasOpen && !copied) (void)openLocked(dbName, false);  // a failure has become its state
   return copied;
 }
 
-void LibraryRegistry::keepClosedUntil(const std::string& dbName, Clock::time_point end) {
-  std::lock_guard lock(mutex_);
-  auto found = entries_.find(dbName);
-  if (found != entries_.end()) found->second.keptClosedUntil = end;
-  closingsChanged_ = true;
-  keptClosed_.notify_all();
+void LibraryRegistry::keepClosed(const std::string& dbName, Clock::time_point until,
+                                 std::shared_ptr<const ClientPresence> client) {
+  {
+    std::lock_guard lock(mutex_);
+    auto found = entries_.find(dbName);
+    if (found == entries_.end()) return;
+    found->second.keptClosedUntil = until;
+    found->second.keptClosedFor = std::move(client);
+    woken_ = true;
+  }
+  wake_.notify_all();
 }
 
-/// Opens what was closed for its last copy and has not left the list in time: whoever wanted it is gone.
-void LibraryRegistry::reopenInTime(const std::stop_token& stop) {
+void LibraryRegistry::clientLeft() {
+  {
+    std::lock_guard lock(mutex_);
+    woken_ = true;
+  }
+  wake_.notify_all();
+}
+
+void LibraryRegistry::keep(const std::stop_token& stop) {
   while (!stop.stop_requested()) {
-    for (const std::string& dbName : takeOverdue())
-      if (!stop.stop_requested()) (void)open(dbName, false);  // a failure has become its state
+    takeOverdue();
+    settle();
     std::unique_lock lock(mutex_);
     auto next = Clock::now() + std::chrono::hours(1);
     for (const auto& [dbName, entry] : entries_)
       if (entry.keptClosedUntil != Clock::time_point()) next = std::min(next, entry.keptClosedUntil);
-    keptClosed_.wait_until(lock, stop, next, [this] { return std::exchange(closingsChanged_, false); });
+    wake_.wait_until(lock, stop, next, [this] { return std::exchange(woken_, false); });
   }
 }
 
-std::vector<std::string> LibraryRegistry::takeOverdue() {
+/// What was closed for its last copy and has not left the list in time, or whose client is gone, is to be
+/// opened.
+void LibraryRegistry::takeOverdue() {
   std::lock_guard lock(mutex_);
-  std::vector<std::string> overdue;
   for (auto& [dbName, entry] : entries_) {
-    if (entry.keptClosedUntil == Clock::time_point() || entry.keptClosedUntil > Clock::now()) continue;
+    if (entry.keptClosedUntil == Clock::time_point()) continue;
+    const bool isLeft = entry.keptClosedFor && entry.keptClosedFor->gone;
+    if (!isLeft && entry.keptClosedUntil > Clock::now()) continue;
     entry.keptClosedUntil = {};
-    overdue.push_back(dbName);
+    entry.keptClosedFor.reset();
+    entry.opens = true;
   }
-  return overdue;
+}
+
+void LibraryRegistry::setOpens(const std::string& dbName) {
+  std::lock_guard lock(mutex_);
+  auto found = entries_.find(dbName);
+  if (found != entries_.end()) found->second.opens = true;
 }
 
 bool LibraryRegistry::isKeptClosed(const std::string& dbName) const {

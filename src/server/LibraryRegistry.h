@@ -2,6 +2,7 @@
 
 #include <vornex/Value.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -44,6 +45,11 @@ struct Library {
   std::shared_ptr<LibraryTrees> trees;
 };
 
+/// Whether a client of the control channel is still there.
+struct ClientPresence {
+  std::atomic<bool> gone = false;
+};
+
 /// What happens to libraries, told to the clients of the control channel.
 struct LibraryEvents {
   std::function<void(const std::string& dbName, LibraryState state)> stateChanged = [](auto&&...) {};
@@ -56,8 +62,9 @@ struct LibraryEvents {
 /// The local libraries: those of the list file and those added since, each with its database.
 ///
 /// Thread-safety: safe on any thread, but for listen(), during which no library may be changing. Changes of
-/// one library wait for one another; those of different libraries run side by side. Events are delivered on
-/// the changing thread, without locks.
+/// one library wait for one another; those of different libraries run side by side. Reading the list does not
+/// wait for what may take long, like a copy: what it means for a library that is busy so is done afterwards.
+/// Events are delivered on the changing thread, without locks.
 class LibraryRegistry {
  public:
   using StoreOpener =
@@ -73,9 +80,8 @@ class LibraryRegistry {
     std::vector<Failure> failures;
   };
 
-  /// A library that was closed for its last copy has `timeToLeave` to leave the list.
-  explicit LibraryRegistry(StoreOpener opener,
-                           std::chrono::milliseconds timeToLeave = std::chrono::minutes(1));
+  /// A library that was closed for its last copy has `timeToLeave` to leave the list, if its client stays.
+  explicit LibraryRegistry(StoreOpener opener, std::chrono::milliseconds timeToLeave = std::chrono::hours(1));
   ~LibraryRegistry();
 
   void listen(LibraryEvents events) { events_ = std::move(events); }
@@ -96,9 +102,12 @@ class LibraryRegistry {
   /// Opens the database of a known library; `databaseNotFound` when the library or its database is unknown.
   [[nodiscard]] Result<void> launch(const std::string& dbName);
 
-  /// Closes the database after the requests that use it have ended. Closing what is closed is a success.
+  /// Closes the database after the requests that use it have ended, and forgets a library that the list file
+  /// has not named. Closing what is closed is a success.
   void close(const std::string& dbName);
   void closeAll();
+  /// Closes all, and opens nothing of itself any more; no other call may be under way or follow.
+  void end();
 
   /// Closes, forgets and removes the database folder, also of a library that is unknown.
   [[nodiscard]] Result<void> remove(const std::string& dbName);
@@ -114,8 +123,13 @@ class LibraryRegistry {
   /// Writes a consistent copy of the database into the folder, which must exist and be empty, while requests
   /// go on. The library may be closed or unknown. With `close` its database is closed first, after the
   /// requests that use it have ended, and unless the copy fails it stays closed: the copy is its last state.
-  /// Until its time to leave the list is over, only launch() opens it; then it is opened again.
-  [[nodiscard]] Result<void> snapshot(const std::string& dbName, const std::string& folder, bool close);
+  /// Until its time to leave the list is over, or the client, if it is given, is gone, only launch() opens
+  /// it; then it is opened again.
+  [[nodiscard]] Result<void> snapshot(const std::string& dbName, const std::string& folder, bool close,
+                                      std::shared_ptr<const ClientPresence> client = nullptr);
+
+  /// Some client is gone.
+  void clientLeft();
 
   std::optional<Library> find(const std::string& dbName) const;
   std::vector<Library> all() const;
@@ -125,10 +139,15 @@ class LibraryRegistry {
 
   struct Entry {
     Library library;
-    /// When it is opened again; load() leaves it alone before.
+    /// When it is opened again, or as soon as the client is gone; load() leaves it alone before.
     Clock::time_point keptClosedUntil;
+    std::shared_ptr<const ClientPresence> keptClosedFor;
     /// Named by the list file.
     bool listed = false;
+    /// No longer named by it: to be closed and forgotten.
+    bool leaves = false;
+    /// To be opened.
+    bool opens = false;
     /// Counted down when the last holder of the open store lets go of it.
     std::shared_ptr<std::latch> storeClosed;
   };
@@ -137,15 +156,20 @@ class LibraryRegistry {
   [[nodiscard]] Result<void> open(const std::string& dbName, bool mayCreate);
   [[nodiscard]] Result<void> openLocked(const std::string& dbName, bool mayCreate);
   void closeLocked(const std::string& dbName);
-  void keepClosedUntil(const std::string& dbName, Clock::time_point end);
+  void takesLong(const std::string& dbName);
+  void keepClosed(const std::string& dbName, Clock::time_point until,
+                  std::shared_ptr<const ClientPresence> client = nullptr);
   bool isKeptClosed(const std::string& dbName) const;
-  void reopenInTime(const std::stop_token& stop);
-  std::vector<std::string> takeOverdue();
-  bool isCurrent(const Dictionary& record) const;
+  void keep(const std::stop_token& stop);
+  void takeOverdue();
+  void settle();
+  void letGoOfLeaving();
+  void letGo(const std::string& dbName);
+  void setOpens(const std::string& dbName);
   void forgetLocked(const std::string& dbName);
   void setFailed(const std::string& dbName);
   std::vector<std::string> names() const;
-  Result<std::vector<std::string>> takeListFile();
+  Result<void> takeListFile();
   LoadReport openEach(const std::vector<std::string>& dbNames);
   bool takeRecord(const Dictionary& record, bool listed);
 
@@ -158,14 +182,17 @@ class LibraryRegistry {
   std::map<std::string, Entry> entries_;
   /// Those whose last copy, made with `close`, has everything.
   std::set<std::string> packed_;
-  /// The libraries that are being changed.
-  std::set<std::string> busy_;
-  /// One reading of the list file at a time; guards loaded_.
-  std::mutex listMutex_;
+  /// The libraries that are being changed, and whether that may take long.
+  std::map<std::string, bool> busy_;
   bool loaded_ = false;
-  std::condition_variable_any keptClosed_;
-  bool closingsChanged_ = false;
-  std::jthread reopener_;
+  /// Something was left for when a library is no longer busy.
+  bool unsettled_ = false;
+  bool woken_ = false;
+  std::condition_variable_any wake_;
+  /// One reading of the list file at a time.
+  std::mutex listMutex_;
+  /// Does later what could not be done at once.
+  std::jthread keeper_;
 };
 
 }  // namespace vornex::server

@@ -108,6 +108,8 @@ Result<void> Users::open() {
 }
 
 Result<void> Users::reload() {
+  // What was read first must not be taken last.
+  std::lock_guard reload(reloading_);
   auto users = readUsers();
   if (!users) return tl::unexpected(users.error());
   std::lock_guard lock(mutex_);

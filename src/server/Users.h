@@ -51,6 +51,7 @@ class Users {
   std::string localPassword() const;
 
  private:
+  std::mutex reloading_;
   mutable std::mutex mutex_;
   std::string localPassword_;
   std::map<std::string, User> users_;

@@ -176,7 +176,7 @@ int run(const Options& options) {
   endInTime();
   webServer.stop();
   control.stop();
-  (*service)->libraries().closeAll();
+  (*service)->libraries().end();
   setLogSink({});
   return 0;
 }

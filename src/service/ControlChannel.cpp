@@ -25,6 +25,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// JSON-RPC's.
+constexpr std::int64_t kInternalError = -32603;
 // The service closes the connection of a client with more than 256.
 constexpr std::size_t kMostUnderWay = 64;
 constexpr std::size_t kLineLimit = std::size_t{16} << 20;
@@ -45,6 +47,18 @@ bool sendAll(int socket, std::string_view bytes) {
     bytes.remove_prefix(static_cast<std::size_t>(sent));
   }
   return true;
+}
+
+// Whatever the handler throws, the service gets an answer.
+Result<Value> handled(const ControlChannel::CallbackHandler& handler, const std::string& method,
+                      const Value& params) {
+  try {
+    return handler(method, params);
+  } catch (const std::exception& exception) {
+    return failure("exception", kInternalError, method + ": " + exception.what());
+  } catch (...) {
+    return failure("exception", kInternalError, method + " threw");
+  }
 }
 
 Error callError(const Value& error) {
@@ -182,11 +196,17 @@ struct ControlChannel::State {
 
   static void answerCallback(const std::shared_ptr<State>& state, const Value& message,
                              const std::string& method) {
-    Value none;
     const Value* params = message.find("params");
-    Value result = state->handler(method, params ? *params : none);
-    if (const Value* id = message.find("id"))
-      state->send(Dictionary{{"jsonrpc", "2.0"}, {"id", *id}, {"result", std::move(result)}});
+    Result<Value> result = handled(state->handler, method, params ? *params : Value());
+    if (!result) logLine(LogLevel::warning, "A call of the service failed: " + result.error().message);
+    const Value* id = message.find("id");
+    if (!id) return;
+    Dictionary answer{{"jsonrpc", "2.0"}, {"id", *id}};
+    if (result)
+      answer.set("result", std::move(*result));
+    else
+      answer.set("error", Dictionary{{"code", result.error().code}, {"message", result.error().message}});
+    state->send(answer);
   }
 
   // False when the line is no message.

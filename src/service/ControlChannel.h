@@ -23,8 +23,9 @@ namespace vornex {
 class ControlChannel {
  public:
   using Answer = std::function<void(Result<Value> result)>;
-  /// Gives the result to answer with; it is sent when the service asked for one.
-  using CallbackHandler = std::function<Value(const std::string& method, const Value& params)>;
+  /// Gives the result or error to answer with; it is sent when the service asked for one. What it throws
+  /// becomes an error.
+  using CallbackHandler = std::function<Result<Value>(const std::string& method, const Value& params)>;
 
   using ClosedHandler = std::function<void()>;
 

@@ -24,8 +24,8 @@ class ServiceCallbacks : public TQVornexClient {
 };
 
 /// Asks the service for the local password, gives it to the users and libraries that need it, and starts the
-/// workflows; once for each connection, however often it is called. Calls `done` when that has happened, or
-/// cannot happen (which is logged), on a worker thread or this one.
-void fetchLocalPassword(std::function<void()> done);
+/// workflows, unless that has been done on this connection. Calls `done` when that has happened, or cannot
+/// happen (which is logged), on a worker thread or this one. A launch that the service reports always asks.
+void fetchLocalPassword(const std::function<void()>& done);
 
 }  // namespace vornex

@@ -25,6 +25,8 @@ using namespace std::chrono_literals;
 // For questions, and for work that may take as long as the disks do.
 constexpr std::chrono::milliseconds kQuickLimit = 30s;
 constexpr std::chrono::milliseconds kCopyLimit = 12h;
+// JSON-RPC's.
+constexpr std::int64_t kMethodNotFound = -32601;
 // How long a service that was told to end is waited for.
 constexpr std::chrono::milliseconds kFarewell = 10s;
 // How often a lost service is looked for.
@@ -55,7 +57,7 @@ Value librariesOf(const Value& params) {
 }
 
 // Answers one call of the service.
-Value dispatch(TQVornexClient& client, const std::string& method, const Value& params) {
+Result<Value> dispatch(TQVornexClient& client, const std::string& method, const Value& params) {
   Dictionary result;
   if (method == "vornexServiceLaunched") {
     client.vornexServiceLaunched();
@@ -76,7 +78,7 @@ Value dispatch(TQVornexClient& client, const std::string& method, const Value& p
     client.vornexScanStatusForLiveFolder(textOf(params, "dbname"),
                                          [&](Dictionary status) { result.set("status", std::move(status)); });
   } else {
-    logLine(LogLevel::warning, "The service calls an unknown operation: " + method);
+    return failure("control", kMethodNotFound, "there is no operation " + method);
   }
   return result;
 }
@@ -154,8 +156,11 @@ ServiceProxy::ChannelPtr ServiceProxy::channel() {
   (*opened)->call(
       "register",
       Dictionary{{"device", TQVornexUtil::systemUUID()}, {"clienttype", "Mac"}, {"pid", ::getpid()}},
-      kQuickLimit, [](const Result<Value>& result) {
-        if (!result) logLine(LogLevel::error, "Can't register: " + result.error().message);
+      kQuickLimit, [weak = std::weak_ptr(*opened)](const Result<Value>& result) {
+        if (result) return;
+        logLine(LogLevel::error, "Can't register: " + result.error().message);
+        // It would look good and never be called back; a lost connection is made again.
+        if (ChannelPtr useless = weak.lock()) useless->close();
       });
   return *opened;
 }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <unicode/locid.h>
 
 #include <set>
+#include <thread>
 
 #include "foundation/Text.h"
 
@@ -37,6 +39,19 @@ TEST(Text, InvalidUtf8IsSeenAndReplaced) {
     EXPECT_TRUE(isValidUtf8(validUtf8(text)));
   }
   EXPECT_EQ(validUtf8("ok"), "ok");
+}
+
+TEST(Text, NoLanguageTakesDifferentPathsForOne) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Locale former;
+  icu::Locale::setDefault(icu::Locale("th_TH"), status);
+  std::thread([] {
+    EXPECT_FALSE(localizedEqual("/a/b", "/ab"));
+    EXPECT_FALSE(localizedEqual("/a b", "/ab"));
+    EXPECT_FALSE(localizedEqual("/m/\xff", "/m/\xfe"));
+    EXPECT_TRUE(localizedEqual("caf\xC3\xA9", "cafe\xCC\x81"));
+  }).join();
+  icu::Locale::setDefault(former, status);
 }
 
 TEST(Text, TrimsUnicodeWhiteSpace) {

@@ -15,7 +15,7 @@ namespace vornex::testing {
 
 using namespace std::chrono_literals;
 
-FakeService::FakeService() {
+FakeService::FakeService(Handlers handlers) : handlers_(std::move(handlers)) {
   std::string path = layout::controlSocket();
   (void)createDirectories(deletingLastPathComponent(path));
   listener_ = listenOnUnixSocket(path).value();
@@ -60,7 +60,8 @@ void FakeService::receive(int connection, const std::string& line) {
     changed_.notify_all();
     const Value* method = message.find("method");
     if (!method) {
-      answers_[*message.find("id")->ifInteger()] = *message.find("result");
+      const Value* result = message.find("result");
+      answers_[*message.find("id")->ifInteger()] = *(result ? result : message.find("error"));
       return;
     }
     params = *message.find("params");
@@ -81,7 +82,11 @@ void FakeService::on(const std::string& method, Handler handler) {
 }
 
 void FakeService::answer(const std::string& method, Dictionary result) {
-  on(method, [result = std::move(result)](const Value&) { return Dictionary{{"result", result}}; });
+  on(method, giving(std::move(result)));
+}
+
+FakeService::Handler FakeService::giving(Dictionary result) {
+  return [result = std::move(result)](const Value&) { return Dictionary{{"result", result}}; };
 }
 
 void FakeService::fail(const std::string& method, std::int64_t code, const std::string& message) {

@@ -23,9 +23,13 @@ class FakeService {
   /// The whole answer but its id: {"result": …} or {"error": …}; empty to leave the call without one.
   using Handler = std::function<Dictionary(const Value& params)>;
 
-  FakeService();
+  using Handlers = std::map<std::string, Handler>;
+
+  /// The handlers are there before the first client is.
+  explicit FakeService(Handlers handlers = {});
   ~FakeService();
 
+  static Handler giving(Dictionary result);
   void on(const std::string& method, Handler handler);
   void answer(const std::string& method, Dictionary result);
   void fail(const std::string& method, std::int64_t code, const std::string& message);
@@ -43,7 +47,7 @@ class FakeService {
   Value paramsOf(const std::string& method);
   /// Waits, up to 10 seconds, until the method has been called so often.
   bool await(const std::string& method, std::int64_t times = 1);
-  /// The client's answer to a callback; null when none comes in 10 seconds.
+  /// The client's result of a callback, or its error; null when none comes in 10 seconds.
   Value awaitAnswer(std::int64_t id);
 
  private:
@@ -53,7 +57,7 @@ class FakeService {
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::map<std::string, Handler> handlers_;
+  Handlers handlers_;
   std::vector<std::pair<std::string, Value>> received_;
   std::map<std::int64_t, Value> answers_;
   std::vector<int> connections_;

@@ -45,16 +45,17 @@ int main() {
   std::condition_variable changed;
   bool ended = false;
   {
-    vornex::testing::FakeService service;
-    service.answer("launchWebServer", {{"port", 4711}});
-    service.answer("getWebServerState", {{"state", 1}, {"port", 4711}});
-    service.answer("getLocalAccountPassword", {{"password", "secret"}});
-    service.on("terminate", [&](const Value&) {
+    auto end = [&](const Value&) {
       std::lock_guard guard(mutex);
       ended = true;
       changed.notify_all();
       return Dictionary{{"result", Dictionary()}};
-    });
+    };
+    using vornex::testing::FakeService;
+    FakeService service({{"launchWebServer", FakeService::giving({{"port", 4711}})},
+                         {"getWebServerState", FakeService::giving({{"state", 1}, {"port", 4711}})},
+                         {"getLocalAccountPassword", FakeService::giving({{"password", "secret"}})},
+                         {"terminate", end}});
     std::unique_lock guard(mutex);
     changed.wait(guard, [&] { return ended; });
     guard.unlock();

@@ -286,7 +286,13 @@ TEST_F(Assets, MoveToTheTrashAndBack) {
   EXPECT_EQ(codeOf(error), 10007);
   EXPECT_EQ(*error->userInfo().find("failAssets"), Value(Array{"3"}));
   EXPECT_FALSE(asset->isDeleted());
+  answer(R"({"items": [{"_id": "other"}]})");
+  EXPECT_EQ(*std::get<1>(run(restore))->userInfo().find("failAssets"), Value(Array{"3", "1"}));
   refuse(4);
+  error = std::get<1>(run(restore));
+  EXPECT_EQ(codeOf(error), 10008);
+  EXPECT_NE(error->domain(), kVornexErrorDomain) << "the domain of the request's error";
+  EXPECT_EQ(*error->userInfo().find("failAssets"), Value(Array{"3"}));
   EXPECT_EQ(codeOf(std::get<1>(run(trash))), 4);
   EXPECT_FALSE(asset->isDeleted());
   std::size_t before = requestCount();

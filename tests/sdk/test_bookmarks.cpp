@@ -55,6 +55,9 @@ TEST_F(BookmarksTest, LoadingDropsFoldersThatAreGoneOrReplaced) {
     ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / name));
   }
   ASSERT_TRUE(bookmarks.saveBookmarks());
+  Array entries = stored();
+  entries.insert(entries.begin(), TQBookmark{"/without/data", {}, {}}.bookmarkDictionary());
+  write(entries);
   fs::remove_all(folder / "gone");
   fs::rename(folder / "other", folder / "moved");
   fs::create_directories(folder / "other");
@@ -62,13 +65,31 @@ TEST_F(BookmarksTest, LoadingDropsFoldersThatAreGoneOrReplaced) {
   ASSERT_EQ(loaded.size(), 1u);
   EXPECT_EQ(loaded[0].filePath, folder / "clips");
   EXPECT_EQ(stored().size(), 1u);
+
+  ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "moved"));
+  fs::remove(folder / "moved");
+  bookmarks.unloadBookmarks();
+  EXPECT_TRUE(logged("SecurityScope URLByResolvingBookmarkData error:cannot find " + (folder / "moved")));
+}
+
+TEST_F(BookmarksTest, APathNeedNotBeText) {
+  const std::string odd = folder / "\xff";
+  fs::create_directories(odd);
+  ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(odd));
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(bookmarks.saveBookmarks());
+    std::vector<TQBookmark> loaded = bookmarks.loadBookmarks();
+    ASSERT_EQ(loaded.size(), 1u);
+    EXPECT_EQ(loaded[0].filePath, odd);
+  }
+  EXPECT_FALSE(bookmarks.findParentFolderFromFilePath(folder / "\xfe/a.mov"));
 }
 
 TEST_F(BookmarksTest, AnEntryThatIsNoBookmarkEndsTheLoadAndLeavesTheFile) {
   ASSERT_TRUE(bookmarks.addBookmarkWithFilePath(folder / "clips"));
   ASSERT_TRUE(bookmarks.saveBookmarks());
   Array entries = stored();
-  entries.emplace_back(Dictionary{{"filepath", "/x"}, {"bookmarkdata", ""}});
+  entries.emplace_back(Dictionary{{"filepath", "/x"}, {"bookmarkdata", Data()}});
   entries.push_back(entries.front());
   write(entries);
   EXPECT_EQ(bookmarks.loadBookmarks().size(), 1u);
@@ -147,6 +168,10 @@ TEST_F(BookmarksTest, LinksVolumesAndHome) {
 
   std::string volume = TQBookmarkUtil::realVolumePathFromFilePath(folder / "clips").value();
   EXPECT_TRUE(folder.path().starts_with(volume)) << volume;
+  EXPECT_EQ(TQBookmarkUtil::volumePathFromFilePath("/proc/self/status"), "/Volumes/proc");
+  const std::string system = TQBookmarkUtil::systemVolumeName();
+  EXPECT_TRUE(!system.empty() && system.find('/') == std::string::npos) << system;
+  EXPECT_EQ(TQBookmarkUtil::volumePathFromFilePath("/"), "/Volumes/" + system);
   ASSERT_TRUE(bookmarks.addBookmarkWithVolumePath(folder / "clips"));
   EXPECT_EQ(bookmarks.findParentFolderFromFilePath(folder / "clips"), volume);
 

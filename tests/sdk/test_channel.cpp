@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <stdexcept>
 #include <thread>
 
 #include "core/StorageLayout.h"
@@ -14,9 +15,10 @@ namespace {
 
 class ChannelTest : public vornex::testing::SdkTest {
  protected:
-  void open() {
-    auto opened = ControlChannel::open(layout::controlSocket(),
-                                       [](const std::string&, const Value&) { return Value(); });
+  void open(ControlChannel::CallbackHandler handler = [](const std::string&, const Value&) {
+    return Value();
+  }) {
+    auto opened = ControlChannel::open(layout::controlSocket(), std::move(handler));
     ASSERT_TRUE(opened) << opened.error().message;
     channel = *opened;
   }
@@ -103,6 +105,13 @@ TEST_F(ChannelTest, BytesThatAreNoMessageEndTheConnection) {
     service.send(bytes);
     EXPECT_EQ(errorCode(std::move(pending)), 31) << bytes;
   }
+}
+
+TEST_F(ChannelTest, ACallbackThatThrowsIsAnswered) {
+  open([](const std::string&, const Value&) -> Result<Value> { throw std::runtime_error("no matter"); });
+  ASSERT_TRUE(call("first").get());
+  service.callBack("any", {}, 3);
+  EXPECT_EQ(*service.awaitAnswer(3).find("code"), Value(-32603));
 }
 
 TEST_F(ChannelTest, AnAnswerOfSeveralMegabytesArrivesWhole) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>
 #include <vornex/TQVornexUtil.h>
@@ -102,9 +103,18 @@ TEST(Folders, PackageFoldersAreMadeOrTakenAsTheyAre) {
   EXPECT_TRUE(fileExists(folder / "a/b/kept"));
   EXPECT_EQ(readFile(folder / "a/b/.directory").value_or(""),
             "[Desktop Entry]\nType=Directory\nIcon=/icons/odd\\nname.png\n");
+  EXPECT_TRUE(TQVornexUtil::createPackageFolder(package, "/icons/other.png"));
+  EXPECT_TRUE(readFile(folder / "a/b/.directory").value_or("").ends_with("odd\\nname.png\n"))
+      << "the user's own choice stays";
   EXPECT_FALSE(TQVornexUtil::createPackageFolder(std::nullopt, std::nullopt));
   EXPECT_FALSE(TQVornexUtil::createPackageFolder(folder / "a/b/kept", std::nullopt));
   EXPECT_FALSE(TQVornexUtil::createPackageFolder(folder / "a/b/kept/under", std::nullopt));
+  std::filesystem::create_symlink("nowhere", folder / "dangling");
+  std::string log;
+  setLogSink([&](LogLevel, const std::string& line) { log += line + '\n'; });
+  EXPECT_FALSE(TQVornexUtil::createPackageFolder(folder / "dangling", std::nullopt));
+  setLogSink(nullptr);
+  EXPECT_TRUE(log.starts_with("createPackageFolder, Can't create folder.\ncreate folder ")) << log;
 }
 
 TEST(Folders, SizeCountsEverythingBelowOnce) {
@@ -123,13 +133,23 @@ TEST(Folders, SizeCountsEverythingBelowOnce) {
   EXPECT_FALSE(error);
   EXPECT_EQ(sizeForFolderAtPath(folder / "tree/ten", &error), 0u);
   EXPECT_EQ(sizeForFolderAtPath(folder / "none", &error), 0u);
+
+  std::filesystem::permissions(folder.path(), std::filesystem::perms::all);
+  std::filesystem::permissions(folder / "tree/sub", std::filesystem::perms::none);
+  const uid_t user = ::geteuid();
+  ASSERT_TRUE(user != 0 || ::seteuid(65534) == 0) << "to root nothing is closed";
+  EXPECT_EQ(sizeForFolderAtPath(folder / "tree", &error), expected - 5);
+  ASSERT_TRUE(user != 0 || ::seteuid(user) == 0);
+  std::filesystem::permissions(folder / "tree/sub", std::filesystem::perms::all);
+  ASSERT_TRUE(error) << "what could not be read";
+  EXPECT_EQ(error->code(), EACCES);
 }
 
 TEST(Paths, FollowTheLayout) {
   ::setenv("VORNEX_ROOT", "/r", 1);
   EXPECT_EQ(TQVornexUtil::workflowPlist(), "/r/Preference/Workflow/workflow.plist");
   EXPECT_EQ(TQVornexUtil::workflowPreferencePlist(), "/r/Preference/Workflow/workflowPreference.plist");
-  EXPECT_EQ(TQVornexUtil::networkUserPlistFromBrindle(), TQVornexUtil::networkUserPlist());
+  EXPECT_EQ(TQVornexUtil::networkUserPlistFromBrindle(), "/r/Preference/networkUsers.plist");
   EXPECT_EQ(TQVornexUtil::fcpxLibraryPlistWithPackageFolder("/p/"), "/p/FCPXLibrary/fcpxlibrary.plist");
   EXPECT_FALSE(TQVornexUtil::libraryPlistWithPackageFolder(std::nullopt));
   EXPECT_FALSE(TQVornexUtil::assetFolderWithGroupName(std::nullopt));

@@ -5,7 +5,10 @@
 #include <unistd.h>
 #include <vornex/TQConnection.h>
 #include <vornex/TQLibrary.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/VornexSDK.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -14,7 +17,9 @@
 #include "core/DatabaseFolder.h"
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
+#include "foundation/PropertyList.h"
 #include "library/DatabaseCopies.h"
+#include "sdk/FakeService.h"
 #include "sdk/SdkFixture.h"
 
 using namespace vornex;
@@ -22,7 +27,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-int stepsLeft = -1;
+std::atomic<int> stepsLeft = -1;
 
 /// Before each change of the file system: the process ends when its steps are used up.
 void step() {
@@ -55,6 +60,10 @@ int unlinkat(int folder, const char* path, int flags) noexcept {
   step();
   return next<int(int, const char*, int)>("unlinkat")(folder, path, flags);
 }
+int unlink(const char* path) noexcept {
+  step();
+  return next<int(const char*)>("unlink")(path);
+}
 int remove(const char* path) noexcept {
   step();
   return next<int(const char*)>("remove")(path);
@@ -75,6 +84,8 @@ class DatabaseCopiesTest : public vornex::testing::SdkTest {
     library_ = TQLibrary::libraryWithName("Films", "", kLibraryTypeLocal, false, true, true, folder / "Films",
                                           "", std::make_shared<TQConnection>());
     library_->dbName = "D";
+    fs::create_directories(folder / "Films");
+    EXPECT_TRUE(writePropertyListFile(folder / "Films/library.plist", Dictionary{{"dbname", "D"}}));
   }
 
   static Content version(const std::string& number) {
@@ -92,7 +103,7 @@ class DatabaseCopiesTest : public vornex::testing::SdkTest {
     if (isDirectory(path))
       for (const auto& entry : fs::directory_iterator(path))
         if (const std::string name = entry.path().filename();
-            name != "generation" && !isUnfinishedWrite(name))
+            name != "generation" && name != "former" && !isUnfinishedWrite(name))
           content[name] = readFile(entry.path()).value_or("unreadable");
     return content;
   }
@@ -175,7 +186,7 @@ TEST_F(DatabaseCopiesTest, ARestoreThatIsKilledLeavesNoHalfDatabase) {
 TEST_F(DatabaseCopiesTest, AReplacementThatIsKilledLeavesAWorkingDatabase) {
   // Without a service the copy is staged, and the exchange, which is the service's, is made here.
   auto replace = [&] {
-    (void)DatabaseCopies(*library_).replace(DatabaseCopies::Former::remove, {});
+    (void)DatabaseCopies(*library_).replace({});
     return exchangeStagedDatabase("D");
   };
   killAtEveryStep(
@@ -195,22 +206,151 @@ TEST_F(DatabaseCopiesTest, AReplacementThatIsKilledLeavesAWorkingDatabase) {
   EXPECT_NE(fs::status(working_).permissions() & fs::perms::owner_write, fs::perms::none);
 }
 
+TEST_F(DatabaseCopiesTest, AnImportThatIsKilledKeepsBothDatabases) {
+  auto holdsFormer = [this](const std::string& name) {
+    return contentOf(layout::databaseRoot() + "/" + name) == version("2");
+  };
+  killAtEveryStep(
+      [&] {
+        fs::remove_all(layout::databaseRoot());
+        write(working_, version("2"));
+        write(packaged_, version("1"));
+        ASSERT_TRUE(writeFileAtomically(packaged_ + "/generation", "1 elsewhere"));
+      },
+      [&] {
+        (void)DatabaseCopies(*library_).bringIn(false, [] {}, {});
+        auto exchanged = exchangeStagedDatabase("D");
+        sweepDatabaseRoot();
+        return exchanged;
+      },
+      [&] {
+        sweepDatabaseRoot();
+        const std::vector<std::string> left = names(layout::databaseRoot());
+        EXPECT_EQ(std::count_if(left.begin(), left.end(), holdsFormer), 1);
+        EXPECT_TRUE(contentOf(working_) == version("1") || contentOf(working_) == version("2"));
+        EXPECT_FALSE(itemExists(working_ + "_restore"));
+      });
+}
+
 TEST_F(DatabaseCopiesTest, ARemovalThatIsKilledLeavesNoHalfDatabase) {
   killAtEveryStep([&] { write(working_, version("2")); }, [] { return removeDatabaseFolder("D"); },
                   [&] {
                     ASSERT_TRUE(!itemExists(working_) || contentOf(working_) == version("2"));
-                    finishDatabaseRemovals();
+                    sweepDatabaseRoot();
                     ASSERT_TRUE(removeDatabaseFolder("D"));
                     EXPECT_TRUE(names(layout::databaseRoot()).empty());
                   });
 }
 
 TEST_F(DatabaseCopiesTest, NothingIsCopiedOrRemovedOutsideTheDatabaseFolders) {
-  for (const char* name : {"", ".", "..", "../D", "a/b"}) {
+  for (const char* name : {"../D", "a/b", "D_restore", "D_former_1"}) {
     library_->dbName = name;
+    ASSERT_TRUE(
+        writePropertyListFile(folder / "Films/library.plist", Dictionary{{"dbname", library_->dbName}}));
+    const std::string working = layout::databaseRoot() + "/" + name;
+    const std::string packaged = packages_ + "/" + name;
+    write(working, version("2"));
     EXPECT_FALSE(DatabaseCopies(*library_).backUp(false, {})) << name;
-    EXPECT_FALSE(DatabaseCopies(*library_).restore({})) << name;
     EXPECT_FALSE(removeDatabaseFolder(name)) << name;
+    EXPECT_EQ(contentOf(working), version("2")) << name;
+    fs::remove_all(working);
+    write(packaged, version("1"));
+    EXPECT_FALSE(DatabaseCopies(*library_).restore({})) << name;
+    EXPECT_FALSE(isDatabaseFolder(working)) << name;
+    fs::remove_all(packages_);
+  }
+}
+
+TEST_F(DatabaseCopiesTest, OnlyTheLibrarysOwnPackageIsBackedUpInto) {
+  write(working_, version("2"));
+  ASSERT_TRUE(writePropertyListFile(folder / "Films/library.plist", Dictionary{{"dbname", "E"}}));
+  EXPECT_FALSE(DatabaseCopies(*library_).backUp(false, {}));
+  fs::remove_all(folder / "Films");
+  EXPECT_FALSE(DatabaseCopies(*library_).backUp(false, {}));
+  EXPECT_FALSE(itemExists(folder / "Films"));
+}
+
+/// Creations in processes of their own; the test's has no threads but the service's.
+class CreationTest : public DatabaseCopiesTest {
+ protected:
+  CreationTest() {
+    service_.on("addLibrary", [](const Value& params) {
+      write(layout::databaseFolder(*params.find("library")->find("dbname")->ifString()), version("1"));
+      return Dictionary{{"result", Dictionary()}};
+    });
+    service_.on("removeLibraryWithDBName", [](const Value& params) {
+      fs::remove_all(layout::databaseFolder(*params.find("dbname")->ifString()));
+      return Dictionary{{"result", Dictionary()}};
+    });
+  }
+
+  /// Ends with 0, or the error's last two digits, or 77 when it is killed.
+  pid_t startCreation(int kill = -1) const {
+    const pid_t process = ::fork();
+    if (process != 0) return process;
+    VornexSDK::sharedInstance().initializeWAS();
+    LibraryPtr library =
+        TQLibrary::libraryWithName("Films", "", kLibraryTypeLocal, false, true, true, places_ + "/Films", "",
+                                   TQConnection::connectionWithAddress("localhost", 0, nullptr));
+    vornex::testing::Outcome created;
+    stepsLeft = kill;
+    TQLibraryManager::sharedManager().createLibrary(library, created.completion());
+    const bool ended = created.await();
+    ::_exit(!ended ? 78 : created.ok ? 0 : static_cast<int>(created.code() % 100));
+  }
+
+  static int statusOf(pid_t process) {
+    int status = 0;
+    ::waitpid(process, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  /// One library, whole, and nothing beside it.
+  void expectOneLibrary() const {
+    const Dictionary list = readDictionaryFile(layout::localLibraryPlist()).value_or(Dictionary());
+    ASSERT_TRUE(list.find("library") && list.find("library")->ifArray()->size() == 1);
+    const std::string dbName = *list.find("library")->ifArray()->at(0).find("dbname")->ifString();
+    EXPECT_EQ(*readDictionaryFile(places_ + "/Films/library.plist")->find("dbname"), Value(dbName));
+    EXPECT_EQ(names(layout::databaseRoot()), std::vector<std::string>{dbName});
+    EXPECT_EQ(names(places_), std::vector<std::string>{"Films"});
+  }
+
+  void startAnew() const {
+    for (const std::string& path : {places_, layout::databaseRoot(), layout::localLibraryPlist()})
+      fs::remove_all(path);
+    fs::create_directories(places_);
+  }
+
+  vornex::testing::FakeService service_;
+  const std::string places_ = folder / "places";
+};
+
+TEST_F(CreationTest, ACreationThatIsKilledCanBeRepeated) {
+  int status = 77;
+  for (int kill = 1; status == 77; ++kill) {
+    SCOPED_TRACE("killed before step " + std::to_string(kill));
+    startAnew();
+    status = statusOf(startCreation(kill));
+    const int again = statusOf(startCreation());
+    EXPECT_TRUE(again == 0 || again == 2) << again;
+    expectOneLibrary();
+    if (HasFailure()) return;
+    EXPECT_TRUE(status == 77 || kill > 30) << "the steps are not counted";
+  }
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(CreationTest, OfTwoCreationsAtOnePlaceOneSucceeds) {
+  for (int kill = 1; kill <= 60; kill += 7) {
+    startAnew();
+    statusOf(startCreation(kill));
+    const pid_t first = startCreation();
+    const pid_t second = startCreation();
+    const std::pair outcomes(statusOf(first), statusOf(second));
+    EXPECT_TRUE(outcomes.first == 0 || outcomes.first == 2) << outcomes.first;
+    EXPECT_TRUE(outcomes.second == 0 || outcomes.second == 2) << outcomes.second;
+    EXPECT_FALSE(outcomes.first == 0 && outcomes.second == 0);
+    expectOneLibrary();
   }
 }
 

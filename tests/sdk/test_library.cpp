@@ -1,6 +1,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vornex/TQConnection.h>
+#include <vornex/TQImportAsset.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQUser.h>
@@ -138,6 +139,10 @@ TEST_F(LibraryTest, ARowDecidesWhatKindOfLibraryItIs) {
   LibraryPtr library = TQLibrary::libraryWithDictionary(local);
   EXPECT_TRUE(library->onlineStatus);
   EXPECT_FALSE(library->bonjourName);
+  AssetFolderPtr live = library->createAssetLiveFolder();
+  for (const std::string& made : {live->masterPath, live->thumbnailPath, live->previewPath})
+    EXPECT_TRUE(isDirectory(made));
+  EXPECT_FALSE(itemExists(live->catalogPath));
 
   Dictionary untyped = local;
   untyped.erase("type");

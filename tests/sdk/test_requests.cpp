@@ -1,4 +1,6 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <vornex/Log.h>
 #include <vornex/NotificationCenter.h>
 #include <vornex/Queue.h>
@@ -7,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -19,6 +22,23 @@
 using namespace vornex;
 using namespace vornex::testing;
 using Then = FakeReply::Then;
+
+namespace {
+
+constexpr const char* kSlowName = "slow.test";
+constexpr std::chrono::seconds kSlowness{4};
+
+}  // namespace
+
+/// Stands before the system's: one name takes long, as names do when no name server answers.
+extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found) {
+  if (node && std::string_view(node) == kSlowName) {
+    std::this_thread::sleep_for(kSlowness);
+    return EAI_AGAIN;
+  }
+  static auto* next = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+  return next(node, service, hints, found);
+}
 
 namespace {
 
@@ -68,7 +88,7 @@ TEST(Requests, CarryBodyCredentialsAndIdentityOverOneConnection) {
   EXPECT_EQ(response, Value(Dictionary{{"items", Array{1}}}));
   TQVornexUtil::syncRequestURL(url, "user", "geheim", "POST", Dictionary{}, &error);
   TQVornexUtil::syncRequestURL(url, "user", "geheim", "GET", std::nullopt, &error);
-  TQVornexUtil::syncRequestURL(url, "user", "geheim", "POST", std::nullopt, &error);
+  TQVornexUtil::syncRequestURL(url, "user", "geheim", "POST", Value(), &error);
 
   std::vector<FakeRequest> requests = server.requests();
   ASSERT_EQ(requests.size(), 4u);
@@ -218,6 +238,51 @@ TEST(Requests, SynchronousOnesAnnounceOnlyWhatConcernsTheSession) {
             (std::vector<std::string>{
                 "TQLibraryCannotConnectToHostNotification db", "TQNetworkLibraryAlreadyLoginNotification db",
                 "TQNetwokLibraryExceedSessionCountNotification db", "TQClientNeedUpdateNotification db"}));
+}
+
+TEST(Requests, AsynchronousLoginsAnnounceNothing) {
+  FakeServer server([](const FakeRequest& request) {
+    return statusReply(std::stoi(request.target.substr(request.target.rfind('/') + 1)));
+  });
+  Posts posts;
+  for (int code : {31, 39, 40}) {
+    std::int64_t received = 0;
+    TQVornexUtil::requestURL(server.url("/vornex/login/" + std::to_string(code)), "u", "p", "POST",
+                             Dictionary(), [&](const Value&, const TQErrorPtr& error) {
+                               received = error->code();
+                               MainQueue::shared().stop();
+                             });
+    MainQueue::shared().run();
+    EXPECT_EQ(received, code);
+  }
+  EXPECT_TRUE(posts.names.empty());
+}
+
+TEST(Requests, AnObserverThatThrowsHarmsNeitherTheRequestNorOtherObservers) {
+  FakeServer server([](const FakeRequest&) { return statusReply(38); });
+  auto thrower = NotificationCenter::defaultCenter().addObserver(
+      "", [](const Notification&) { throw std::runtime_error("no matter"); });
+  Posts posts;
+  TQErrorPtr error;
+  TQVornexUtil::syncRequestURL(server.url("/vornex/version"), "u", "p", "GET", std::nullopt, &error);
+  NotificationCenter::defaultCenter().removeObserver(thrower);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(posts.names.size(), 1u);
+}
+
+TEST(Requests, ANameThatDoesNotResolveHoldsUpNobody) {
+  FakeServer good([](const FakeRequest&) { return FakeReply::json("{}"); });
+  auto started = std::chrono::steady_clock::now();
+  ServerRequest unknown{std::string("http://") + kSlowName + "/a", "u", "p", "GET", std::nullopt};
+  unknown.timeLimit = std::chrono::milliseconds(300);
+  std::promise<std::int64_t> late, answered;
+  sendServerRequest(unknown, [&](const ServerReply& reply) { late.set_value(codeOf(reply)); });
+  EXPECT_EQ(codeOf(sendServerRequest(unknown)), 31);
+  EXPECT_EQ(late.get_future().get(), 31);
+  sendServerRequest({good.url("/b"), "u", "p", "GET", std::nullopt},
+                    [&](const ServerReply& reply) { answered.set_value(codeOf(reply)); });
+  EXPECT_EQ(answered.get_future().get(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, kSlowness - std::chrono::seconds(1));
 }
 
 TEST(Requests, AHangingServerHoldsUpNeitherOthersNorTheProcess) {

@@ -14,7 +14,9 @@
 #include <vornex/TQWorkflowEngineInterface.h>
 #include <vornex/VornexSDK.h>
 
+#include <algorithm>
 #include <fstream>
+#include <stdexcept>
 #include <thread>
 
 #include "core/StorageLayout.h"
@@ -178,6 +180,9 @@ TEST_F(ServiceTest, ALostServiceIsFoundAgainAndItsReportsGoOn) {
   MainQueue::shared().runPending();
   NotificationCenter::defaultCenter().removeObserver(token);
   EXPECT_EQ(seen, "db");
+  service.fail("register", 1, "not now");
+  service.hangUp();
+  EXPECT_TRUE(service.await("register", 5)) << "until the service calls back";
 }
 
 TEST_F(ServiceTest, EndsInOrderAndRunsOnlyInStateOne) {
@@ -198,10 +203,6 @@ TEST_F(ServiceTest, EndsInOrderAndRunsOnlyInStateOne) {
   later.join();
   EXPECT_TRUE(started.ok);
   EXPECT_EQ(service.count("getLocalAccountPassword"), 1);
-  service.callBack("vornexServiceLaunched", {});
-  service.callBack("vornexScanStatusForLiveFolder", {{"dbname", "db"}}, 9);
-  (void)service.awaitAnswer(9);
-  EXPECT_EQ(service.count("getLocalAccountPassword"), 1) << "once for each connection";
 
   std::size_t before = service.calls().size();
   service.on("terminate", [&](const Value&) {
@@ -248,6 +249,7 @@ TEST_F(ServiceTest, ErrorsOfTheServiceArePassedOn) {
   EXPECT_EQ(taken.code(), 10);
   EXPECT_EQ(taken.error->domain(), "VORNEX SERVER");
   EXPECT_EQ(service.count("loadLibrary"), 0);
+  EXPECT_EQ(VornexSDK::sharedInstance().WASPort, 9000);
 
   service.answer("launchWebServer", {{"port", 9000}});
   service.fail("loadLibrary", 0, "no failure");
@@ -260,8 +262,31 @@ TEST_F(ServiceTest, ErrorsOfTheServiceArePassedOn) {
   EXPECT_TRUE(logged("vornexServiceLaunched error"));
 }
 
+TEST_F(ServiceTest, ACompletionThatThrowsKeepsNoOtherFromComing) {
+  FakeService service;
+  service.on("getLocalAccountPassword", [](const Value&) { return Dictionary(); });
+  VornexSDK& sdk = VornexSDK::sharedInstance();
+  sdk.initializeWAS();
+  Outcome second;
+  sdk.startWASServiceWithPort(0, [](bool, const TQErrorPtr&) { throw std::runtime_error("no matter"); });
+  ASSERT_TRUE(service.await("getLocalAccountPassword"));
+  sdk.startWASServiceWithPort(0, second.completion());
+  ASSERT_TRUE(service.await("loadLibrary", 2));
+  std::this_thread::sleep_for(50ms);
+  std::vector<std::string> calls = service.calls();
+  auto asked = std::find(calls.begin(), calls.end(), "getLocalAccountPassword") - calls.begin();
+  service.send("{\"id\":" + std::to_string(asked + 1) + ",\"result\":{\"password\":\"p\"}}\n");
+  ASSERT_TRUE(second.await());
+  EXPECT_TRUE(second.ok);
+}
+
 TEST_F(ServiceTest, WithoutAServiceOperationsCompleteAtOnce) {
   VornexSDK& sdk = VornexSDK::sharedInstance();
+  auto library = TQLibrary::libraryWithName("Films", std::nullopt, kLibraryTypeLocal, false, true, true,
+                                            folder.path(), std::nullopt, std::make_shared<TQConnection>());
+  ASSERT_TRUE(TQLibraryManager::sharedManager().addLibraries({library}));
+  const std::string lock = folder / (".sysUUID_" + TQVornexUtil::systemUUID().value_or("(null)") + ".lock");
+  ASSERT_TRUE(writeFileAtomically(lock, ""));
   int completed = 0;
   sdk.startWASServiceWithPort(0, [](bool, const TQErrorPtr&) { ADD_FAILURE(); });
   sdk.getUserSessions([](const std::vector<TQSession>&, const TQErrorPtr&) { ADD_FAILURE(); });
@@ -269,6 +294,7 @@ TEST_F(ServiceTest, WithoutAServiceOperationsCompleteAtOnce) {
   sdk.terminateWAS([&] { ++completed; });
   sdk.isRunning([&](bool running) { completed += running ? 0 : 1; });
   EXPECT_EQ(completed, 3);
+  EXPECT_FALSE(fileExists(lock)) << "the end of the host gives its libraries free";
 }
 
 TEST_F(ServiceTest, SessionsAreReadInTheOrderReported) {
@@ -311,7 +337,8 @@ TEST_F(ServiceTest, CallbacksBecomeNotificationsOnTheMainQueueInOrder) {
   service.callBack("vornexLibraryUpdated", {{"libraries", Array{Dictionary(), Dictionary()}}});
   service.callBack("vornexLibraryCreated", {{"libraries", Array{Dictionary()}}});
   service.callBack("vornexLibraryDeleted", {{"libraries", Array()}});
-  service.callBack("vornexNewerThanThisClient", {});
+  service.callBack("vornexNewerThanThisClient", {}, 4);
+  EXPECT_EQ(*service.awaitAnswer(4).find("code"), Value(-32601));
   service.callBack("vornexScanStatusForLiveFolder", {{"dbname", "unknown"}}, 5);
   EXPECT_EQ(service.awaitAnswer(5), Value(Dictionary{{"status", Dictionary()}}));
   EXPECT_TRUE(seen.empty()) << "before the main queue ran";
@@ -359,13 +386,15 @@ TEST_F(ServiceTest, TheServiceAsksForAndIsToldTheStateOfLiveFolders) {
 
 TEST_F(ServiceTest, ALaunchReportedLaterRenewsThePassword) {
   FakeService service;
-  service.answer("getLocalAccountPassword", {{"password", "new"}});
   VornexSDK::sharedInstance().initializeWAS();
   ASSERT_TRUE(service.await("register"));
-  service.callBack("vornexServiceLaunched", {});
-  for (int i = 0; i < 500 && !TQUserManager::sharedManager().localPassword(); ++i)
-    std::this_thread::sleep_for(10ms);
-  EXPECT_EQ(TQUserManager::sharedManager().localPassword(), "new");
+  for (std::string password : {"first", "second"}) {
+    service.answer("getLocalAccountPassword", {{"password", password}});
+    service.callBack("vornexServiceLaunched", {});
+    for (int i = 0; i < 500 && TQUserManager::sharedManager().localPassword() != password; ++i)
+      std::this_thread::sleep_for(10ms);
+    EXPECT_EQ(TQUserManager::sharedManager().localPassword(), password);
+  }
 }
 
 }  // namespace

@@ -6,12 +6,15 @@
 #include <vornex/TQUser.h>
 #include <vornex/TQUserManager.h>
 #include <vornex/TQVornexUtil.h>
+#include <vornex/VornexSDK.h>
 
 #include <atomic>
 #include <thread>
 
 #include "foundation/PropertyList.h"
+#include "sdk/FakeService.h"
 #include "sdk/SdkFixture.h"
+#include "service/TQVornexService.h"
 
 using namespace vornex;
 using vornex::testing::Outcome;
@@ -113,13 +116,32 @@ TEST_F(UsersTest, WhatAnotherProcessSavedMeanwhileStays) {
   ASSERT_TRUE(refused.await());
   EXPECT_EQ(refused.code(), 10003);
   EXPECT_TRUE(logged("deleteUsers, Can't save User Plist"));
+  EXPECT_EQ(create("cy", "Cy", kUserTypeNetwork).code(), 10003);
+  EXPECT_TRUE(logged("createUser, Can't save User Plist"));
+  Outcome unsaved;
+  manager.userForID("ann")->updateNewName("Annie", std::nullopt, unsaved.completion());
+  ASSERT_TRUE(unsaved.await());
+  EXPECT_EQ(unsaved.code(), 10003);
+  EXPECT_TRUE(logged("updateNewName, Can't save User Plist"));
   ASSERT_TRUE(::rmdir(path.c_str()) == 0 && ::rename(moved.c_str(), path.c_str()) == 0);
   EXPECT_TRUE(create("bob", "Bob", kUserTypeNetwork).ok);
-  EXPECT_EQ(load().size(), 3u);
+  EXPECT_EQ(load().size(), 4u) << "what could not be saved then is saved now";
 
   ASSERT_TRUE(writeFileAtomically(path, "damaged"));
   EXPECT_TRUE(manager.saveUsersFile());
-  EXPECT_EQ(load().size(), 3u);
+  EXPECT_EQ(load().size(), 4u);
+
+  manager.userForID("ann")->password = std::nullopt;
+  EXPECT_TRUE(manager.saveUsersFile());
+  EXPECT_EQ(load().size(), 4u) << "a user who cannot be written stays as he was";
+}
+
+TEST_F(UsersTest, TheServiceIsToldOfASave) {
+  vornex::testing::FakeService service;
+  VornexSDK::sharedInstance().initializeWAS();
+  EXPECT_TRUE(create("ann", "Ann", kUserTypeNetwork).ok);
+  EXPECT_TRUE(service.await("updateUsers"));
+  TQVornexTerminate([] {});
 }
 
 // For the thread sanitizer, too.

@@ -167,6 +167,60 @@ TEST_F(MediaTest, OnlyTheOwnerSaysWhichLinksAreFollowed) {
   EXPECT_EQ(fetch("master/2025/card/link.mov"), "404") << "the folder above is the master";
 }
 
+TEST_F(MediaTest, TellsWhereTheFilesOfAssetsAreServed) {
+  writePackageFile("Media/Master/2025/a b#.mov", "master");
+  writePackageFile("Media/Preview/a.mp4", "preview");
+  writePackageFile("library.plist", "secret");
+  ASSERT_TRUE(writeFileAtomically(folder_ / "source.mov", "referenced"));
+  std::filesystem::create_symlink(folder_ / "source.mov",
+                                  layout::masterFolder(packageFolder(kDbName)) + "/link.mov");
+  Array items;
+  for (const Dictionary& asset :
+       {Dictionary{{"masterpath", "/Media/Master/2025/a b#.mov"}, {"previewpath", "/Media/Preview/a.mp4"}},
+        Dictionary{{"masterpath", "/Media/Master/link.mov"}, {"importtype", 0}},
+        Dictionary{{"masterpath", "/Media/Master/gone.mov"}}, Dictionary{},
+        Dictionary{{"masterpath", "/Media/Master/../../library.plist"}}})
+    items.push_back(Dictionary{{"_id", createAsset(asset)}, {"masterpath", "/library.plist"}});
+
+  writeUsers({user("ann", "p", kDbName), user("eve", "p", "another")});
+  authorization_ = basic("ann", "p");
+  auto ask = [&](const char* operation) {
+    Value reply = json(post(library(operation), writeJson(Dictionary{{"items", items}})));
+    std::vector<std::string> found;
+    for (const Value& item : coerce::array(reply.find("items"))) {
+      const std::string url = coerce::string(item.find("url")).value_or("");
+      const std::string start = "127.0.0.1:38317/vornex/" + library("/");
+      EXPECT_TRUE(url.empty() || url.starts_with(start)) << url;
+      found.push_back(url.empty() ? "" : fetch(percentEncoded(url.substr(start.size()), "/")));
+    }
+    return found;
+  };
+  using Found = std::vector<std::string>;
+  EXPECT_EQ(ask("/assets/download"), (Found{"master", "referenced", "", "", ""}));
+  EXPECT_EQ(ask("/assets/preview"), (Found{"preview", "", "", "", ""}));
+  items.erase(items.begin(), items.begin() + 2);
+  EXPECT_TRUE(ask("/assets/download").empty()) << "none has a file";
+  authorization_ = basic("eve", "p");
+  EXPECT_EQ(post(library("/assets/download"), "{\"items\": []}").status, 403u);
+}
+
+TEST_F(MediaTest, OnlyTheOwnerLearnsWhichFilesTheServerReads) {
+  ASSERT_TRUE(writeFileAtomically(folder_ / "here", ""));
+  auto ask = [&](const std::vector<std::string>& paths) {
+    Array items;
+    for (const std::string& path : paths) items.push_back(Dictionary{{"path", path}});
+    return post(library("/assets/access"), writeJson(Dictionary{{"items", items}}));
+  };
+  Value reply = json(ask({folder_ / "here", folder_ / "gone", "here"}));
+  EXPECT_EQ(*reply.find("failures"),
+            Value(Array{Dictionary{{"path", folder_ / "gone"}}, Dictionary{{"path", "here"}}}));
+  EXPECT_EQ(*json(ask({folder_ / "here"})).find("failures"), Value(Array{}));
+  EXPECT_EQ(code(ask({folder_ / "gone"})), 35);
+  writeUsers({user("ann", "p", kDbName)});
+  authorization_ = basic("ann", "p");
+  EXPECT_EQ(code(ask({folder_ / "here"})), 4);
+}
+
 TEST_F(MediaTest, SendsPartsAndTellsWhatTheClientHas) {
   writePackageFile("Media/Master/a.mov", "0123456789");
   Request request;

@@ -255,6 +255,8 @@ TEST_F(RouterTest, KnowsWhichOperationsThereAre) {
 }
 
 TEST_F(RouterTest, AnswersForClosedAndFailedDatabases) {
+  writeListFile({record(kDbName)});
+  ASSERT_TRUE(service_->libraries().readList());
   service_->libraries().close(kDbName);
   EXPECT_EQ(code(post(library("/assets/search"), "{}")), 8);
   EXPECT_EQ(get(library("")).status, 200u);

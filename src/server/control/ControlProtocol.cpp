@@ -53,7 +53,7 @@ Result<Value> emptyResult(const Result<void>& done) {
 
 struct ControlProtocol::Method {
   const char* name;
-  Reply (ControlProtocol::*call)(const Dictionary& params);
+  Reply (ControlProtocol::*call)(const Call& call);
   Lane lane = Lane::work;
   /// Makes no sense any more when the service ends.
   bool starts = false;
@@ -80,7 +80,7 @@ const ControlProtocol::Method* ControlProtocol::methodNamed(const std::string& n
       {"snapshotDatabase", &P::snapshotDatabase, Lane::copy, true},
       {"retireDatabase", &P::retireDatabase, Lane::work, true},
       {"replaceDatabase", &P::replaceDatabase, Lane::copy, true},
-      {"startAllBookmarks", &P::startAllBookmarks},
+      {"startAllBookmarks", &P::startAllBookmarks, Lane::look},
       {"terminate", &P::terminate, Lane::quick},
   };
   for (const Method& method : kMethods) {
@@ -148,7 +148,7 @@ ControlProtocol::Reply ControlProtocol::perform(const Call& call) {
   if (ending_ && call.method->starts)
     return serverFailure(StatusCode::serviceStopping, "The service is about to end.");
   try {
-    return (this->*call.method->call)(call.params);
+    return (this->*call.method->call)(call);
   } catch (const std::exception& exception) {
     return failure("exception", 0, fmt::format("{}: {}", call.method->name, exception.what()));
   }
@@ -167,15 +167,15 @@ ControlProtocol::Outcome ControlProtocol::run(const Call& call) {
   return outcome;
 }
 
-ControlProtocol::Reply ControlProtocol::registerClient(const Dictionary& params) {
+ControlProtocol::Reply ControlProtocol::registerClient(const Call& call) {
   logLine(LogLevel::info,
-          fmt::format("Process {} registers as a client", coerce::integer(params.find("pid"))));
+          fmt::format("Process {} registers as a client", coerce::integer(call.params.find("pid"))));
   return Dictionary{
       {"version", serverVersion()}, {"pid", std::int64_t{::getpid()}}, {"root", layout::rootFolder()}};
 }
 
-ControlProtocol::Reply ControlProtocol::launchWebServer(const Dictionary& params) {
-  const Value* port = params.find("port");
+ControlProtocol::Reply ControlProtocol::launchWebServer(const Call& call) {
+  const Value* port = call.params.find("port");
   const std::int64_t* number = port ? port->ifInteger() : nullptr;
   if (!number || *number < 0 || *number > 65535) {
     return tl::unexpected(rpcError(kInvalidParams, "\"port\" is no port number."));
@@ -185,7 +185,7 @@ ControlProtocol::Reply ControlProtocol::launchWebServer(const Dictionary& params
   return Dictionary{{"port", std::int64_t{*launched}}};
 }
 
-ControlProtocol::Reply ControlProtocol::loadLibrary(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::loadLibrary(const Call&) {
   auto report = service_.libraries().load();
   if (!report) return tl::unexpected(report.error());
   Array failures;
@@ -197,50 +197,50 @@ ControlProtocol::Reply ControlProtocol::loadLibrary(const Dictionary&) {
                     {"failures", std::move(failures)}};
 }
 
-ControlProtocol::Reply ControlProtocol::stopWebServer(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::stopWebServer(const Call&) {
   webServer_.stop();
   return Dictionary{};
 }
 
-ControlProtocol::Reply ControlProtocol::shutdownDatabase(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::shutdownDatabase(const Call&) {
   service_.libraries().closeAll();
   return Dictionary{};
 }
 
-ControlProtocol::Reply ControlProtocol::getWebServerState(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::getWebServerState(const Call&) {
   std::int64_t port = webServer_.port();
   return Dictionary{{"state", port != 0 ? 1 : 0}, {"port", port}};
 }
 
-ControlProtocol::Reply ControlProtocol::getUserSessions(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::getUserSessions(const Call&) {
   return Dictionary{{"sessions", service_.sessions().list()}};
 }
 
-ControlProtocol::Reply ControlProtocol::getLocalAccountPassword(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::getLocalAccountPassword(const Call&) {
   return Dictionary{{"password", service_.users().localPassword()}};
 }
 
-ControlProtocol::Reply ControlProtocol::updateLibrary(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::updateLibrary(const Call&) {
   return emptyResult(service_.libraries().readList());
 }
 
-ControlProtocol::Reply ControlProtocol::updateUsers(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::updateUsers(const Call&) {
   auto reloaded = service_.users().reload();
   if (reloaded) service_.sessions().endOthers(service_.users().identifiers());
   return emptyResult(reloaded);
 }
 
-ControlProtocol::Reply ControlProtocol::addLibrary(const Dictionary& params) {
-  const Value* library = params.find("library");
+ControlProtocol::Reply ControlProtocol::addLibrary(const Call& call) {
+  const Value* library = call.params.find("library");
   if (!library || !library->ifDictionary())
     return tl::unexpected(rpcError(kInvalidParams, "\"library\" is no object."));
-  const Value* create = params.find("create");
+  const Value* create = call.params.find("create");
   const bool mayCreate = !create || coerce::boolean(create);
   return emptyResult(service_.libraries().add(*library->ifDictionary(), mayCreate));
 }
 
-ControlProtocol::Reply ControlProtocol::getLibraryForDBName(const Dictionary& params) {
-  auto dbName = dbNameOf(params);
+ControlProtocol::Reply ControlProtocol::getLibraryForDBName(const Call& call) {
+  auto dbName = dbNameOf(call.params);
   if (!dbName) return tl::unexpected(dbName.error());
   auto library = service_.libraries().find(*dbName);
   if (!library) return Dictionary{{"library", Value()}};
@@ -249,56 +249,60 @@ ControlProtocol::Reply ControlProtocol::getLibraryForDBName(const Dictionary& pa
   return Dictionary{{"library", std::move(record)}};
 }
 
-ControlProtocol::Reply ControlProtocol::launchLibraryForDBName(const Dictionary& params) {
-  auto dbName = dbNameOf(params);
+ControlProtocol::Reply ControlProtocol::launchLibraryForDBName(const Call& call) {
+  auto dbName = dbNameOf(call.params);
   if (!dbName) return tl::unexpected(dbName.error());
   return emptyResult(service_.libraries().launch(*dbName));
 }
 
-ControlProtocol::Reply ControlProtocol::terminateLibraryForDBName(const Dictionary& params) {
-  auto dbName = dbNameOf(params);
+ControlProtocol::Reply ControlProtocol::terminateLibraryForDBName(const Call& call) {
+  auto dbName = dbNameOf(call.params);
   if (!dbName) return tl::unexpected(dbName.error());
   service_.libraries().close(*dbName);
   return Dictionary{};
 }
 
-ControlProtocol::Reply ControlProtocol::removeLibraryWithDBName(const Dictionary& params) {
-  auto dbName = dbNameOf(params);
+ControlProtocol::Reply ControlProtocol::removeLibraryWithDBName(const Call& call) {
+  auto dbName = dbNameOf(call.params);
   if (!dbName) return tl::unexpected(dbName.error());
   return emptyResult(service_.libraries().remove(*dbName));
 }
 
-ControlProtocol::Reply ControlProtocol::snapshotDatabase(const Dictionary& params) {
-  auto dbName = dbNameOf(params);
+ControlProtocol::Reply ControlProtocol::snapshotDatabase(const Call& call) {
+  auto dbName = dbNameOf(call.params);
   if (!dbName) return tl::unexpected(dbName.error());
-  OptionalString folder = coerce::string(params.find("folder"));
+  OptionalString folder = coerce::string(call.params.find("folder"));
   if (!folder) return tl::unexpected(rpcError(kInvalidParams, "\"folder\" is missing."));
-  return emptyResult(service_.libraries().snapshot(*dbName, *folder, coerce::boolean(params.find("close"))));
+  return emptyResult(service_.libraries().snapshot(*dbName, *folder,
+                                                   coerce::boolean(call.params.find("close")), call.client));
 }
 
-ControlProtocol::Reply ControlProtocol::retireDatabase(const Dictionary& params) {
-  auto dbName = dbNameOf(params);
+ControlProtocol::Reply ControlProtocol::retireDatabase(const Call& call) {
+  auto dbName = dbNameOf(call.params);
   if (!dbName) return tl::unexpected(dbName.error());
   return emptyResult(service_.libraries().retire(*dbName));
 }
 
-ControlProtocol::Reply ControlProtocol::replaceDatabase(const Dictionary& params) {
-  auto dbName = dbNameOf(params);
+ControlProtocol::Reply ControlProtocol::replaceDatabase(const Call& call) {
+  auto dbName = dbNameOf(call.params);
   if (!dbName) return tl::unexpected(dbName.error());
   return emptyResult(service_.libraries().replace(*dbName));
 }
 
-/// Access to folders needs no opening on this platform; what cannot be reached is worth a line in the log.
-ControlProtocol::Reply ControlProtocol::startAllBookmarks(const Dictionary&) {
+/// Access to folders needs no opening on this platform; what cannot be reached is worth a line in the log. A
+/// file system that hangs keeps one worker at it, not everybody who asks.
+ControlProtocol::Reply ControlProtocol::startAllBookmarks(const Call&) {
+  if (isLooking_.exchange(true)) return Dictionary{};
   for (const Library& library : service_.libraries().all()) {
     if (isDirectory(library.packageFolder)) continue;
     logLine(LogLevel::warning, fmt::format("The package folder of library {} cannot be reached: {}",
                                            library.dbName, library.packageFolder));
   }
+  isLooking_ = false;
   return Dictionary{};
 }
 
-ControlProtocol::Reply ControlProtocol::terminate(const Dictionary&) {
+ControlProtocol::Reply ControlProtocol::terminate(const Call&) {
   ending_ = true;
   logLine(LogLevel::info, "A client ends the service");
   return Dictionary{};

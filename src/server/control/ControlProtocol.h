@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,8 +30,8 @@ class ControlProtocol {
   };
 
   /// Kinds of calls that have workers of their own: what is answered from memory, what opens and closes
-  /// databases and connections, and what copies whole databases.
-  enum class Lane { quick, work, copy };
+  /// databases and connections, what copies whole databases, and what looks at disks that may hang.
+  enum class Lane { quick, work, copy, look };
   struct Method;
 
   /// A message that has been read.
@@ -42,6 +43,8 @@ class ControlProtocol {
     Dictionary params;
     std::optional<Error> refusal;
     Lane lane = Lane::quick;
+    /// Whose call it is; may be null.
+    std::shared_ptr<const ClientPresence> client;
   };
 
   /// Both must outlive the protocol.
@@ -62,6 +65,9 @@ class ControlProtocol {
   /// Both.
   Outcome handle(std::string_view message) { return run(read(message)); }
 
+  /// To be called when a client's presence has ended.
+  void clientLeft() { service_.libraries().clientLeft(); }
+
   static std::string launchedNotification();
 
  private:
@@ -69,32 +75,33 @@ class ControlProtocol {
 
   static const Method* methodNamed(const std::string& name);
 
-  Reply registerClient(const Dictionary& params);
-  Reply launchWebServer(const Dictionary& params);
-  Reply loadLibrary(const Dictionary& params);
-  Reply stopWebServer(const Dictionary& params);
-  Reply shutdownDatabase(const Dictionary& params);
-  Reply getWebServerState(const Dictionary& params);
-  Reply getUserSessions(const Dictionary& params);
-  Reply getLocalAccountPassword(const Dictionary& params);
-  Reply updateLibrary(const Dictionary& params);
-  Reply updateUsers(const Dictionary& params);
-  Reply addLibrary(const Dictionary& params);
-  Reply getLibraryForDBName(const Dictionary& params);
-  Reply launchLibraryForDBName(const Dictionary& params);
-  Reply terminateLibraryForDBName(const Dictionary& params);
-  Reply removeLibraryWithDBName(const Dictionary& params);
-  Reply snapshotDatabase(const Dictionary& params);
-  Reply retireDatabase(const Dictionary& params);
-  Reply replaceDatabase(const Dictionary& params);
-  Reply startAllBookmarks(const Dictionary& params);
-  Reply terminate(const Dictionary& params);
+  Reply registerClient(const Call& call);
+  Reply launchWebServer(const Call& call);
+  Reply loadLibrary(const Call& call);
+  Reply stopWebServer(const Call& call);
+  Reply shutdownDatabase(const Call& call);
+  Reply getWebServerState(const Call& call);
+  Reply getUserSessions(const Call& call);
+  Reply getLocalAccountPassword(const Call& call);
+  Reply updateLibrary(const Call& call);
+  Reply updateUsers(const Call& call);
+  Reply addLibrary(const Call& call);
+  Reply getLibraryForDBName(const Call& call);
+  Reply launchLibraryForDBName(const Call& call);
+  Reply terminateLibraryForDBName(const Call& call);
+  Reply removeLibraryWithDBName(const Call& call);
+  Reply snapshotDatabase(const Call& call);
+  Reply retireDatabase(const Call& call);
+  Reply replaceDatabase(const Call& call);
+  Reply startAllBookmarks(const Call& call);
+  Reply terminate(const Call& call);
 
   Reply perform(const Call& call);
 
   Service& service_;
   HttpServer& webServer_;
   std::atomic<bool> ending_ = false;
+  std::atomic<bool> isLooking_ = false;
   std::function<void(std::string notification)> broadcast_ = [](auto&&...) {};
 };
 

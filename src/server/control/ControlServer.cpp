@@ -46,6 +46,7 @@ namespace {
 constexpr std::size_t kQuickWorkers = 2;
 constexpr std::size_t kWorkers = 4;
 constexpr std::size_t kCopyWorkers = 2;
+constexpr std::size_t kLookWorkers = 2;
 /// How long a stop waits for clients to take their answers.
 constexpr auto kFarewell = std::chrono::seconds(1);
 constexpr auto kPauseAfterFailedAccept = std::chrono::milliseconds(100);
@@ -138,8 +139,8 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
       closed.set_value();
     });
     closed.get_future().wait();
-    for (asio::thread_pool* pool : {&quick_, &work_, &copy_}) pool->stop();
-    for (asio::thread_pool* pool : {&quick_, &work_, &copy_}) pool->join();
+    for (asio::thread_pool* pool : {&quick_, &work_, &copy_, &look_}) pool->stop();
+    for (asio::thread_pool* pool : {&quick_, &work_, &copy_, &look_}) pool->join();
     asio::post(io_, [this] { dismissClients(); });
     running_.reset();
     thread_.join();
@@ -159,6 +160,7 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
   struct Client {
     explicit Client(Unix::socket taken) : socket(std::move(taken)) {}
     Unix::socket socket;
+    const std::shared_ptr<ClientPresence> presence = std::make_shared<ClientPresence>();
     bool registered = false;
     /// It sends nothing more.
     bool ended = false;
@@ -248,10 +250,24 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
     ++client->calls;
     asio::post(quick_, [this, client, line = std::move(line)] {
       auto call = ControlProtocol::read(line);
+      call.client = client->presence;
       if (call.lane == ControlProtocol::Lane::quick) return run(client, call);
-      asio::thread_pool& pool = call.lane == ControlProtocol::Lane::copy ? copy_ : work_;
-      asio::post(pool, [this, client, call = std::move(call)] { run(client, call); });
+      asio::post(poolOf(call.lane), [this, client, call = std::move(call)] { run(client, call); });
     });
+  }
+
+  asio::thread_pool& poolOf(ControlProtocol::Lane lane) {
+    switch (lane) {
+      case ControlProtocol::Lane::quick:
+        return quick_;
+      case ControlProtocol::Lane::copy:
+        return copy_;
+      case ControlProtocol::Lane::look:
+        return look_;
+      case ControlProtocol::Lane::work:
+        break;
+    }
+    return work_;
   }
 
   void run(const ClientPtr& client, const ControlProtocol::Call& call) {
@@ -309,6 +325,7 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
     error_code ignored;
     client->socket.close(ignored);
     clients_.erase(client);
+    if (!client->presence->gone.exchange(true)) protocol_.clientLeft();
     tellEnd(client);
     if (dismissed_ && clients_.empty()) pause_.cancel();
   }
@@ -336,6 +353,7 @@ class ControlServer::Running : public std::enable_shared_from_this<ControlServer
   asio::thread_pool quick_{kQuickWorkers};
   asio::thread_pool work_{kWorkers};
   asio::thread_pool copy_{kCopyWorkers};
+  asio::thread_pool look_{kLookWorkers};
   std::thread thread_;
   bool stopping_ = false;
   bool dismissed_ = false;

@@ -4,6 +4,7 @@
 
 #include "core/Coercion.h"
 #include "foundation/Json.h"
+#include "server/http/Batch.h"
 #include "server/http/Handlers.h"
 #include "server/http/MediaFiles.h"
 #include "server/http/ReferenceCheck.h"
@@ -14,36 +15,6 @@ namespace vornex::server {
 namespace {
 
 constexpr std::int64_t kDefaultPageSize = 100;
-
-/// The body's "items", which must be objects.
-Result<Array> batchItems(const Context& context, const Request& request) {
-  auto body = bodyDictionary(request);
-  if (!body) return tl::unexpected(body.error());
-  Value* items = body->find("items");
-  Array* array = items ? items->ifArray() : nullptr;
-  if (!array) return serverFailure(StatusCode::invalidRequest, "The body has no \"items\".");
-  if (array->size() > context.limits.batchItems) {
-    return serverFailure(StatusCode::limitExceeded,
-                         fmt::format("A request takes at most {} items.", context.limits.batchItems));
-  }
-  for (const Value& item : *array) {
-    if (!item.ifDictionary()) return serverFailure(StatusCode::invalidRequest, "An item is no JSON object.");
-  }
-  return std::move(*array);
-}
-
-/// One reply item for each item; when every item failed, the first failure.
-template <typename T, typename Describe>
-Response batchReply(const std::vector<Result<T>>& results, Describe describe) {
-  Array items;
-  bool anySucceeded = results.empty();
-  for (const Result<T>& result : results) {
-    anySucceeded = anySucceeded || result;
-    items.push_back(result ? describe(*result) : statusDictionary(result.error()));
-  }
-  if (!anySucceeded) return errorReply(results.front().error());
-  return jsonReply(Dictionary{{"items", std::move(items)}});
-}
 
 Dictionary identifierItem(const std::string& id) {
   return {{"_id", id}};

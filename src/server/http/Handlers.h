@@ -31,6 +31,9 @@ Response getAsset(const Context&, const Call&, const Request&);
 Response getMaster(const Context&, const Call&, const Request&);
 Response getThumbnail(const Context&, const Call&, const Request&);
 Response getPreview(const Context&, const Call&, const Request&);
+Response locateMasters(const Context&, const Call&, const Request&);
+Response locatePreviews(const Context&, const Call&, const Request&);
+Response checkAccess(const Context&, const Call&, const Request&);
 
 /// What a request does to a library.
 enum class Right { read, addAssets, changeAssets };

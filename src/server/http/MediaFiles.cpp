@@ -79,7 +79,7 @@ Result<MediaEntry> walk(const std::string& packageFolder, MediaKind kind,
     if (errno == ENOENT || errno == ENOTDIR) return notFound();
     return posixFailure(errno, "Cannot open " + root);
   }
-  std::string recordPath = root.substr(packageFolder.size());
+  std::string mediaPath;
   for (std::size_t i = 0; i + 1 < components.size(); ++i) {
     std::string name = components[i];
     FileDescriptor next = openFolderIn(folder, name);
@@ -90,14 +90,16 @@ Result<MediaEntry> walk(const std::string& packageFolder, MediaKind kind,
       }
     }
     if (!next) return notFound();
-    recordPath = appendPathComponent(recordPath, name);
+    mediaPath = appendPathComponent(mediaPath, name);
     folder = std::move(next);
   }
   struct stat info {};
   if (::fstatat(folder.get(), components.back().c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return notFound();
   bool isLink =
       S_ISLNK(info.st_mode) || (kind == MediaKind::master && isAlias(pathThrough(folder, components.back())));
-  return MediaEntry{std::move(folder), components.back(), appendPathComponent(recordPath, components.back()),
+  mediaPath = appendPathComponent(mediaPath, components.back());
+  std::string recordPath = appendPathComponent(root.substr(packageFolder.size()), mediaPath);
+  return MediaEntry{std::move(folder), components.back(), std::move(recordPath), std::move(mediaPath),
                     isLink};
 }
 
@@ -138,7 +140,8 @@ Result<OpenMedia> openMedia(const MediaEntry& entry, bool followLink) {
                    std::move(etag)};
 }
 
-Result<void> removeMedia(const std::string& packageFolder, MediaKind kind, const std::string& recordPath) {
+Result<MediaEntry> findRecorded(const std::string& packageFolder, MediaKind kind,
+                                const std::string& recordPath) {
   std::vector<std::string> components = componentsOf(recordPath);
   std::vector<std::string> prefix = componentsOf(mediaFolderOf("", kind));
   if (components.size() <= prefix.size() || !std::equal(prefix.begin(), prefix.end(), components.begin()) ||
@@ -146,7 +149,11 @@ Result<void> removeMedia(const std::string& packageFolder, MediaKind kind, const
     return serverFailure(StatusCode::invalidRequest, "The path leads out of the library's media folder.");
   }
   components.erase(components.begin(), components.begin() + static_cast<std::ptrdiff_t>(prefix.size()));
-  auto entry = walk(packageFolder, kind, components, Spelling::exact);
+  return walk(packageFolder, kind, components, Spelling::exact);
+}
+
+Result<void> removeMedia(const std::string& packageFolder, MediaKind kind, const std::string& recordPath) {
+  auto entry = findRecorded(packageFolder, kind, recordPath);
   if (!entry) {
     if (statusCodeOf(entry.error()) == StatusCode::itemNotFound) return {};
     return tl::unexpected(entry.error());
@@ -155,7 +162,7 @@ Result<void> removeMedia(const std::string& packageFolder, MediaKind kind, const
   if (errno != EISDIR) return posixFailure(errno, "Cannot remove " + recordPath);
   // Only a master may be a folder, and only below the folders that imports make: year, month, day and time.
   constexpr std::size_t kImportFolders = 4;
-  if (kind != MediaKind::master || components.size() <= kImportFolders)
+  if (kind != MediaKind::master || componentsOf(entry->mediaPath).size() <= kImportFolders)
     return serverFailure(StatusCode::invalidRequest, recordPath + " is a folder of the library itself.");
   std::error_code error;
   std::filesystem::remove_all(pathThrough(entry->folder, entry->name), error);

@@ -18,6 +18,8 @@ struct MediaEntry {
   std::string name;
   /// From the package folder on, as asset records name it: "/Media/Master/…".
   std::string recordPath;
+  /// From the media folder on: "2025/03/07/…".
+  std::string mediaPath;
   /// A symbolic link, or (masters only) an alias file.
   bool isLink = false;
 };
@@ -36,12 +38,17 @@ struct OpenMedia {
 [[nodiscard]] Result<MediaEntry> findMedia(const std::string& packageFolder, MediaKind kind,
                                            const std::vector<std::string>& components);
 
+/// Finds what an asset record names, exactly as spelled. Further error: invalidRequest for a path that does
+/// not lie below the kind's media folder.
+[[nodiscard]] Result<MediaEntry> findRecorded(const std::string& packageFolder, MediaKind kind,
+                                              const std::string& recordPath);
+
 /// Opens a regular file for reading. Follows a link only if told to; `itemNotFound` for anything else.
 [[nodiscard]] Result<OpenMedia> openMedia(const MediaEntry& entry, bool followLink);
 
-/// Removes what an asset record names: a file, a link (never its target) or a folder with its content. The
-/// path must lie below the kind's media folder. What does not exist counts as removed. Errors: invalidRequest
-/// for a path elsewhere, or domain "posix".
+/// Removes what an asset record names: a file, a link (never its target) or a folder with its content. What
+/// does not exist counts as removed. Errors: invalidRequest for a path that does not lie below the kind's
+/// media folder, or domain "posix".
 [[nodiscard]] Result<void> removeMedia(const std::string& packageFolder, MediaKind kind,
                                        const std::string& recordPath);
 

@@ -159,7 +159,9 @@ class SQLiteAssetStore final : public AssetStore {
   /// is its outcome; a failure of the database ends and undoes everything.
   template <typename Outcome, typename Items, typename Change>
   Result<std::vector<Result<Outcome>>> changeAll(Items& items, Change change);
+  [[nodiscard]] Result<void> store(Transaction& transaction, BatchChanges& changes);
   [[nodiscard]] Result<void> insert(const std::vector<NewRow>& rows);
+  void publish(const std::vector<std::string>& removed, std::future<SegmentPtr> added) noexcept;
 
   [[nodiscard]] Result<void> noteChange(std::int64_t row);
   [[nodiscard]] Result<OptionalString> findSameImport(const BatchChanges& changes,
@@ -205,20 +207,29 @@ Result<std::vector<Result<Outcome>>> SQLiteAssetStore::changeAll(Items& items, C
       return tl::unexpected(outcomes.back().error());
   }
   if (changes.added.empty() && changes.removed.empty()) return outcomes;
+  if (Result<void> done = store(*transaction, changes); !done) return tl::unexpected(done.error());
+  firstRow = nextRow_;
+  return outcomes;
+}
+
+// A large batch is stored while it is indexed.
+Result<void> SQLiteAssetStore::store(Transaction& transaction, BatchChanges& changes) {
   std::future<SegmentPtr> segment =
       std::async(policyFor(changes.added.size()), [&] { return makeSegment(changes.takeAdded()); });
   Result<void> done = insert(changes.rows);
   if (done)
     done = writer_.run(fmt::format("UPDATE state SET version = {}, next = {}", version_ + 1, nextRow_));
-  if (!done) return tl::unexpected(done.error());
-  std::vector<std::string> removed(changes.removed.begin(), changes.removed.end());
-  AssetIndex::Change indexChange = index_.prepare(removed, segment.get(), version_ + 1);
-  done = transaction->commit();
-  if (!done) return tl::unexpected(done.error());
-  indexChange.publish();
+  if (done) done = transaction.commit();
+  if (done) publish({changes.removed.begin(), changes.removed.end()}, std::move(segment));
+  return done;
+}
+
+// What is stored must be found: without the memory for that the process ends, and the next one indexes the
+// rows when it opens the library.
+void SQLiteAssetStore::publish(const std::vector<std::string>& removed,
+                               std::future<SegmentPtr> added) noexcept {
+  index_.prepare(removed, added.get(), version_ + 1).publish();
   ++version_;
-  firstRow = nextRow_;
-  return outcomes;
 }
 
 // The identifier of the asset that the same import made, stored or in the same batch; absent when there is
@@ -475,9 +486,12 @@ Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
   std::string path = appendPathComponent(folder, kDatabaseFileName);
   Result<void> copied = openAssetReader(path_).and_then([&](Database reader) { return reader.copyTo(path); });
   if (copied) return syncDirectory(folder);
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
-    std::filesystem::remove(entry.path(), ignored);
+  std::error_code ended;
+  for (std::filesystem::directory_iterator entry(folder, ended), end; !ended && entry != end;
+       entry.increment(ended)) {
+    std::error_code ignored;
+    std::filesystem::remove(entry->path(), ignored);
+  }
   return copied;
 }
 
