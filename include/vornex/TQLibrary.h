@@ -212,6 +212,7 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   bool storedIsEditable = false;
   bool fromBrindle = false;
   std::int64_t libraryType = kLibraryTypeLocal;
+  /// Of a library that is in the manager's list, it is not to be changed: it is found by the one it had.
   OptionalString dbName;
   OptionalString name;
   OptionalString desc;

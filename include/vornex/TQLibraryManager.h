@@ -51,19 +51,21 @@ class TQLibraryManager {
   std::vector<LibraryPtr> findNetworkLibrariesWithIP(const OptionalString& address) const;
 
   /// Adds the libraries that are not in the list, keeps the credentials of network ones, and saves both
-  /// lists. False as soon as a list cannot be saved; the libraries stay in the list.
+  /// lists. False as soon as a list cannot be saved; the libraries stay in the list. Libraries without a
+  /// database name are never taken for one another.
   bool addLibraries(const std::vector<LibraryPtr>& libraries);
   /// Writes the libraries of the type to the local (0) or the network (any other type) list and has the
   /// service, if it runs, read its list again. What other processes have changed in the file since this one
   /// last read or wrote it stays; this list does not take it over. A record that has no dictionary form keeps
-  /// its row.
+  /// its row; false, with the others written, when it has none yet.
   bool saveLibrariesFileWithType(std::int64_t type);
 
   /// Keeps the user's ID and password for the library. False when either argument or one of the values is
   /// missing, or the file cannot be written.
   bool saveNetworkUserFile(const UserPtr& user, const LibraryPtr& library);
   void deleteNetworkUserWithDBName(const OptionalString& dbName);
-  /// The user whose credentials are kept for the library; without any, a user without ID and password.
+  /// The user whose credentials are kept for the library; without any, a user without ID and password. Null,
+  /// and logged, when what is kept is not understood.
   UserPtr networkUserWithDBName(const OptionalString& dbName) const;
   /// The same from the host application's own file, read anew on each call.
   UserPtr networkUseFromBrindleWithDBName(const OptionalString& dbName) const;
@@ -96,19 +98,21 @@ class TQLibraryManager {
 
   /// Makes the package folder, the library's files and its database, and adds the library to the list. The
   /// folder that is to contain the package folder must exist, or lie in a bookmarked one. Only what this call
-  /// made is removed when it fails; what a creation that was killed has left there is removed first. Called
-  /// back on a worker thread. Errors: 10000 a missing argument, 10001 a network library or a relative path,
-  /// 10002 the package folder exists or the database name is known, 10003 a file could not be written, 10010
-  /// the package folder could not be made, 10011 and 10012 no access to the folder above it, a "posix" error
-  /// when a folder inside could not be made, or the service's error. When a step up to the service's consent
-  /// fails, nothing stays behind. False without an error: another computer's lock file.
+  /// made is removed when it fails; what a creation that was killed has left there is removed first. Of
+  /// several that create at one place at once, one succeeds. Called back on a worker thread. Errors: 10000 a
+  /// missing argument, 10001 a network library or a relative path, 10002 the package folder exists or the
+  /// database name is known, 10003 a file could not be written, 10010 the package folder could not be made,
+  /// 10011 and 10012 no access to the folder above it, a "posix" error when a folder inside could not be
+  /// made, or the service's error. When a step up to the service's consent fails, nothing stays behind. False
+  /// without an error: another computer's lock file.
   void createLibrary(LibraryPtr library, Completion completion);
 
   /// Brings an existing package folder, which may have been moved or come from another computer, into the
   /// list. Without a working database the packaged one is restored; none is ever made. A working one that is
   /// there is kept, unless the package was backed up elsewhere since: then the packaged one is restored and
-  /// the working one kept beside it, which is logged. Forced, other computers' locks are broken. Called back
-  /// on a worker thread. Nothing of an import that fails stays, and the package is left as it was. Errors:
+  /// the working one kept beside it (see keptDatabases). Forced, other computers' locks are broken once the
+  /// library is in the list. Called back on a worker thread. Nothing of an import that fails stays, and the
+  /// package is left as it was, but for "library.plist", which may tell its new place. Errors:
   /// 10001 a relative path, or a "library.plist" of something else than a local library; 10002 the database
   /// name is in the list; 10003 a file could not be written; 10011 and 10012 no access to the folder; 10019
   /// with a reason, the database could not be restored, or package and working database have both changed and
@@ -126,9 +130,10 @@ class TQLibraryManager {
   /// Takes a library out of the list. Called back on a worker thread; on the caller's for a network library.
   ///
   /// Without allDelete, a local library's database is backed up into its package folder first, with which it
-  /// can be imported again; of a library whose package folder is gone, and of a network library, which has
-  /// its credentials forgotten, only the list changes. With allDelete, the database and the package folder of
-  /// a local library are removed; a folder that holds something else than this library is refused.
+  /// can be imported again; of a library whose package folder is gone or empty (an unmounted disk), and of a
+  /// network library, which has its credentials forgotten, only the list changes. With allDelete, the
+  /// database and the package folder of a local library are removed. A folder that holds something else than
+  /// this library is refused.
   ///
   /// Errors: 10000 no library, or, with a reason, the backup failed; 10001 the folder is not this library's;
   /// a "posix" error when something cannot be removed; or the service's error. False without an error: the
@@ -151,6 +156,10 @@ class TQLibraryManager {
   /// it, the working one stays. Nobody else can open the library meanwhile.
   void replaceDatabaseWithLibrary(LibraryPtr library, Completion completion, DatabaseProgress progress = {});
 
+  /// The folders of databases that had to make way when the library was imported and may hold changes that
+  /// the package lacked, by name. Nothing uses them; the host may remove them. None for null.
+  std::vector<std::string> keptDatabases(const LibraryPtr& library) const;
+
   /// Whether any computer's lock file is in the package folder; false when there is no library in it.
   bool alreadyUsingLibraryWithPackageFolder(const std::string& packageFolder) const;
 
@@ -167,8 +176,8 @@ class TQLibraryManager {
   /// The process's view of the workflow engine.
   TQWorkflowEngineInterface& workflowEngineInterface();
   /// The engine's job of the type, with its asset where the library and the asset are known. Without a job,
-  /// an item that has only its action. Null for type -1. Blocks until the engine and the server have
-  /// answered.
+  /// an item that has only its action. Null for type -1, and for a job without an ID. Blocks until the engine
+  /// and the server have answered.
   WorkflowAssetItemPtr currentWorkflowItemWithType(std::int64_t jobType);
   /// "copy", "upload", "lowres transcoding", "highres transcoding" for 0, 1, 3, 4; else "unknown".
   static std::string actionStringWithJobType(std::int64_t jobType);

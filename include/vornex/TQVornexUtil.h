@@ -76,7 +76,7 @@ class TQVornexUtil {
   static std::string assetLiveFolder();
 
   /// Makes the folder if nothing is there and marks it as a package. The icon is the path of an image file,
-  /// or absent. False, and logged, on failure.
+  /// the name of a themed one, or absent. False, and logged, on failure.
   static bool createPackageFolder(const OptionalString& path, const OptionalString& withIcon);
   /// A fresh random UUID, upper case.
   static std::string UUIDString();

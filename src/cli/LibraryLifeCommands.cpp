@@ -147,6 +147,8 @@ Result<void> run(const LibraryImportCommand& command, Host& host, const Output& 
     if (!library) return tl::unexpected(library.error());
     output.record("library", libraryFacts(*library));
     output.text(fmt::format("Imported the library \"{}\" from {}.", nameOf(*library), folder));
+    for (const std::string& kept : manager().keptDatabases(*library))
+      output.text("What was changed here and not there is kept in " + kept + ".");
   }
   return {};
 }

@@ -190,6 +190,7 @@ TEST_F(LibraryTest, BothListsAreLoadedSortedAndGivenTheirUsers) {
 
 TEST_F(LibraryTest, SavingMarksLibrariesWhoseDatabaseIsShared) {
   writeList(TQVornexUtil::localLibraryPlist(), {row("1", "a", 0), row("2", "b", 0)});
+  writeList(TQVornexUtil::networkLibraryPlist(), {row("4", "d", 1)});
   load();
   fs::create_directories(appendPathComponent(TQVornexUtil::mongoDBFolder(), "1"));
   ASSERT_TRUE(manager().saveLibrariesFileWithType(kLibraryTypeLocal));
@@ -199,8 +200,11 @@ TEST_F(LibraryTest, SavingMarksLibrariesWhoseDatabaseIsShared) {
   EXPECT_EQ(manager().libraryForDBName("1")->versionNumber, "1.0");
 
   ASSERT_TRUE(manager().saveLibrariesFileWithType(5));
-  EXPECT_TRUE(readList(TQVornexUtil::networkLibraryPlist()).empty());
-  EXPECT_TRUE(fileExists(TQVornexUtil::networkLibraryPlist()));
+  auto network = manager().loadLibrariesFromPlistFile(TQVornexUtil::networkLibraryPlist());
+  EXPECT_TRUE(network && network->empty());
+  EXPECT_TRUE(manager().deleteLocalPlist());
+  EXPECT_FALSE(manager().deleteLocalPlist());
+  EXPECT_FALSE(manager().loadLibrariesFromPlistFile(TQVornexUtil::localLibraryPlist()));
 }
 
 TEST_F(LibraryTest, NetworkLibrariesAreAddedOnceWithTheirCredentials) {
@@ -213,6 +217,8 @@ TEST_F(LibraryTest, NetworkLibrariesAreAddedOnceWithTheirCredentials) {
   EXPECT_EQ(manager().networkUserWithDBName("9")->password, "NEW");
   EXPECT_EQ(manager().networkUseFromBrindleWithDBName("9")->id, "ann");
   EXPECT_EQ(manager().findNetworkLibrariesWithIP("host").size(), 1u);
+  manager().libraryForDBName("9")->bonjourName = "studio";
+  EXPECT_EQ(manager().findNetworkLibrariesWithBonjourName("studio").size(), 1u);
   EXPECT_TRUE(manager().findNetworkLibrariesWithBonjourName(std::nullopt).empty());
   EXPECT_FALSE(manager().saveNetworkUserFile(TQUser::userWithID("ann", "", 0, std::nullopt), library));
 
@@ -222,6 +228,25 @@ TEST_F(LibraryTest, NetworkLibrariesAreAddedOnceWithTheirCredentials) {
   EXPECT_TRUE(manager().saveNetworkUserFile(library->connection->user, second));
   EXPECT_EQ(manager().networkUserWithDBName("9")->password, "NEW");
   EXPECT_EQ(readDictionaryFile(credentials)->size(), 2u);
+
+  // What cannot be written is written with the next change, over what others have changed meanwhile.
+  const std::string aside = credentials + ".aside";
+  fs::rename(credentials, aside);
+  fs::create_directories(credentials + "/x");
+  UserPtr ben = TQUser::userWithID("ben", "ben", kUserTypeNetwork, "BEN");
+  EXPECT_FALSE(manager().saveNetworkUserFile(ben, second));
+  fs::remove_all(credentials);
+  Dictionary theirs = readDictionaryFile(aside).value();
+  theirs.erase("9");
+  theirs.set("12", "damaged");
+  ASSERT_TRUE(writePropertyListFile(credentials, theirs));
+  load();
+  EXPECT_EQ(manager().networkUserWithDBName("10")->id, "ben");
+  EXPECT_FALSE(manager().networkUserWithDBName("12"));
+  EXPECT_TRUE(logged("networkUserWithDBName exception:"));
+  EXPECT_TRUE(manager().addLibraries({library}));
+  EXPECT_EQ(*readDictionaryFile(credentials)->find("10")->find("userid"), Value("ben"));
+  EXPECT_EQ(readDictionaryFile(credentials)->size(), 3u);
 
   EXPECT_TRUE(manager().deleteRemoteLibrary(library));
   EXPECT_TRUE(load().empty());
@@ -260,14 +285,26 @@ TEST_F(LibraryTest, ASaveCarriesOverOnlyWhatThisProcessHasChanged) {
 
   // Whatever happens to the file, nothing in memory is lost.
   manager().libraryForDBName("1")->name = "a";
+  LibraryPtr unwritable = TQLibrary::libraryWithDictionary(row("6", "f", 0));
+  unwritable->name = std::nullopt;
+  EXPECT_FALSE(manager().addLibraries({unwritable})) << "only the others are saved";
+  unwritable->name = "f";
   const std::vector<std::string> lists = {
-      "no list", "<plist><dict><key>library</key><string/></dict></plist>", "<plist><dict/></plist>"};
+      "no list", "<plist><dict><key>library</key><string/></dict></plist>", "<plist><dict/></plist>", "none"};
   for (const std::string& content : lists) {
     std::ofstream(path, std::ios::trunc) << content;
     EXPECT_TRUE(manager().saveLibrariesFileWithType(kLibraryTypeLocal));
     EXPECT_EQ(readList(path).size(), manager().localLibraries().size()) << content;
   }
   EXPECT_EQ(readFile(path + ".damaged").value(), lists[0]);
+  EXPECT_EQ(readFile(path + ".damaged-2").value(), lists[3]);
+
+  // Without the local list, the network list is not written either.
+  fs::remove(path);
+  fs::create_directories(path + "/x");
+  EXPECT_FALSE(manager().addLibraries({TQLibrary::libraryWithDictionary(row("7", "g", 1))}));
+  EXPECT_TRUE(manager().libraryForDBName("7"));
+  EXPECT_FALSE(fileExists(TQVornexUtil::networkLibraryPlist()));
 }
 
 TEST_F(LibraryTest, TwoProcessesThatAddAtOnceLoseNothing) {
@@ -350,7 +387,9 @@ TEST_F(LibraryTest, ALibraryLeavesTheListWithItsDatabaseAndComesBackElsewhere) {
 
   const std::string moved = folder / "moved";
   fs::rename(*library->packageFolder, moved);
-  EXPECT_FALSE(import(*library->packageFolder).error);
+  Outcome missing = import(*library->packageFolder);
+  EXPECT_FALSE(missing.ok);
+  EXPECT_FALSE(missing.error);
   ASSERT_TRUE(import(moved).ok);
   EXPECT_EQ(synced_, 1);
   EXPECT_TRUE(fileExists(working + "/library.sqlite"));
@@ -394,6 +433,24 @@ TEST_F(LibraryTest, AnImportThatFailsLeavesNothingBehind) {
   EXPECT_TRUE(remove(manager().libraryForDBName("D"), true).ok);
   EXPECT_FALSE(fileExists(path));
 
+  // The package was backed up elsewhere since: the former database takes its place again.
+  const std::string newerPackage = package("Elsewhere", row("D", "Films", kLibraryTypeLocal));
+  std::ofstream(newerPackage + "/Database/D/generation") << "1 elsewhere";
+  fs::create_directories(working);
+  std::ofstream(working + "/library.sqlite") << "mine";
+  service.answer("getLibraryForDBName", {});
+  service.fail("replaceDatabase", 8, "unknown");
+  service.on("addLibrary", [&](const Value&) {
+    EXPECT_EQ(readFile(working + "/library.sqlite").value(), "packaged");
+    std::ofstream(newerPackage + "/.sysUUID_OTHER.lock").put('\n');
+    return Dictionary{{"result", Dictionary()}};
+  });
+  EXPECT_EQ(import(newerPackage).code(), 10020);
+  EXPECT_EQ(readFile(working + "/library.sqlite").value(), "mine");
+  EXPECT_EQ(service.count("terminateLibraryForDBName"), 1) << "or it would stay known to the service";
+  for (const auto& entry : fs::directory_iterator(deletingLastPathComponent(working)))
+    EXPECT_TRUE(entry.path() == working || entry.path().extension() == ".lock") << entry.path();
+
   Dictionary newer = row("E", "Newer", kLibraryTypeLocal);
   newer.set("version", "1.10");
   EXPECT_EQ(import(package("Newer", newer)).code(), 10022);
@@ -413,13 +470,19 @@ TEST_F(LibraryTest, OnlyWhatIsTheLibrarysOwnIsRemoved) {
   LibraryPtr library = load().front();
   library->packageFolder = package("Other", row("E", "Other", 0));
   EXPECT_EQ(remove(library, true).code(), 10001);
+  EXPECT_EQ(remove(library, false).code(), 10001) << "nothing is backed up into another library";
   library->packageFolder = folder / "documents";
   fs::create_directories(folder / "documents/letters");
   EXPECT_EQ(remove(library, true).code(), 10001);
   EXPECT_EQ(service.count("removeLibraryWithDBName"), 0);
   EXPECT_TRUE(fileExists(folder / "documents/letters"));
   fs::remove(folder / "documents/letters");
+  EXPECT_TRUE(remove(library, false).ok) << "an unmounted disk";
+  EXPECT_EQ(service.count("snapshotDatabase"), 0);
+  EXPECT_TRUE(fs::is_empty(folder / "documents"));
+  manager().addLibraries({library});
   EXPECT_TRUE(remove(library, true).ok) << "what a removal that was cut short has left";
+  EXPECT_FALSE(fileExists(folder / "documents"));
 
   LibraryPtr network = TQLibrary::libraryWithDictionary(row("E", "Other", kLibraryTypeNetwork));
   network->packageFolder = folder / "Other";
@@ -478,6 +541,15 @@ TEST_F(LibraryTest, AnotherComputersLockGivesFalseWithoutAnError) {
   EXPECT_EQ(error->code(), 10020);
   EXPECT_TRUE(library->removeLibraryLockFile());
   EXPECT_TRUE(fileExists(lock)) << "only this computer's goes";
+  const std::string own =
+      *library->packageFolder + "/.sysUUID_" + TQVornexUtil::systemUUID().value() + ".lock";
+  std::ofstream(own).put('\n');
+  fs::rename(lock, folder / "lock");
+  EXPECT_TRUE(library->createLibaryLockFileWithError(nullptr));
+  EXPECT_TRUE(fileExists(own));
+  fs::rename(folder / "lock", lock);
+  manager().deleteLockFiles();
+  EXPECT_FALSE(fileExists(own));
   EXPECT_TRUE(library->removeLibraryLockFileAll());
   EXPECT_FALSE(fileExists(lock));
   EXPECT_TRUE(library->createLibaryLockFileWithError(&error));

@@ -31,6 +31,12 @@ class ControlTest : public ServerTest {
     client_ = std::make_unique<RawClient>(RawClient::unixSocket(layout::controlSocket()));
   }
 
+  static bool eventually(const std::function<bool()>& holds) {
+    const auto end = std::chrono::steady_clock::now() + 10s;
+    while (!holds() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(5ms);
+    return holds();
+  }
+
   static Value readMessage(RawClient& client) { return parseJson(client.readUntil("\n")).value_or(Value()); }
 
   /// Sends a call and gives its answer; notifications before it are kept.
@@ -244,10 +250,50 @@ TEST_F(ControlTest, RemovesADatabaseOnlyWhenItsLastCopyHasEverything) {
   ASSERT_TRUE(impatient.add(record("two"), true));
   ASSERT_TRUE(impatient.snapshot("two", "/copy", true));
   EXPECT_EQ(impatient.find("two")->state, LibraryState::closed);
-  for (auto end = std::chrono::steady_clock::now() + 10s;
-       impatient.find("two")->state != LibraryState::open && std::chrono::steady_clock::now() < end;)
-    std::this_thread::sleep_for(10ms);
-  EXPECT_EQ(impatient.find("two")->state, LibraryState::open) << "who closed it is gone";
+  EXPECT_TRUE(eventually([&] { return impatient.find("two")->state == LibraryState::open; }));
+}
+
+TEST_F(ControlTest, OpensWhatAClientClosedForItsLastCopyWhenThatClientLeaves) {
+  writeListFile({record("one")});
+  ASSERT_TRUE(createDirectories(layout::databaseFolder("one")));
+  (void)result("loadLibrary");
+  const Dictionary call{{"id", 1},
+                        {"method", "snapshotDatabase"},
+                        {"params", Dictionary{{"dbname", "one"}, {"folder", "/copy"}, {"close", true}}}};
+  auto state = [this] { return service_->libraries().find("one")->state; };
+  {
+    RawClient other = RawClient::unixSocket(layout::controlSocket());
+    ASSERT_TRUE(other.send(writeJson(call) + "\n"));
+    EXPECT_NE(other.readUntil("\n").find("result"), std::string::npos);
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(state(), LibraryState::closed);
+  }
+  EXPECT_TRUE(eventually([&] { return state() == LibraryState::open; }));
+}
+
+TEST_F(ControlTest, ReadsTheListWhileALibraryOfItIsCopied) {
+  for (const char* dbName : {"one", "two", "three"})
+    ASSERT_TRUE(createDirectories(layout::databaseFolder(dbName)));
+  writeListFile({record("one"), record("two")});
+  (void)result("loadLibrary");
+  std::promise<void> gate;
+  onSnapshot_ = [opened = gate.get_future().share()] { opened.wait(); };
+  const Dictionary params{{"dbname", "one"}, {"folder", "/copy"}, {"close", true}};
+  ASSERT_TRUE(
+      client_->send(writeJson(Dictionary{{"method", "snapshotDatabase"}, {"params", params}}) + "\n"));
+  ASSERT_TRUE(eventually([&] { return service_->libraries().find("one")->state == LibraryState::closed; }));
+  writeListFile({record("two"), record("three")});
+  for (int i = 0; i < 8; ++i) (void)result("updateLibrary");
+  EXPECT_EQ(service_->libraries().find("three")->state, LibraryState::open);
+  EXPECT_TRUE(service_->libraries().find("one"));
+  gate.set_value();
+  EXPECT_TRUE(eventually([&] { return !service_->libraries().find("one"); }));
+
+  (void)result("addLibrary", {{"library", record("four")}});
+  (void)result("terminateLibraryForDBName", "four");
+  (void)result("terminateLibraryForDBName", "two");
+  EXPECT_FALSE(service_->libraries().find("four")) << "the list never named it";
+  EXPECT_TRUE(service_->libraries().find("two"));
 }
 
 TEST_F(ControlTest, ReplacesADatabaseByASoundCopyOnly) {
