@@ -80,9 +80,10 @@ class FakeAssetStore : public AssetStore {
     Result<Predicate> predicate = request.query.empty() ? Predicate{true} : parsePredicate(request.query);
     if (!predicate) return tl::unexpected(predicate.error());
     SearchPage page;
+    TimeLimit limit;
     std::lock_guard lock(mutex_);
     for (const auto& [id, document] : documents_) {
-      if (!holds(*predicate, document)) continue;
+      if (!holds(*predicate, document, limit)) continue;
       std::int64_t index = page.total++;
       if (index / request.limit == request.page) page.documents.push_back(writeJson(document));
     }

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <random>
 #include <thread>
 
 #include "server/StoreTest.h"
@@ -9,6 +10,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 class AssetStoreTest : public StoreTest {};
 
@@ -134,6 +136,48 @@ TEST_F(AssetStoreTest, AnswersQueriesOfAnySize) {
   EXPECT_THAT(found(identifiers + "_id MATCHES '" + ids[0] + "'"), ElementsAre("a"));
   EXPECT_THAT(found(mixed + "group == 'g1'"), ElementsAre("a"));
   EXPECT_THAT(found(nested), ElementsAre("a"));
+}
+
+TEST_F(AssetStoreTest, GivesUpASearchAtItsTimeLimit) {
+  std::string noise;
+  for (std::minstd_rand random; noise.size() < 4'000;) noise += random() % 2 == 0 ? 'a' : 'b';
+  Array documents;
+  for (int i = 0; i < 1'000; ++i)
+    documents.push_back(Dictionary{{"name", noise + std::to_string(i)},
+                                   {"importdate", i},
+                                   {"custom", Array{noise, noise, noise, noise}}});
+  ASSERT_TRUE(store_->create(documents));
+  std::string list = "{nil";
+  for (int i = 0; i < 60'000; ++i) list += "," + std::to_string(i * 3);
+  std::string words = "a";
+  for (int i = 0; i < 100'000; ++i) words += ",a";
+  auto answers = [&](const std::string& query, std::chrono::milliseconds limit) {
+    auto start = std::chrono::steady_clock::now();
+    Result<SearchPage> page = store_->search({0, 1, query, "", true, limit});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, limit + std::chrono::seconds(2))
+        << query.substr(0, 50);
+    EXPECT_TRUE(page || codeOf(page.error()) == StatusCode::timedOut) << page.error().message;
+    return page.has_value();
+  };
+  std::chrono::milliseconds shortly(300), patiently(4'000);
+  EXPECT_FALSE(answers("name CONTAINS 'a[ab]{1000}[cd]'", shortly));
+  EXPECT_FALSE(answers("custom CONTAINS[d] 'a[ab]{1000}[cd]'", shortly));
+  EXPECT_TRUE(answers("name LIKE[d] '*a*a*a*a*a*c'", patiently));
+  EXPECT_TRUE(answers("importdate IN[c] " + list + "}", patiently));
+  EXPECT_TRUE(answers("name CONTAINS '" + words + "'", patiently));
+}
+
+TEST_F(AssetStoreTest, FindsWhatIsTooLongToBeIndexed) {
+  const std::string longText(20'000, 'x');
+  create({R"({"name":"long","tags":["end )" + longText + R"("],"importfrompath":"/a/)" + longText + "\"}",
+          R"({"name":"short","tags":["end"],"importfrompath":"/a/b"})"});
+  EXPECT_THAT(found("tags CONTAINS 'end x+$'"), ElementsAre("long"));
+  EXPECT_THAT(found("NOT tags CONTAINS 'xxx'"), ElementsAre("short"));
+  EXPECT_THAT(found("importfrompath BEGINSWITH '/a/x' OR importfrompath == '/a/b'"),
+              UnorderedElementsAre("long", "short"));
+  EXPECT_THAT(found("importfrompath != '/a/b'"), ElementsAre("long"));
+  EXPECT_THAT(found("importfrompath !=[c] '/A/B'"), ElementsAre("long"));
+  EXPECT_FALSE(store_->create({fromJson(R"({"name":")" + longText + "\"}")}).value()[0]);
 }
 
 TEST_F(AssetStoreTest, SearchesAreConsistentWhileOthersWrite) {

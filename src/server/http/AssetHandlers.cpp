@@ -75,7 +75,7 @@ Result<SearchRequest> searchRequest(const Context& context, const Dictionary& bo
 }
 
 /// Documents come from the store as JSON and go out as they are.
-std::string searchReply(const Library& library, const SearchRequest& search, const SearchPage& page,
+std::string searchReply(const Library& library, const SearchRequest& search, SearchPage page,
                         std::chrono::duration<double> elapsed, const Value* tag) {
   Dictionary rest{{"page", search.page},
                   {"limit", search.limit},
@@ -90,9 +90,10 @@ std::string searchReply(const Library& library, const SearchRequest& search, con
   std::size_t size = 1024;
   for (const std::string& document : page.documents) size += document.size() + 1;
   json.reserve(size);
-  for (const std::string& document : page.documents) {
+  for (std::string& document : page.documents) {
     if (json.back() != '[') json += ',';
     json += document;
+    std::string().swap(document);
   }
   json += "],";
   json += std::string_view(writeJson(rest)).substr(1);
@@ -190,7 +191,7 @@ Response searchAssets(const Context& context, const Call& call, const Request& r
   auto page = library->store->search(*search);
   if (!page) return errorReply(page.error());
   auto elapsed = std::chrono::steady_clock::now() - started;
-  return jsonTextReply(searchReply(*library, *search, *page, elapsed, body->find("tag")));
+  return jsonTextReply(searchReply(*library, *search, std::move(*page), elapsed, body->find("tag")));
 }
 
 Response getAsset(const Context& context, const Call& call, const Request&) {

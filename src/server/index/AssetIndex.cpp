@@ -22,8 +22,10 @@ constexpr int kBitsOfALevel = 3;
 constexpr std::size_t kSmallMerge = 2'048;
 constexpr std::size_t kUrgentMerge = 65'536;
 constexpr std::size_t kUrgentSegments = 64;
-// Offsets in a segment have 32 bits.
-constexpr std::size_t kMaximumMergeBytes = std::size_t{2} << 30;
+constexpr std::size_t kSmallMergeBytes = std::size_t{64} << 20;
+constexpr std::size_t kUrgentMergeBytes = std::size_t{256} << 20;
+// Offsets in a segment have 32 bits, and folded texts take up to three times their bytes.
+constexpr std::size_t kMaximumMergeBytes = std::size_t{1280} << 20;
 constexpr std::size_t kFileBytes = std::size_t{4} << 20;
 constexpr std::int64_t kChangesBetweenCheckpoints = 50'000;
 constexpr std::chrono::milliseconds kQuietTime{1'000};
@@ -55,6 +57,14 @@ std::vector<LiveSegment> fullLevel(const std::vector<LiveSegment>& parts) {
   for (const LiveSegment& part : parts)
     if (levelOf(part) <= full->first) found.push_back(part);
   return found;
+}
+
+// Leaves the largest out until the others are small enough together; none when it would be one alone.
+std::vector<LiveSegment> within(std::size_t bytes, std::vector<LiveSegment> parts) {
+  std::sort(parts.begin(), parts.end(),
+            [](const auto& a, const auto& b) { return a.segment->bytes() < b.segment->bytes(); });
+  while (!parts.empty() && bytesIn(parts) > bytes) parts.pop_back();
+  return parts.size() < 2 ? std::vector<LiveSegment>() : parts;
 }
 
 // Once nobody writes, the small segments are worth merging, and all when they are a tenth of the largest.
@@ -174,12 +184,14 @@ void AssetIndex::Change::publish() {
 }
 
 void AssetIndex::mergeSmall(IndexSnapshot& next) const {
-  std::size_t most = next.segments.size() > kUrgentSegments ? kUrgentMerge : kSmallMerge;
+  bool urgent = next.segments.size() > kUrgentSegments;
+  std::size_t most = urgent ? kUrgentMerge : kSmallMerge;
+  std::size_t mostBytes = urgent ? kUrgentMergeBytes : kSmallMergeBytes;
   for (;;) {
     std::vector<LiveSegment> candidates = next.segments;
     std::erase_if(candidates, [&](const LiveSegment& part) { return merging_.contains(part.segment.get()); });
     std::vector<LiveSegment> parts = fullLevel(candidates);
-    if (parts.empty() || documentsIn(parts) > most) return;
+    if (parts.empty() || documentsIn(parts) > most || bytesIn(parts) > mostBytes) return;
     SectionWriter sections;
     mergeSegments(partsOf(parts), sections);
     std::erase_if(next.segments,
@@ -195,7 +207,7 @@ std::optional<AssetIndex::Job> AssetIndex::nextJob(bool quiet) {
   std::erase_if(mergeable, [](const LiveSegment& part) {
     return part.segment->bytes() > kMaximumMergeBytes / kSegmentsOfALevel;
   });
-  Job job{fullLevel(mergeable), false};
+  Job job{within(kMaximumMergeBytes, fullLevel(mergeable)), false};
   if (job.parts.empty() && quiet) job.parts = tidied(all);
   for (const LiveSegment& part : all)
     if (job.parts.empty() && part.live->count() < part.segment->size() / 2) job.parts = {part};

@@ -15,12 +15,14 @@ struct CodeRange {
 // Collects the documents of the values that fulfil a comparison.
 class ExactSearch {
  public:
-  ExactSearch(const Segment& segment, std::size_t field, const Comparison& comparison, std::uint32_t size)
+  ExactSearch(const Segment& segment, std::size_t field, const Comparison& comparison, std::uint32_t size,
+              TimeLimit& limit)
       : segment_(segment),
         field_(field),
         values_(segment.exact(field)),
         comparison_(comparison),
         constant_(std::get<Value>(comparison.right)),
+        limit_(limit),
         found_(size) {}
 
   DocumentSet run() {
@@ -101,21 +103,22 @@ class ExactSearch {
     std::uint32_t numbers = values_.numbers();
     if (const std::string* only = pattern.onlyText()) return addText(*only);
     if (!options.caseInsensitive || options.diacriticInsensitive) {
-      for (std::uint32_t i = 0; i < values_.texts.size(); ++i)
+      for (std::uint32_t i = 0; i < values_.texts.size(); ++i) {
+        limit_.spend(pattern.steps(values_.texts[i].size()));
         if (pattern.matches(values_.texts[i])) add(numbers + i);
+      }
       return;
     }
     const Texts& folded = segment_.foldedTexts(field_);
     const std::string* literal = pattern.literal();
     if (literal && !literal->empty() && pattern.place() == TextPattern::Place::anywhere) {
-      folded.forEachContaining(*literal, [&](std::uint32_t i, std::size_t) {
-        add(numbers + i);
-        return true;
-      });
+      folded.forEachContaining(*literal, [&](std::uint32_t i) { add(numbers + i); });
       return;
     }
-    for (std::uint32_t i = 0; i < folded.size(); ++i)
+    for (std::uint32_t i = 0; i < folded.size(); ++i) {
+      limit_.spend(pattern.steps(folded[i].size()));
       if (pattern.matchesNormalized(folded[i])) add(numbers + i);
+    }
   }
 
   bool asksForSingleValues() const {
@@ -130,6 +133,7 @@ class ExactSearch {
   void addSingleValues() {
     if (const std::string* text = constant_.ifString()) return addText(*text);
     for (const Value& value : *constant_.ifArray()) {
+      limit_.spend(0);
       if (const std::string* text = value.ifString())
         addText(*text);
       else if (NumberKey number = *numberKey(value); after(number) > values_.lowerBound(number))
@@ -144,11 +148,11 @@ class ExactSearch {
   void addByTrial(bool fulfils) {
     for (std::uint32_t code = 0; code < values_.numbers(); ++code) {
       Value value = values_.number(code).value();
-      if (holds(comparison_, &value) == fulfils) add(code);
+      if (holds(comparison_, &value, limit_) == fulfils) add(code);
     }
     for (std::uint32_t i = 0; i < values_.texts.size(); ++i) {
       Value value(values_.texts[i]);
-      if (holds(comparison_, &value) == fulfils) add(values_.numbers() + i);
+      if (holds(comparison_, &value, limit_) == fulfils) add(values_.numbers() + i);
     }
   }
 
@@ -157,6 +161,7 @@ class ExactSearch {
   const ExactField& values_;
   const Comparison& comparison_;
   const Value& constant_;
+  TimeLimit& limit_;
   DocumentSet found_;
 };
 
@@ -169,11 +174,12 @@ bool dependsOnElements(const Comparison& comparison) {
                                   [](const Value& value) { return value.ifArray() != nullptr; });
 }
 
-void answerForLists(const ExactField& field, const Comparison& comparison, SegmentAnswer& answer) {
+void answerForLists(const ExactField& field, const Comparison& comparison, SegmentAnswer& answer,
+                    TimeLimit& limit) {
   static const Value kList{Array{}};
   if (dependsOnElements(comparison))
     field.lists.addTo(answer.open, 0);
-  else if (holds(comparison, &kList))
+  else if (holds(comparison, &kList, limit))
     field.lists.addTo(answer.yes, 0);
 }
 
@@ -194,27 +200,27 @@ const std::string* onlyText(const Comparison& comparison) {
 }  // namespace
 
 SegmentAnswer searchExact(const Segment& segment, std::size_t index, const Comparison& comparison,
-                          const DocumentSet& scope) {
+                          const DocumentSet& scope, TimeLimit& limit) {
   const ExactField& field = segment.exact(index);
   bool isNil = std::get<Value>(comparison.right).isNull();
   bool equality = comparison.op == Operator::equal || comparison.op == Operator::notEqual;
   if (isNil && equality && comparison.modifier == Modifier::direct)
     return answerForNil(field, comparison.op, scope.size());
-  SegmentAnswer answer{ExactSearch(segment, index, comparison, scope.size()).run(),
+  SegmentAnswer answer{ExactSearch(segment, index, comparison, scope.size(), limit).run(),
                        DocumentSet(scope.size())};
   bool anyElement = comparison.pattern || comparison.modifier == Modifier::any;
   if (!field.lists.none(0)) {
     DocumentSet lists = field.lists.documents(0);
     if (comparison.modifier == Modifier::all) {
       answer.yes -= lists;
-      lists -= ExactSearch(segment, index, comparison, scope.size()).runForFailing();
+      lists -= ExactSearch(segment, index, comparison, scope.size(), limit).runForFailing();
       answer.yes |= lists;
     } else if (!anyElement) {
       answer.yes -= lists;
-      answerForLists(field, comparison, answer);
+      answerForLists(field, comparison, answer, limit);
     }
   }
-  if (holds(comparison, nullptr)) field.missing.addTo(answer.yes, 0);
+  if (holds(comparison, nullptr, limit)) field.missing.addTo(answer.yes, 0);
   field.unknown.addTo(answer.open, 0);
   return answer;
 }
@@ -237,7 +243,7 @@ SegmentAnswer searchDigests(const ExactField& field, bool isPath, const Comparis
   return answer;
 }
 
-SegmentAnswer searchIdentifiers(const Segment& segment, const Comparison& comparison) {
+SegmentAnswer searchIdentifiers(const Segment& segment, const Comparison& comparison, TimeLimit& limit) {
   const Texts& identifiers = segment.identifiers();
   SegmentAnswer answer{DocumentSet(segment.size()), DocumentSet(segment.size())};
   const Value& constant = std::get<Value>(comparison.right);
@@ -254,7 +260,7 @@ SegmentAnswer searchIdentifiers(const Segment& segment, const Comparison& compar
   } else {
     for (std::uint32_t document = 0; document < segment.size(); ++document) {
       Value value(identifiers[document]);
-      if (holds(comparison, &value)) answer.yes.add(document);
+      if (holds(comparison, &value, limit)) answer.yes.add(document);
     }
   }
   return answer;

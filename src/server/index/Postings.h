@@ -96,17 +96,18 @@ class Texts {
   /// The number of the text; size() when there is none.
   std::uint32_t find(std::string_view text) const;
 
-  /// Calls `visit(number, begin)` for each text that contains `part`, which is not empty, and one place where
-  /// it does. `visit` gives whether to go on to the next text; otherwise the next place in the same one
-  /// comes.
+  /// All texts together.
+  std::size_t bytes() const { return bytes_.size(); }
+
+  /// Calls `visit(number)` for each text that contains `part`, which is not empty.
   template <typename Visit>
   void forEachContaining(std::string_view part, Visit visit) const {
     std::uint32_t number = 0;
     for (std::size_t at = 0; (at = findFrom(at, part)) != std::string_view::npos;) {
       number = numberAt(at, number);
       std::size_t end = offsets_[number + 1] - 1;
-      bool done = at + part.size() > end || visit(number, at - offsets_[number]);
-      at = done ? end + 1 : at + 1;
+      if (at + part.size() <= end) visit(number);
+      at = end + 1;
     }
   }
 

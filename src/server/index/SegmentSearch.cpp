@@ -2,7 +2,6 @@
 
 #include <map>
 
-#include "server/ServerError.h"
 #include "server/index/FieldSearch.h"
 
 namespace vornex::server {
@@ -50,13 +49,9 @@ Cost cost(const Predicate& predicate) {
   return text && needsTexts(*comparison.pattern) ? Cost::texts : Cost::vocabulary;
 }
 
-// Thrown inside of this file only.
-struct TimedOut {};
-
 class SegmentSearch {
  public:
-  SegmentSearch(const Segment& segment, std::chrono::steady_clock::time_point deadline)
-      : segment_(segment), deadline_(deadline) {}
+  SegmentSearch(const Segment& segment, TimeLimit& limit) : segment_(segment), limit_(limit) {}
 
   SegmentAnswer answer(const Predicate& predicate, const DocumentSet& scope) {
     if (const bool* constant = std::get_if<bool>(&predicate.node))
@@ -103,6 +98,7 @@ class SegmentSearch {
   SegmentAnswer disjunction(const std::vector<Predicate>& operands, const DocumentSet& scope) {
     SegmentAnswer any{none(), none()};
     for (const Predicate& operand : operands) {
+      limit_.spend(0);
       if (addLookup(operand, any.yes)) continue;
       SegmentAnswer part = answer(operand, scope);
       any.yes |= part.yes;
@@ -122,9 +118,9 @@ class SegmentSearch {
   }
 
   SegmentAnswer answer(const Comparison& comparison, const DocumentSet& scope) {
-    if (std::chrono::steady_clock::now() > deadline_) throw TimedOut();
+    limit_.spend(segment_.size());
     if (isConstant(comparison.right)) {
-      if (asksIdentifier(comparison.left)) return searchIdentifiers(segment_, comparison);
+      if (asksIdentifier(comparison.left)) return searchIdentifiers(segment_, comparison, limit_);
       if (std::optional<std::size_t> field = fieldNamed(comparison.left))
         return search(*field, comparison, scope);
     }
@@ -134,9 +130,9 @@ class SegmentSearch {
   SegmentAnswer search(std::size_t field, const Comparison& comparison, const DocumentSet& scope) {
     switch (indexedFields()[field].kind) {
       case IndexedField::Kind::text:
-        return searchText(segment_.text(field), comparison, scope);
+        return searchText(segment_.text(field), comparison, scope, limit_);
       case IndexedField::Kind::exact:
-        return searchExact(segment_, field, comparison, scope);
+        return searchExact(segment_, field, comparison, scope, limit_);
       case IndexedField::Kind::path:
         return searchDigests(segment_.exact(field), true, comparison, scope);
       case IndexedField::Kind::digest:
@@ -146,22 +142,17 @@ class SegmentSearch {
   }
 
   const Segment& segment_;
-  std::chrono::steady_clock::time_point deadline_;
+  TimeLimit& limit_;
 };
 
 }  // namespace
 
-Result<SegmentAnswer> searchSegment(const Segment& segment, const DocumentSet& documents,
-                                    const Predicate& predicate,
-                                    std::chrono::steady_clock::time_point deadline) {
-  try {
-    SegmentAnswer answer = SegmentSearch(segment, deadline).answer(predicate, documents);
-    answer.yes &= documents;
-    answer.open &= documents;
-    return answer;
-  } catch (const TimedOut&) {
-    return serverFailure(StatusCode::timedOut, "the search takes too long");
-  }
+SegmentAnswer searchSegment(const Segment& segment, const DocumentSet& documents, const Predicate& predicate,
+                            TimeLimit& limit) {
+  SegmentAnswer answer = SegmentSearch(segment, limit).answer(predicate, documents);
+  answer.yes &= documents;
+  answer.open &= documents;
+  return answer;
 }
 
 }  // namespace vornex::server

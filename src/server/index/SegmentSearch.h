@@ -1,9 +1,8 @@
 #pragma once
 
-#include <chrono>
-
 #include "server/index/Segment.h"
 #include "server/query/Predicate.h"
+#include "server/query/TimeLimit.h"
 
 namespace vornex::server {
 
@@ -14,9 +13,8 @@ struct SegmentAnswer {
   DocumentSet open;
 };
 
-/// Answers from the index alone. Gives up with `timedOut` after the deadline.
-[[nodiscard]] Result<SegmentAnswer> searchSegment(const Segment& segment, const DocumentSet& documents,
-                                                  const Predicate& predicate,
-                                                  std::chrono::steady_clock::time_point deadline);
+/// Answers from the index alone. Throws TimeIsOver.
+SegmentAnswer searchSegment(const Segment& segment, const DocumentSet& documents, const Predicate& predicate,
+                            TimeLimit& limit);
 
 }  // namespace vornex::server

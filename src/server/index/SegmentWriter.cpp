@@ -155,6 +155,14 @@ void addGrouped(std::vector<Item>& items, Key key, Add add) {
   }
 }
 
+std::size_t textSize(const Value& value) {
+  if (const std::string* text = value.ifString()) return text->size();
+  std::size_t sum = 0;
+  if (const Array* array = value.ifArray())
+    for (const Value& element : *array) sum += textSize(element) + 1;
+  return sum;
+}
+
 bool isListOfStrings(const Value& value) {
   const Array* array = value.ifArray();
   return array && std::all_of(array->begin(), array->end(),
@@ -387,6 +395,12 @@ class Merger {
 };
 
 }  // namespace
+
+IndexedDocument::IndexedDocument(std::int64_t inRow, std::string withId, std::vector<Value> all)
+    : row(inRow), id(std::move(withId)), values(std::move(all)) {
+  for (Value& value : values)
+    if (value.ifDictionary() || textSize(value) > kMaximumIndexedText) value = Dictionary();
+}
 
 std::vector<Value> indexedValues(const Dictionary& document) {
   std::vector<Value> values;

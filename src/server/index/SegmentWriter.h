@@ -10,9 +10,15 @@
 
 namespace vornex::server {
 
+/// The longest text, and list of texts, that is indexed. Documents with longer ones are looked at themselves.
+inline constexpr std::size_t kMaximumIndexedText = std::size_t{16} << 10;
+
 /// One document to be indexed: its row in the database, its identifier, and what it has under each of
-/// indexedKeys(), in their order; null for what it has not.
+/// indexedKeys(), in their order; null for what it has not. Of values that are not indexed only that they are
+/// there is kept.
 struct IndexedDocument {
+  IndexedDocument(std::int64_t row, std::string id, std::vector<Value> values);
+
   std::int64_t row;
   std::string id;
   std::vector<Value> values;

@@ -14,7 +14,10 @@ bool isOneWord(std::string_view text) {
 // narrowed by the words it is made of and then looked for in the texts themselves.
 class TextSearch {
  public:
-  TextSearch(const TextField& field, const DocumentSet& scope) : field_(field), scope_(scope) {}
+  TextSearch(const TextField& field, const DocumentSet& scope, TimeLimit& limit)
+      : field_(field), scope_(scope), limit_(limit) {}
+
+  DocumentSet none() const { return DocumentSet(scope_.size()); }
 
   DocumentSet all() const {
     DocumentSet set(scope_.size(), true);
@@ -24,10 +27,15 @@ class TextSearch {
     return set;
   }
 
-  DocumentSet equal(std::string_view text) const {
-    DocumentSet set(scope_.size());
+  void addEqual(DocumentSet& set, std::string_view text) const {
+    limit_.spend(0);
     if (std::uint32_t code = field_.values.find(text); code < field_.values.size())
       field_.documents.addTo(set, code);
+  }
+
+  DocumentSet equal(std::string_view text) const {
+    DocumentSet set = none();
+    addEqual(set, text);
     return set;
   }
 
@@ -42,18 +50,31 @@ class TextSearch {
   DocumentSet containing(std::string_view text) const {
     if (text.empty()) return all();
     if (isOneWord(text)) return withWordContaining(text);
-    return verified(
-        withWordsOf(text), [&](std::string_view value) { return value.find(text) != std::string_view::npos; },
-        text);
+    auto contains = [&](std::string_view value) {
+      limit_.spend(value.size());
+      return containsText(value, text);
+    };
+    return verified(withWordsOf(text), contains, text);
   }
 
-  // Documents whose words contain all pieces that stand in one word, and those that the others consist of.
+  DocumentSet matching(const TextPattern& pattern) const {
+    return verified(possible(pattern.requiredPieces()), [&](std::string_view value) {
+      limit_.spend(pattern.steps(value.size()));
+      return pattern.matchesNormalized(value);
+    });
+  }
+
+  // Documents whose words contain the pieces that stand in one word, and those that the others consist of.
   DocumentSet possible(const std::vector<std::string>& pieces) const {
     DocumentSet set = all();
-    for (const std::string& piece : pieces)
-      set &= isOneWord(piece) ? withWordContaining(piece) : withWordsOf(piece);
+    for (std::size_t i = 0; i < std::min(pieces.size(), kEnoughWords) && !set.empty(); ++i)
+      set &= isOneWord(pieces[i]) ? withWordContaining(pieces[i]) : withWordsOf(pieces[i]);
     return set;
   }
+
+ private:
+  // More words than these do not narrow much further.
+  static constexpr std::size_t kEnoughWords = 16;
 
   template <typename Matches>
   DocumentSet verified(DocumentSet candidates, Matches matches, std::string_view part = {}) const {
@@ -62,10 +83,8 @@ class TextSearch {
     std::uint32_t count = candidates.count();
     // One pass over all texts in their order costs less than many leaps.
     if (!part.empty() && count > field_.values.size() / 16) {
-      field_.values.forEachContaining(part, [&](std::uint32_t code, std::size_t) {
-        field_.documents.addTo(set, code);
-        return true;
-      });
+      limit_.spend(field_.values.bytes());
+      field_.values.forEachContaining(part, [&](std::uint32_t code) { field_.documents.addTo(set, code); });
       return set;
     }
     if (count > field_.values.size() / 4) {
@@ -80,13 +99,10 @@ class TextSearch {
     return set;
   }
 
- private:
   DocumentSet withWordContaining(std::string_view part) const {
-    DocumentSet set(scope_.size());
-    field_.words.forEachContaining(part, [&](std::uint32_t word, std::size_t) {
-      field_.wordDocuments.addTo(set, word);
-      return true;
-    });
+    limit_.spend(field_.words.bytes());
+    DocumentSet set = none();
+    field_.words.forEachContaining(part, [&](std::uint32_t word) { field_.wordDocuments.addTo(set, word); });
     return set;
   }
 
@@ -106,20 +122,21 @@ class TextSearch {
   }
 
   DocumentSet withWordEnding(std::string_view end) const {
-    DocumentSet set(scope_.size());
-    field_.words.forEachContaining(end, [&](std::uint32_t word, std::size_t at) {
-      bool ends = at + end.size() == field_.words[word].size();
-      if (ends) field_.wordDocuments.addTo(set, word);
-      return ends;
+    limit_.spend(field_.words.bytes());
+    DocumentSet set = none();
+    field_.words.forEachContaining(end, [&](std::uint32_t word) {
+      if (field_.words[word].ends_with(end)) field_.wordDocuments.addTo(set, word);
     });
     return set;
   }
 
-  // Documents that have every word of the text: the first one as an end, the last one as a start, where they
+  // Documents that have the words of the text: the first one as an end, the last one as a start, where they
   // touch its edges.
   DocumentSet withWordsOf(std::string_view text) const {
     DocumentSet set = all();
+    std::size_t words = 0;
     forEachWord(text, [&](std::string_view word) {
+      if (++words > kEnoughWords || set.empty()) return;
       bool first = word.data() == text.data();
       bool last = word.data() + word.size() == text.data() + text.size();
       set &= first ? withWordEnding(word) : last ? withWordStarting(word) : withWord(word);
@@ -129,20 +146,19 @@ class TextSearch {
 
   const TextField& field_;
   const DocumentSet& scope_;
+  TimeLimit& limit_;
 };
 
-SegmentAnswer searchPattern(const TextField& field, const TextPattern& pattern, const DocumentSet& scope) {
-  TextSearch search(field, scope);
-  SegmentAnswer answer{DocumentSet(scope.size()), DocumentSet(scope.size())};
+SegmentAnswer searchPattern(const TextField& field, const TextPattern& pattern, const TextSearch& search) {
+  SegmentAnswer answer{search.none(), search.none()};
   TextOptions options = pattern.options();
   if (!options.caseInsensitive) {
     answer.open = search.possible(pattern.requiredPieces());
     return answer;
   }
   const std::string* literal = pattern.literal();
-  auto matches = [&](std::string_view text) { return pattern.matchesNormalized(text); };
   if (!literal)
-    answer.yes = search.verified(search.possible(pattern.requiredPieces()), matches);
+    answer.yes = search.matching(pattern);
   else if (pattern.place() == TextPattern::Place::anywhere)
     answer.yes = search.containing(*literal);
   else if (pattern.place() == TextPattern::Place::start)
@@ -150,7 +166,7 @@ SegmentAnswer searchPattern(const TextField& field, const TextPattern& pattern, 
   else if (pattern.place() == TextPattern::Place::whole)
     answer.yes = search.equal(*literal);
   else
-    answer.yes = search.verified(search.possible(pattern.requiredPieces()), matches);
+    answer.yes = search.matching(pattern);
   if (options.diacriticInsensitive) {
     // The texts have their marks still; those of ASCII have none.
     answer.open = field.notAscii.documents(0);
@@ -159,17 +175,28 @@ SegmentAnswer searchPattern(const TextField& field, const TextPattern& pattern, 
   return answer;
 }
 
-SegmentAnswer searchEqual(const TextField& field, const Value& constant, TextOptions options,
-                          const DocumentSet& scope) {
-  TextSearch search(field, scope);
-  SegmentAnswer answer{DocumentSet(scope.size()), DocumentSet(scope.size())};
-  const std::string* text = constant.ifString();
-  if (options.diacriticInsensitive)
+// Whether the text is one of the constants.
+SegmentAnswer searchEqual(std::span<const Value> constants, TextOptions options, const TextSearch& search) {
+  SegmentAnswer answer{search.none(), search.none()};
+  if (options.diacriticInsensitive) {
     answer.open = search.all();
-  else if (text && options.caseInsensitive)
-    answer.yes = search.equal(*text);
-  else if (text)
-    answer.open = search.equal(foldedText(*text));
+    return answer;
+  }
+  for (const Value& constant : constants) {
+    const std::string* text = constant.ifString();
+    if (text && options.caseInsensitive)
+      search.addEqual(answer.yes, *text);
+    else if (text)
+      search.addEqual(answer.open, foldedText(*text));
+  }
+  return answer;
+}
+
+SegmentAnswer searchNotEqual(const Value& constant, TextOptions options, const TextSearch& search) {
+  SegmentAnswer equal = searchEqual({&constant, 1}, options, search);
+  SegmentAnswer answer{search.all(), std::move(equal.open)};
+  answer.yes -= equal.yes;
+  answer.yes -= answer.open;
   return answer;
 }
 
@@ -179,28 +206,23 @@ bool needsTexts(const TextPattern& pattern) {
   return !pattern.literal() || !isOneWord(*pattern.literal());
 }
 
-SegmentAnswer searchText(const TextField& field, const Comparison& comparison, const DocumentSet& scope) {
+SegmentAnswer searchText(const TextField& field, const Comparison& comparison, const DocumentSet& scope,
+                         TimeLimit& limit) {
   const Value& constant = std::get<Value>(comparison.right);
   const Array* constants = constant.ifArray();
-  SegmentAnswer answer{DocumentSet(scope.size()), DocumentSet(scope.size())};
-  if (comparison.pattern) {
-    answer = searchPattern(field, *comparison.pattern, scope);
-  } else if (comparison.op == Operator::equal && !constants && !constant.isNull()) {
-    answer = searchEqual(field, constant, comparison.options, scope);
-  } else if (comparison.op == Operator::in && constants) {
-    for (const Value& one : *constants) {
-      SegmentAnswer part = searchEqual(field, one, comparison.options, scope);
-      answer.yes |= part.yes;
-      answer.open |= part.open;
-    }
-    answer.open -= answer.yes;
-  } else if (constant.isNull()) {
-    bool present = comparison.op == Operator::notEqual;
-    if (present) answer.yes = TextSearch(field, scope).all();
-  } else {
-    answer.open = TextSearch(field, scope).all();
-  }
-  if (holds(comparison, nullptr)) field.missing.addTo(answer.yes, 0);
+  TextSearch search(field, scope, limit);
+  SegmentAnswer answer{search.none(), search.none()};
+  if (comparison.pattern)
+    answer = searchPattern(field, *comparison.pattern, search);
+  else if (comparison.op == Operator::notEqual)
+    answer = searchNotEqual(constant, comparison.options, search);
+  else if (comparison.op == Operator::equal && !constants)
+    answer = searchEqual({&constant, 1}, comparison.options, search);
+  else if (comparison.op == Operator::in && constants)
+    answer = searchEqual(*constants, comparison.options, search);
+  else if (!constant.isNull())
+    answer.open = search.all();
+  if (holds(comparison, nullptr, limit)) field.missing.addTo(answer.yes, 0);
   field.unknown.addTo(answer.open, 0);
   return answer;
 }

@@ -16,7 +16,8 @@ bool isDigit(char c) {
 
 class PatternFolder {
  public:
-  PatternFolder(std::string_view pattern, TextOptions options) : rest_(pattern), options_(options) {}
+  PatternFolder(std::string_view pattern, TextOptions options)
+      : rest_(pattern), lastNameEnd_(pattern.rfind(":]")), size_(pattern.size()), options_(options) {}
 
   FoldedPattern fold() {
     while (!rest_.empty()) readOne();
@@ -104,13 +105,17 @@ class PatternFolder {
 
   // A class ends at the first "]" that is not its first member, escaped, or the end of a "[:name:]".
   std::size_t classLength() const {
+    std::size_t read = size_ - rest_.size();
+    auto namesEndAfter = [&](std::size_t at) {
+      return lastNameEnd_ != std::string_view::npos && read + at < lastNameEnd_;
+    };
     std::size_t at = 1;
     if (at < rest_.size() && rest_[at] == '^') ++at;
     if (at < rest_.size() && rest_[at] == ']') ++at;
     while (at < rest_.size() && rest_[at] != ']') {
       if (rest_[at] == '\\')
         at += 2;
-      else if (rest_.substr(at, 2) == "[:" && rest_.find(":]", at) != std::string_view::npos)
+      else if (rest_.substr(at, 2) == "[:" && namesEndAfter(at))
         at = rest_.find(":]", at) + 2;
       else
         ++at;
@@ -180,6 +185,9 @@ class PatternFolder {
   std::string normalized(std::string_view text) const { return normalizedText(composed(text), options_); }
 
   std::string_view rest_;
+  // Where the last ":]" of the whole pattern stands.
+  std::size_t lastNameEnd_;
+  std::size_t size_;
   TextOptions options_;
   FoldedPattern result_;
   std::string allText_;

@@ -39,7 +39,8 @@ enum class Operator {
 enum class Modifier { direct, any, all };
 
 /// `modifier left operator[options] right`. A constant that faces a key stands on the right wherever the
-/// operator can be turned around. String constants are normalized by the options already.
+/// operator can be turned around. String constants are normalized by the options already; a constant list of
+/// IN is sorted (see ScalarOrder.h).
 struct Comparison {
   Modifier modifier = Modifier::direct;
   Operand left;

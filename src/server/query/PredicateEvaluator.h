@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "server/query/Predicate.h"
+#include "server/query/TimeLimit.h"
 
 namespace vornex::server {
 
@@ -15,15 +16,16 @@ namespace vornex::server {
 /// - A boolean counts as the number 1 or 0. Numbers compare by value, strings byte by byte unless options say
 ///   otherwise; values of different sorts are unequal and neither less nor greater.
 /// - The text operators look at strings, and at the strings in an array: one that matches is enough. CONTAINS
-/// with
-///   a constant that is no string asks for an equal element.
+///   with a constant that is no string asks for an equal element.
 /// - `a IN b`: an equal element of the array b, or a part of the string b.
 /// - ANY and ALL ask the elements of an array; any other value counts as an array of itself.
-bool holds(const Predicate& predicate, const Dictionary& document);
+///
+/// Throws TimeIsOver.
+bool holds(const Predicate& predicate, const Dictionary& document, TimeLimit& limit);
 
 /// Whether a value that is no array fulfils the comparison, whose right side is a constant; null stands for a
-/// key that is missing.
-bool holds(const Comparison& comparison, const Value* left);
+/// key that is missing. Throws TimeIsOver.
+bool holds(const Comparison& comparison, const Value* left, TimeLimit& limit);
 
 /// The value at the path; null when a component is missing or the value itself is null.
 const Value* valueAt(const Dictionary& document, const std::vector<std::string>& path);

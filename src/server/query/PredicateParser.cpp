@@ -6,6 +6,7 @@
 #include "core/StatusCode.h"
 #include "foundation/Text.h"
 #include "server/query/PredicateLexer.h"
+#include "server/query/ScalarOrder.h"
 
 namespace vornex::server {
 
@@ -333,9 +334,12 @@ class Parser {
       else if (comparison.op != Operator::contains || !right)
         throw QueryMistake{rightPosition, "a string is expected"};
     }
-    if (!comparison.options.any()) return;
-    for (Operand* side : {&comparison.left, &comparison.right})
-      if (Value* value = std::get_if<Value>(side)) normalize(*value, comparison.options);
+    Value* constants = std::get_if<Value>(&comparison.right);
+    if (comparison.options.any()) {
+      if (Value* value = std::get_if<Value>(&comparison.left)) normalize(*value, comparison.options);
+      if (constants) normalize(*constants, comparison.options);
+    }
+    if (comparison.op == Operator::in && constants && constants->ifArray()) sortList(*constants->ifArray());
   }
 
   // The same term is often looked for in several keys: its pattern is made once.
@@ -346,7 +350,7 @@ class Parser {
     if (known != patterns_.end()) return known->second;
     Result<std::shared_ptr<const TextPattern>> made = TextPattern::make(kind, text, options);
     if (!made) throw QueryMistake{position, made.error().message};
-    if ((*made)->isExpression() && ++expressions_ > kMaximumPredicateExpressions)
+    if ((*made)->wasCompiled() && ++expressions_ > kMaximumPredicateExpressions)
       throw QueryMistake{position,
                          fmt::format("more than {} regular expressions", kMaximumPredicateExpressions)};
     patterns_.emplace(std::move(key), *made);

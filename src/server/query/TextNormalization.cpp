@@ -4,12 +4,18 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
+#include <cstring>
+
 #include "foundation/Text.h"
 
 namespace vornex::server {
 
 bool isAsciiText(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+bool containsText(std::string_view text, std::string_view part) {
+  return part.empty() || ::memmem(text.data(), text.size(), part.data(), part.size()) != nullptr;
 }
 
 static icu::UnicodeString unicode(std::string_view text) {

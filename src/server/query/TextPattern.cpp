@@ -9,6 +9,15 @@
 namespace vornex::server {
 
 static constexpr std::int64_t kExpressionMemory = 4 << 20;
+// What matching takes for one byte of text, in the worst case, is in proportion to this.
+static constexpr int kMaximumExpressionSize = 4'096;
+// Reading one may take quadratic time.
+static constexpr std::size_t kMaximumExpressionLength = 16'384;
+
+static tl::unexpected<Error> unusableExpression(const std::string& reason) {
+  return failure(kServerErrorDomain, static_cast<std::int64_t>(StatusCode::queryInvalid),
+                 "the regular expression is not usable: " + reason);
+}
 
 TextPattern::TextPattern(TextOptions options) : options_(options) {}
 
@@ -49,14 +58,15 @@ void TextPattern::lookForText(Place place, std::string text) {
 }
 
 Result<void> TextPattern::lookForExpression(Place place, const std::string& expression) {
+  if (expression.size() > kMaximumExpressionLength) return unusableExpression("it is too long");
   RE2::Options options;
   options.set_case_sensitive(!options_.caseInsensitive);
   options.set_max_mem(kExpressionMemory);
   options.set_log_errors(false);
+  wasCompiled_ = true;
   auto compiled = std::make_unique<RE2>(expression, options);
-  if (!compiled->ok())
-    return failure(kServerErrorDomain, static_cast<std::int64_t>(StatusCode::queryInvalid),
-                   "the regular expression is not usable: " + compiled->error());
+  if (!compiled->ok()) return unusableExpression(compiled->error());
+  if (compiled->ProgramSize() > kMaximumExpressionSize) return unusableExpression("it is too large");
   place_ = place;
   expression_ = std::move(compiled);
   return {};
@@ -116,13 +126,17 @@ bool TextPattern::matches(std::string_view text) const {
   return options_.any() ? matchesNormalized(normalizedText(text, options_)) : matchesNormalized(text);
 }
 
+std::size_t TextPattern::steps(std::size_t bytes) const {
+  return expression_ ? bytes * static_cast<std::size_t>(expression_->ProgramSize()) : bytes;
+}
+
 bool TextPattern::matchesNormalized(std::string_view text) const {
   if (expression_)
     return place_ == Place::whole ? RE2::FullMatch(text, *expression_)
                                   : RE2::PartialMatch(text, *expression_);
   switch (place_) {
     case Place::anywhere:
-      return text.find(text_) != std::string_view::npos;
+      return containsText(text, text_);
     case Place::start:
       return text.starts_with(text_);
     case Place::end:

@@ -15,22 +15,23 @@ class RE2;
 
 namespace vornex::server {
 
-/// What a text operator looks for, ready to be applied to many texts. Time is linear in the text, memory
-/// bounded.
+/// What a text operator looks for, ready to be applied to many texts. Time is linear in the text (see steps),
+/// memory bounded.
 ///
 /// Thread-safety: immutable, safe on any thread.
 class TextPattern {
  public:
   enum class Kind {
     /// A regular expression, found anywhere, always without regard to case and composition. One that is
-    /// malformed stands for its own text.
+    /// malformed or too large stands for its own text.
     contains,
     /// Plain text.
     beginsWith,
     endsWith,
     /// "*" is any text and "?" any character; a backslash takes the meaning away. The whole text counts.
     like,
-    /// A regular expression for the whole text, with regard to case. One that is malformed is an error.
+    /// A regular expression for the whole text, with regard to case. One that is malformed or too large is
+    /// an error.
     matches,
   };
 
@@ -50,8 +51,11 @@ class TextPattern {
   /// The normalized text to be found, when it takes no more than that.
   const std::string* literal() const { return expression_ ? nullptr : &text_; }
 
-  /// Whether it takes a regular-expression engine, and not just a comparison of bytes.
-  bool isExpression() const { return expression_ != nullptr; }
+  /// Whether a regular-expression engine had to read it, which takes far longer than reading plain text.
+  bool wasCompiled() const { return wasCompiled_; }
+
+  /// The most steps (see TimeLimit) that matching a text of so many bytes takes.
+  std::size_t steps(std::size_t bytes) const;
 
   /// The one text that matches, when there is only one.
   const std::string* onlyText() const;
@@ -72,6 +76,7 @@ class TextPattern {
   Place place_ = Place::anywhere;
   std::string text_;
   std::unique_ptr<re2::RE2> expression_;
+  bool wasCompiled_ = false;
   std::vector<std::string> required_;
 };
 

@@ -17,7 +17,22 @@ namespace vornex::server {
 
 namespace {
 
-using Deadline = std::chrono::steady_clock::time_point;
+using Deadline = TimeLimit::Clock::time_point;
+
+// What a search may hold in memory of its documents' texts, one reading at a time.
+class ByteBudget {
+ public:
+  [[nodiscard]] Result<void> take(std::size_t bytes) {
+    taken_ += bytes;
+    if (taken_ <= kMaximumPageBytes) return {};
+    return serverFailure(
+        StatusCode::limitExceeded,
+        fmt::format("the page takes more than {} bytes; ask for fewer assets", kMaximumPageBytes));
+  }
+
+ private:
+  std::size_t taken_ = 0;
+};
 
 std::vector<std::string> splitPath(std::string_view key) {
   std::vector<std::string> path;
@@ -76,7 +91,12 @@ class Search {
  public:
   Search(Database& database, const IndexSnapshot& index, const SearchRequest& request,
          const Predicate& predicate, Deadline deadline)
-      : database_(database), index_(index), request_(request), predicate_(predicate), deadline_(deadline) {}
+      : database_(database),
+        index_(index),
+        request_(request),
+        predicate_(predicate),
+        deadline_(deadline),
+        limit_(deadline) {}
 
   Result<SearchPage> run() {
     Result<void> found = findHits();
@@ -85,9 +105,11 @@ class Search {
     for (const SegmentHits& segment : segments_) page.total += segment.hits.count();
     Result<std::vector<Hit>> hits = hitsOfPage(page.total);
     if (!hits) return tl::unexpected(hits.error());
+    ByteBudget budget;
     for (const Hit& hit : *hits) {
       Result<std::string> document = read(hit);
       if (!document) return tl::unexpected(document.error());
+      if (Result<void> fits = budget.take(document->size()); !fits) return tl::unexpected(fits.error());
       page.documents.push_back(std::move(*document));
     }
     return page;
@@ -97,10 +119,9 @@ class Search {
   Result<void> findHits() {
     keys_ = topLevelKeys(predicate_);
     for (const LiveSegment& part : index_.segments) {
-      Result<SegmentAnswer> answer = searchSegment(*part.segment, *part.live, predicate_, deadline_);
-      if (!answer) return tl::unexpected(answer.error());
-      segments_.push_back({part.segment, std::move(answer->yes)});
-      Result<void> settled = settle(segments_.size() - 1, answer->open);
+      SegmentAnswer answer = searchSegment(*part.segment, *part.live, predicate_, limit_);
+      segments_.push_back({part.segment, std::move(answer.yes)});
+      Result<void> settled = settle(segments_.size() - 1, answer.open);
       if (!settled) return settled;
     }
     return {};
@@ -112,7 +133,7 @@ class Search {
     open.forEach([&](std::uint32_t document) {
       if (!outcome) return;
       Result<bool> fulfils = entries({segment, document}, keys_).map([&](const Dictionary& all) {
-        return holds(predicate_, all);
+        return holds(predicate_, all, limit_);
       });
       if (!fulfils)
         outcome = tl::unexpected(fulfils.error());
@@ -142,16 +163,19 @@ class Search {
     };
     std::vector<std::string> path = splitPath(key);
     std::vector<Item> items;
+    ByteBudget budget;
     Result<void> outcome;
     for (std::size_t i = 0; i < segments_.size(); ++i) {
       segments_[i].hits.forEach([&](std::uint32_t document) {
         if (!outcome) return;
         Result<Dictionary> all = entries({i, document}, {path.front()});
-        if (!all)
+        if (!all) {
           outcome = tl::unexpected(all.error());
-        else
-          items.push_back(
-              {SortValue(valueAt(*all, path)), segments_[i].segment->identifiers()[document], {i, document}});
+          return;
+        }
+        SortValue value(valueAt(*all, path));
+        outcome = budget.take(value.text.size());
+        items.push_back({std::move(value), segments_[i].segment->identifiers()[document], {i, document}});
       });
     }
     if (!outcome) return tl::unexpected(outcome.error());
@@ -175,8 +199,7 @@ class Search {
   }
 
   Result<std::string> read(Hit hit) {
-    if (std::chrono::steady_clock::now() > deadline_)
-      return serverFailure(StatusCode::timedOut, "the search takes too long");
+    if (TimeLimit::Clock::now() > deadline_) throw TimeIsOver();
     if (!reading_) {
       Result<Statement> prepared = database_.prepare("SELECT document FROM assets WHERE n = ?");
       if (!prepared) return tl::unexpected(prepared.error());
@@ -196,6 +219,7 @@ class Search {
   const SearchRequest& request_;
   const Predicate& predicate_;
   Deadline deadline_;
+  TimeLimit limit_;
   std::vector<std::string> keys_;
   std::vector<SegmentHits> segments_;
   std::optional<Statement> reading_;
@@ -203,16 +227,20 @@ class Search {
 
 }  // namespace
 
-Result<SearchPage> searchAssets(Database& database, const AssetIndex& index, const SearchRequest& request) {
+Result<SearchPage> searchAssets(Database& database, const AssetIndex& index, const SearchRequest& request,
+                                Deadline deadline) {
   if (request.page < 0 || request.limit < 0)
     return serverFailure(StatusCode::invalidRequest, "neither page nor limit may be negative");
   bool everything = trimmedWhitespace(request.query).empty();
   Result<Predicate> predicate = everything ? Predicate{true} : parsePredicate(request.query);
   if (!predicate) return tl::unexpected(predicate.error());
-  Deadline deadline = std::chrono::steady_clock::now() + kSearchTimeLimit;
   Result<Moment> moment = currentMoment(database, index, deadline);
   if (!moment) return tl::unexpected(moment.error());
-  return Search(database, *moment->index, request, *predicate, deadline).run();
+  try {
+    return Search(database, *moment->index, request, *predicate, deadline).run();
+  } catch (const TimeIsOver&) {
+    return serverFailure(StatusCode::timedOut, "the search takes too long");
+  }
 }
 
 }  // namespace vornex::server

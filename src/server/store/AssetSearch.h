@@ -1,17 +1,16 @@
 #pragma once
 
 #include "server/index/AssetIndex.h"
+#include "server/query/TimeLimit.h"
 #include "server/store/AssetStore.h"
 #include "server/store/Sqlite.h"
 
 namespace vornex::server {
 
-/// After this time a search is given up with `timedOut`.
-inline constexpr std::chrono::seconds kSearchTimeLimit{20};
-
 /// Answers the search from the index and reads what it must from the database, page and total as of one
-/// moment.
+/// moment. Gives up with `timedOut` at the deadline.
 [[nodiscard]] Result<SearchPage> searchAssets(Database& database, const AssetIndex& index,
-                                              const SearchRequest& request);
+                                              const SearchRequest& request,
+                                              TimeLimit::Clock::time_point deadline);
 
 }  // namespace vornex::server

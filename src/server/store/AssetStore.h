@@ -2,6 +2,7 @@
 
 #include <vornex/Value.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -15,6 +16,9 @@ namespace vornex::server {
 
 /// The largest document, in bytes of compact JSON.
 inline constexpr std::size_t kMaximumDocumentSize = std::size_t{16} << 20;
+
+/// The largest page of a search, in bytes of its documents.
+inline constexpr std::size_t kMaximumPageBytes = std::size_t{256} << 20;
 
 /// One page of a search.
 struct SearchPage {
@@ -34,6 +38,8 @@ struct SearchRequest {
   /// exactly the reverse.
   std::string sortField;
   bool ascending = true;
+  /// How long it may take, waiting for its turn included.
+  std::chrono::milliseconds timeLimit{20'000};
 };
 
 /// The assets of one library: documents with every key they were given, addressed by "_id".
@@ -65,7 +71,7 @@ class AssetStore {
   [[nodiscard]] virtual Result<std::optional<std::string>> document(const std::string& id) = 0;
 
   /// `queryInvalid` with the mistake's position, `invalidRequest` for negative paging, `timedOut` for a
-  /// search that takes too long.
+  /// search that takes too long, `limitExceeded` for a page of more than kMaximumPageBytes.
   [[nodiscard]] virtual Result<SearchPage> search(const SearchRequest& request) = 0;
 
   [[nodiscard]] virtual Result<std::int64_t> count() = 0;

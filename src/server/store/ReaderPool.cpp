@@ -1,13 +1,16 @@
 #include "server/store/ReaderPool.h"
 
+#include "server/ServerError.h"
 #include "server/store/AssetSchema.h"
 
 namespace vornex::server {
 
-Result<Database> ReaderPool::take() {
+Result<Database> ReaderPool::take(Deadline deadline) {
   {
     std::unique_lock lock(mutex_);
-    returned_.wait(lock, [&] { return !idle_.empty() || inUse_ < kMaximumReaders; });
+    auto available = [&] { return !idle_.empty() || inUse_ < kMaximumReaders; };
+    if (!returned_.wait_until(lock, deadline, available))
+      return serverFailure(StatusCode::timedOut, "the database is busy");
     ++inUse_;
     if (!idle_.empty()) {
       Database reader = std::move(idle_.back());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -12,17 +13,20 @@ namespace vornex::server {
 
 /// A few connections for reading, opened when they are first needed and kept.
 ///
-/// Thread-safety: safe on any thread; a caller waits while all connections are in use.
+/// Thread-safety: safe on any thread; a caller waits while all connections are in use, until its deadline.
 class ReaderPool {
  public:
   static constexpr std::size_t kMaximumReaders = 4;
 
+  using Deadline = std::chrono::steady_clock::time_point;
+
   explicit ReaderPool(std::string path) : path_(std::move(path)) {}
 
-  /// Calls `work(Database&)`, which returns a Result, with a connection nobody else uses.
+  /// Calls `work(Database&)`, which returns a Result, with a connection nobody else uses. `timedOut` when
+  /// there is none by the deadline.
   template <typename Work>
-  std::invoke_result_t<Work, Database&> use(Work work) {
-    Result<Database> reader = take();
+  std::invoke_result_t<Work, Database&> use(Deadline deadline, Work work) {
+    Result<Database> reader = take(deadline);
     if (!reader) return tl::unexpected(reader.error());
     Lease lease{*this, *reader};
     return work(lease.database);
@@ -36,7 +40,7 @@ class ReaderPool {
     ~Lease() { pool.giveBack(std::move(database)); }
   };
 
-  [[nodiscard]] Result<Database> take();
+  [[nodiscard]] Result<Database> take(Deadline deadline);
   void giveBack(Database database);
 
   const std::string path_;

@@ -25,8 +25,9 @@ tl::unexpected<Error> unknownAsset(const std::string& id) {
 }
 
 constexpr const char* kIndexFolder = "index";
-// How many documents are read at a time to be indexed.
+// How many documents are read at a time to be indexed, and of how many bytes.
 constexpr std::size_t kIndexBatch = 16'384;
+constexpr std::size_t kIndexBatchBytes = std::size_t{128} << 20;
 
 // Gives identifiers of the time in seconds, random bits of the maker, and a count: later ones are greater.
 class IdentifierMaker {
@@ -45,7 +46,11 @@ class IdentifierMaker {
 // Why a document cannot be stored, if it cannot.
 Result<void> checkDocument(const std::vector<Value>& values, std::size_t size) {
   static const std::size_t kName = placeOfIndexedKey("name");
-  if (!values[kName].ifString()) return serverFailure(StatusCode::invalidRequest, "an asset needs a name");
+  const std::string* name = values[kName].ifString();
+  if (!name) return serverFailure(StatusCode::invalidRequest, "an asset needs a name");
+  if (name->size() > kMaximumIndexedText)
+    return serverFailure(StatusCode::limitExceeded,
+                         fmt::format("a name may take {} bytes, not {}", kMaximumIndexedText, name->size()));
   if (size <= kMaximumDocumentSize) return {};
   return serverFailure(StatusCode::limitExceeded,
                        fmt::format("an asset may take {} bytes, not {}", kMaximumDocumentSize, size));
@@ -122,6 +127,7 @@ std::vector<Result<SentDocument>> readDocuments(const std::vector<std::string_vi
   return read;
 }
 
+// Searches and single documents share a few connections; what reads the whole database has one of its own.
 class SQLiteAssetStore final : public AssetStore {
  public:
   SQLiteAssetStore(std::string path, Database writer)
@@ -297,6 +303,11 @@ Result<std::optional<SQLiteAssetStore::Row>> SQLiteAssetStore::find(Statement& f
   return row;
 }
 
+// Until when somebody who asks for little waits for a connection.
+static ReaderPool::Deadline soon() {
+  return std::chrono::steady_clock::now() + std::chrono::seconds(10);
+}
+
 static constexpr const char* kFindRow = "SELECT n, document FROM assets WHERE id = ?";
 
 Result<void> SQLiteAssetStore::noteChange(std::int64_t row) {
@@ -407,13 +418,16 @@ Result<void> SQLiteAssetStore::indexRows(const std::string& condition, std::int6
   reading->bind(bound);
   for (bool more = true; more;) {
     std::vector<IndexedDocument> batch;
-    while (more && batch.size() < kIndexBatch) {
+    std::size_t bytes = 0;
+    while (more && batch.size() < kIndexBatch && bytes < kIndexBatchBytes) {
       Result<bool> row = reading->step();
       if (!row) return tl::unexpected(row.error());
       more = *row;
       if (!more) break;
       // A damaged document has no keys; whoever reads it learns about it.
-      Result<Dictionary> entries = readEntries(reading->text(2), indexedKeys());
+      std::string document = reading->text(2);
+      bytes += document.size();
+      Result<Dictionary> entries = readEntries(document, indexedKeys());
       batch.push_back({reading->integer(0), reading->text(1), indexedValues(entries.value_or(Dictionary()))});
     }
     index_.prepare({}, makeSegment(std::move(batch)), version).publish();
@@ -433,7 +447,7 @@ Result<void> SQLiteAssetStore::recordCheckpoint(const CheckpointRecord& record) 
 }
 
 Result<std::optional<std::string>> SQLiteAssetStore::document(const std::string& id) {
-  return readers_.use([&](Database& reader) -> Result<std::optional<std::string>> {
+  return readers_.use(soon(), [&](Database& reader) -> Result<std::optional<std::string>> {
     Result<Statement> finding = reader.prepare(kFindRow);
     if (!finding) return tl::unexpected(finding.error());
     finding->bindText(id);
@@ -444,23 +458,25 @@ Result<std::optional<std::string>> SQLiteAssetStore::document(const std::string&
 }
 
 Result<SearchPage> SQLiteAssetStore::search(const SearchRequest& request) {
-  return readers_.use([&](Database& reader) { return searchAssets(reader, index_, request); });
+  auto deadline = TimeLimit::Clock::now() + request.timeLimit;
+  return readers_.use(deadline,
+                      [&](Database& reader) { return searchAssets(reader, index_, request, deadline); });
 }
 
 Result<std::int64_t> SQLiteAssetStore::count() {
-  return readers_.use([](Database& reader) { return reader.integer("SELECT count(*) FROM assets"); });
+  return readers_.use(soon(), [](Database& reader) { return reader.integer("SELECT count(*) FROM assets"); });
 }
 
 Result<void> SQLiteAssetStore::checkIntegrity() {
-  return readers_.use([&](Database& reader) -> Result<void> {
-    Result<Statement> checking = reader.prepare("PRAGMA integrity_check(1)");
-    if (!checking) return tl::unexpected(checking.error());
-    Result<bool> row = checking->step();
-    if (!row) return tl::unexpected(row.error());
-    std::string answer = checking->text(0);
-    if (answer == "ok") return {};
-    return serverFailure(StatusCode::databaseFailed, "the database " + path_ + " is damaged: " + answer);
-  });
+  Result<Database> reader = openAssetReader(path_);
+  if (!reader) return tl::unexpected(reader.error());
+  Result<Statement> checking = reader->prepare("PRAGMA integrity_check(1)");
+  if (!checking) return tl::unexpected(checking.error());
+  Result<bool> row = checking->step();
+  if (!row) return tl::unexpected(row.error());
+  std::string answer = checking->text(0);
+  if (answer == "ok") return {};
+  return serverFailure(StatusCode::databaseFailed, "the database " + path_ + " is damaged: " + answer);
 }
 
 Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
@@ -468,7 +484,7 @@ Result<void> SQLiteAssetStore::snapshot(const std::string& folder) {
   if (!std::filesystem::is_empty(folder, unreadable) || unreadable)
     return serverFailure(StatusCode::invalidRequest, "a snapshot needs an empty folder, not " + folder);
   std::string path = appendPathComponent(folder, kDatabaseFileName);
-  Result<void> copied = readers_.use([&](Database& reader) { return reader.copyTo(path); });
+  Result<void> copied = openAssetReader(path_).and_then([&](Database reader) { return reader.copyTo(path); });
   if (copied) return syncDirectory(folder);
   std::error_code ended;
   for (std::filesystem::directory_iterator entry(folder, ended), end; !ended && entry != end;
