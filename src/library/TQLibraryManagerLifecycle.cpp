@@ -30,10 +30,12 @@ TQErrorPtr notTheLibrarys(const LibraryPtr& library) {
 }
 
 TQErrorPtr deleteEverything(const LibraryPtr& library) {
-  if (holderOfPackage(library) == PackageHolder::other) return notTheLibrarys(library);
+  const PackageHolder holder = holderOfPackage(library);
+  if (holder == PackageHolder::other) return notTheLibrarys(library);
   const bool hasPackage = library->packageFolder && itemExists(*library->packageFolder);
   // A backup by another process must not write into what is removed.
-  auto locks = DatabaseCopies(*library).lock(DatabaseCopies::Use::read);
+  Result<DatabaseCopies::Locks> locks = posixFailure(ENOENT, "find the package");
+  if (holder == PackageHolder::library) locks = DatabaseCopies(*library).lock(DatabaseCopies::Use::read);
   if (!locks && locks.error().code == ETIMEDOUT) return makeSdkError(locks.error());
   if (TQErrorPtr error = askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or("")))
     return error;
