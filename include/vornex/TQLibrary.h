@@ -4,6 +4,7 @@
 #include <vornex/ProjectList.h>
 #include <vornex/Types.h>
 
+#include <atomic>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -206,7 +207,7 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
 
   bool isShared = false;
   bool onlineStatus = false;
-  bool hasReferenceFile = false;
+  std::atomic<bool> hasReferenceFile = false;
   /// The stored permissions; the operations isCreatable() and isEditable() decide.
   bool storedIsCreatable = false;
   bool storedIsEditable = false;

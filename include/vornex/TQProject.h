@@ -168,6 +168,9 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   /// Removes the asset's preview, master and thumbnail from the package. Nothing without master or thumbnail
   /// path.
   void deleteFileAsset(const AssetPtr& asset);
+  /// Hands new assets, as dictionaries, to the workflow engine, a second from now on a worker thread. Nothing
+  /// for a network library. A batch calls it for every file that ends well.
+  void addWorkflowWithAssets(std::vector<Dictionary> assetDictionaries);
   /// Called back on a worker thread: whether a thumbnail was written. The error is always null.
   void extractThumbnail(const std::string& source, const std::string& toPath, Completion completion);
   /// Writes the preview that a large or referenced image needs; blocks.

@@ -3,11 +3,15 @@
 #include <vornex/AtomicPtr.h>
 #include <vornex/Types.h>
 
+#include <functional>
+#include <vector>
+
 namespace vornex {
 
 /// The workflow engine as this process sees it: the jobs of the machine, which lie in "workflow.plist" of the
 /// preference folder under "jobs", each a dictionary with its type under "jobtype". There is no program yet
-/// that works on them: jobs stay as they are until they are cancelled.
+/// that works on them: jobs stay as they are until they are cancelled, and new assets go to the engine that
+/// the host has set, if any.
 ///
 /// Thread-safety: safe on any thread, and beside other processes.
 class TQWorkflowEngineInterface {
@@ -26,11 +30,21 @@ class TQWorkflowEngineInterface {
   void searchWorkflowWithJobType(std::int64_t jobType,
                                  std::function<void(std::optional<Dictionary> job)> completion);
 
+  /// Takes assets, as dictionaries, that a project of a library has got. Called on worker threads.
+  using AssetEngine = std::function<void(std::vector<Dictionary> assets, OptionalString packageFolder,
+                                         OptionalString projectID, OptionalString dbName)>;
+  /// Empty for none. A call that is under way may still end after this returns.
+  void setAssetEngine(AssetEngine engine);
+  /// Hands assets to the engine; without one nothing happens.
+  void addJobWithAssets(std::vector<Dictionary> assets, OptionalString packageFolder,
+                        OptionalString projectID, OptionalString dbName);
+
   /// Removes the jobs of the library. Blocks. What cannot be written is logged.
   void cancelWorkflowWithDBName(const std::string& dbName);
 
  private:
   AtomicPtr<TQConnection> connection_;
+  AtomicPtr<const AssetEngine> assetEngine_;
 };
 
 }  // namespace vornex

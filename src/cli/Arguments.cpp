@@ -148,23 +148,25 @@ void addImportCommand(CLI::App& app, Arguments& arguments) {
                      "Project, by name or as \"name/group/group\" (needed if there are several)");
   CLI::Option* reference = import->add_flag("--reference", command->reference,
                                             "Leave the files where they are and keep links to them");
-  CLI::Option* target =
-      import
-          ->add_option("--target", command->target,
-                       "With --reference: copy the files to this folder first, link to the copies")
-          ->needs(reference);
+  import
+      ->add_option("--target", command->target,
+                   "With --reference: copy the files to this folder first, link to the copies")
+      ->needs(reference);
   import->add_option("--tags", command->tags, "Tags for every file, separated by commas")
       ->delimiter(',')
       ->allow_extra_args(false);
   import->add_option("--importer", command->importer, "Who imports, as kept with every file");
   import->add_flag("--verify", command->verify,
                    "Compare every copy with its file, read back from the disk, and keep its digest");
-  import
-      ->add_flag("--resume", command->resume,
-                 "Skip what the library holds already, judged by path, size and modification time")
-      ->excludes(target);
+  import->add_flag("--resume", command->resume,
+                   "Skip what the library holds already, judged by path, size and modification time");
   import->add_flag("--hidden", command->hidden, "Take hidden files and folders too");
-}
+  import->callback([command = command, &arguments] {
+    if (command->verify && command->reference && !command->target)
+      throw CLI::ValidationError("--verify", "there is no copy to compare; name a --target");
+  arguments.command = *command;
+});
+}  // namespace
 
 void addSearchCommand(CLI::App& app, Arguments& arguments) {
   const auto [search, command] = addCommand<SearchCommand>(app, arguments, "search", "Find assets");
@@ -190,7 +192,7 @@ void addAssetCommands(CLI::App& app, Arguments& arguments) {
   addLibraryOption(show, command->library);
 }
 
-}  // namespace
+}  // namespace vornex::cli
 
 std::variant<Arguments, EarlyEnd> parseArguments(int count, const char* const* values) {
   Arguments arguments;

@@ -46,6 +46,16 @@ class Walk {
     }
   }
 
+  /// A file may be named, and lie in a folder that is named.
+  void skipRepeated() {
+    std::set<std::string> taken;
+    std::erase_if(result.files, [&](const FoundFile& file) {
+      const bool isRepeated = !taken.insert(file.path).second;
+      if (isRepeated) skip(file.path, "taken already");
+      return isRepeated;
+    });
+  }
+
   WalkResult result;
 
  private:
@@ -121,6 +131,7 @@ std::uint64_t WalkResult::totalBytes() const {
 WalkResult findFiles(const std::vector<std::string>& paths, const WalkOptions& options) {
   Walk walk(options);
   for (const std::string& path : paths) walk.visit(absolutePath(path));
+  walk.skipRepeated();
   return std::move(walk.result);
 }
 

@@ -35,7 +35,8 @@ struct WalkResult {
   std::vector<FoundFile> files;
   /// Missing paths, unreadable folders, broken links.
   std::vector<WalkNote> failures;
-  /// Links back into a folder already walked, excluded folders, and what is neither file nor folder.
+  /// Links back into a folder already walked, files already taken, excluded folders, and what is neither file
+  /// nor folder.
   std::vector<WalkNote> skipped;
   /// Entries whose name begins with a dot, a folder counting once.
   std::size_t hiddenCount = 0;

@@ -16,7 +16,9 @@
 #include "cli/Output.h"
 #include "cli/Paths.h"
 #include "cli/Search.h"
+#include "core/Coercion.h"
 #include "import/FileNames.h"
+#include "import/SourceKeys.h"
 
 namespace vornex::cli {
 namespace {
@@ -26,13 +28,28 @@ std::string versionKey(const std::string& path, std::uint64_t size, std::int64_t
   return fmt::format("{}\n{}\n{}", size, modified, path);
 }
 
+std::int64_t milliseconds(Date date) {
+  return std::chrono::floor<std::chrono::milliseconds>(date).time_since_epoch().count();
+}
+
+/// Of the file that the asset was imported from: a reference to a copy tells of it apart from the copy.
+OptionalString versionHeld(const TQAsset& asset) {
+  const Dictionary none;
+  const Dictionary& record = asset.metaDataDictionary ? *asset.metaDataDictionary : none;
+  if (const OptionalString source = TQVornexUtil::stringValueFromObject(record.find(kSourcePath))) {
+    const auto date = TQVornexUtil::dateFromNumber(coerce::integer(record.find(kSourceDate)));
+    const auto size = static_cast<std::uint64_t>(coerce::integer(record.find(kSourceSize)));
+    return date ? OptionalString(versionKey(*source, size, milliseconds(*date))) : std::nullopt;
+  }
+  if (!asset.importFromPath || !asset.modifyDate) return std::nullopt;
+  return versionKey(*asset.importFromPath, asset.fileSize, milliseconds(*asset.modifyDate));
+}
+
 /// Takes the files that the library holds in the version on disk off the list; gives how many.
 Result<std::uint64_t> removeHeld(const LibraryPtr& library, std::vector<FoundFile>& files) {
   std::unordered_set<std::string> held;
   auto read = forEachAsset(library, [&](const AssetPtr& asset) {
-    if (!asset->importFromPath || !asset->modifyDate) return;
-    const auto modified = std::chrono::floor<std::chrono::milliseconds>(*asset->modifyDate);
-    held.insert(versionKey(*asset->importFromPath, asset->fileSize, modified.time_since_epoch().count()));
+    if (const OptionalString key = versionHeld(*asset)) held.insert(*key);
   });
   if (!read) return tl::unexpected(read.error());
   return std::erase_if(files, [&](const FoundFile& file) {

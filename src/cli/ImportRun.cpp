@@ -75,8 +75,8 @@ Result<void> ImportRun::runBatch() {
     project_->createAssetsWithImportAssets(
         items(), command_.reference ? ImportType::reference : ImportType::copy, command_.target,
         command_.target.has_value(),
-        [this](const ImportAssetPtr& item, const AssetPtr& asset, double, std::int64_t, std::int64_t bytes,
-               bool* stop, const TQErrorPtr& error) { progressed(item, asset, bytes, stop, error); },
+        [this](const ImportAssetPtr& item, const AssetPtr& asset, double percent, std::int64_t, std::int64_t,
+               bool* stop, const TQErrorPtr& error) { progressed(item, asset, percent, stop, error); },
         std::move(done));
   });
   const std::lock_guard lock(mutex_);
@@ -102,14 +102,14 @@ std::vector<ImportAssetPtr> ImportRun::items() const {
   return items;
 }
 
-void ImportRun::progressed(const ImportAssetPtr& item, const AssetPtr& asset, std::int64_t bytes, bool* stop,
+void ImportRun::progressed(const ImportAssetPtr& item, const AssetPtr& asset, double percent, bool* stop,
                            const TQErrorPtr& error) {
   const std::lock_guard lock(mutex_);
   if (item != current_.item) settle();
   current_.item = item;
   if (asset) current_.asset = asset;
   if (error) current_.error = error;
-  current_.bytes = bytes;
+  current_.percent = percent;
   if (error && isServiceLost(fromSDK(error))) serviceLost_ = true;
   if (InterruptGuard::requested() && !stopped_) {
     stopped_ = true;
@@ -166,7 +166,10 @@ double ImportRun::secondsSoFar() const {
 
 void ImportRun::show() {
   ImportState now = state_;
-  now.bytes += static_cast<std::uint64_t>(std::max<std::int64_t>(current_.bytes, 0));
+  // Comparing a copy takes its time after the last byte was copied: what counts is the file's own progress.
+  const double size = tasks_.empty() ? 0 : static_cast<double>(tasks_.front().file.size);
+  now.bytes += static_cast<std::uint64_t>(size * current_.percent / 100);
+  now.currentPercent = current_.percent;
   now.seconds = secondsSoFar();
   now.current = lastPathComponent(current_.item->path.value_or(""));
   display_.update(now);

@@ -57,13 +57,13 @@ class ImportRun {
     ImportAssetPtr item;
     AssetPtr asset;
     TQErrorPtr error;
-    std::int64_t bytes = 0;
+    double percent = 0;
   };
 
   /// Takes the tasks that were dealt with off the list.
   [[nodiscard]] Result<void> runBatch();
   std::vector<ImportAssetPtr> items() const;
-  void progressed(const ImportAssetPtr& item, const AssetPtr& asset, std::int64_t bytes, bool* stop,
+  void progressed(const ImportAssetPtr& item, const AssetPtr& asset, double percent, bool* stop,
                   const TQErrorPtr& error);
   /// Books the current file, which the batch has left.
   void settle();

@@ -51,7 +51,9 @@ std::string progressBar(const ImportState& state, std::size_t width) {
   std::string line = "[" + std::string(filled, '#') + std::string(barWidth - filled, '-') + "]" + facts;
   constexpr std::size_t kShortestName = 8;
   if (width >= line.size() + 2 + kShortestName) {
-    line += "  " + shortened(printable(state.current), width - line.size() - 2);
+    const std::string percent =
+        state.currentPercent > 0 ? fmt::format("{:.0f} % ", state.currentPercent) : "";
+    line += "  " + shortened(percent + printable(state.current), width - line.size() - 2);
   }
   return line;
 }

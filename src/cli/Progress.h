@@ -16,8 +16,9 @@ struct ImportState {
   std::uint64_t bytes = 0;
   std::uint64_t totalBytes = 0;
   double seconds = 0;
-  /// Name of the file in hand.
+  /// Name of the file in hand, and how much of it is done.
   std::string current = {};
+  double currentPercent = 0;
 
   /// 0 to 1. Every file counts as its bytes and a fixed effort, so that many small files advance the bar too.
   double fraction() const;
@@ -26,8 +27,8 @@ struct ImportState {
   double secondsLeft() const;
 };
 
-/// "[#####-----] 5/10 files  1.0/2.0 GB  85 MB/s  0:12 left  name", never wider than `width` columns. The
-/// files are left out where none are counted, as in the next.
+/// "[#####-----] 5/10 files  1.0/2.0 GB  85 MB/s  0:12 left  40 % name", never wider than `width` columns.
+/// The files are left out where none are counted, as in the next.
 std::string progressBar(const ImportState& state, std::size_t width);
 
 /// "5 of 10 files, 1.0 GB of 2.0 GB, 85 MB/s, 0:12 left"

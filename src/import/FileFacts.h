@@ -12,6 +12,7 @@ namespace vornex {
 struct FileFacts {
   std::uint64_t size = 0;
   bool isDirectory = false;
+  /// Times are kept within the years that a record can hold, 1 to 9999.
   Date modified;
   /// The time of modification where the file system keeps no time of birth.
   Date created;
@@ -21,5 +22,9 @@ struct FileFacts {
 
 /// Absent when the file cannot be reached.
 std::optional<FileFacts> fileFacts(const std::string& path);
+
+/// Tells an item, links not followed, from others that come to be at its path, and from itself once it has
+/// been written to. Empty when it cannot be reached.
+std::string fileIdentity(const std::string& path);
 
 }  // namespace vornex

@@ -1,5 +1,7 @@
 #include "import/FileImport.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <vornex/Log.h>
 #include <vornex/Queue.h>
 #include <vornex/TQAsset.h>
@@ -8,16 +10,25 @@
 #include <vornex/TQVornexUtil.h>
 
 #include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <future>
 
 #include "core/SdkError.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "import/FileCopying.h"
+#include "import/FileFacts.h"
 #include "import/FileNames.h"
 #include "import/PackagePath.h"
+#include "import/SourceKeys.h"
 #include "import/Thumbnail.h"
 
 namespace vornex {
+
+// How long a source may take to answer, and how long the host may hear nothing meanwhile.
+static constexpr std::chrono::seconds kPatience{30};
+static constexpr std::chrono::milliseconds kQuietWait{500};
 
 static TQErrorPtr posixError(int errorNumber, const std::string& what) {
   return makeSdkError(posixFailure(errorNumber, what).value());
@@ -29,12 +40,13 @@ FileImport::FileImport(Request request, std::shared_ptr<ImportJournal> journal,
 
 void FileImport::start() {
   guarded([this] {
+    if (request_.source && !sourceAnswers()) return;
     if (request_.source) asset_ = request_.project->createAssetWithSrcPath(*request_.source, {}, {}, {});
     if (!nameFiles() || !checkPaths()) return;
     describe();
     progress(0, 0);
     if (endedByCancel()) return;
-    readMetadata();
+    if (!readMetadata()) return;
     chooseTarget();
     if (endedByCancel() || !recordInJournal()) return;
     place();
@@ -44,6 +56,29 @@ void FileImport::start() {
 void FileImport::cancel() {
   cancelled_ = true;
   if (TQCopyInterface::JobID job = copyJob_) TQLibraryManager::sharedManager().copyInterface().cancel(job);
+}
+
+/// A look at the source on another thread: one on a lost network disk does not answer, and the thread is left
+/// to it.
+bool FileImport::sourceAnswers() {
+  auto looked = std::make_shared<std::promise<void>>();
+  std::future<void> answer = looked->get_future();
+  GlobalQueue::shared().async([looked, source = *request_.source] {
+    bool isOpened =
+        fileFacts(source) && FileDescriptor(::open(source.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    static_cast<void>(isOpened);
+    looked->set_value();
+  });
+  auto begin = std::chrono::steady_clock::now();
+  while (answer.wait_for(kQuietWait) != std::future_status::ready) {
+    // The host hears of it, and may stop.
+    progress(0, 0);
+    if (endedByCancel()) return false;
+    if (std::chrono::steady_clock::now() - begin < kPatience) continue;
+    fail(posixError(ETIMEDOUT, "import " + *request_.source));
+    return false;
+  }
+  return true;
 }
 
 // Names and checks
@@ -77,7 +112,6 @@ bool FileImport::nameFiles() {
     return false;
   }
   linkSource_ = *request_.source;
-  importedFrom_ = *request_.source;
   if (isReference()) {
     chooseREDFolder();
     noteReference();
@@ -85,6 +119,8 @@ bool FileImport::nameFiles() {
   if (!folder || !request_.library) return true;
   std::string name = fittingName(recordText(lastPathComponent(*request_.source)));
   bool takesNameAsItIs = !isReference() && !request_.doCopy;
+  // No file will tell that the name is taken, but the record has it.
+  if (takesNameAsItIs && request_.names) request_.names->take(folder->masterPath, name);
   masterName_ = takesNameAsItIs ? name : freeMasterName(name);
   masterFull_ = appendPathComponent(folder->masterPath, *masterName_);
   thumbnailFull_ = appendPathComponent(folder->thumbnailPath, freeNameBeside(folder->thumbnailPath, ".jpg"));
@@ -95,29 +131,38 @@ bool FileImport::nameFiles() {
 void FileImport::chooseREDFolder() {
   const std::string& source = *request_.source;
   if (!request_.shouldIndexing || !request_.item || !request_.item->isREDFile || !isDirectory(source)) return;
-  redTarget_ =
-      TQProject::availableREDFolderNameWithPath(request_.targetFolder, recordText(lastPathComponent(source)));
-  redFile_ = TQProject::referenceREDFileFromFolderPath(source, redTarget_);
-  if (request_.redFolders && redTarget_) request_.redFolders->choose(source, *redTarget_);
+  chooseREDTarget();
   if (!redFile_) return;
   AssetPtr clip = request_.project->createAssetWithSrcPath(*redFile_, {}, {}, {});
   if (!clip) return;
   asset_ = clip;
   asset_->setName(TQProject::reelNameForREDFileName(recordText(lastPathComponent(*redFile_))));
   asset_->fileSize = static_cast<std::uint64_t>(request_.item->fileSize);
-  linkSource_ = *redFile_;
+}
+
+void FileImport::chooseREDTarget() {
+  const std::string& source = *request_.source;
+  redTarget_ =
+      TQProject::availableREDFolderNameWithPath(request_.targetFolder, recordText(lastPathComponent(source)));
+  redFile_ = TQProject::referenceREDFileFromFolderPath(source, redTarget_);
+  if (request_.redFolders && redTarget_) request_.redFolders->choose(source, *redTarget_);
+  linkSource_ = redFile_.value_or(source);
 }
 
 void FileImport::noteReference() {
   const LibraryPtr& library = request_.library;
-  if (!library || library->hasReferenceFile) return;
-  library->hasReferenceFile = true;
-  library->writeToFile();
-  TQLibraryManager::sharedManager().saveLibrariesFileWithType(kLibraryTypeLocal);
+  if (!library || library->hasReferenceFile.exchange(true)) return;
+  bool isSaved = library->writeToFile() &&
+                 TQLibraryManager::sharedManager().saveLibrariesFileWithType(kLibraryTypeLocal);
+  if (isSaved) return;
+  // The next reference tries again.
+  library->hasReferenceFile = false;
+  logLine(LogLevel::error, "createAsset, Can't save that the library has references");
 }
 
 bool FileImport::checkPaths() {
-  if (!masterFull_ || !request_.library || !request_.library->packageFolder) {
+  bool lacksTarget = copiesToTarget() && request_.doCopy && !request_.targetFolder;
+  if (!masterFull_ || !request_.library || !request_.library->packageFolder || lacksTarget) {
     fail(10000, "request.error.param.nil");
     return false;
   }
@@ -158,7 +203,7 @@ void FileImport::describe() {
   asset_->importFromPath = recordText(*request_.source);
 }
 
-void FileImport::readMetadata() {
+bool FileImport::readMetadata() {
   const std::string& source = *request_.source;
   TQProject::addXMPDataWithAsset(asset_, source);
   TQProject::addMediaInfoWithAsset(asset_, source);
@@ -166,19 +211,39 @@ void FileImport::readMetadata() {
 
   if (!asset_->metaDataDictionary) asset_->metaDataDictionary.emplace();
   Dictionary& metadata = *asset_->metaDataDictionary;
-  if (std::optional<Dictionary> record = asset_->assetDictionary()) metadata.merge(*record);
+  std::optional<Dictionary> record = asset_->assetDictionary();
+  if (!record) {
+    fail(10001, "request.error.param.invalid");
+    return false;
+  }
+  metadata.merge(*record);
   if (request_.item) metadata.merge(request_.item->metaData);
   if (const Value* importer = metadata.find("importer"))
     asset_->importer = TQVornexUtil::stringValueFromObject(importer);
   metadata.set("importfrompath", recordText(source));
   if (lowercased(pathExtension(source)) == "r3d")
     asset_->setName(TQProject::reelNameForREDFileName(recordText(lastPathComponent(source))));
+  if (copiesToTarget() && request_.doCopy) rememberSource(metadata);
+  return true;
 }
 
-// Where the clip went with which this file travels; absent for every other file.
-OptionalString FileImport::folderOfTravellingSideFile() const {
-  bool travels = !request_.doCopy && lowercased(pathExtension(*request_.source)) == "rmd";
-  if (!travels || !request_.redFolders) return std::nullopt;
+/// The record of a copy names the copy: what it was made of is kept beside it.
+void FileImport::rememberSource(Dictionary& metadata) const {
+  std::optional<FileFacts> facts = fileFacts(*request_.source);
+  if (!facts) return;
+  bool isClip = request_.item && request_.item->isREDFile;
+  metadata.set(kSourcePath, recordText(*request_.source));
+  metadata.set(kSourceSize, isClip ? request_.item->fileSize : static_cast<std::int64_t>(facts->size));
+  metadata.set(kSourceDate, TQVornexUtil::dateNumberFromDate(facts->modified));
+}
+
+bool FileImport::isTravellingSideFile() const {
+  return !request_.doCopy && lowercased(pathExtension(*request_.source)) == "rmd";
+}
+
+// Where the clip went with which this file travels; absent when it was not copied in this batch.
+OptionalString FileImport::folderOfSideFile() const {
+  if (!request_.redFolders) return std::nullopt;
   return request_.redFolders->chosenFor(deletingLastPathComponent(*request_.source));
 }
 
@@ -189,12 +254,15 @@ void FileImport::chooseTarget() {
     target_ = redTarget_;
     return;
   }
-  if (OptionalString folder = folderOfTravellingSideFile()) {
+  if (isTravellingSideFile()) {
+    OptionalString folder = folderOfSideFile();
+    if (!folder) return;
     target_ = appendPathComponent(*folder, lastPathComponent(source));
     linkSource_ = *target_;
+  } else if (const OptionalString& chosen = request_.targetFolder) {
+    target_ = appendPathComponent(*chosen, *TQProject::availableFileNameWithPath(chosen, *masterName_));
   } else {
-    const std::string& chosen = request_.targetFolder.value_or("");
-    target_ = appendPathComponent(chosen, *TQProject::availableFileNameWithPath(chosen, *masterName_));
+    return;
   }
   asset_->metaDataDictionary->set("importfrompath", recordText(*target_));
 }
@@ -203,12 +271,24 @@ void FileImport::chooseTarget() {
 
 bool FileImport::recordInJournal() {
   if (!isReference() && !request_.doCopy) return true;
+  claimFolders();
   ImportJournalEntry entry{*asset_->masterPath, *asset_->thumbnailPath, asset_->previewPath.value_or(""),
                            request_.doCopy ? target_.value_or("") : ""};
   Result<void> begun = journal_->begin(entry);
   if (begun) return true;
   fail(makeSdkError(begun.error()));
   return false;
+}
+
+void FileImport::claimFolders() {
+  claims_.clear();
+  for (const OptionalString& path : {masterFull_, thumbnailFull_, previewFull_, target_}) {
+    if (!path) continue;
+    FileDescriptor folder(
+        ::open(deletingLastPathComponent(*path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // A folder that cannot be claimed belongs to the batch of this file.
+    if (folder && ::flock(folder.get(), LOCK_SH | LOCK_NB) == 0) claims_.push_back(std::move(folder));
+  }
 }
 
 void FileImport::place() {
@@ -240,13 +320,35 @@ void FileImport::placeByCopy(const std::string& target) {
 }
 
 void FileImport::copyEnded(const Value& result, const TQErrorPtr& error) {
+  if (mayChooseAnotherTarget(error)) {
+    if (redTarget_) chooseREDTarget();
+    chooseTarget();
+    if (recordInJournal()) placeByCopy(*target_);
+    return;
+  }
   if (error) return fail(error);
   if (const Value* checksum = result.find("checksum")) asset_->metaDataDictionary->set("checksum", *checksum);
   if (!isReference()) {
     placedFiles_ = true;
     return createRecord();
   }
+  placedTarget_ = *target_;
+  journal_->markPlaced(*asset_->masterPath, fileIdentity(placedTarget_));
   linkToTarget();
+}
+
+/// Whether another import took the name in the target folder while this one copied.
+bool FileImport::mayChooseAnotherTarget(const TQErrorPtr& error) {
+  constexpr int kMostTargets = 8;
+  bool isTaken = error && error->domain() == "posix" && error->code() == EEXIST;
+  return isTaken && isReference() && !cancelled_ && ++targetsChosen_ < kMostTargets;
+}
+
+void FileImport::removeTarget() {
+  if (placedTarget_.empty()) return;
+  std::error_code failed;
+  std::filesystem::remove_all(placedTarget_, failed);
+  if (failed) logLine(LogLevel::warning, "createAsset: " + placedTarget_ + ": " + failed.message());
 }
 
 void FileImport::linkToTarget() {

@@ -7,7 +7,9 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "foundation/FileDescriptor.h"
 #include "import/FileNames.h"
 #include "import/FilePictures.h"
 #include "import/ImportJournal.h"
@@ -49,6 +51,8 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
 
   /// Whether what is at the asset's paths in the package was put there by this import.
   bool placedFiles() const { return placedFiles_; }
+  /// Removes the copy outside the package, if this import has made one.
+  void removeTarget();
   /// Whether the server may hold a record of which no identifier has arrived.
   bool mayHaveLostRecord() const { return mayHaveLostRecord_; }
 
@@ -58,16 +62,22 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   bool checkPaths();
   bool masterNameIsFree();
   void describe();
-  void readMetadata();
-  OptionalString folderOfTravellingSideFile() const;
+  bool readMetadata();
+  void rememberSource(Dictionary& metadata) const;
+  bool isTravellingSideFile() const;
+  OptionalString folderOfSideFile() const;
   void chooseTarget();
   bool recordInJournal();
   void place();
 
+  bool sourceAnswers();
   void chooseREDFolder();
+  void chooseREDTarget();
   void noteReference();
   void placeByCopy(const std::string& target);
   void placeByLink();
+  void claimFolders();
+  bool mayChooseAnotherTarget(const TQErrorPtr& error);
   void linkToTarget();
   void copyEnded(const Value& result, const TQErrorPtr& error);
   void createRecordOfLink();
@@ -98,10 +108,15 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   std::string linkSource_;
   OptionalString masterName_;
   OptionalString masterFull_, thumbnailFull_, previewFull_;
-  std::string importedFrom_;
   /// The copy outside the package that a reference points at.
   OptionalString target_;
   OptionalString redTarget_, redFile_;
+  int targetsChosen_ = 0;
+  /// The copy outside the package, once it is whole.
+  std::string placedTarget_;
+  /// Shared locks that tell recovery, in this process and others, that unfinished files in these folders may
+  /// be alive.
+  std::vector<FileDescriptor> claims_;
 
   std::atomic<bool> cancelled_ = false;
   std::atomic<bool> ended_ = false;

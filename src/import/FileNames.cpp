@@ -63,8 +63,15 @@ std::string availableFileName(const std::string& name,
   return isTaken(name) ? numbered(name, freeNumber(name, 1, isTaken)) : name;
 }
 
+void NameSearch::take(const std::string& folder, const std::string& name) {
+  taken_.insert(appendPathComponent(folder, name));
+}
+
 std::string NameSearch::available(const std::string& folder, const std::string& name,
-                                  const std::function<bool(const std::string&)>& isTaken) {
+                                  const std::function<bool(const std::string&)>& isTakenElsewhere) {
+  auto isTaken = [&](const std::string& candidate) {
+    return taken_.contains(appendPathComponent(folder, candidate)) || isTakenElsewhere(candidate);
+  };
   if (!isTaken(name)) return name;
   int& last = lastNumbers_[appendPathComponent(folder, name)];
   last = freeNumber(name, std::min(last + 1, kLastNumber), isTaken);

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -32,6 +33,8 @@ std::string fittingName(const std::string& name);
 /// Thread-safety: none; one owner.
 class NameSearch {
  public:
+  /// The name counts as taken from now on.
+  void take(const std::string& folder, const std::string& name);
   /// As availableFileName. Numbers that were given out are not looked at again, even if they are free by now.
   std::string available(const std::string& folder, const std::string& name,
                         const std::function<bool(const std::string&)>& isTaken);
@@ -39,6 +42,7 @@ class NameSearch {
  private:
   /// The last number given out for a path.
   std::map<std::string, int> lastNumbers_;
+  std::set<std::string> taken_;
 };
 
 /// The reel that a RED clip file belongs to: the name before "_" and the part number, absent without one.

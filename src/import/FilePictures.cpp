@@ -5,13 +5,14 @@
 namespace vornex {
 
 FilePictures::FilePictures(std::string source, bool withPreview)
-    : source_(std::move(source)), withPreview_(withPreview), before_(fileFacts(source_)) {}
+    : source_(std::move(source)), withPreview_(withPreview) {}
 
 std::shared_ptr<FilePictures> FilePictures::start(const std::string& source, bool withPreview) {
   std::shared_ptr<FilePictures> pictures(new FilePictures(source, withPreview));
   GlobalQueue::shared().async([pictures] {
     try {
-      pictures->promise_.set_value(picturesOfFile(pictures->source_, pictures->withPreview_));
+      std::optional<FileFacts> before = fileFacts(pictures->source_);
+      pictures->promise_.set_value({before, picturesOfFile(pictures->source_, pictures->withPreview_)});
     } catch (...) {
       pictures->promise_.set_exception(std::current_exception());
     }
@@ -20,8 +21,8 @@ std::shared_ptr<FilePictures> FilePictures::start(const std::string& source, boo
 }
 
 Pictures FilePictures::get() const {
-  Pictures pictures = coming_.get();
-  return fileFacts(source_) == before_ ? pictures : picturesOfFile(source_, withPreview_);
+  const auto& [before, pictures] = coming_.get();
+  return fileFacts(source_) == before ? pictures : picturesOfFile(source_, withPreview_);
 }
 
 }  // namespace vornex

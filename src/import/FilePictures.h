@@ -15,7 +15,7 @@ namespace vornex {
 /// Thread-safety: safe on any thread.
 class FilePictures {
  public:
-  /// Starts at once. With a preview both come from one decoding.
+  /// Starts at once, and never waits for the file. With a preview both come from one decoding.
   static std::shared_ptr<FilePictures> start(const std::string& source, bool withPreview);
 
   const std::string& source() const { return source_; }
@@ -24,13 +24,17 @@ class FilePictures {
   Pictures get() const;
 
  private:
+  struct Made {
+    std::optional<FileFacts> before;
+    Pictures pictures;
+  };
+
   FilePictures(std::string source, bool withPreview);
 
   const std::string source_;
   const bool withPreview_;
-  const std::optional<FileFacts> before_;
-  std::promise<Pictures> promise_;
-  const std::shared_future<Pictures> coming_ = promise_.get_future().share();
+  std::promise<Made> promise_;
+  const std::shared_future<Made> coming_ = promise_.get_future().share();
 };
 
 }  // namespace vornex

@@ -50,16 +50,8 @@ void ImportBatch::claimFolder() {
   }
 }
 
-void ImportBatch::claimTarget() {
-  if (!targetFolder_) return;
-  // Tells recovery, in this process and others, that unfinished copies in the folder may be alive.
-  targetClaim_ = FileDescriptor(::open(targetFolder_->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (targetClaim_) ::flock(targetClaim_.get(), LOCK_SH);
-}
-
 void ImportBatch::run(const std::vector<ImportAssetPtr>& items) {
   claimFolder();
-  claimTarget();
   recover();
   std::shared_ptr<FilePictures> ahead;
   for (std::size_t i = 0; i < items.size(); ++i) {
@@ -77,14 +69,12 @@ void ImportBatch::run(const std::vector<ImportAssetPtr>& items) {
   bool isUnsettled = journal_->hasPending();
   journal_->close();
   folderClaim_.close();
-  targetClaim_.close();
   if (isUnsettled) recover();
-  if (completion_) completion_(true, nullptr);
+  completion_(true, nullptr);
 }
 
-/// Null for what has no picture, or gets it from elsewhere.
 std::shared_ptr<FilePictures> ImportBatch::picturesAhead(const ImportAssetPtr& item) const {
-  if (!item || !item->path || isDirectory(*item->path)) return nullptr;
+  if (!item || !item->path) return nullptr;
   std::int64_t type = TypeTables::shared().assetType(pathExtension(*item->path));
   return FilePictures::start(*item->path, type == kAssetTypeImage);
 }
@@ -136,7 +126,7 @@ void ImportBatch::settle(const ImportAssetPtr& item, const AssetPtr& asset, bool
     journal_->markLost(*asset->masterPath);
   if (error || stop_)
     takeBack(asset, ended);
-  else if (ended && asset && asset->masterPath)
+  else if (ended && asset && asset->masterPath && (asset->id || item->isSequentialREDFile))
     journal_->end(*asset->masterPath);
 }
 
@@ -153,12 +143,13 @@ void ImportBatch::report(const ImportAssetPtr& item, const AssetPtr& asset, doub
 void ImportBatch::keep(const ImportAssetPtr& item, const AssetPtr& asset) {
   if (!asset) return;
   if (asset->type == kAssetTypeImage) makePreview(asset);
-  const Value* tags = item->metaData.find("tags");
-  if (!tags) return;
-  std::vector<std::string> names;
-  for (const Value& tag : coerce::array(tags))
-    if (OptionalString name = coerce::string(&tag)) names.push_back(*name);
-  asset->setTags(std::move(names));
+  if (const Value* tags = item->metaData.find("tags")) {
+    std::vector<std::string> names;
+    for (const Value& tag : coerce::array(tags))
+      if (OptionalString name = coerce::string(&tag)) names.push_back(*name);
+    asset->setTags(std::move(names));
+  }
+  if (std::optional<Dictionary> record = asset->assetDictionary()) project_->addWorkflowWithAssets({*record});
 }
 
 void ImportBatch::makePreview(const AssetPtr& asset) {
@@ -172,6 +163,7 @@ void ImportBatch::takeBack(const AssetPtr& asset, bool ended) {
   if (!asset) return;
   bool isRecordGone = library_->deleteAsset(asset, false, nullptr) && !file_->mayHaveLostRecord();
   if (file_->placedFiles()) project_->deleteFileAsset(asset);
+  file_->removeTarget();
   // What the server could not be told stays in the journal for recovery.
   if (ended && isRecordGone && asset->masterPath) journal_->end(*asset->masterPath);
 }

@@ -28,7 +28,6 @@ class ImportBatch : public std::enable_shared_from_this<ImportBatch> {
 
  private:
   void claimFolder();
-  void claimTarget();
   void run(const std::vector<ImportAssetPtr>& items);
   void importFile(const ImportAssetPtr& item, std::shared_ptr<FilePictures> pictures);
   std::shared_ptr<FilePictures> picturesAhead(const ImportAssetPtr& item) const;
@@ -56,7 +55,6 @@ class ImportBatch : public std::enable_shared_from_this<ImportBatch> {
   AssetFolderPtr folder_;
   /// Held with flock(2) while the batch runs, so that no other batch places files in the same folder.
   FileDescriptor folderClaim_;
-  FileDescriptor targetClaim_;
   const std::shared_ptr<ImportJournal> journal_;
   /// The file in flight, and its pictures.
   std::shared_ptr<FileImport> file_;

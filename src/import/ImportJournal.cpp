@@ -108,11 +108,19 @@ void ImportJournal::end(const std::string& masterPath) {
   if (!written) logLine(LogLevel::warning, "import journal: " + written.error().message);
 }
 
-void ImportJournal::markLost(const std::string& masterPath) {
+void ImportJournal::note(const std::string& masterPath, const Dictionary& line) {
   std::lock_guard lock(mutex_);
   if (!pending_.contains(masterPath)) return;
-  Result<void> written = append({{"lost", masterPath}, {"time", static_cast<std::int64_t>(::time(nullptr))}});
+  Result<void> written = append(line);
   if (!written) logLine(LogLevel::warning, "import journal: " + written.error().message);
+}
+
+void ImportJournal::markPlaced(const std::string& masterPath, const std::string& targetIdentity) {
+  note(masterPath, {{"placed", masterPath}, {"identity", targetIdentity}});
+}
+
+void ImportJournal::markLost(const std::string& masterPath) {
+  note(masterPath, {{"lost", masterPath}, {"time", static_cast<std::int64_t>(::time(nullptr))}});
 }
 
 bool ImportJournal::isPending(const std::string& masterPath) const {
@@ -134,6 +142,9 @@ std::vector<ImportJournalEntry> pendingEntries(std::string_view journal) {
     if (!line) continue;
     if (const Value* begun = line->find("begin")) {
       if (std::optional<ImportJournalEntry> entry = entryFrom(*begun)) pending[entry->masterPath] = *entry;
+    } else if (auto placed = pending.find(coerce::string(line->find("placed")).value_or(""));
+               placed != pending.end()) {
+      placed->second.targetIdentity = coerce::string(line->find("identity")).value_or("");
     } else if (OptionalString ended = coerce::string(line->find("end"))) {
       pending.erase(*ended);
     }

@@ -20,6 +20,8 @@ struct ImportJournalEntry {
   std::string previewPath;
   /// Absolute path of the copy that a reference will point at; empty for none.
   std::string targetPath;
+  /// Which item that copy is, by fileIdentity(), once it is whole; empty before.
+  std::string targetIdentity = {};
 
   bool operator==(const ImportJournalEntry&) const = default;
 };
@@ -28,7 +30,8 @@ struct ImportJournalEntry {
 /// of its own per batch, held with flock(2) as long as the batch runs. A file that nobody holds was left
 /// behind.
 ///
-/// One JSON object a line, {"begin": entry} or {"end": masterpath}; a line that broke off counts as not
+/// One JSON object a line, {"begin": entry}, {"placed": masterpath, "identity": text} or {"end": masterpath};
+/// a line that broke off counts as not
 /// written.
 ///
 /// Thread-safety: safe on any thread.
@@ -43,6 +46,8 @@ class ImportJournal {
 
   /// Returns when the entry is on disk. Domain "posix".
   [[nodiscard]] Result<void> begin(const ImportJournalEntry& entry);
+  /// The copy at the entry's target path is whole. Does not wait for the disk.
+  void markPlaced(const std::string& masterPath, const std::string& targetIdentity);
   /// Does not wait for the disk: an entry that comes back is found to be complete. An unknown path is
   /// ignored.
   void end(const std::string& masterPath);
@@ -59,6 +64,8 @@ class ImportJournal {
  private:
   Result<void> open();
   Result<void> append(const Dictionary& line);
+  /// Adds a line about a pending entry.
+  void note(const std::string& masterPath, const Dictionary& line);
 
   const std::string folder_;
   mutable std::mutex mutex_;

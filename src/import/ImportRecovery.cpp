@@ -16,6 +16,7 @@
 #include "core/SdkError.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
+#include "import/FileFacts.h"
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
 #include "platform/FileCopy.h"
@@ -118,6 +119,9 @@ void ImportRecovery::removeFiles(const ImportJournalEntry& entry) const {
     if (!path.empty()) std::filesystem::remove_all(inPackage(path), failed);
     if (failed) logLine(LogLevel::warning, "recoverInterruptedImports: " + path + ": " + failed.message());
   }
+  bool isOwnCopy = !entry.targetIdentity.empty() && fileIdentity(entry.targetPath) == entry.targetIdentity;
+  std::error_code ignored;
+  if (isOwnCopy) std::filesystem::remove_all(entry.targetPath, ignored);
 }
 
 void ImportRecovery::removeUnfinished(const ImportJournalEntry& entry) const {

@@ -2,6 +2,7 @@
 #include <vornex/TQBookmarkUtil.h>
 #include <vornex/TQCopyInterface.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <future>
@@ -44,7 +45,8 @@ static Result<Copied> copy(CopyJob& job, CopyWatch& watch) {
   auto progress = [&job](std::uint64_t done, std::uint64_t total) {
     if (job.progress && (done < total || done == 0)) {
       double percent = total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total);
-      job.progress(percent, static_cast<std::int64_t>(done));
+      std::uint64_t size = job.verify ? total / 3 : total;
+      job.progress(percent, static_cast<std::int64_t>(std::min(done, size)));
     }
     return !job.cancelled;
   };

@@ -101,6 +101,12 @@ static std::vector<std::string> frameArguments(const std::string& source, const 
   return arguments;
 }
 
+/// Logs why there is no frame; gives false.
+static bool ffmpegFailed(const std::string& reason) {
+  logLine(LogLevel::error, "TQFFMpegWriteStillImage ffmpeg exception : " + reason);
+  return false;
+}
+
 bool TQImage::ffMpegWriteThumbImageWithFrom(const OptionalString& source, const OptionalString& toFile,
                                             float seconds) {
   if (!source || !toFile) {
@@ -122,18 +128,19 @@ bool TQImage::ffMpegWriteThumbImageWithFrom(const OptionalString& source, const 
     // ffmpeg reads patterns in the names it writes to, and leaves half a file when it is killed: let it write
     // to a plain name elsewhere.
     ScratchFolder scratch;
-    if (!scratch.exists()) return false;
+    if (!scratch.exists()) return ffmpegFailed("no temporary folder");
     std::string frame = scratch.file("frame.jpg");
     Result<ProcessResult> run = runContained(program, frameArguments(*source, frame, seconds));
-    if (!run || run->signal != 0 || run->timedOut) return false;
+    if (!run) return ffmpegFailed(run.error().message);
+    if (run->timedOut) return ffmpegFailed("no end in time for " + *source);
+    if (run->signal != 0) return ffmpegFailed(fmt::format("signal {} for {}", run->signal, *source));
     Result<std::string> bytes = readFile(frame);
     if (!bytes || bytes->empty()) return false;
     Result<void> written = writeFileAtomically(*toFile, *bytes);
     if (!written) logLine(LogLevel::warning, "TQFFMpegWriteStillImage: " + written.error().message);
     return written.has_value();
   } catch (const std::exception& exception) {
-    logLine(LogLevel::error, std::string("TQFFMpegWriteStillImage ffmpeg exception : ") + exception.what());
-    return false;
+    return ffmpegFailed(exception.what());
   }
 }
 

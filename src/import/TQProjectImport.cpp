@@ -11,6 +11,7 @@
 #include <vornex/TQProject.h>
 #include <vornex/TQUser.h>
 #include <vornex/TQVornexUtil.h>
+#include <vornex/TQWorkflowEngineInterface.h>
 
 #include <filesystem>
 
@@ -18,6 +19,7 @@
 #include "core/StatusCode.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
+#include "import/AfterASecond.h"
 #include "import/FileCopying.h"
 #include "import/FileFacts.h"
 #include "import/FileImport.h"
@@ -35,6 +37,7 @@ namespace vornex {
 void TQProject::createAssetsWithImportAssets(std::vector<ImportAssetPtr> items, ImportType importType,
                                              OptionalString targetDir, bool shouldIndexing,
                                              ImportProgress progressHandler, Completion completion) {
+  if (!completion) completion = [](bool, const TQErrorPtr&) {};
   LibraryPtr owner = library.lock();
   if (!owner || !owner->packageFolder || !fileExists(*owner->packageFolder))
     return completion(false, localizedError(10009, "library.error.path.no.exist"));
@@ -71,7 +74,7 @@ void TQProject::createAssetWithFolder(AssetFolderPtr folder, OptionalString srcP
                                                               std::int64_t bytes, bool finished,
                                                               const TQErrorPtr& error) {
     if (finished && !error && asset && asset->masterPath) journal->end(*asset->masterPath);
-    completion(asset, progress, bytes, finished, error);
+    if (completion) completion(asset, progress, bytes, finished, error);
   };
   std::make_shared<FileImport>(std::move(request), journal, std::move(report))->start();
 }
@@ -220,6 +223,17 @@ void TQProject::deleteFileAsset(const AssetPtr& asset) {
     if (path && !path->empty())
       std::filesystem::remove_all(appendPathComponent(*owner->packageFolder, *path), ignored);
   }
+}
+
+void TQProject::addWorkflowWithAssets(std::vector<Dictionary> assetDictionaries) {
+  LibraryPtr owner = library.lock();
+  if (!owner || owner->libraryType == kLibraryTypeNetwork) return;
+  Ptr root = level == 0 ? shared_from_this() : rootProject.lock();
+  afterASecond([assets = std::move(assetDictionaries), folder = owner->packageFolder,
+                projectID = root ? root->id : std::nullopt, database = owner->dbName] {
+    TQLibraryManager::sharedManager().workflowEngineInterface().addJobWithAssets(assets, folder, projectID,
+                                                                                 database);
+  });
 }
 
 void TQProject::extractThumbnail(const std::string& source, const std::string& toPath,

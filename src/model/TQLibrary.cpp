@@ -90,7 +90,7 @@ std::optional<Dictionary> TQLibrary::libDictionary() const {
                       {"shared", isShared},
                       {"projecthash", projectHashValue.value_or("")},
                       {"version", versionNumber.value_or(kFormatVersion)},
-                      {"hasreffile", hasReferenceFile},
+                      {"hasreffile", hasReferenceFile.load()},
                       {"uploadable", storedIsCreatable},
                       {"editable", storedIsEditable},
                       {"livefolderhash", liveFolderHashValue.value_or("")},

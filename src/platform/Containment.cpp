@@ -1,5 +1,6 @@
 #include "platform/Containment.h"
 
+#include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -12,6 +13,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+
+#include "foundation/FileDescriptor.h"
 
 namespace vornex {
 
@@ -82,9 +85,17 @@ void barNetwork() {
   prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
 }
 
+/// All readers together may want more memory than there is: let the system end one of them, not its host.
+void offerToBeEnded() {
+  FileDescriptor score(open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
+  // Where /proc is not mounted the system chooses for itself.
+  if (score && write(score.get(), "1000", 4) < 0) return;
+}
+
 }  // namespace
 
 Result<void> containProcess(const ProcessLimits& limits) {
+  offerToBeEnded();
   if (auto lowered = lower(RLIMIT_CORE, 0); !lowered) return lowered;
   if (auto lowered = lower(RLIMIT_FSIZE, limits.fileSize); !lowered) return lowered;
   if (kLimitsMemory) {

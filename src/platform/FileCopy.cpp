@@ -81,6 +81,12 @@ bool isUnchanged(const struct stat& before, const struct stat& after) {
          before.st_mtim.tv_nsec == after.st_mtim.tv_nsec;
 }
 
+/// Whether a file system may refuse an attribute with this: it has none, no place for it, or not this one.
+bool isLimitOfAttributes(int errorNumber) {
+  return errorNumber == ENOTSUP || errorNumber == ENOSPC || errorNumber == E2BIG || errorNumber == ERANGE ||
+         errorNumber == EPERM;
+}
+
 Done copyAttributes(int source, int target, const std::string& path) {
   ssize_t size = flistxattr(source, nullptr, 0);
   std::string names(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
@@ -96,9 +102,8 @@ Done copyAttributes(int source, int target, const std::string& path) {
     if (length < 0 && errno == ENODATA) continue;
     if (length < 0) return posixFailure(errno, "cannot read the attributes of " + path);
     if (fsetxattr(target, name, value.data(), static_cast<std::size_t>(length), 0) == 0) continue;
-    if (errno != ENOTSUP) return posixFailure(errno, "cannot copy the attributes of " + path);
-    logLine(LogLevel::warning, "the target keeps no extended attributes of " + path);
-    return {};
+    if (!isLimitOfAttributes(errno)) return posixFailure(errno, "cannot copy the attributes of " + path);
+    logLine(LogLevel::warning, fmt::format("the target does not keep {} of {}", name, path));
   }
   return {};
 }
@@ -173,8 +178,15 @@ class Copier {
     watch->temporaryName = temporaryName;
   }
 
+  /// Before each item, however little there is to copy of it.
+  Done nextItem() {
+    waitForSource();
+    return Clock::now() - lastReport_ < kReportInterval ? Done() : report();
+  }
+
   /// Adds up the bytes to copy.
   Done measure(int folder, const std::string& name, const std::string& path, int flags, int depth = 0) {
+    if (auto goOn = nextItem(); !goOn) return goOn;
     struct stat status {};
     if (fstatat(folder, name.c_str(), &status, flags) != 0) return posixFailure(errno, "cannot find " + path);
     if (S_ISREG(status.st_mode)) total_ += static_cast<std::uint64_t>(status.st_size);
@@ -195,16 +207,24 @@ class Copier {
   Done report() {
     if (auto left = leaveSource(); !left) return left;
     lastReport_ = Clock::now();
-    lastReportedBytes_ = done_;
-    if (options_.progress && !options_.progress(done_, std::max(total_, done_)))
+    lastReportedBytes_ = done_ + compared_;
+    std::uint64_t total = options_.verify ? 3 * total_ : total_;
+    if (options_.progress && !options_.progress(done_ + compared_, std::max(total, done_ + compared_)))
       return posixFailure(ECANCELED, "copy");
     waitForSource();
     return {};
   }
 
+  /// After bytes that were read to compare them.
+  Done compared(std::uint64_t bytes) {
+    compared_ += bytes;
+    return reportWhenDue();
+  }
+
   /// Copies whatever is under the name; `follow` for a link at the top.
   Done copy(int from, const std::string& name, int to, const std::string& newName, const std::string& path,
             bool follow) {
+    if (auto goOn = nextItem(); !goOn) return goOn;
     struct stat status {};
     int flags = follow ? 0 : AT_SYMLINK_NOFOLLOW;
     if (fstatat(from, name.c_str(), &status, flags) != 0) return posixFailure(errno, "cannot find " + path);
@@ -223,6 +243,12 @@ class Copier {
   }
 
  private:
+  Done reportWhenDue() {
+    bool due = done_ + compared_ - lastReportedBytes_ >= kReportBytes ||
+               Clock::now() - lastReport_ >= kReportInterval;
+    return due ? report() : Done();
+  }
+
   CopyWatch::State* watchState() const { return options_.watch ? options_.watch->state_.get() : nullptr; }
 
   Done copyLink(int from, const std::string& name, int to, const std::string& newName,
@@ -252,6 +278,9 @@ class Copier {
       if (!copied) return copied;
     }
     --depth_;
+    struct stat after {};
+    if (fstat(source, &after) != 0) return posixFailure(errno, "cannot read " + path);
+    if (!isUnchanged(status, after)) return posixFailure(ESTALE, path + " has changed");
     return finishTarget(source, target.get(), status, path);
   }
 
@@ -299,10 +328,7 @@ class Copier {
       if (*moved == 0) return posixFailure(ESTALE, path + " has become shorter");
       offset += *moved;
       done_ += *moved;
-      bool due = done_ - lastReportedBytes_ >= kReportBytes || Clock::now() - lastReport_ >= kReportInterval;
-      if (due) {
-        if (auto goOn = report(); !goOn) return goOn;
-      }
+      if (auto goOn = reportWhenDue(); !goOn) return goOn;
     }
     return {};
   }
@@ -341,6 +367,7 @@ class Copier {
   const CopyOptions& options_;
   std::uint64_t total_ = 0;
   std::uint64_t done_ = 0;
+  std::uint64_t compared_ = 0;
   std::uint64_t lastReportedBytes_ = 0;
   Clock::time_point lastReport_ = Clock::now();
   int depth_ = 0;
@@ -397,6 +424,7 @@ class Digester {
   }
 
   Done add(int folder, const std::string& name, const std::string& path, bool follow) {
+    if (auto goOn = copier_.nextItem(); !goOn) return goOn;
     struct stat status {};
     if (fstatat(folder, name.c_str(), &status, follow ? 0 : AT_SYMLINK_NOFOLLOW) != 0)
       return posixFailure(errno, "cannot find " + path);
@@ -437,7 +465,6 @@ class Digester {
 
   Done addFile(int file, const std::string& path) {
     std::string buffer(kChunk, '\0');
-    auto reported = Clock::now();
     for (;;) {
       copier_.waitForSource();
       ssize_t count = read(file, buffer.data(), buffer.size());
@@ -445,9 +472,7 @@ class Digester {
       if (count < 0) return posixFailure(errno, "cannot read " + path);
       if (count == 0) return {};
       XXH3_128bits_update(state_.get(), buffer.data(), static_cast<std::size_t>(count));
-      if (Clock::now() - reported < kReportInterval) continue;
-      reported = Clock::now();
-      if (auto goOn = copier_.report(); !goOn) return goOn;
+      if (auto goOn = copier_.compared(static_cast<std::uint64_t>(count)); !goOn) return goOn;
     }
   }
 

@@ -12,8 +12,10 @@
 
 namespace vornex {
 
-/// Bytes copied of the bytes that there are. Returns whether to go on. Called on the copying thread, at the
-/// start, at the end, and between at least every 16 MiB and no less often than every 100 ms while data moves.
+/// Bytes copied of the bytes that there are; with a comparison, all bytes count once for the copying and
+/// twice for the comparing. While a folder is looked through, 0 of what was found so far. Returns whether to
+/// go on. Called on the copying thread, at the start, at the end, and between at least every 16 MiB and no
+/// less often than every 100 ms while data moves.
 using CopyProgress = std::function<bool(std::uint64_t bytesDone, std::uint64_t bytesTotal)>;
 
 /// How a copy is watched from another thread: reading a source on a lost network disk may block for ever.

@@ -76,6 +76,13 @@ class MediaWorkers::Worker {
   bool served_ = false;
 };
 
+/// A place among the workers, given back at the end of the scope.
+struct MediaWorkers::Place {
+  MediaWorkers& workers;
+  std::unique_ptr<Worker> worker;
+  ~Place() { workers.giveBack(std::move(worker)); }
+};
+
 MediaWorkers& MediaWorkers::shared() {
   // Never destroyed: its processes end when this one does.
   static auto* const workers = new MediaWorkers(mediaProgram(), kTimeLimit);
@@ -88,10 +95,14 @@ MediaWorkers::MediaWorkers(std::string program, std::chrono::milliseconds timeLi
 MediaWorkers::~MediaWorkers() = default;
 
 Result<MediaAnswer> MediaWorkers::ask(const Dictionary& request) {
-  std::unique_ptr<Worker> worker = takeIdle();
-  Result<MediaAnswer> answer = askWorker(worker, request);
-  giveBack(std::move(worker));
-  return answer;
+  Place place{*this, takeIdle()};
+  try {
+    return askWorker(place.worker, request);
+  } catch (const std::bad_alloc&) {
+    // The answer was read in part: its reader must not be used again.
+    place.worker.reset();
+    return failure("decoder", ENOMEM, "no memory for what the reader has answered");
+  }
 }
 
 /// Leaves the worker null when it must not be used again.

@@ -34,6 +34,7 @@ class MediaWorkers {
 
  private:
   class Worker;
+  struct Place;
 
   std::unique_ptr<Worker> takeIdle();
   void giveBack(std::unique_ptr<Worker> worker);

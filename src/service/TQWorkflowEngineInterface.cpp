@@ -44,6 +44,16 @@ void TQWorkflowEngineInterface::searchWorkflowWithJobType(
       [jobType, completion = std::move(completion)] { completion(firstJob(jobType)); });
 }
 
+void TQWorkflowEngineInterface::setAssetEngine(AssetEngine engine) {
+  assetEngine_ = engine ? std::make_shared<const AssetEngine>(std::move(engine)) : nullptr;
+}
+
+void TQWorkflowEngineInterface::addJobWithAssets(std::vector<Dictionary> assets, OptionalString packageFolder,
+                                                 OptionalString projectID, OptionalString dbName) {
+  std::shared_ptr<const AssetEngine> engine = assetEngine_;
+  if (engine) (*engine)(std::move(assets), std::move(packageFolder), std::move(projectID), std::move(dbName));
+}
+
 void TQWorkflowEngineInterface::cancelWorkflowWithDBName(const std::string& dbName) {
   const std::string path = TQVornexUtil::workflowPlist();
   if (!itemExists(path)) return;

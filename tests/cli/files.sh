@@ -52,6 +52,8 @@ mkdir "$work/target"
 echo moved > "$media/moved.txt"
 run 0 import --reference --target "$work/target" "$media/moved.txt"
 [ -f "$work/target/moved.txt" ] || fail "a reference with a target is not copied there"
+run 0 --json import --resume --reference --target "$work/target" "$media/moved.txt"
+is '(rows[-1]["imported"], rows[-1]["held"])' "(0, 1)"
 run 1 import --reference --target "$work/no target" "$media/late.txt"
 err_has "target"
 

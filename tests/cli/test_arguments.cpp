@@ -59,22 +59,21 @@ TEST(Arguments, ReadsThePortFromTheEnvironmentUnlessGiven) {
 }
 
 TEST(Arguments, MistakesInUsageEndWithTwo) {
-  const std::vector<std::vector<const char*>> mistakes{
-      {},
-      {"frobnicate"},
-      {"library"},
-      {"library", "create"},
-      {"library", "create", "A", "B", "--name", "C"},
-      {"import"},
-      {"import", "x", "--target", "/t"},
-      {"import", "x", "--reference", "--target", "/t", "--resume"},
-      {"search", "x", "--type", "sculpture"},
-      {"search", "x", "--page", "-1"},
-      {"search", "x", "--limit", "0"},
-      {"search", "x", "--descending"},
-      {"asset", "show"},
-      {"serve", "--port", "65536"},
-      {"status", "surplus"}};
+  const std::vector<std::vector<const char*>> mistakes{{},
+                                                       {"frobnicate"},
+                                                       {"library"},
+                                                       {"library", "create"},
+                                                       {"library", "create", "A", "B", "--name", "C"},
+                                                       {"import"},
+                                                       {"import", "x", "--target", "/t"},
+                                                       {"import", "x", "--reference", "--verify"},
+                                                       {"search", "x", "--type", "sculpture"},
+                                                       {"search", "x", "--page", "-1"},
+                                                       {"search", "x", "--limit", "0"},
+                                                       {"search", "x", "--descending"},
+                                                       {"asset", "show"},
+                                                       {"serve", "--port", "65536"},
+                                                       {"status", "surplus"}};
   for (const auto& words : mistakes) {
     EXPECT_EQ(exitCode(words), 2) << testing::PrintToString(words);
   }

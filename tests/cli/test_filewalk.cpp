@@ -44,7 +44,8 @@ TEST_F(FileWalk, TakesEveryFileInAStableOrder) {
   write("b/\"quoted\"\nline.jpg");
   write("a/e\u0301.mov");
   write("c\xff.pdf", "");
-  const WalkResult result = walk();
+  // One named beside its folder is taken once.
+  const WalkResult result = findFiles({root_.native(), (root_ / "b/two words.jpg").native()}, {});
   EXPECT_THAT(names(result),
               ElementsAre("a/e\u0301.mov", "b/\"quoted\"\nline.jpg", "b/two words.jpg", "c\xff.pdf"));
   EXPECT_EQ(result.totalBytes(), 7u);

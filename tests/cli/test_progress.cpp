@@ -12,14 +12,15 @@ ImportState halfWay() {
           .bytes = 1'000'000'000,
           .totalBytes = 2'000'000'000,
           .seconds = 20,
-          .current = "写真 with a rather long name that no terminal shows in full.jpg"};
+          .current = "写真 with a rather long name that no terminal shows in full.jpg",
+          .currentPercent = 40};
 }
 
 TEST(Progress, BarTellsEverythingOnAWideTerminal) {
   const std::string bar = progressBar(halfWay(), 120);
-  EXPECT_THAT(bar,
-              testing::StartsWith(
-                  "[###############---------------] 5/10 files  1.0 GB/2.0 GB  50 MB/s  0:20 left  写真"));
+  EXPECT_THAT(
+      bar, testing::StartsWith(
+               "[###############---------------] 5/10 files  1.0 GB/2.0 GB  50 MB/s  0:20 left  40 % 写真"));
 }
 
 TEST(Progress, BarNeverBreaksTheLine) {

@@ -170,6 +170,16 @@ TEST_F(MainJobTest, FilesAreImportedFoundAndKeptThroughAKill) {
   EXPECT_EQ(found.result[0]->project->name, "Holiday");
   EXPECT_EQ(search(library, {"jpg"}).totalCount, 2);
 
+  const std::string missing = folder / "source/missing.jpg";
+  std::promise<std::vector<std::string>> unreachable;
+  project->accessibilityForReferenceFilePaths(
+      {folder / "source/hills.JPG", missing},
+      [&](bool ok, const TQErrorPtr&, std::vector<std::string> paths) {
+        EXPECT_TRUE(ok);
+        unreachable.set_value(std::move(paths));
+      });
+  EXPECT_EQ(unreachable.get_future().get(), std::vector<std::string>{missing});
+
   ASSERT_NO_FATAL_FAILURE(killService());
   EXPECT_EQ(search(library, {}).error->code(), 31);
   ASSERT_NO_FATAL_FAILURE(start(sdk().WASPort));

@@ -93,8 +93,9 @@ TEST(Containment, BarsTheNetworkAndBoundsWhatAProgramTakes) {
   EXPECT_FALSE(python("socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)"));
   EXPECT_TRUE(python("assert resource.getrlimit(resource.RLIMIT_CORE)[1] == 0"));
   EXPECT_TRUE(python("assert resource.getrlimit(resource.RLIMIT_CPU)[0] > 0"));
+  EXPECT_TRUE(python("assert open('/proc/self/oom_score_adj').read() == '1000\\n'"));
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-  EXPECT_FALSE(python("bytearray(40 << 30)"));
+  EXPECT_TRUE(python("assert 0 < resource.getrlimit(resource.RLIMIT_AS)[1] <= 8 << 30"));
 #endif
 }
 

@@ -158,7 +158,7 @@ TEST_F(FileCopy, AVerifiedCopyTellsItsDigestAndADifferentOneNeverAppears) {
   fs::create_directory(folder_ / "target");
   verifying.progress = [&](std::uint64_t done, std::uint64_t total) {
     for (const auto& item : fs::directory_iterator(folder_ / "target"))
-      if (done == total) std::fstream(item.path(), std::ios::in | std::ios::out).seekp(5 << 20) << "!";
+      if (3 * done == total) std::fstream(item.path(), std::ios::in | std::ios::out).seekp(5 << 20) << "!";
     return true;
   };
   // The last look before the comparison comes after 16 of 20 megabytes: let the source end there.
@@ -167,6 +167,15 @@ TEST_F(FileCopy, AVerifiedCopyTellsItsDigestAndADifferentOneNeverAppears) {
   ASSERT_FALSE(differing);
   EXPECT_EQ(differing.error().code, EIO) << differing.error().message;
   EXPECT_TRUE(namesInFolder(folder_ / "target").empty());
+
+  // The comparison can be stopped as well, while it reads the source and while it reads the copy.
+  for (double part : {0.6, 0.9}) {
+    verifying.progress = [&](std::uint64_t done, std::uint64_t total) {
+      return static_cast<double>(done) < part * static_cast<double>(total);
+    };
+    EXPECT_EQ(copyItem(makeFile("source", 40), folder_ / "target/copy", verifying).error().code, ECANCELED);
+    EXPECT_TRUE(namesInFolder(folder_ / "target").empty());
+  }
 }
 
 TEST_F(FileCopy, ASourceThatAnswersNoMoreIsGivenUp) {

@@ -92,12 +92,6 @@ TEST_F(Metadata, BrokenAndEmptyFilesHaveNone) {
     EXPECT_FALSE(xmpMetadata(folder_ / name)) << name;
     EXPECT_FALSE(imageInformation(folder_ / name)) << name;
   }
-  std::string whole = folder_ / "whole.jpg";
-  placed().jpegsave(whole.c_str());
-  for (double part : {0.05, 0.2, 0.5, 0.9}) {
-    testing::writeTruncated(folder_ / "cut.jpg", whole, part);
-    xmpMetadata(folder_ / "cut.jpg");
-  }
 }
 
 TEST(GpsText, HasOneForm) {

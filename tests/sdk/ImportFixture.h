@@ -46,12 +46,16 @@ class ImportFixture : public ::testing::Test {
     std::string file;
     double progress;
     std::int64_t finishedCount;
+    std::int64_t bytes;
     TQErrorPtr error;
   };
 
   void SetUp() override {
-    ::setenv("VORNEX_ROOT", (folder_ / "root").c_str(), 1);
-    for (const char* name : {"root", "package", "source", "target"})
+    // The library manager keeps to one root folder as long as the process lives.
+    static const TemporaryFolder root;
+    ::setenv("VORNEX_ROOT", root.path().c_str(), 1);
+    std::filesystem::create_directory(root / "Preference");
+    for (const char* name : {"package", "source", "target"})
       std::filesystem::create_directory(folder_ / name);
     UserPtr user = TQUser::userWithID("user", "User", kUserTypeLocalOwner, "digest");
     library_ =
@@ -77,8 +81,8 @@ class ImportFixture : public ::testing::Test {
     project_->createAssetsWithImportAssets(
         items, type, folder_ / "target", shouldIndexing,
         [&](const ImportAssetPtr& item, const AssetPtr& asset, double progress, std::int64_t finishedCount,
-            std::int64_t, bool* stop, const TQErrorPtr& error) {
-          steps.push_back({item->path->substr(source("").size()), progress, finishedCount, error});
+            std::int64_t bytes, bool* stop, const TQErrorPtr& error) {
+          steps.push_back({item->path->substr(source("").size()), progress, finishedCount, bytes, error});
           assets_[*item->path] = asset;
           if (watch && watch(steps.back())) *stop = true;
         },

@@ -1,10 +1,17 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <vornex/TQBookmarkUtil.h>
+#include <vornex/TQCopyInterface.h>
+#include <vornex/TQLibraryManager.h>
+#include <vornex/TQWorkflowEngineInterface.h>
 
 #include <cerrno>
 #include <csignal>
+#include <future>
+#include <thread>
 
 #include "sdk/ImportFixture.h"
+#include "sdk/ServedLibrary.h"
 
 namespace vornex::testing {
 namespace {
@@ -35,7 +42,11 @@ TEST_F(Import, PlacesEveryFileWithItsRecordAndPictures) {
     EXPECT_EQ(step.finishedCount, ended);
     EXPECT_GE(step.progress, last);
     last = step.progress;
+    if (step.progress == 0) {
+      EXPECT_EQ(step.bytes, 0);
+    }
     if (step.progress == 100) {
+      EXPECT_EQ(step.bytes, static_cast<std::int64_t>(std::filesystem::file_size(source(step.file))));
       ++ended;
       last = 0;
     }
@@ -168,13 +179,12 @@ TEST_F(Import, StopTakesTheCurrentFileBackAndEndsTheBatch) {
 
   // At the first word of a file nothing of it is placed; at its last, everything is taken back.
   for (double when : {0.0, 100.0}) {
-    import(items({"last.txt", "first.txt"}), ImportType::copy, false,
-           [when](const Step& step) { return !step.error && step.progress == when;
-  });
-  EXPECT_EQ(packageFiles().size(), 1U);
-  EXPECT_EQ(server_.records().size(), 1U);
+    auto stop = [when](const Step& step) { return !step.error && step.progress == when; };
+    import(items({"last.txt", "first.txt"}), ImportType::copy, false, stop);
+    EXPECT_EQ(packageFiles().size(), 1U);
+    EXPECT_EQ(server_.records().size(), 1U);
+  }
 }
-}  // namespace
 
 TEST_F(Import, ReferencesAreLinksToTheSourceOrToItsIndexedCopy) {
   writePicture(source("a.jpg"), 200, 100);
@@ -191,6 +201,52 @@ TEST_F(Import, ReferencesAreLinksToTheSourceOrToItsIndexedCopy) {
   EXPECT_EQ(std::filesystem::read_symlink(inPackage(asset->masterPath)), copy);
   EXPECT_EQ(*server_.records().at(*asset->id).find("importfrompath"), Value(copy));
   EXPECT_EQ(readFile(copy).value(), readFile(source("a.jpg")).value());
+  EXPECT_EQ(*server_.records().at(*asset->id).find("sourcepath"), Value(source("a.jpg")));
+}
+
+TEST_F(Import, ACopyForAReferenceTakesNoNameOfOthersAndGoesWhenTheFileFails) {
+  writeText(source("a.txt"), "a");
+  int zeros = 0;
+  // The second word comes from the copy under way: another program is faster.
+  auto interfere = [&](const Step& step) {
+    if (step.progress == 0 && ++zeros == 2) writeText(folder_ / "target/a.txt", "foreign");
+    return false;
+  };
+  import(items({"a.txt"}), ImportType::reference, true, interfere);
+  AssetPtr asset = assets_[source("a.txt")];
+  const std::string copy = folder_ / "target/a 1.txt";
+  EXPECT_EQ(std::filesystem::read_symlink(inPackage(asset->masterPath)), copy);
+  EXPECT_EQ(*server_.records().at(*asset->id).find("importfrompath"), Value(copy));
+  EXPECT_EQ(readFile(folder_ / "target/a.txt").value(), "foreign");
+
+  std::filesystem::remove(folder_ / "target/a.txt");
+  server_.creating = Creating::refuses;
+  import(items({"a.txt"}), ImportType::reference, true);
+  EXPECT_FALSE(itemExists(folder_ / "target/a.txt"));
+  EXPECT_TRUE(fileExists(copy));
+  EXPECT_FALSE(itemExists(inPackage(assets_[source("a.txt")]->masterPath)));
+}
+
+TEST_F(Import, EveryFileThatEndsWellIsHandedToTheWorkflowEngine) {
+  writeText(source("a.txt"), "a");
+  writeText(source("b.txt"), "b");
+  TQWorkflowEngineInterface& engine = TQLibraryManager::sharedManager().workflowEngineInterface();
+  std::mutex mutex;
+  std::vector<std::string> handed;
+  std::promise<void> both;
+  engine.setAssetEngine([&](std::vector<Dictionary> assets, const OptionalString& folder,
+                            const OptionalString& project, const OptionalString&) {
+    std::lock_guard lock(mutex);
+    if (folder != package()) return;  // of a batch before this one
+    EXPECT_EQ(project, project_->id);
+    handed.push_back(*assets.at(0).find("masterpath")->ifString());
+    if (handed.size() == 2) both.set_value();
+  });
+  import(items({"a.txt", "missing", "b.txt"}));
+  EXPECT_EQ(both.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  engine.setAssetEngine({});
+  EXPECT_THAT(handed,
+              ElementsAre(*assets_[source("a.txt")]->masterPath, *assets_[source("b.txt")]->masterPath));
 }
 
 TEST_F(Import, SideFilesAreRecordedOrPlacedOnTheirOwn) {
@@ -239,9 +295,16 @@ TEST_F(Import, AClipFolderIsCopiedWholeAndItsSideFileFollows) {
   list[0]->isREDFile = true;
   list[0]->fileSize = 1234;
   list[0]->verifiesCopy = true;
+  // A later part of a spanned clip is copied, and has no record.
+  std::filesystem::create_directory(source("A001_C003_0101AB.RDC"));
+  writeText(source("A001_C003_0101AB.RDC/A001_C003_0101AB_002.R3D"), "part");
+  list.push_back(items({"A001_C003_0101AB.RDC"}).front());
+  list[2]->isREDFile = list[2]->isSequentialREDFile = true;
   std::vector<Step> steps = import(list, ImportType::reference, true);
   for (const Step& step : steps) EXPECT_FALSE(step.error) << step.error->description();
   EXPECT_FALSE(project_->availableTargetREDFolders());
+  EXPECT_TRUE(fileExists(folder_ / "target/A001_C003_0101AB.RDC/A001_C003_0101AB_002.R3D"));
+  EXPECT_EQ(server_.records().size(), 2U);
 
   const std::string copies = folder_ / "target/A001_C002_0101AB 1.RDC";
   AssetPtr asset = assets_[source("A001_C002_0101AB.RDC")];
@@ -330,8 +393,90 @@ TEST_F(Import, OneFileOutsideABatch) {
   project_->importAssetWithSourcePath(source("a.txt"), nullptr, {}, ImportType::reference, {}, false,
                                       callback);
   EXPECT_EQ(failure->code(), 10000);
-  EXPECT_EQ(ends, 3);
+  // A copy needs a folder to go to.
+  project_->createAssetWithFolder(library_->createAssetFolder(), source("a.txt"), {}, true, true,
+                                  ImportType::reference, nullptr, callback);
+  EXPECT_EQ(failure->code(), 10000);
+  EXPECT_EQ(ends, 4);
 }
 
-}  // namespace vornex::testing
+TEST(CopyService, TakesJobsInTurnAndReportsEachOnce) {
+  TemporaryFolder folder;
+  for (const char* name : {"a", "b", "c"}) std::ofstream(folder / name) << std::string(40 << 20, name[0]);
+  Data token = TQBookmarkUtil::sharedInstance().bookmarkDataFromFilePath(folder.path()).value();
+  TQCopyInterface service;
+  std::mutex mutex;
+  std::vector<std::pair<std::string, std::int64_t>> ends;
+  auto start = [&](const std::string& name, TQCopyInterface::ProgressHandler progress) {
+    auto report = [&, name](const Value&, const TQErrorPtr& error) {
+      std::lock_guard lock(mutex);
+      ends.emplace_back(name, error ? error->code() : 0);
+    };
+    return service.copyFileAtPath(folder / name, folder / (name + " copy"), token, true, progress, report,
+                                  {});
+  };
+  std::promise<void> begun, mayGoOn;
+  std::atomic<bool> isFirst = true;
+  std::atomic<std::int64_t> mostBytes = 0;
+  start("a", [&, wait = mayGoOn.get_future().share()](double percent, std::int64_t bytes) {
+    if (isFirst.exchange(false)) begun.set_value();
+    wait.wait();
+    EXPECT_LT(percent, 100);
+    mostBytes = std::max<std::int64_t>(mostBytes, bytes);
+  });
+  TQCopyInterface::JobID second = start("b", {});
+  start("c", [&](double, std::int64_t) { service.cancel(); });
+  begun.get_future().wait();
+  service.cancel(second);  // while it waits
+  mayGoOn.set_value();
+  auto count = [&] {
+    std::lock_guard lock(mutex);
+    return ends.size();
+  };
+  for (int i = 0; i < 2000 && count() < 3; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_THAT(ends, ElementsAre(std::pair("a", 0), std::pair("b", ECANCELED), std::pair("c", ECANCELED)));
+  EXPECT_TRUE(mostBytes == 40 << 20);
+  EXPECT_TRUE(fileExists(folder / "a copy"));
+  EXPECT_FALSE(itemExists(folder / "b copy") || itemExists(folder / "c copy"));
+}
+
+class ImportRequests : public ServedLibrary {};
+
+TEST_F(ImportRequests, ReferencesOfWhichTheServerSaysThatItCannotReachThem) {
+  ProjectPtr project = addRoot("p", "Project");
+  using Paths = std::vector<std::string>;
+  auto ask = [&] {
+    return await<bool, TQErrorPtr, Paths>([&](auto done) {
+      project->accessibilityForReferenceFilePaths({"/a", "/b"}, done);
+    });
+  };
+  answer(R"({"failures": [{"path": "/b"}, {"other": 1}, 7]})");
+  EXPECT_EQ(ask(), std::tuple(true, nullptr, Paths{"/b"}));
+  EXPECT_EQ(lastTarget(), "POST /vornex/libraries/db/assets/access");
+  EXPECT_EQ(lastBody().find("items")->ifArray()->back(), Value(Dictionary{{"path", "/b"}}));
+  answer("{}");
+  EXPECT_EQ(ask(), std::tuple(true, nullptr, Paths{}));
+  // What the server says, and what the caller is told.
+  for (auto [code, told] : {std::pair(35, 0), std::pair(14, 10022), std::pair(16, 16)}) {
+    refuse(code);
+    auto [ok, error, paths] = ask();
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(codeOf(error), told);
+    EXPECT_EQ(paths, (Paths{"/a", "/b"}));
+  }
+}
+
+TEST_F(ImportRequests, AVideoGetsItsCatalogFolderAndARecordOfIt) {
+  ProjectPtr project = addRoot("p", "Project");
+  const std::string catalogs = folder_ / "Media/Catalog";
+  EXPECT_EQ(project->createCatalogPathWithAssetID("7", kAssetTypeImage, catalogs), std::nullopt);
+  EXPECT_EQ(project->createCatalogPathWithAssetID("7", kAssetTypeVideo, catalogs), "/Media/Catalog/7");
+  EXPECT_TRUE(std::filesystem::is_directory(catalogs + "/7"));
+  EXPECT_EQ(lastTarget(), "POST /vornex/libraries/db/assets/update");
+  EXPECT_EQ(lastItem(), Value(Dictionary{{"_id", "7"}, {"catalogpath", "/Media/Catalog/7"}}));
+  writeText(folder_ / "file", "");
+  EXPECT_EQ(project->createCatalogPathWithAssetID("7", kAssetTypeVideo, folder_ / "file"), std::nullopt);
+}
+
+}  // namespace
 }  // namespace vornex::testing

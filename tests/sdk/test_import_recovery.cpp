@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "foundation/Text.h"
+#include "import/FileFacts.h"
 #include "import/FileNames.h"
 #include "import/ImportJournal.h"
 #include "import/PackagePath.h"
@@ -92,6 +93,23 @@ TEST_F(ImportRecoveryTest, ABatchTidiesUpFirst) {
   EXPECT_THAT(packageFiles(), IsEmpty());
 }
 
+TEST_F(ImportRecoveryTest, ACopyForAReferenceGoesIfItIsStillTheOneThatWasMade) {
+  for (const char* name : {"mine", "changed"}) {
+    const std::string copy = folder_ / (std::string("target/") + name);
+    writeText(copy, "copy");
+    ImportJournal journal(importJournalFolder(package()));
+    ImportJournalEntry reference = entry(name);
+    reference.targetPath = copy;
+    ASSERT_TRUE(journal.begin(reference));
+    journal.markPlaced(reference.masterPath, fileIdentity(copy));
+  }
+  writeText(folder_ / "target/changed", "edited since");
+  EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
+  EXPECT_FALSE(itemExists(folder_ / "target/mine"));
+  EXPECT_TRUE(itemExists(folder_ / "target/changed"));
+  EXPECT_THAT(packageFiles(), IsEmpty());
+}
+
 TEST(ImportJournal, ReadsWhatIsWholeAndNotEnded) {
   TemporaryFolder folder;
   ImportJournalEntry first{"/Media/Master/a", "/Media/Thumbnail/a.jpg", "", "/target/\xE9"};
@@ -169,6 +187,7 @@ TEST(Thumbnails, ByTheProgramWhenNothingElseCan) {
   EXPECT_EQ(imageSize(folder / "50%d.jpg").value().height, 150);
   ::setenv("VORNEX_FFMPEG", "/nowhere/ffmpeg", 1);
   EXPECT_FALSE(TQImage::ffMpegWriteThumbImageWithFrom(folder / "50%d.mp4", folder / "no.jpg", 0));
+  ::unsetenv("VORNEX_FFMPEG");
 }
 
 TEST(Previews, AreMadeForLargeAndReferencedImages) {
