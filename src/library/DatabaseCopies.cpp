@@ -156,6 +156,7 @@ DatabaseCopies::Standing DatabaseCopies::standing() const {
 }
 
 Result<DatabaseCopies::Locks> DatabaseCopies::lock(Use ofPackage) const {
+  if (auto valid = check(); !valid) return tl::unexpected(valid.error());
   auto database = FileLock::acquire(working_, kLockPatience);
   if (!database) return tl::unexpected(database.error());
   auto package = FileLock::acquire(packagedFolder_, kLockPatience);

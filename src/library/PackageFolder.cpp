@@ -9,6 +9,8 @@
 
 #include "core/Coercion.h"
 #include "core/SdkError.h"
+#include "core/StorageLayout.h"
+#include "foundation/FileLock.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
 
@@ -52,9 +54,12 @@ PackageHolder holderOfPackage(const std::string& folder, const OptionalString& d
   if (record)
     return coerce::string(record->find("dbname")) == dbName ? PackageHolder::library : PackageHolder::other;
   if (!itemExists(folder)) return PackageHolder::nobody;
+  if (!isDirectory(folder)) return PackageHolder::other;
   std::error_code error;
-  const bool isBare = isDirectory(folder) && fs::is_empty(folder, error) && !error;
-  return isBare ? PackageHolder::nobody : PackageHolder::other;
+  std::vector<fs::path> entries = entriesOf(folder, error);
+  // Somebody may have waited for a backup while the rest was removed.
+  std::erase(entries, FileLock::placeOf(layout::packagedDatabaseFolder(folder)));
+  return entries.empty() && !error ? PackageHolder::nobody : PackageHolder::other;
 }
 
 TQErrorPtr removePackageFolder(const std::string& folder) {

@@ -5,6 +5,8 @@
 #include <vornex/TQVornexUtil.h>
 #include <vornex/TQWorkflowEngineInterface.h>
 
+#include <cerrno>
+
 #include "core/SdkError.h"
 #include "foundation/Files.h"
 #include "library/AskService.h"
@@ -28,11 +30,13 @@ TQErrorPtr notTheLibrarys(const LibraryPtr& library) {
 }
 
 TQErrorPtr deleteEverything(const LibraryPtr& library) {
-  if (holderOfPackage(library) == PackageHolder::other) return notTheLibrarys(library);
+  const PackageHolder holder = holderOfPackage(library);
+  if (holder == PackageHolder::other) return notTheLibrarys(library);
   const bool hasPackage = library->packageFolder && itemExists(*library->packageFolder);
   // A backup by another process must not write into what is removed.
-  auto locks = DatabaseCopies(*library).lock(DatabaseCopies::Use::read);
-  if (!locks) logLine(LogLevel::warning, locks.error().message);
+  Result<DatabaseCopies::Locks> locks = posixFailure(ENOENT, "find the package");
+  if (holder == PackageHolder::library) locks = DatabaseCopies(*library).lock(DatabaseCopies::Use::read);
+  if (!locks && locks.error().code == ETIMEDOUT) return makeSdkError(locks.error());
   if (TQErrorPtr error = askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or("")))
     return error;
   return hasPackage ? removePackageFolder(*library->packageFolder) : nullptr;

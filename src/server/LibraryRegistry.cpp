@@ -208,11 +208,12 @@ void LibraryRegistry::letGo(const std::string& dbName) {
 }
 
 Result<LibraryRegistry::LoadReport> LibraryRegistry::load() {
-  sweepDatabaseRoot();
+  bool isFirst = false;
   {
     std::lock_guard lock(mutex_);
-    loaded_ = true;
+    isFirst = !std::exchange(loaded_, true);
   }
+  if (isFirst) sweepDatabaseRoot();
   if (auto taken = takeListFile(); !taken) return tl::unexpected(taken.error());
   letGoOfLeaving();
   LoadReport report = openEach(names());

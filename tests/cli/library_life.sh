@@ -211,6 +211,11 @@ if [ "$(id -u)" -eq 0 ] && mkdir "$work/small" && mount -t tmpfs -o size=24m tmp
   run 0 library delete Full
   run 0 library import "$work/small/Full"
   holds Full 1
+  if mkdir "$work/small/Full/busy" && mount -t tmpfs tmpfs "$work/small/Full/busy"; then
+    run 1 library delete Full --everything --yes
+    [ -f "$work/small/Full/library.plist" ] || fail "a package that cannot be removed loses its record"
+    umount "$work/small/Full/busy"
+  fi
   run 0 library delete Full --everything --yes
   [ ! -e "$work/small/Full" ] || fail "a package stays behind"
 fi

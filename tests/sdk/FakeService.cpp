@@ -19,22 +19,22 @@ FakeService::FakeService(Handlers handlers) : handlers_(std::move(handlers)) {
   std::string path = layout::controlSocket();
   (void)createDirectories(deletingLastPathComponent(path));
   listener_ = listenOnUnixSocket(path).value();
-  threads_.emplace_back([this, listener = listener_.get()] { serve(listener); });
+  acceptor_ = std::thread([this, listener = listener_.get()] { serve(listener); });
 }
 
 FakeService::~FakeService() {
   ::unlink(layout::controlSocket().c_str());
   ::shutdown(listener_.get(), SHUT_RDWR);
-  threads_.front().join();
+  acceptor_.join();
   hangUp();
-  for (std::size_t i = 1; i < threads_.size(); ++i) threads_[i].join();
+  for (std::thread& reader : readers_) reader.join();
 }
 
 void FakeService::serve(int listener) {
   for (int connection; (connection = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
     std::lock_guard lock(mutex_);
     connections_.push_back(connection);
-    threads_.emplace_back([this, connection] { read(connection); });
+    readers_.emplace_back([this, connection] { read(connection); });
   }
 }
 

@@ -62,7 +62,8 @@ class FakeService {
   std::map<std::int64_t, Value> answers_;
   std::vector<int> connections_;
   FileDescriptor listener_;
-  std::vector<std::thread> threads_;
+  std::thread acceptor_;
+  std::vector<std::thread> readers_;
 };
 
 }  // namespace vornex::testing

@@ -273,6 +273,12 @@ TEST_F(DatabaseCopiesTest, OnlyTheLibrarysOwnPackageIsBackedUpInto) {
 /// Creations in processes of their own; the test's has no threads but the service's.
 class CreationTest : public DatabaseCopiesTest {
  protected:
+  void SetUp() override {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer lets no forked process start threads";
+#endif
+  }
+
   CreationTest() {
     service_.on("addLibrary", [](const Value& params) {
       write(layout::databaseFolder(*params.find("library")->find("dbname")->ifString()), version("1"));

@@ -481,6 +481,7 @@ TEST_F(LibraryTest, OnlyWhatIsTheLibrarysOwnIsRemoved) {
   EXPECT_EQ(service.count("snapshotDatabase"), 0);
   EXPECT_TRUE(fs::is_empty(folder / "documents"));
   manager().addLibraries({library});
+  std::ofstream(folder / "documents/.Database.lock");
   EXPECT_TRUE(remove(library, true).ok) << "what a removal that was cut short has left";
   EXPECT_FALSE(fileExists(folder / "documents"));
 
