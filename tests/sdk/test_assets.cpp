@@ -344,7 +344,7 @@ TEST_F(Assets, MoveToTheTrashAndBack) {
   error = std::get<1>(run(restore));
   EXPECT_EQ(codeOf(error), 10008);
   EXPECT_NE(error->domain(), kVornexErrorDomain) << "the domain of the request's error";
-  EXPECT_EQ(*error->userInfo().find("failAssets"), Value(Array{"3"}));
+  EXPECT_EQ(*error->userInfo().find("failAssets"), Value(Array{"3", "1"}));
   EXPECT_EQ(codeOf(std::get<1>(run(trash))), 4);
   EXPECT_FALSE(asset->isDeleted());
   std::size_t before = requestCount();
