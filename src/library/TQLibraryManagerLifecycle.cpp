@@ -6,6 +6,7 @@
 #include <vornex/TQWorkflowEngineInterface.h>
 
 #include <cerrno>
+#include <optional>
 
 #include "core/SdkError.h"
 #include "foundation/Files.h"
@@ -34,9 +35,9 @@ TQErrorPtr deleteEverything(const LibraryPtr& library) {
   if (holder == PackageHolder::other) return notTheLibrarys(library);
   const bool hasPackage = library->packageFolder && itemExists(*library->packageFolder);
   // A backup by another process must not write into what is removed.
-  Result<DatabaseCopies::Locks> locks = posixFailure(ENOENT, "find the package");
+  std::optional<Result<DatabaseCopies::Locks>> locks;
   if (holder == PackageHolder::library) locks = DatabaseCopies(*library).lock(DatabaseCopies::Use::read);
-  if (!locks && locks.error().code == ETIMEDOUT) return makeSdkError(locks.error());
+  if (locks && !*locks && locks->error().code == ETIMEDOUT) return makeSdkError(locks->error());
   if (TQErrorPtr error = askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or("")))
     return error;
   return hasPackage ? removePackageFolder(*library->packageFolder) : nullptr;
