@@ -157,8 +157,10 @@ bool LibraryRegistry::takeRecord(const Dictionary& record, bool listed) {
     isNew = !entries_.contains(dbName);
     Entry& entry = entries_[dbName];
     entry.listed = entry.listed || listed;
-    entry.leaves = false;
-    if (isNew && listed) entry.opens = loaded_;
+    // What was about to be forgotten is as good as new.
+    const bool comesBack = std::exchange(entry.leaves, false);
+    if (comesBack) entry.keptClosedUntil = {};
+    if (listed && (isNew || comesBack)) entry.opens = loaded_;
     if (!isNew && *entry.library.record == record) return false;
     changed = !isNew;
     if (isNew || entry.library.packageFolder != packageFolder) {
@@ -203,8 +205,9 @@ void LibraryRegistry::letGo(const std::string& dbName) {
     auto found = entries_.find(dbName);
     return found != entries_.end() && found->second.leaves;
   };
-  if (leaves()) closeLocked(dbName);
-  if (leaves()) forgetLocked(dbName);
+  if (!leaves()) return;
+  closeLocked(dbName);
+  forgetLocked(dbName, Forget::unlessListed);
 }
 
 Result<LibraryRegistry::LoadReport> LibraryRegistry::load() {
@@ -322,12 +325,7 @@ void LibraryRegistry::setFailed(const std::string& dbName) {
 void LibraryRegistry::close(const std::string& dbName) {
   Turn turn(*this, dbName);
   closeLocked(dbName);
-  auto library = find(dbName);
-  auto isListed = [&] {
-    std::lock_guard lock(mutex_);
-    return entries_.at(dbName).listed;
-  };
-  if (library && !isListed()) forgetLocked(dbName);
+  forgetLocked(dbName, Forget::unlessListed);
 }
 
 /// From here on, who need not wait for the library does not. Only the holder of its turn may call this.
@@ -374,7 +372,7 @@ Result<void> LibraryRegistry::remove(const std::string& dbName) {
   Turn turn(*this, dbName);
   closeLocked(dbName);
   if (auto removed = removeDatabaseFolder(dbName); !removed) return removed;
-  forgetLocked(dbName);
+  forgetLocked(dbName, Forget::always);
   return {};
 }
 
@@ -492,9 +490,15 @@ void LibraryRegistry::takeOverdue() {
 }
 
 void LibraryRegistry::setOpens(const std::string& dbName) {
-  std::lock_guard lock(mutex_);
-  auto found = entries_.find(dbName);
-  if (found != entries_.end()) found->second.opens = true;
+  {
+    std::lock_guard lock(mutex_);
+    auto found = entries_.find(dbName);
+    if (found == entries_.end()) return;
+    found->second.opens = true;
+    // What kept it busy may have ended meanwhile.
+    woken_ = true;
+  }
+  wake_.notify_all();
 }
 
 bool LibraryRegistry::isKeptClosed(const std::string& dbName) const {
@@ -503,13 +507,13 @@ bool LibraryRegistry::isKeptClosed(const std::string& dbName) const {
   return found != entries_.end() && Clock::now() < found->second.keptClosedUntil;
 }
 
-/// Only the holder of the library's turn may call this.
-void LibraryRegistry::forgetLocked(const std::string& dbName) {
+/// Only the holder of the library's turn may call this; the list file may name it at any time.
+void LibraryRegistry::forgetLocked(const std::string& dbName, Forget which) {
   std::shared_ptr<const Dictionary> record;
   {
     std::lock_guard lock(mutex_);
     auto found = entries_.find(dbName);
-    if (found == entries_.end()) return;
+    if (found == entries_.end() || (which == Forget::unlessListed && found->second.listed)) return;
     record = found->second.library.record;
     entries_.erase(found);
   }
