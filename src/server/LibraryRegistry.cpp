@@ -207,7 +207,7 @@ void LibraryRegistry::letGo(const std::string& dbName) {
   };
   if (!leaves()) return;
   closeLocked(dbName);
-  forgetLocked(dbName, Forget::unlessListed);
+  forgetLocked(dbName, Forget::unlisted);
 }
 
 Result<LibraryRegistry::LoadReport> LibraryRegistry::load() {
@@ -325,7 +325,7 @@ void LibraryRegistry::setFailed(const std::string& dbName) {
 void LibraryRegistry::close(const std::string& dbName) {
   Turn turn(*this, dbName);
   closeLocked(dbName);
-  forgetLocked(dbName, Forget::unlessListed);
+  forgetLocked(dbName, Forget::unlisted);
 }
 
 /// From here on, who need not wait for the library does not. Only the holder of its turn may call this.
@@ -372,7 +372,7 @@ Result<void> LibraryRegistry::remove(const std::string& dbName) {
   Turn turn(*this, dbName);
   closeLocked(dbName);
   if (auto removed = removeDatabaseFolder(dbName); !removed) return removed;
-  forgetLocked(dbName, Forget::always);
+  forgetLocked(dbName, Forget::any);
   return {};
 }
 
@@ -513,7 +513,8 @@ void LibraryRegistry::forgetLocked(const std::string& dbName, Forget which) {
   {
     std::lock_guard lock(mutex_);
     auto found = entries_.find(dbName);
-    if (found == entries_.end() || (which == Forget::unlessListed && found->second.listed)) return;
+    if (found == entries_.end()) return;
+    if (which == Forget::unlisted && found->second.listed) return;
     record = found->second.library.record;
     entries_.erase(found);
   }
