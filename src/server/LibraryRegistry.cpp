@@ -231,11 +231,10 @@ LibraryRegistry::LoadReport LibraryRegistry::openEach(const std::vector<std::str
   auto openNext = [&] {
     for (std::size_t i = next++; i < dbNames.size(); i = next++) {
       if (isKeptClosed(dbNames[i])) continue;
+      // Before: whoever has the turn may give it back at once.
+      setOpens(dbNames[i]);
       Turn turn(*this, dbNames[i], Turn::Wait::unlessLong);
-      if (!turn) {
-        setOpens(dbNames[i]);
-        continue;
-      }
+      if (!turn) continue;
       auto opened = openLocked(dbNames[i], false);
       std::lock_guard lock(reportMutex);
       if (opened) {
@@ -490,15 +489,9 @@ void LibraryRegistry::takeOverdue() {
 }
 
 void LibraryRegistry::setOpens(const std::string& dbName) {
-  {
-    std::lock_guard lock(mutex_);
-    auto found = entries_.find(dbName);
-    if (found == entries_.end()) return;
-    found->second.opens = true;
-    // What kept it busy may have ended meanwhile.
-    woken_ = true;
-  }
-  wake_.notify_all();
+  std::lock_guard lock(mutex_);
+  auto found = entries_.find(dbName);
+  if (found != entries_.end()) found->second.opens = true;
 }
 
 bool LibraryRegistry::isKeptClosed(const std::string& dbName) const {
