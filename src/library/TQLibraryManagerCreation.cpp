@@ -158,7 +158,8 @@ void undoCreation(TQLibraryManager& manager, const LibraryPtr& library, const TQ
   const bool isOurs = reason->code() != static_cast<std::int64_t>(StatusCode::itemExists);
   auto removed = isOurs ? removeDatabase(library->dbName.value_or("")) : Result<void>();
   if (!removed) logLine(LogLevel::error, removed.error().message);
-  if (removed && !removePackageFolder(*library->packageFolder)) creation.removeFile();
+  const bool isLeft = !removed && itemExists(layout::databaseFolder(library->dbName.value_or("")));
+  if (!isLeft && !removePackageFolder(*library->packageFolder)) creation.removeFile();
   manager.deleteLibraryPlist(library);
 }
 
