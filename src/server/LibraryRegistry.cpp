@@ -157,7 +157,9 @@ bool LibraryRegistry::takeRecord(const Dictionary& record, bool listed) {
     isNew = !entries_.contains(dbName);
     Entry& entry = entries_[dbName];
     entry.listed = entry.listed || listed;
+    // What was about to be forgotten is as good as new.
     const bool comesBack = std::exchange(entry.leaves, false);
+    if (comesBack) entry.keptClosedUntil = {};
     if (listed && (isNew || comesBack)) entry.opens = loaded_;
     if (!isNew && *entry.library.record == record) return false;
     changed = !isNew;
@@ -229,11 +231,10 @@ LibraryRegistry::LoadReport LibraryRegistry::openEach(const std::vector<std::str
   auto openNext = [&] {
     for (std::size_t i = next++; i < dbNames.size(); i = next++) {
       if (isKeptClosed(dbNames[i])) continue;
+      // Before: whoever has the turn may give it back at once.
+      setOpens(dbNames[i]);
       Turn turn(*this, dbNames[i], Turn::Wait::unlessLong);
-      if (!turn) {
-        setOpens(dbNames[i]);
-        continue;
-      }
+      if (!turn) continue;
       auto opened = openLocked(dbNames[i], false);
       std::lock_guard lock(reportMutex);
       if (opened) {
@@ -499,7 +500,7 @@ bool LibraryRegistry::isKeptClosed(const std::string& dbName) const {
   return found != entries_.end() && Clock::now() < found->second.keptClosedUntil;
 }
 
-/// Only the holder of the library's turn may call this.
+/// Only the holder of the library's turn may call this; the list file may name it at any time.
 void LibraryRegistry::forgetLocked(const std::string& dbName, Forget which) {
   std::shared_ptr<const Dictionary> record;
   {
