@@ -23,11 +23,17 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
 
   /// Fills the record; false, and nothing changed, when "_id" or "name" is missing. The name is only checked.
   bool setAssetDictionary(const Dictionary& dictionary);
-  /// The form sent to the server; absent (and logged) on failure.
+  /// The form sent to the server; absent (and logged) on failure. It names the owner, also one that is known
+  /// by its identifier in metaDataDictionary only.
   std::optional<Dictionary> assetDictionary() const;
 
-  /// The owning library; null when the asset has no owner.
+  /// The library of the owner: of the live folder for an asset of one, of the Final Cut Pro X library for an
+  /// asset of one, else of the project. Null when the asset has no owner.
   LibraryPtr library() const;
+  /// Gives an asset whose owner the library does not know the stand-in of its kind (see
+  /// undefinedProjectWithLibrary and undefinedLiveFolderWithLibrary). As long as it has that one, library()
+  /// is the given library, whatever the stand-in says.
+  void linkToUndefinedOwner(const LibraryPtr& library);
   /// "name_id"
   std::string nameWithID() const;
 
@@ -67,9 +73,11 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   std::int64_t colorType() const { return colorType_; }
   /// Also writes the file's colour tag.
   void setColorType(std::int64_t colorType);
-  const std::vector<std::string>& tags() const { return tags_; }
-  /// Also writes the file's tags.
+  /// Empty as well when they are absent.
+  const std::vector<std::string>& tags() const;
+  /// Also writes the file's tags. An asset whose tags are absent has no dictionary form.
   void setTags(std::vector<std::string> tags);
+  void setTags(std::nullopt_t absent);
 
   bool wantReview = false;
   bool hasPreview = false;
@@ -90,6 +98,7 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   OptionalString masterPath, thumbnailPath, previewPath, catalogPath;
   std::optional<Dictionary> metaDataDictionary = Dictionary();
   ProjectPtr project, group;
+  LiveFolderPtr liveFolder, liveSubFolder;
   OptionalString calendarEventID;
   double latitude = 0, longitude = 0;
   OptionalString importer, importerDesc;
@@ -107,6 +116,10 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   TQAsset() = default;
 
   void noteMetaData(const char* key, Value value);
+  std::string notedText(const char* key) const;
+  bool belongsToLiveFolder() const { return isLiveFolder && !isFCPXLibrary; }
+  bool belongsToFCPXLibrary() const { return isFCPXLibrary && !isLiveFolder; }
+  void setOwnerKeys(Dictionary& form) const;
   /// The source file for a path in the package that holds a link, absent when it cannot be told; else the
   /// path.
   OptionalString resolvedPath(const std::string& path) const;
@@ -121,7 +134,10 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   std::int64_t rating_ = 0;
   bool flagged_ = false;
   std::int64_t colorType_ = 0;
-  std::vector<std::string> tags_;
+  std::optional<std::vector<std::string>> tags_ = std::vector<std::string>();
+  /// The owner that linkToUndefinedOwner gave, and for which library.
+  std::shared_ptr<const void> standIn_;
+  std::weak_ptr<TQLibrary> standInLibrary_;
 };
 
 /// Stores a value under a dotted key path, making the missing levels. A null value, an absent path and a

@@ -108,10 +108,12 @@ class TQSearchManager {
   static std::string searchKeyFromAssetType(std::int64_t assetType);
   static std::int64_t assetTypeFromSearchKey(const std::string& key);
   /// The node's identifier and those of everything below it, a node before its children.
+  std::vector<std::string> subFolderIDs(const LiveFolderPtr& liveFolder) const;
   std::vector<std::string> groupIDs(const ProjectPtr& group) const;
 
   // Searches (TQSearchManagerRequests.cpp). They leave out the trash and, where it says so, the types that do
-  // not take part. Errors: 10000 no library, connection or user; 10001 a negative page; 10017 no query can be
+  // not take part. Errors: 10000 no library, connection or user, or one without address, database
+  // name, identifier or password; 10001 a negative page; 10017 no query can be
   // made, as for terms with an operator that is none; or the server's. A page limit of the manager is
   // pageLimit().
 
@@ -156,8 +158,13 @@ class TQSearchManager {
   void searchAssetWithLibrary(const LibraryPtr& library, const std::string& searchString,
                               const OptionalString& sortField, bool ascending, std::int64_t pageIndex,
                               std::int64_t tag, SearchCompletion completion);
-  /// Assets of a project, directly in it or (recursive) anywhere below. Terms and types. The page limit is
-  /// not used: the manager's is. Error 10000 for a root without identifier.
+
+  // A root category is a project or a root live folder; a sub-category a group or a folder below a live
+  // folder. Assets directly in it, or (recursive) anywhere below, which for live folders is told by the path
+  // that an asset came from. The first operation of each pair asks for terms and types, the second for import
+  // dates. Error 10000 for a category without identifier, or without the path that is needed.
+
+  /// The page limit is not used: the manager's is.
   void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const ProjectPtr& rootCategory,
                                           bool recursive, const Terms& searchStrings,
                                           std::int64_t operatorType, std::int64_t pageIndex,
@@ -167,7 +174,15 @@ class TQSearchManager {
                                           bool recursive, Date fromDateTime, Date toDateTime,
                                           std::int64_t pageIndex, std::int64_t pageLimit, std::int64_t tag,
                                           SearchCompletion completion);
-  /// Assets of a group, directly in it or (recursive) anywhere below. Terms and types.
+  void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const LiveFolderPtr& rootCategory,
+                                          bool recursive, const Terms& searchStrings,
+                                          std::int64_t operatorType, std::int64_t pageIndex,
+                                          std::int64_t pageLimit, std::int64_t tag,
+                                          SearchCompletion completion);
+  void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const LiveFolderPtr& rootCategory,
+                                          bool recursive, Date fromDateTime, Date toDateTime,
+                                          std::int64_t pageIndex, std::int64_t pageLimit, std::int64_t tag,
+                                          SearchCompletion completion);
   void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const ProjectPtr& subCategory,
                                          bool recursive, const Terms& searchStrings,
                                          std::int64_t operatorType, std::int64_t pageIndex,
@@ -177,6 +192,16 @@ class TQSearchManager {
                                          bool recursive, Date fromDateTime, Date toDateTime,
                                          std::int64_t pageIndex, std::int64_t pageLimit, std::int64_t tag,
                                          SearchCompletion completion);
+  void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const LiveFolderPtr& subCategory,
+                                         bool recursive, const Terms& searchStrings,
+                                         std::int64_t operatorType, std::int64_t pageIndex,
+                                         std::int64_t pageLimit, std::int64_t tag,
+                                         SearchCompletion completion);
+  void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const LiveFolderPtr& subCategory,
+                                         bool recursive, Date fromDateTime, Date toDateTime,
+                                         std::int64_t pageIndex, std::int64_t pageLimit, std::int64_t tag,
+                                         SearchCompletion completion);
+
   /// Up to 1000 references to a file of that name, size and creation date.
   void searchDupulicatedAssetWithLibrary(const LibraryPtr& library, const std::string& fileName,
                                          std::int64_t fileSize, Date createDate, std::int64_t pageIndex,
@@ -199,8 +224,8 @@ class TQSearchManager {
 
   // Answers (TQSearchManagerAnswers.cpp)
 
-  /// The assets of an answer, each linked to its project and group; an unknown project becomes the undefined
-  /// one. An item that is no asset is logged and ends the list.
+  /// The assets of an answer, each linked to its project and group, or its live folder; for an unknown owner
+  /// stands the undefined one of its kind. An item that is no asset is logged and ends the list.
   std::vector<AssetPtr> extractAssetInfo(const Value& response, const LibraryPtr& library) const;
   /// Makes the page of an answer or error, posts the error's notification, and calls back.
   void assetResultWithResponse(const Value& response, const LibraryPtr& library, const TQErrorPtr& error,
@@ -221,6 +246,8 @@ class TQSearchManager {
   /// Adds the conditions of one search; null for one that cannot be made.
   using AddConditions =
       std::function<void(const TQSearchManager& manager, std::vector<PredicatePtr>& conditions)>;
+  /// Gives the condition of a category; null when the category lacks what it needs.
+  using Category = std::function<PredicatePtr(const TQSearchManager& manager)>;
   /// What one search sends besides its conditions.
   struct Request {
     LibraryPtr library;
@@ -230,8 +257,8 @@ class TQSearchManager {
     std::optional<Dictionary> sort;
     /// The duplicate search takes any page number.
     bool checksPage = true;
-    /// False when a needed argument is missing.
-    bool isComplete = true;
+    /// The first condition, if the search is in a category.
+    Category category = {};
   };
 
   TQSearchManager() = default;
@@ -241,13 +268,17 @@ class TQSearchManager {
   std::optional<Dictionary> sortSetting() const;
   Request request(const LibraryPtr& library, std::int64_t pageIndex, std::int64_t pageLimit,
                   std::int64_t tag) const;
-  Request categoryRequest(const LibraryPtr& library, const ProjectPtr& category, std::int64_t pageIndex,
-                          std::int64_t pageLimit, std::int64_t tag) const;
   void addTerms(std::vector<PredicatePtr>& conditions, const Terms& terms, std::int64_t operatorType) const;
   void addTypes(std::vector<PredicatePtr>& conditions) const;
   void addNoTrash(std::vector<PredicatePtr>& conditions) const;
-  PredicatePtr createRootCategoryQuery(const TQProject& root, bool recursive) const;
-  PredicatePtr createSubCategoryQuery(const ProjectPtr& group, bool recursive) const;
+  static Category rootCategory(const ProjectPtr& root, bool recursive);
+  static Category rootCategory(const LiveFolderPtr& root, bool recursive);
+  static Category subCategory(const ProjectPtr& group, bool recursive);
+  static Category subCategory(const LiveFolderPtr& folder, bool recursive);
+  void searchCategory(Request request, Category category, const Terms& searchStrings,
+                      std::int64_t operatorType, SearchCompletion completion) const;
+  void searchCategory(Request request, Category category, Date fromDateTime, Date toDateTime,
+                      SearchCompletion completion) const;
   static TQErrorPtr requestError(const Request& request);
   static Dictionary parameters(const Request& request, const OptionalString& query);
   void send(Request request, AddConditions addConditions, SearchCompletion completion) const;

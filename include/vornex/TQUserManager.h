@@ -20,9 +20,9 @@ class TQUserManager {
   /// that changes the list.
   void loadUsers(std::function<void(std::vector<UserPtr> users)> completion);
 
-  /// Writes every user but the local owner, atomically, and has the service, if there is a connection to it,
-  /// read the file again. What other processes have added, changed or removed meanwhile stays as they left
-  /// it, unless this one has changed the same; the list learns of it when it is loaded again.
+  /// Writes every user but the local owner, atomically, and has the service, if it runs, read the file again.
+  /// What other processes have added, changed or removed meanwhile stays as they left it, unless this one has
+  /// changed the same; the list learns of it when it is loaded again.
   bool saveUsersFile();
 
   bool findUserID(const std::string& id) const;

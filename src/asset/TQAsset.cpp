@@ -2,6 +2,7 @@
 #include <vornex/TQAsset.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
+#include <vornex/TQLiveFolder.h>
 #include <vornex/TQProject.h>
 #include <vornex/XMPKit.h>
 
@@ -12,6 +13,8 @@
 namespace vornex {
 
 namespace {
+
+constexpr const char* kFCPXKeys[] = {"fcpx_library", "fcpx_event", "fcpx_multicam_uid"};
 
 std::optional<Date> readDate(const Value* number) {
   if (!number || !(number->isNumber() || number->ifString())) return std::nullopt;
@@ -44,6 +47,10 @@ std::optional<std::int64_t> writeDate(const std::optional<Date>& date) {
 
 std::string identifier(const ProjectPtr& node) {
   return node ? node->id.value_or("") : "";
+}
+
+std::string identifier(const LiveFolderPtr& node) {
+  return node ? node->ID.value_or("") : "";
 }
 
 }  // namespace
@@ -113,13 +120,14 @@ bool TQAsset::setAssetDictionary(const Dictionary& dictionary) {
 std::optional<Dictionary> TQAsset::assetDictionary() const {
   auto created = writeDate(createDate), modified = writeDate(modifyDate);
   auto imported = writeDate(importDate), updated = writeDate(updateDate);
-  if (!mediaInfo || !created || !modified || !imported || !updated) {
-    logLine(LogLevel::error, std::string("assetDict exception: ") +
-                                 (mediaInfo ? "a date has no date number" : "there is no media information"));
+  const char* mistake = !mediaInfo                                       ? "there is no media information"
+                        : !tags_                                         ? "there are no tags"
+                        : !created || !modified || !imported || !updated ? "a date has no date number"
+                                                                         : nullptr;
+  if (mistake) {
+    logLine(LogLevel::error, std::string("assetDict exception: ") + mistake);
     return std::nullopt;
   }
-  // Assets of live folders and Final Cut Pro X name their owner instead of a project.
-  const bool isElsewhere = isLiveFolder != isFCPXLibrary;
   Dictionary result;
   result.reserve(48);
   auto setText = [&](const char* key, const OptionalString& text) { result.set(key, text.value_or("")); };
@@ -127,8 +135,7 @@ std::optional<Dictionary> TQAsset::assetDictionary() const {
   setText("frameio_id", frameioID);
   setText("name", name_);
   result.set("type", type);
-  setText("project", isElsewhere ? "" : identifier(project));
-  setText("group", isElsewhere ? "" : identifier(group));
+  for (const char* key : {"project", "group"}) result.set(key, "");
   setText("masterpath", masterPath);
   setText("thumbnailpath", thumbnailPath);
   setText("previewpath", previewPath);
@@ -137,7 +144,7 @@ std::optional<Dictionary> TQAsset::assetDictionary() const {
   result.set("wantreview", wantReview);
   setText("fileext", fileExtension);
   result.set("filesize", fileSize);
-  result.set("tags", writeStrings(tags_));
+  result.set("tags", writeStrings(*tags_));
   result.set("createdate", *created);
   result.set("modifydate", *modified);
   result.set("importdate", *imported);
@@ -157,7 +164,8 @@ std::optional<Dictionary> TQAsset::assetDictionary() const {
   result.set("islivefolder", isLiveFolder);
   for (const char* key : {"livefolder", "livesubfolder"}) result.set(key, "");
   result.set("isfcpxlibrary", isFCPXLibrary);
-  for (const char* key : {"fcpx_library", "fcpx_event", "fcpx_multicam_uid"}) result.set(key, "");
+  for (const char* key : kFCPXKeys) result.set(key, "");
+  setOwnerKeys(result);
   if (id) result.set("_id", *id);
   result.merge(xmpMeta);
   result.merge(redInfo);
@@ -168,8 +176,43 @@ std::optional<Dictionary> TQAsset::assetDictionary() const {
   return result;
 }
 
+// Assets of live folders and Final Cut Pro X name their owner instead of a project. For an owner that the
+// library does not know stands the identifier that was read.
+void TQAsset::setOwnerKeys(Dictionary& form) const {
+  auto set = [&](const char* key, const auto& owner, bool isKnown) {
+    form.set(key, isKnown ? identifier(owner) : notedText(key));
+  };
+  if (belongsToFCPXLibrary()) {
+    for (const char* key : kFCPXKeys) form.set(key, notedText(key));
+  } else if (belongsToLiveFolder()) {
+    const bool isKnown = !standIn_ || liveFolder != standIn_;
+    // The folder may be known, and the subfolder not.
+    const bool isSameFolder = liveFolder && liveFolder->ID == notedText("livefolder");
+    set("livefolder", liveFolder, isKnown);
+    set("livesubfolder", liveSubFolder, liveSubFolder || (isKnown && !isSameFolder));
+  } else {
+    const bool isKnown = !standIn_ || project != standIn_;
+    set("project", project, isKnown);
+    set("group", group, isKnown || group);
+  }
+}
+
 LibraryPtr TQAsset::library() const {
-  return project ? project->library.lock() : nullptr;
+  if (belongsToFCPXLibrary()) return standInLibrary_.lock();
+  if (belongsToLiveFolder()) {
+    if (!liveFolder) return nullptr;
+    return liveFolder == standIn_ ? standInLibrary_.lock() : liveFolder->library.lock();
+  }
+  if (!project) return nullptr;
+  return project == standIn_ ? standInLibrary_.lock() : project->library.lock();
+}
+
+void TQAsset::linkToUndefinedOwner(const LibraryPtr& library) {
+  standInLibrary_ = library;
+  if (belongsToLiveFolder())
+    standIn_ = liveFolder = TQLiveFolder::undefinedLiveFolderWithLibrary(library);
+  else if (!belongsToFCPXLibrary())
+    standIn_ = project = TQProject::undefinedProjectWithLibrary(library);
 }
 
 std::string TQAsset::nameWithID() const {
@@ -178,6 +221,11 @@ std::string TQAsset::nameWithID() const {
 
 void TQAsset::noteMetaData(const char* key, Value value) {
   if (metaDataDictionary) metaDataDictionary->set(key, std::move(value));
+}
+
+std::string TQAsset::notedText(const char* key) const {
+  const Value* value = metaDataDictionary ? metaDataDictionary->find(key) : nullptr;
+  return coerce::string(value).value_or("");
 }
 
 void TQAsset::setName(OptionalString newName) {
@@ -214,7 +262,16 @@ void TQAsset::setColorType(std::int64_t newColorType) {
 void TQAsset::setTags(std::vector<std::string> newTags) {
   updateTags(newTags);
   tags_ = std::move(newTags);
-  if (!tags_.empty()) noteMetaData("tags", writeStrings(tags_));
+  if (!tags_->empty()) noteMetaData("tags", writeStrings(*tags_));
+}
+
+void TQAsset::setTags(std::nullopt_t /*absent*/) {
+  tags_ = std::nullopt;
+}
+
+const std::vector<std::string>& TQAsset::tags() const {
+  static const std::vector<std::string> kNone;
+  return tags_ ? *tags_ : kNone;
 }
 
 std::optional<Dictionary> TQAsset::xmpMetaWithPath(const std::string& path) const {

@@ -22,8 +22,13 @@ std::string fileURL(const std::string& path) {
   return "file://" + percentEncoded(path, kPathCharacters);
 }
 
+// Records write an absent path as an empty one.
+bool isAbsent(const OptionalString& path) {
+  return !path || path->empty();
+}
+
 OptionalString packagePath(const LibraryPtr& library, const OptionalString& relativePath) {
-  if (!library || !library->packageFolder || !relativePath) return std::nullopt;
+  if (!library || !library->packageFolder || isAbsent(relativePath)) return std::nullopt;
   return appendPathComponent(*library->packageFolder, *relativePath);
 }
 
@@ -33,7 +38,7 @@ bool isLocal(const TQLibrary& library) {
 
 /// The URL of a package file at the library's server, which knows its media folders by the given word.
 OptionalString servedURL(const TQLibrary& library, const OptionalString& relativePath, const char* word) {
-  if (!relativePath || !library.connection || !library.connection->address || !library.dbName)
+  if (isAbsent(relativePath) || !library.connection || !library.connection->address || !library.dbName)
     return std::nullopt;
   std::string folder = lowercased(deletingLastPathComponent(*relativePath));
   std::size_t start = folder.find(word);
@@ -108,7 +113,7 @@ OptionalString TQAsset::downloadURL() const {
 }
 
 bool TQAsset::canHavePreview() const {
-  return (type == kAssetTypeVideo || type == kAssetTypeImage) && previewPath && !previewPath->empty();
+  return (type == kAssetTypeVideo || type == kAssetTypeImage) && !isAbsent(previewPath);
 }
 
 OptionalString TQAsset::previewURL() const {

@@ -34,7 +34,7 @@ static bool writeTags(const std::string& path, const std::vector<std::string>& t
 
 bool TQAsset::updateColorLabel(std::int64_t color) {
   LibraryPtr owner = library();
-  if (!owner || !owner->packageFolder || !masterPath) return false;
+  if (!owner || !owner->packageFolder || !masterPath || masterPath->empty()) return false;
   // Master paths begin with the separator.
   OptionalString path = resolvedPath(*owner->packageFolder + *masterPath);
   if (!path || !fileExists(*path)) return false;
@@ -54,7 +54,8 @@ bool TQAsset::updateTags(const std::vector<std::string>& newTags) {
   if (!present) return false;
   std::vector<std::string> tags = *present;
   for (const std::string& tag : newTags)
-    if (!findTagString(tag, tags)) tags.push_back(tag);
+    for (std::string& part : storedTags(tag))
+      if (!findTagString(part, tags)) tags.push_back(std::move(part));
   return tags == *present || writeTags(*path, tags);
 }
 

@@ -237,12 +237,16 @@ void TQLibrary::restoreAssets(const Assets& assets, Completion completion) {
       restorable.push_back(asset);
       items.push_back(Dictionary{{"_id", asset->id}, {"trash", false}});
     }
-    if (assets.empty()) return completion(false, localizedError(10000, "request.error.param.nil"));
+    if (assets.empty() || !self->connection || !self->connection->user)
+      return completion(false, localizedError(10000, "request.error.param.nil"));
     if (items.empty()) return completion(false, errorWithFailedAssets(kVornexErrorDomain, 10007, homeless));
     auto failed = std::make_shared<std::vector<std::string>>(homeless);
     auto apply = [self, restorable, failed](const Value& response) {
       AssetIDs unconfirmed = self->restoreAssets(restorable, response);
-      if (unconfirmed) failed->insert(failed->end(), unconfirmed->begin(), unconfirmed->end());
+      if (unconfirmed)
+        failed->insert(failed->end(), unconfirmed->begin(), unconfirmed->end());
+      else
+        for (const AssetPtr& asset : restorable) failed->push_back(asset->id.value_or(""));
       return unconfirmed;
     };
     bool allSent = homeless.empty();

@@ -171,6 +171,12 @@ void addImportCommand(CLI::App& app, Arguments& arguments) {
 void addSearchCommand(CLI::App& app, Arguments& arguments) {
   const auto [search, command] = addCommand<SearchCommand>(app, arguments, "search", "Find assets");
   search->add_option("TEXT", command->text, "Words, \"quoted phrases\", AND, OR; nothing finds every asset");
+  const auto more = std::make_shared<std::vector<std::string>>();
+  search->add_option("WORDS", *more, "More words, as if they stood in TEXT");
+  search->callback([&arguments, command = command, more] {
+    for (const std::string& word : *more) command->text += " " + word;
+    arguments.command = *command;
+  });
   search->add_option("--type", command->type, "Only assets of this type")
       ->check(CLI::IsMember({"video", "audio", "image", "document", "extra"}));
   addLibraryOption(search, command->library);
@@ -183,13 +189,56 @@ void addSearchCommand(CLI::App& app, Arguments& arguments) {
   search->add_flag("--trash", command->trash, "Search the trash instead");
 }
 
+/// What every command on some assets takes, after its own arguments.
+void addAssetArguments(CLI::App* app, std::vector<std::string>& ids, OptionalString& library) {
+  app->add_option("ID", ids, "Identifiers of assets")->required();
+  addLibraryOption(app, library);
+}
+
+void addAssetTagCommand(CLI::App& asset, Arguments& arguments) {
+  const auto [tag, tagging] =
+      addCommand<AssetTagCommand>(asset, arguments, "tag", "Change the tags of assets");
+  const auto addTags = [tag = tag](const std::string& name, auto& tags, const std::string& description) {
+    return tag->add_option(name, tags, description)->delimiter(',')->allow_extra_args(false);
+  };
+  CLI::Option* add = addTags("--add", tagging->add, "Tags to add, separated by commas");
+  CLI::Option* remove = addTags("--remove", tagging->remove, "Tags to take away");
+  CLI::Option* set = addTags("--set", tagging->set, "Tags to have instead of all others");
+  CLI::Option* clear =
+      tag->add_flag("--clear", tagging->clear, "Take all tags away")->excludes(set)->excludes(remove);
+  tag->callback([=, &arguments, command = tagging] {
+    if (add->empty() && remove->empty() && set->empty() && clear->empty())
+      throw CLI::RequiredError("--add, --remove, --set or --clear");
+    if (command->clear) command->set.emplace();
+    arguments.command = *command;
+  });
+  addAssetArguments(tag, tagging->ids, tagging->library);
+}
+
 void addAssetCommands(CLI::App& app, Arguments& arguments) {
-  CLI::App* asset = app.add_subcommand("asset", "Look at single assets");
+  CLI::App* asset = app.add_subcommand("asset", "Look at assets, open them, and change what is said of them");
   asset->require_subcommand(1);
   const auto [show, command] =
       addCommand<AssetShowCommand>(*asset, arguments, "show", "Show everything about an asset");
   show->add_option("ID", command->id, "Identifier of the asset")->required();
   addLibraryOption(show, command->library);
+  const auto [open, opened] =
+      addCommand<AssetOpenCommand>(*asset, arguments, "open", "Open files with the desktop's programs");
+  open->add_flag("--path", opened->path, "Print where the files are instead");
+  addAssetArguments(open, opened->ids, opened->library);
+  addAssetTagCommand(*asset, arguments);
+  const auto [label, labelling] =
+      addCommand<AssetLabelCommand>(*asset, arguments, "label", "Give assets a colour label");
+  label->add_option("COLOR", labelling->color, "Name of the colour, or none")
+      ->required()
+      ->check(CLI::IsMember({"none", "red", "orange", "yellow", "green", "blue", "purple", "gray"}));
+  addAssetArguments(label, labelling->ids, labelling->library);
+  const auto [rate, rated] = addCommand<AssetRateCommand>(*asset, arguments, "rate", "Give assets stars");
+  rate->add_option("STARS", rated->rating, "From 0 to 5")->required()->check(CLI::Range(0, 5));
+  addAssetArguments(rate, rated->ids, rated->library);
+  const auto [flag, flagging] = addCommand<AssetFlagCommand>(*asset, arguments, "flag", "Flag assets");
+  flag->add_flag("--off", flagging->off, "Take the flag away");
+  addAssetArguments(flag, flagging->ids, flagging->library);
 }
 
 }  // namespace vornex::cli

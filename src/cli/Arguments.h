@@ -113,13 +113,45 @@ struct AssetShowCommand {
   std::string id;
   OptionalString library;
 };
+struct AssetTagCommand {
+  std::vector<std::string> ids;
+  /// Begin with these instead of the tags that each has.
+  std::optional<std::vector<std::string>> set;
+  bool clear = false;
+  std::vector<std::string> add;
+  std::vector<std::string> remove;
+  OptionalString library;
+};
+struct AssetLabelCommand {
+  /// A colour's name, or "none".
+  std::string color;
+  std::vector<std::string> ids;
+  OptionalString library;
+};
+struct AssetRateCommand {
+  std::int64_t rating = 0;
+  std::vector<std::string> ids;
+  OptionalString library;
+};
+struct AssetFlagCommand {
+  bool off = false;
+  std::vector<std::string> ids;
+  OptionalString library;
+};
+struct AssetOpenCommand {
+  std::vector<std::string> ids;
+  /// Print where the files are instead.
+  bool path = false;
+  OptionalString library;
+};
 
 using Command =
     std::variant<ServeCommand, StopCommand, StatusCommand, LibraryCreateCommand, LibraryListCommand,
                  LibraryShowCommand, LibraryImportCommand, LibraryRenameCommand, LibraryDeleteCommand,
                  LibraryBackupCommand, LibraryRestoreCommand, LibraryReloadCommand, ProjectAddCommand,
                  ProjectGroupCommand, ProjectListCommand, ProjectRenameCommand, ProjectMoveCommand,
-                 ProjectRemoveCommand, ImportCommand, SearchCommand, AssetShowCommand>;
+                 ProjectRemoveCommand, ImportCommand, SearchCommand, AssetShowCommand, AssetTagCommand,
+                 AssetLabelCommand, AssetRateCommand, AssetFlagCommand, AssetOpenCommand>;
 
 /// What a command line asks for.
 struct Arguments {

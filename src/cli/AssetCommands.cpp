@@ -101,13 +101,9 @@ Result<void> run(const SearchCommand& command, Host& host, const Output& output)
 Result<void> run(const AssetShowCommand& command, Host& host, const Output& output) {
   auto library = host.library(command.library);
   if (!library) return tl::unexpected(library.error());
-  TQErrorPtr error;
-  const AssetPtr asset =
-      TQSearchManager::sharedManager().searchAssetWithLibrary(*library, command.id, &error);
-  if (!asset) {
-    return tl::unexpected(error ? fromSDK(error)
-                                : Error{"vornex", 0, fmt::format("there is no asset \"{}\"", command.id)});
-  }
+  auto found = assetsWithIDs(*library, {command.id});
+  if (!found) return tl::unexpected(found.error());
+  const AssetPtr asset = found->front();
   Dictionary record = facts(*library, *asset);
   record.set("flagged", asset->flagged());
   record.set("rating", asset->rating());

@@ -32,5 +32,10 @@ class Output;
 [[nodiscard]] Result<void> run(const ImportCommand& command, Host& host, const Output& output);
 [[nodiscard]] Result<void> run(const SearchCommand& command, Host& host, const Output& output);
 [[nodiscard]] Result<void> run(const AssetShowCommand& command, Host& host, const Output& output);
+[[nodiscard]] Result<void> run(const AssetTagCommand& command, Host& host, const Output& output);
+[[nodiscard]] Result<void> run(const AssetLabelCommand& command, Host& host, const Output& output);
+[[nodiscard]] Result<void> run(const AssetRateCommand& command, Host& host, const Output& output);
+[[nodiscard]] Result<void> run(const AssetFlagCommand& command, Host& host, const Output& output);
+[[nodiscard]] Result<void> run(const AssetOpenCommand& command, Host& host, const Output& output);
 
 }  // namespace vornex::cli

@@ -57,6 +57,23 @@ Result<TQSearchResponse> search(const LibraryPtr& library, const SearchQuestion&
   return std::move(response);
 }
 
+Result<std::vector<AssetPtr>> assetsWithIDs(const LibraryPtr& library, const std::vector<std::string>& ids) {
+  std::vector<AssetPtr> assets;
+  std::vector<std::string> missing;
+  for (const std::string& id : ids) {
+    TQErrorPtr error;
+    AssetPtr asset = TQSearchManager::sharedManager().searchAssetWithLibrary(library, id, &error);
+    if (asset)
+      assets.push_back(std::move(asset));
+    else if (!error || error->code() == static_cast<std::int64_t>(StatusCode::itemNotFound))
+      missing.push_back('"' + id + '"');
+    else
+      return tl::unexpected(fromSDK(error));
+  }
+  if (missing.empty()) return assets;
+  return failure("vornex", 0, fmt::format("there is no asset {}", fmt::join(missing, ", ")));
+}
+
 Result<void> forEachAsset(const LibraryPtr& library,
                           const std::function<void(const AssetPtr& asset)>& callback) {
   constexpr std::int64_t kPageSize = 1000;

@@ -27,6 +27,11 @@ struct SearchQuestion {
 /// One page of matching assets. Blocks; not for the main thread. Changes the shared search settings.
 [[nodiscard]] Result<TQSearchResponse> search(const LibraryPtr& library, const SearchQuestion& question);
 
+/// The assets with the identifiers, in their order. An error names those that the library does not have.
+/// Blocks; not for the main thread.
+[[nodiscard]] Result<std::vector<AssetPtr>> assetsWithIDs(const LibraryPtr& library,
+                                                          const std::vector<std::string>& ids);
+
 /// Calls back with every asset outside the trash.
 [[nodiscard]] Result<void> forEachAsset(const LibraryPtr& library,
                                         const std::function<void(const AssetPtr& asset)>& callback);

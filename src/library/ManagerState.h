@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "foundation/Error.h"
 #include "library/Published.h"
 #include "library/SharedList.h"
 
@@ -59,8 +60,9 @@ struct TQLibraryManager::State {
   void claim(const std::vector<LibraryPtr>& added);
 };
 
-/// Whether the file of the local list has a row of the database name, by whatever process.
-bool isInLocalList(const OptionalString& dbName);
+/// Whether the file of the local list has a row of the database name, by whatever process. An error for a
+/// file that is there and cannot be read.
+[[nodiscard]] Result<bool> isInLocalList(const OptionalString& dbName);
 
 /// Gives a local library's connection the local user and the port of the local service.
 void connectLocally(const LibraryPtr& library);

@@ -72,4 +72,15 @@ TQErrorPtr removePackageFolder(const std::string& folder) {
   return nullptr;
 }
 
+std::string creationOf(const std::string& folder) {
+  return appendPathComponent(deletingLastPathComponent(folder), lastPathComponent(folder) + ".creation");
+}
+
+void forgetCreation(const std::string& folder, const std::string& dbName) {
+  const std::string creation = creationOf(folder);
+  if (!itemExists(FileLock::placeOf(creation))) return;
+  auto locked = FileLock::acquire(creation, std::chrono::milliseconds(0));
+  if (locked && locked->note() == dbName) locked->removeFile();
+}
+
 }  // namespace vornex

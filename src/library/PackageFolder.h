@@ -18,4 +18,12 @@ PackageHolder holderOfPackage(const std::string& folder, const OptionalString& d
 /// success; else logged, and the file system's error. Thread-safe.
 TQErrorPtr removePackageFolder(const std::string& folder);
 
+/// Locked, see `FileLock`, while a package folder is made, and gone when it is. The lock's file, beside the
+/// folder, names the database, so that the next creation there can clear up after one that was killed.
+std::string creationOf(const std::string& folder);
+
+/// Removes the file of a creation of the database that was killed: what it made has become a library, and no
+/// later creation may take it for a rest. Does nothing while another creation is at it. Thread-safe.
+void forgetCreation(const std::string& folder, const std::string& dbName);
+
 }  // namespace vornex

@@ -40,14 +40,9 @@ TQErrorPtr refuse(const LibraryPtr& library, std::int64_t code, const char* key)
   return libraryError(code, key);
 }
 
-// Locked while a package folder is made, and gone when it is. Its file, beside the folder, names the
-// database, so that the next creation there can clear up after one that was killed.
-std::string creationOf(const std::string& folder) {
-  return appendPathComponent(deletingLastPathComponent(folder), lastPathComponent(folder) + ".creation");
-}
-
+// A list that cannot be read may name it.
 bool isKnown(const std::string& dbName) {
-  return TQLibraryManager::sharedManager().libraryForDBName(dbName) || isInLocalList(dbName);
+  return TQLibraryManager::sharedManager().libraryForDBName(dbName) || isInLocalList(dbName).value_or(true);
 }
 
 // Whether nothing is in the folder but what a creation of the database makes before the library is listed.
@@ -71,18 +66,21 @@ Result<void> removeDatabase(const std::string& dbName) {
   return error ? failure(error->domain().value_or(""), error->code(), error->message()) : Result<void>();
 }
 
-// Removes what a creation that was killed has left at the place. Null when the place is free.
+// Removes what a creation that was killed has left at the place. Null when the place is free. Without its
+// package, the database that the note names may be the only copy of a library that has left the list.
 TQErrorPtr clearPlace(const LibraryPtr& library, FileLock& creation) {
   const std::string& folder = *library->packageFolder;
   const std::string former = creation.note();
-  const bool isTaken = itemExists(folder);
-  if (isTaken && !(creation.isExclusive() && isUnfinishedCreation(folder, former))) {
-    creation.removeFile();
+  if (!itemExists(folder)) return nullptr;
+  if (!creation.isExclusive()) return refuse(library, 10002, "library.message.exist");
+  if (!isUnfinishedCreation(folder, former)) {
+    const bool isListRead = isInLocalList(former).has_value();
+    if (isListRead) creation.removeFile();
     return refuse(library, 10002, "library.message.exist");
   }
-  if (!former.empty() && !isKnown(former) && itemExists(layout::databaseFolder(former)))
+  if (itemExists(layout::databaseFolder(former)))
     if (auto removed = removeDatabase(former); !removed) return makeSdkError(removed.error());
-  return isTaken ? removePackageFolder(folder) : nullptr;
+  return removePackageFolder(folder);
 }
 
 // Null when the library can be created, as far as can be seen.
@@ -152,15 +150,16 @@ TQErrorPtr createPackage(const LibraryPtr& library, std::optional<FileLock>& cre
   return error;
 }
 
-// Removes everything that a creation has made. What cannot be removed now, the next creation removes.
+// Removes everything that a creation has made. What cannot be removed now, the next creation there, of a new
+// record, removes: as long as the database stays, so does the folder that tells it.
 void undoCreation(TQLibraryManager& manager, const LibraryPtr& library, const TQErrorPtr& reason,
                   FileLock& creation) {
   // The database of that name is another library's.
   const bool isOurs = reason->code() != static_cast<std::int64_t>(StatusCode::itemExists);
   auto removed = isOurs ? removeDatabase(library->dbName.value_or("")) : Result<void>();
   if (!removed) logLine(LogLevel::error, removed.error().message);
-  TQErrorPtr left = removePackageFolder(*library->packageFolder);
-  if (removed && !left) creation.removeFile();
+  const bool isLeft = !removed && itemExists(layout::databaseFolder(library->dbName.value_or("")));
+  if (!isLeft && !removePackageFolder(*library->packageFolder)) creation.removeFile();
   manager.deleteLibraryPlist(library);
 }
 

@@ -5,6 +5,7 @@
 #include <vornex/TQVornexUtil.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <optional>
 
@@ -65,7 +66,7 @@ class PackageImport {
       return FileLock::acquire(layout::databaseFolder(dbName()) + " import", kImportPatience);
     });
     if (!turn) return makeSdkError(turn.error());
-    if (manager_.findLibrary(library_) || isInLocalList(library_->dbName)) {
+    if (manager_.findLibrary(library_) || isInLocalList(library_->dbName).value_or(false)) {
       logLine(LogLevel::error, "Already exist library: " + dbName());
       return libraryError(10002, "library.message.path.exist");
     }
@@ -198,9 +199,11 @@ class PackageImport {
 
 }  // namespace
 
-bool isInLocalList(const OptionalString& dbName) {
+Result<bool> isInLocalList(const OptionalString& dbName) {
   auto file = readDictionaryFile(layout::localLibraryPlist());
-  const Array rows = coerce::array(file ? file->find("library") : nullptr);
+  if (!file && file.error().domain == "posix" && file.error().code == ENOENT) return false;
+  if (!file) return tl::unexpected(file.error());
+  const Array rows = coerce::array(file->find("library"));
   return std::any_of(rows.begin(), rows.end(), [&](const Value& row) {
     return dbName && coerce::string(row.find("dbname")) == dbName;
   });

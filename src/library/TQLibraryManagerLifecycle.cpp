@@ -5,9 +5,10 @@
 #include <vornex/TQVornexUtil.h>
 #include <vornex/TQWorkflowEngineInterface.h>
 
-#include <cerrno>
+#include <optional>
 
 #include "core/SdkError.h"
+#include "core/StorageLayout.h"
 #include "foundation/Files.h"
 #include "library/AskService.h"
 #include "library/DatabaseCopies.h"
@@ -34,11 +35,18 @@ TQErrorPtr deleteEverything(const LibraryPtr& library) {
   if (holder == PackageHolder::other) return notTheLibrarys(library);
   const bool hasPackage = library->packageFolder && itemExists(*library->packageFolder);
   // A backup by another process must not write into what is removed.
-  Result<DatabaseCopies::Locks> locks = posixFailure(ENOENT, "find the package");
-  if (holder == PackageHolder::library) locks = DatabaseCopies(*library).lock(DatabaseCopies::Use::read);
-  if (!locks && locks.error().code == ETIMEDOUT) return makeSdkError(locks.error());
+  std::optional<DatabaseCopies::Locks> locks;
+  if (holder == PackageHolder::library) {
+    auto locked = createDirectories(layout::databaseRoot()).and_then([&] {
+      return DatabaseCopies(*library).lock(DatabaseCopies::Use::read);
+    });
+    if (!locked) return makeSdkError(locked.error());
+    locks = std::move(*locked);
+  }
   if (TQErrorPtr error = askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or("")))
     return error;
+  // Its file lies in the package; a network file system keeps what is open.
+  if (locks) locks->package.reset();
   return hasPackage ? removePackageFolder(*library->packageFolder) : nullptr;
 }
 
@@ -84,6 +92,8 @@ void TQLibraryManager::deleteLibrary(LibraryPtr library, bool allDelete, SyncHan
                                        progress = std::move(progress)] {
     TQErrorPtr error = allDelete ? deleteEverything(library) : packUp(*this, library, syncHandler, progress);
     if (error) return Ending::of(error);
+    // While the row is there, no creation takes the library for the rest of another one.
+    if (library->packageFolder) forgetCreation(*library->packageFolder, library->dbName.value_or(""));
     const bool saved = deleteLibraryPlist(library);
     // Who imports the package next may count on it that the service has forgotten the library.
     askService(&ServiceProxy::updateLibrary);

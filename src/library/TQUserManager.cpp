@@ -12,6 +12,7 @@
 #include "library/CredentialFile.h"
 #include "library/Published.h"
 #include "library/SharedList.h"
+#include "service/ServiceLauncher.h"
 #include "service/TQVornexService.h"
 
 namespace vornex {
@@ -73,7 +74,7 @@ bool TQUserManager::saveUsersFile() {
   }
   auto service = TQVornexService();
   // One that starts later reads the file.
-  if (service && service->isConnected()) service->updateUsers([](const TQErrorPtr&) {});
+  if (service && (service->isConnected() || isServiceAlive())) service->updateUsers([](const TQErrorPtr&) {});
   return true;
 }
 

@@ -17,7 +17,7 @@ static LiveFolderPtr find(const std::vector<LiveFolderPtr>& roots, OptionalStrin
 
 std::int64_t TQLibrary::indexOfLiveFolder(const LiveFolderPtr& liveFolder) const {
   for (std::size_t i = 0; liveFolder && i < liveFolders.size(); ++i)
-    if (liveFolders[i]->ID == liveFolder->ID) return static_cast<std::int64_t>(i);
+    if (liveFolders[i] && liveFolders[i]->ID == liveFolder->ID) return static_cast<std::int64_t>(i);
   return -1;
 }
 
@@ -35,7 +35,7 @@ LiveFolderPtr TQLibrary::liveFolderWithPath(const std::string& path) const {
 
 bool TQLibrary::isExistPathInLiveFoldersWithPath(const std::string& path) const {
   return std::any_of(liveFolders.begin(), liveFolders.end(),
-                     [&](const LiveFolderPtr& root) { return root->path == path; });
+                     [&](const LiveFolderPtr& root) { return root && root->path == path; });
 }
 
 }  // namespace vornex

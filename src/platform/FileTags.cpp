@@ -29,18 +29,6 @@ Result<std::string> readAttribute(const std::string& path) {
   return posixFailure(EBUSY, "cannot read the tags of " + path);
 }
 
-std::vector<std::string> splitTags(const std::string& text) {
-  std::vector<std::string> tags;
-  std::size_t start = 0;
-  while (start <= text.size()) {
-    std::size_t end = std::min(text.find(',', start), text.size());
-    std::string tag = trimmedWhitespace(validUtf8(std::string_view(text).substr(start, end - start)));
-    if (!tag.empty()) tags.push_back(std::move(tag));
-    start = end + 1;
-  }
-  return tags;
-}
-
 std::string joinTags(const std::vector<std::string>& tags) {
   std::string text;
   for (const std::string& tag : tags) {
@@ -53,8 +41,20 @@ std::string joinTags(const std::vector<std::string>& tags) {
 
 }  // namespace
 
+std::vector<std::string> storedTags(const std::string& tag) {
+  std::vector<std::string> tags;
+  std::size_t start = 0;
+  while (start <= tag.size()) {
+    std::size_t end = std::min(tag.find(',', start), tag.size());
+    std::string part = trimmedWhitespace(validUtf8(std::string_view(tag).substr(start, end - start)));
+    if (!part.empty()) tags.push_back(std::move(part));
+    start = end + 1;
+  }
+  return tags;
+}
+
 Result<std::vector<std::string>> fileTags(const std::string& path) {
-  return readAttribute(path).map(splitTags);
+  return readAttribute(path).map(storedTags);
 }
 
 Result<void> setFileTags(const std::string& path, const std::vector<std::string>& tags) {

@@ -14,8 +14,10 @@ namespace vornex {
 /// list.
 [[nodiscard]] Result<std::vector<std::string>> fileTags(const std::string& path);
 
-/// Replaces the tags; an empty list removes the attribute. A comma inside a tag separates: "a,b" is read back
-/// as two.
+/// What a tag is read back as: the parts between its commas, none of them empty, without blanks around them.
+std::vector<std::string> storedTags(const std::string& tag);
+
+/// Replaces the tags; an empty list removes the attribute. See storedTags.
 [[nodiscard]] Result<void> setFileTags(const std::string& path, const std::vector<std::string>& tags);
 
 }  // namespace vornex

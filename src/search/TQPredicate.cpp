@@ -4,6 +4,7 @@
 #include <set>
 
 #include "core/DateNumber.h"
+#include "core/QueryKeys.h"
 #include "foundation/Text.h"
 
 namespace vornex {
@@ -53,11 +54,6 @@ static std::string quoted(const std::string& text) {
   return result + '"';
 }
 
-static bool isWordCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-         static_cast<unsigned char>(c) >= 0x80;
-}
-
 /// Whether the reader would take the word for something else than a key.
 static bool isReserved(const std::string& word) {
   // Never destroyed: workers may write predicates while the process ends.
@@ -103,7 +99,7 @@ static OptionalString keyText(const std::string& key) {
   for (std::size_t begin = 0; begin <= key.size();) {
     std::size_t end = std::min(key.find('.', begin), key.size());
     std::string word = key.substr(begin, end - begin);
-    if (word.empty() || !std::all_of(word.begin(), word.end(), isWordCharacter)) return std::nullopt;
+    if (!isQueryKey(word)) return std::nullopt;
     if (begin > 0) result += '.';
     if (std::isdigit(static_cast<unsigned char>(word.front())) || isReserved(word)) result += '#';
     result += word;

@@ -1,6 +1,7 @@
 #include <vornex/Log.h>
 #include <vornex/TQAsset.h>
 #include <vornex/TQLibrary.h>
+#include <vornex/TQLiveFolder.h>
 #include <vornex/TQProject.h>
 #include <vornex/TQSearchManager.h>
 #include <vornex/TQVornexUtil.h>
@@ -45,8 +46,26 @@ ProjectPtr groupNamedBy(const Value& item, TQProject& project) {
 
 void linkProject(TQAsset& asset, const Value& item, const LibraryPtr& library) {
   asset.project = projectNamedBy(item, *library);
-  if (!asset.project) asset.project = TQProject::undefinedProjectWithLibrary(library);
-  asset.group = groupNamedBy(item, *asset.project);
+  if (asset.project)
+    asset.group = groupNamedBy(item, *asset.project);
+  else
+    asset.linkToUndefinedOwner(library);
+}
+
+void linkLiveFolder(TQAsset& asset, const Value& item, const LibraryPtr& library) {
+  OptionalString id = coerce::string(item.find("livefolder"));
+  OptionalString subID = coerce::string(item.find("livesubfolder"));
+  asset.isLiveFolder = true;
+  asset.liveFolder = id ? library->liveFolderWithID(*id) : nullptr;
+  if (!asset.liveFolder)
+    asset.linkToUndefinedOwner(library);
+  else if (subID)
+    asset.liveSubFolder = asset.liveFolder->subFolderWithID(*subID);
+}
+
+void linkFCPXLibrary(TQAsset& asset, const LibraryPtr& library) {
+  asset.isFCPXLibrary = true;
+  asset.linkToUndefinedOwner(library);
 }
 
 /// An asset that belongs elsewhere may lie in a project besides.
@@ -67,8 +86,7 @@ AssetPtr makeAsset(const Value& item, const LibraryPtr& library) {
   if (!isLiveFolder && !isFCPXLibrary) {
     linkProject(*asset, item, library);
   } else if (isLiveFolder != isFCPXLibrary) {
-    asset->isLiveFolder = isLiveFolder;
-    asset->isFCPXLibrary = isFCPXLibrary;
+    isLiveFolder ? linkLiveFolder(*asset, item, library) : linkFCPXLibrary(*asset, library);
     linkOptionalProject(*asset, item, *library);
   }
   return asset;

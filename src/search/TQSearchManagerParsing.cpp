@@ -3,6 +3,8 @@
 #include <vornex/TQSearchManager.h>
 #include <vornex/TQVornexUtil.h>
 
+#include <stdexcept>
+
 #include "foundation/Text.h"
 
 namespace vornex {
@@ -23,7 +25,12 @@ struct Split {
   TQErrorPtr error;
 };
 
-/// A compiled pattern that is found in UTF-8 text, letter case ignored.
+void require(UErrorCode status) {
+  if (U_FAILURE(status)) throw std::runtime_error(u_errorName(status));
+}
+
+/// A compiled pattern that is found in UTF-8 text, letter case ignored. Throws for a pattern that is none,
+/// and for a text that takes it too long.
 class Pattern {
  public:
   explicit Pattern(const std::string& text) {
@@ -31,22 +38,22 @@ class Pattern {
     UParseError position;
     pattern_.reset(icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(text), UREGEX_CASE_INSENSITIVE,
                                               position, status));
-    if (U_FAILURE(status)) pattern_.reset();
+    require(status);
   }
 
-  /// The byte ranges of all matches from left to right; none for a pattern that cannot be compiled.
+  /// The byte ranges of all matches from left to right.
   std::vector<Range> matches(const std::string& text) const {
     std::vector<Range> ranges;
-    if (!pattern_) return ranges;
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<UText, decltype(&utext_close)> input(
         utext_openUTF8(nullptr, text.data(), static_cast<std::int64_t>(text.size()), &status), &utext_close);
     std::unique_ptr<icu::RegexMatcher> matcher(pattern_->matcher(status));
-    if (U_FAILURE(status)) return ranges;
+    require(status);
     matcher->reset(input.get());
     while (matcher->find(status) && U_SUCCESS(status))
       ranges.push_back({static_cast<std::size_t>(matcher->start64(status)),
                         static_cast<std::size_t>(matcher->end64(status))});
+    require(status);
     return ranges;
   }
 
@@ -200,7 +207,16 @@ Split splitSearchString(const std::string& string) {
   return splitWithoutQuotes(string);
 }
 
-void deliver(Split split, const TQSearchManager::ParseCompletion& completion) {
+/// Calls back with what the splitter makes of the string.
+template <typename Splitter>
+void deliver(Splitter splitter, const std::string& string,
+             const TQSearchManager::ParseCompletion& completion) {
+  Split split;
+  try {
+    split = splitter(validUtf8(string));
+  } catch (const std::exception&) {
+    split = failed(10013, "search.string.invalid");
+  }
   completion(std::move(split.terms), split.operatorType, std::move(split.error));
 }
 
@@ -220,7 +236,11 @@ std::string TQSearchManager::replaceSearchString(const std::string& string) {
 
 std::optional<Terms> TQSearchManager::matchSearchStringsFromString(const std::string& string,
                                                                    const std::string& pattern) const {
-  return splitByPattern(validUtf8(string), Pattern(pattern));
+  try {
+    return splitByPattern(validUtf8(string), Pattern(pattern));
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
 }
 
 std::optional<Terms> TQSearchManager::matchANDSearchString(const std::string& string) const {
@@ -242,17 +262,17 @@ bool TQSearchManager::validSearchStringFromString(const std::string& string,
 
 void TQSearchManager::matchSearchStringsFromString(const std::string& string,
                                                    const ParseCompletion& completion) const {
-  deliver(splitWithoutQuotes(validUtf8(string)), completion);
+  deliver(splitWithoutQuotes, string, completion);
 }
 
 void TQSearchManager::matchDoubleQuotSearchStringsFromString(const std::string& string,
                                                              const ParseCompletion& completion) const {
-  deliver(splitAroundQuotes(validUtf8(string)), completion);
+  deliver(splitAroundQuotes, string, completion);
 }
 
 void TQSearchManager::parseSearchString(const OptionalString& string,
                                         const ParseCompletion& completion) const {
-  deliver(splitSearchString(validUtf8(string.value_or(""))), completion);
+  deliver(splitSearchString, string.value_or(""), completion);
 }
 
 }  // namespace vornex

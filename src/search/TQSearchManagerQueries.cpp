@@ -1,3 +1,4 @@
+#include <vornex/TQLiveFolder.h>
 #include <vornex/TQProject.h>
 #include <vornex/TQSearchManager.h>
 
@@ -42,6 +43,12 @@ Conditions fieldContainsEach(const std::string& field, const TQSearchManager::Te
 void appendGroupIDs(const TQProject& group, std::vector<std::string>& identifiers) {
   if (group.id) identifiers.push_back(*group.id);
   for (const ProjectPtr& child : group.childGroups) appendGroupIDs(*child, identifiers);
+}
+
+void appendSubFolderIDs(const TQLiveFolder& folder, std::vector<std::string>& identifiers) {
+  if (folder.ID) identifiers.push_back(*folder.ID);
+  for (const LiveFolderPtr& child : folder.subFolders)
+    if (child) appendSubFolderIDs(*child, identifiers);
 }
 
 }  // namespace
@@ -162,6 +169,12 @@ std::string TQSearchManager::searchKeyFromAssetType(std::int64_t assetType) {
 std::int64_t TQSearchManager::assetTypeFromSearchKey(const std::string& key) {
   auto found = std::find(kTypeKeys.begin(), kTypeKeys.end(), key);
   return found == kTypeKeys.end() ? -1 : found - kTypeKeys.begin();
+}
+
+std::vector<std::string> TQSearchManager::subFolderIDs(const LiveFolderPtr& liveFolder) const {
+  std::vector<std::string> identifiers;
+  if (liveFolder) appendSubFolderIDs(*liveFolder, identifiers);
+  return identifiers;
 }
 
 std::vector<std::string> TQSearchManager::groupIDs(const ProjectPtr& group) const {

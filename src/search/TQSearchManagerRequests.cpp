@@ -21,7 +21,9 @@ namespace {
 constexpr std::int64_t kDuplicatePageLimit = 1000;
 
 bool canSend(const LibraryPtr& library) {
-  return library && library->connection && library->connection->user;
+  const ConnectionPtr connection = library ? library->connection : nullptr;
+  const UserPtr user = connection ? connection->user : nullptr;
+  return user && user->id && user->password && connection->address && library->dbName;
 }
 
 std::string assetPath(const std::string& assetID) {
@@ -57,14 +59,6 @@ TQSearchManager::Request TQSearchManager::request(const LibraryPtr& library, std
   return {library, pageIndex, pageLimit, tag, sortSetting()};
 }
 
-TQSearchManager::Request TQSearchManager::categoryRequest(const LibraryPtr& library,
-                                                          const ProjectPtr& category, std::int64_t pageIndex,
-                                                          std::int64_t pageLimit, std::int64_t tag) const {
-  Request prepared = request(library, pageIndex, pageLimit, tag);
-  prepared.isComplete = category && category->id;
-  return prepared;
-}
-
 void TQSearchManager::addTerms(std::vector<PredicatePtr>& conditions, const Terms& terms,
                                std::int64_t operatorType) const {
   if (!terms.empty()) conditions.push_back(createQueryWithSearchStrings(terms, operatorType));
@@ -79,8 +73,7 @@ void TQSearchManager::addNoTrash(std::vector<PredicatePtr>& conditions) const {
 }
 
 TQErrorPtr TQSearchManager::requestError(const Request& request) {
-  if (!canSend(request.library) || !request.isComplete)
-    return localizedError(10000, "request.error.param.nil");
+  if (!canSend(request.library)) return localizedError(10000, "request.error.param.nil");
   if (request.checksPage && request.pageIndex < 0)
     return localizedError(10001, "request.error.param.invalid");
   return nullptr;
@@ -106,6 +99,10 @@ void TQSearchManager::send(Request request, AddConditions addConditions, SearchC
     OptionalString text;
     try {
       std::vector<PredicatePtr> conditions;
+      if (request.category) {
+        conditions.push_back(request.category(*frozen));
+        if (!conditions.front()) return fail(localizedError(10000, "request.error.param.nil"));
+      }
       addConditions(*frozen, conditions);
       if (!conditions.empty()) text = queryText(allOf(conditions));
     } catch (const std::exception& exception) {
@@ -269,6 +266,8 @@ TQSearchResponse TQSearchManager::searchAssetWithLibrary(const LibraryPtr& libra
                                                          const Dictionary& searchKeyValues,
                                                          std::int64_t operatorType, std::int64_t pageIndex,
                                                          std::int64_t pageLimit, std::int64_t tag) {
+  if (TQErrorPtr error = requestError(request(library, pageIndex, pageLimit, tag)))
+    return TQSearchResponse::searchResponseWithError(error, tag);
   PredicatePtr query;
   try {
     std::vector<PredicatePtr> conditions;

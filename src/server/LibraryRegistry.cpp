@@ -157,8 +157,10 @@ bool LibraryRegistry::takeRecord(const Dictionary& record, bool listed) {
     isNew = !entries_.contains(dbName);
     Entry& entry = entries_[dbName];
     entry.listed = entry.listed || listed;
-    entry.leaves = false;
-    if (isNew && listed) entry.opens = loaded_;
+    // What was about to be forgotten is as good as new.
+    const bool comesBack = std::exchange(entry.leaves, false);
+    if (comesBack) entry.keptClosedUntil = {};
+    if (listed && (isNew || comesBack)) entry.opens = loaded_;
     if (!isNew && *entry.library.record == record) return false;
     changed = !isNew;
     if (isNew || entry.library.packageFolder != packageFolder) {
@@ -203,8 +205,9 @@ void LibraryRegistry::letGo(const std::string& dbName) {
     auto found = entries_.find(dbName);
     return found != entries_.end() && found->second.leaves;
   };
-  if (leaves()) closeLocked(dbName);
-  if (leaves()) forgetLocked(dbName);
+  if (!leaves()) return;
+  closeLocked(dbName);
+  forgetLocked(dbName, Forget::unlisted);
 }
 
 Result<LibraryRegistry::LoadReport> LibraryRegistry::load() {
@@ -228,11 +231,10 @@ LibraryRegistry::LoadReport LibraryRegistry::openEach(const std::vector<std::str
   auto openNext = [&] {
     for (std::size_t i = next++; i < dbNames.size(); i = next++) {
       if (isKeptClosed(dbNames[i])) continue;
+      // Before: whoever has the turn may give it back at once.
+      setOpens(dbNames[i]);
       Turn turn(*this, dbNames[i], Turn::Wait::unlessLong);
-      if (!turn) {
-        setOpens(dbNames[i]);
-        continue;
-      }
+      if (!turn) continue;
       auto opened = openLocked(dbNames[i], false);
       std::lock_guard lock(reportMutex);
       if (opened) {
@@ -322,12 +324,7 @@ void LibraryRegistry::setFailed(const std::string& dbName) {
 void LibraryRegistry::close(const std::string& dbName) {
   Turn turn(*this, dbName);
   closeLocked(dbName);
-  auto library = find(dbName);
-  auto isListed = [&] {
-    std::lock_guard lock(mutex_);
-    return entries_.at(dbName).listed;
-  };
-  if (library && !isListed()) forgetLocked(dbName);
+  forgetLocked(dbName, Forget::unlisted);
 }
 
 /// From here on, who need not wait for the library does not. Only the holder of its turn may call this.
@@ -374,7 +371,7 @@ Result<void> LibraryRegistry::remove(const std::string& dbName) {
   Turn turn(*this, dbName);
   closeLocked(dbName);
   if (auto removed = removeDatabaseFolder(dbName); !removed) return removed;
-  forgetLocked(dbName);
+  forgetLocked(dbName, Forget::any);
   return {};
 }
 
@@ -503,13 +500,14 @@ bool LibraryRegistry::isKeptClosed(const std::string& dbName) const {
   return found != entries_.end() && Clock::now() < found->second.keptClosedUntil;
 }
 
-/// Only the holder of the library's turn may call this.
-void LibraryRegistry::forgetLocked(const std::string& dbName) {
+/// Only the holder of the library's turn may call this; the list file may name it at any time.
+void LibraryRegistry::forgetLocked(const std::string& dbName, Forget which) {
   std::shared_ptr<const Dictionary> record;
   {
     std::lock_guard lock(mutex_);
     auto found = entries_.find(dbName);
     if (found == entries_.end()) return;
+    if (which == Forget::unlisted && found->second.listed) return;
     record = found->second.library.record;
     entries_.erase(found);
   }

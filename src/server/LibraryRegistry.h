@@ -166,7 +166,8 @@ class LibraryRegistry {
   void letGoOfLeaving();
   void letGo(const std::string& dbName);
   void setOpens(const std::string& dbName);
-  void forgetLocked(const std::string& dbName);
+  enum class Forget { any, unlisted };
+  void forgetLocked(const std::string& dbName, Forget which);
   void setFailed(const std::string& dbName);
   std::vector<std::string> names() const;
   Result<void> takeListFile();

@@ -107,13 +107,16 @@ Result<void> Users::open() {
   return {};
 }
 
-Result<void> Users::reload() {
+Result<void> Users::reload(const std::function<void(const std::set<std::string>& identifiers)>& published) {
   // What was read first must not be taken last.
   std::lock_guard reload(reloading_);
   auto users = readUsers();
   if (!users) return tl::unexpected(users.error());
-  std::lock_guard lock(mutex_);
-  users_ = std::move(*users);
+  {
+    std::lock_guard lock(mutex_);
+    users_ = std::move(*users);
+  }
+  if (published) published(identifiers());
   return {};
 }
 

@@ -37,8 +37,9 @@ class Users {
   [[nodiscard]] Result<void> open();
 
   /// Reads the users file again; when it cannot be read the users stay as they are. A missing file means
-  /// none.
-  [[nodiscard]] Result<void> reload();
+  /// none. `published` is told whom there is now, before anything is read again.
+  [[nodiscard]] Result<void> reload(
+      const std::function<void(const std::set<std::string>& identifiers)>& published = {});
 
   /// The user with these credentials; the password in MD5 form. Takes as long for a wrong password as for an
   /// unknown user.

@@ -156,11 +156,15 @@ ServiceProxy::ChannelPtr ServiceProxy::channel() {
   (*opened)->call(
       "register",
       Dictionary{{"device", TQVornexUtil::systemUUID()}, {"clienttype", "Mac"}, {"pid", ::getpid()}},
-      kQuickLimit, [weak = std::weak_ptr(*opened)](const Result<Value>& result) {
+      kQuickLimit, [self = weak_from_this(), weak = std::weak_ptr(*opened)](const Result<Value>& result) {
+        auto service = self.lock();
+        ChannelPtr channel = weak.lock();
+        const bool isRefused = !result && channel && channel->isOpen();
+        const bool isRepeated = service && service->registrationRefused_.exchange(isRefused) && isRefused;
         if (result) return;
-        logLine(LogLevel::error, "Can't register: " + result.error().message);
+        if (!isRepeated) logLine(LogLevel::error, "Can't register: " + result.error().message);
         // It would look good and never be called back; a lost connection is made again.
-        if (ChannelPtr useless = weak.lock()) useless->close();
+        if (channel) channel->close();
       });
   return *opened;
 }
@@ -173,7 +177,10 @@ void ServiceProxy::awaitReturn() {
     if (disconnected_ || std::exchange(awaitsReturn_, true)) return;
   }
   std::thread([weak = weak_from_this()] {
-    for (auto pause = kFirstLook;; pause = std::min(pause * 2, kLongestLook)) {
+    auto service = weak.lock();
+    auto pause = service && service->registrationRefused_ ? kLongestLook : kFirstLook;
+    service.reset();
+    for (;; pause = std::min(pause * 2, kLongestLook)) {
       std::this_thread::sleep_for(pause);
       auto self = weak.lock();
       if (!self || self->isReturnOver()) return;

@@ -102,6 +102,8 @@ class ServiceProxy : public std::enable_shared_from_this<ServiceProxy> {
   bool terminated_ = false;
   bool awaitsReturn_ = false;
   bool refusalLogged_ = false;
+  // By the service that was last connected to.
+  std::atomic<bool> registrationRefused_ = false;
 };
 
 /// Makes the client the one that the service calls back, and connects when the service runs. An earlier

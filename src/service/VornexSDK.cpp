@@ -2,6 +2,7 @@
 #include <vornex/TQBookmarkUtil.h>
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQUserManager.h>
+#include <vornex/TQWorkflowEngineInterface.h>
 #include <vornex/VornexSDK.h>
 
 #include <chrono>
@@ -56,7 +57,11 @@ struct Start : std::enable_shared_from_this<Start> {
       if (isFailure(error)) return self->fail(error);
       // Requests may follow the completion at once.
       fetchLocalPassword([self] {
-        TQLibraryManager::sharedManager().updateLocalPassword();
+        TQLibraryManager& manager = TQLibraryManager::sharedManager();
+        manager.updateLocalPassword();
+        // The password may have come before the port was known.
+        manager.workflowEngineInterface().startWorkFlowWithPort(
+            VornexSDK::sharedInstance().WASPort, TQUserManager::sharedManager().localPasswordMD5());
         self->completion(true, nullptr);
       });
     });

@@ -110,6 +110,8 @@ printf 'more words\n' >"$work/Übung 写真.md"
 run 0 --json import "$work/Notes.txt" "$work/Übung 写真.md" -L Photos -P Trips/2024/Sea --tags "sea,summer holiday"
 is '[r["result"] for r in rows if r["kind"] == "file"]' "['imported', 'imported']"
 is '(rows[-1]["kind"], rows[-1]["imported"], rows[-1]["failed"], rows[-1]["bytes"])' "('summary', 2, 0, 17)"
+run 0 --json search summer notes -L Photos
+is 'rows[-1]["total"]' 1
 for text in Notes 'not' '"summer holiday" AND notes' 'txt'; do
   run 0 --json search "$text" -L Photos
   is '[(r["name"], r["project"], r["tags"]) for r in rows[:-1]]' \
@@ -122,7 +124,28 @@ id=$(json 'rows[0]["id"]')
 run 0 --json asset show "$id" -L Photos
 is '(rows[0]["name"], rows[0]["metadata"]["_id"])' "('Übung 写真', '$id')"
 run 1 asset show 000000000000000000000000 -L Photos
-err_has "asset"
+err_has "there is no asset"
+
+# What is said of assets, several at once; nothing changes when one is unknown.
+other=$(run 0 --json search Notes -L Photos && json 'rows[0]["id"]')
+run 0 asset rate 4 "$id" "$other" -L Photos
+out_has "2 assets"
+run 0 asset label green "$id" -L Photos
+run 0 asset flag "$id" "$other" -L Photos
+run 0 asset flag --off "$other" -L Photos
+run 1 asset rate 5 "$other" 000000000000000000000000 -L Photos
+run 0 --json asset tag "$id" "$other" --add new,sea --remove "summer holiday" -L Photos
+is '[(r["tags"], r["rating"], r["color"], r["flagged"]) for r in rows]' \
+  "[(['sea', 'new'], 4, 'green', True), (['sea', 'new'], 4, 'none', False)]"
+run 0 --json asset show "$id" -L Photos
+is '[rows[0][k] for k in ("tags", "rating", "color", "flagged")]' "[['sea', 'new'], 4, 'green', True]"
+run 0 asset tag "$id" "$other" --set "sea,summer holiday" -L Photos
+run 0 asset open --path "$id" -L Photos
+cmp -s "$(cat "$work/out")" "$work/Übung 写真.md" || fail "this is no path of the file: $(cat "$work/out")"
+mkdir "$work/bin"
+printf '#!/bin/sh\ncp "$1" "%s/opened"\n' "$work" >"$work/bin/xdg-open" && chmod +x "$work/bin/xdg-open"
+PATH=$work/bin:$PATH run 0 asset open "$id" -L Photos
+cmp -s "$work/opened" "$work/Übung 写真.md" || fail "the file was not opened"
 run 0 search '' -L Photos
 out_has "2 assets found"
 run 1 search 'a AND b OR c' -L Photos

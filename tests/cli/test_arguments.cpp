@@ -46,6 +46,8 @@ TEST(Arguments, KeepsTheSearchTextAsTyped) {
   EXPECT_EQ(std::get<SearchCommand>(parsed({"search", "\"red car\" OR [1]"}).command).text,
             "\"red car\" OR [1]");
   EXPECT_EQ(std::get<SearchCommand>(parsed({"search", "--type", "video", "--", "-x"}).command).text, "-x");
+  EXPECT_EQ(std::get<SearchCommand>(parsed({"search", "[1]", "red", "--trash", "car"}).command).text,
+            "[1] red car");
 }
 
 TEST(Arguments, ReadsThePortFromTheEnvironmentUnlessGiven) {
@@ -72,6 +74,11 @@ TEST(Arguments, MistakesInUsageEndWithTwo) {
                                                        {"search", "x", "--limit", "0"},
                                                        {"search", "x", "--descending"},
                                                        {"asset", "show"},
+                                                       {"asset", "tag", "x"},
+                                                       {"asset", "tag", "x", "--clear", "--set", "a"},
+                                                       {"asset", "label", "pink", "x"},
+                                                       {"asset", "rate", "6", "x"},
+                                                       {"asset", "flag"},
                                                        {"serve", "--port", "65536"},
                                                        {"status", "surplus"}};
   for (const auto& words : mistakes) {

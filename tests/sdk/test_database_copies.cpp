@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <map>
 
 #include "core/DatabaseFolder.h"
@@ -41,6 +43,28 @@ Function* next(const char* name) {
 
 }  // namespace
 
+namespace {
+
+/// Whether an open file is not removed but gets another name, as on a network file system.
+std::atomic<bool> keepsOpenFiles = false;
+
+bool isOpenHere(int folder, const char* path) {
+  struct stat there {};
+  if (::fstatat(folder, path, &there, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(there.st_mode)) return false;
+  for (int file = 0; file < 1024; ++file) {
+    struct stat open {};
+    if (::fstat(file, &open) == 0 && open.st_dev == there.st_dev && open.st_ino == there.st_ino) return true;
+  }
+  return false;
+}
+
+bool renamesInstead(int folder, const char* path) {
+  if (!keepsOpenFiles || !isOpenHere(folder, path)) return false;
+  return ::renameat(folder, path, folder, (std::string(path) + ".kept").c_str()) == 0;
+}
+
+}  // namespace
+
 // What the library calls instead of the system's own.
 extern "C" {
 int rename(const char* from, const char* to) noexcept {
@@ -58,14 +82,17 @@ int mkdir(const char* path, mode_t mode) noexcept {
 }
 int unlinkat(int folder, const char* path, int flags) noexcept {
   step();
+  if (renamesInstead(folder, path)) return 0;
   return next<int(int, const char*, int)>("unlinkat")(folder, path, flags);
 }
 int unlink(const char* path) noexcept {
   step();
+  if (renamesInstead(AT_FDCWD, path)) return 0;
   return next<int(const char*)>("unlink")(path);
 }
 int remove(const char* path) noexcept {
   step();
+  if (renamesInstead(AT_FDCWD, path)) return 0;
   return next<int(const char*)>("remove")(path);
 }
 int fsync(int file) {
@@ -291,18 +318,38 @@ class CreationTest : public DatabaseCopiesTest {
   }
 
   /// Ends with 0, or the error's last two digits, or 77 when it is killed.
-  pid_t startCreation(int kill = -1) const {
+  static pid_t start(const std::function<void(TQLibraryManager&, Completion)>& operation) {
     const pid_t process = ::fork();
     if (process != 0) return process;
     VornexSDK::sharedInstance().initializeWAS();
-    LibraryPtr library =
-        TQLibrary::libraryWithName("Films", "", kLibraryTypeLocal, false, true, true, places_ + "/Films", "",
-                                   TQConnection::connectionWithAddress("localhost", 0, nullptr));
-    vornex::testing::Outcome created;
-    stepsLeft = kill;
-    TQLibraryManager::sharedManager().createLibrary(library, created.completion());
-    const bool ended = created.await();
-    ::_exit(!ended ? 78 : created.ok ? 0 : static_cast<int>(created.code() % 100));
+    vornex::testing::Outcome outcome;
+    operation(TQLibraryManager::sharedManager(), outcome.completion());
+    const bool ended = outcome.await();
+    ::_exit(!ended ? 78 : outcome.ok ? 0 : static_cast<int>(outcome.code() % 100));
+  }
+
+  pid_t startCreation(int kill = -1) const {
+    return start([&](TQLibraryManager& manager, Completion completion) {
+      auto connection = TQConnection::connectionWithAddress("localhost", 0, nullptr);
+      LibraryPtr library = TQLibrary::libraryWithName("Films", "", kLibraryTypeLocal, false, true, true,
+                                                      places_ + "/Films", "", connection);
+      stepsLeft = kill;
+      manager.createLibrary(library, std::move(completion));
+    });
+  }
+
+  static pid_t startDeletion(bool everything) {
+    return start([&](TQLibraryManager& manager, Completion completion) {
+      std::promise<std::vector<LibraryPtr>> loaded;
+      manager.loadAllLibraries([&](std::vector<LibraryPtr> all) { loaded.set_value(std::move(all)); });
+      keepsOpenFiles = true;
+      manager.deleteLibrary(loaded.get_future().get().at(0), everything, nullptr, std::move(completion));
+    });
+  }
+
+  static bool isListEmpty() {
+    const Dictionary list = readDictionaryFile(layout::localLibraryPlist()).value_or(Dictionary());
+    return !list.find("library") || list.find("library")->ifArray()->empty();
   }
 
   static int statusOf(pid_t process) {
@@ -358,6 +405,40 @@ TEST_F(CreationTest, OfTwoCreationsAtOnePlaceOneSucceeds) {
     EXPECT_FALSE(outcomes.first == 0 && outcomes.second == 0);
     expectOneLibrary();
   }
+}
+
+TEST_F(CreationTest, ALibraryWhoseCreationWasKilledKeepsItsDatabaseWhenItLeavesTheList) {
+  int killed = 0;
+  int lastUnlisted = 1;
+  for (const bool comesBack : {false, true}) {
+    int status = 77;
+    for (int kill = lastUnlisted; status == 77; ++kill) {
+      startAnew();
+      status = statusOf(startCreation(kill));
+      if (isListEmpty()) {
+        lastUnlisted = kill;
+        continue;
+      }
+      SCOPED_TRACE("killed before step " + std::to_string(kill));
+      ++killed;
+      const std::string database = layout::databaseRoot() + "/" + names(layout::databaseRoot()).at(0);
+      fs::rename(places_ + "/Films", folder / "Moved");
+      ASSERT_EQ(statusOf(startDeletion(false)), 0);
+      if (comesBack) fs::rename(folder / "Moved", places_ + "/Films");
+      EXPECT_EQ(statusOf(startCreation()), comesBack ? 2 : 0);
+      EXPECT_EQ(contentOf(database), version("1"));
+      fs::remove_all(folder / "Moved");
+    }
+  }
+  EXPECT_GT(killed, 6) << "no creation was killed after it had saved the list";
+}
+
+TEST_F(CreationTest, EverythingIsDeletedThoughAnOpenFileKeepsAName) {
+  startAnew();
+  ASSERT_EQ(statusOf(startCreation()), 0);
+  EXPECT_EQ(statusOf(startDeletion(true)), 0);
+  EXPECT_TRUE(fs::is_empty(places_));
+  EXPECT_TRUE(isListEmpty());
 }
 
 }  // namespace

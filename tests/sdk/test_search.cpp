@@ -1,5 +1,6 @@
 #include <vornex/NotificationCenter.h>
 #include <vornex/TQAsset.h>
+#include <vornex/TQLiveFolder.h>
 #include <vornex/TQSearchManager.h>
 
 #include "core/DateNumber.h"
@@ -15,6 +16,19 @@ using ::testing::SizeIs;
 class Search : public ServedLibrary {
  protected:
   TQSearchManager& manager_ = TQSearchManager::sharedManager();
+
+  void TearDown() override {
+    manager_.setSearchFields({"name", "tags", "fileext"});
+    manager_.setSearchAssetTypeKey("extra", true);
+    manager_.setSortField(std::nullopt);
+    manager_.setAscending(true);
+  }
+
+  LiveFolderPtr liveFolder(const std::string& id, const std::string& path) {
+    LiveFolderPtr folder = TQLiveFolder::liveFolderWithID(id, path, "1", "db", false, std::nullopt);
+    folder->library = library_;
+    return folder;
+  }
 
   TQSearchResponse run(const std::function<void(Finish finish)>& search) {
     return std::get<0>(await<TQSearchResponse>([&](auto finish) { search(finish); }));
@@ -116,6 +130,26 @@ TEST_F(Search, SendsCategories) {
             Sent(R"((group == "G") AND )" + days + " AND trash == 0", 10));
 }
 
+TEST_F(Search, SendsLiveFolders) {
+  LiveFolderPtr root = liveFolder("L", "/w (1)"), below = liveFolder("S", "/w (1)/s");
+  root->subFolders = {below};
+  below->subFolders = {liveFolder("T", "/w (1)/s/t")};
+  EXPECT_THAT(manager_.subFolderIDs(root), ::testing::ElementsAre("L", "S", "T"));
+  auto query = [&](bool isRoot, bool recursive) {
+    return sent([&](Finish f) {
+      if (isRoot)
+        manager_.searchAssetWithLibraryRootCategory(library_, root, recursive, {}, 1, 0, 10, 1, f);
+      else
+        manager_.searchAssetWithLibrarySubCategory(library_, below, recursive, {}, 1, 0, 10, 1, f);
+    });
+  };
+  EXPECT_EQ(query(true, false), Sent(R"((livefolder == "L" AND livesubfolder == "") AND trash == 0)", 100));
+  EXPECT_EQ(query(false, false), Sent(R"(livesubfolder == "S" AND trash == 0)", 10));
+  const std::string isLive = R"(" AND islivefolder == 1) AND trash == 0)";
+  EXPECT_EQ(query(true, true), Sent(R"((importfrompath CONTAINS "/w \\(1\\)/)" + isLive, 100));
+  EXPECT_EQ(query(false, true), Sent(R"((importfrompath CONTAINS "/w \\(1\\)/s/)" + isLive, 10));
+}
+
 TEST_F(Search, SendsPagingSortingAndTheSettingsOfTheCall) {
   manager_.setSortField("name");
   manager_.setAscending(false);
@@ -155,13 +189,19 @@ TEST_F(Search, SendsNothingThatCannotBeAnswered) {
   EXPECT_EQ(trash(library_, 0, -1), 10001);
   EXPECT_EQ(trash(library_, kSearchInvalid, 0), 10017);
   EXPECT_EQ(code([&](Finish finish) {
-              manager_.searchAssetWithLibraryRootCategory(library_, nullptr, true, {}, 1, 0, 1, 9, finish);
+              manager_.searchAssetWithLibraryRootCategory(library_, ProjectPtr(), true, {}, 1, 0, 1, 9,
+                                                          finish);
             }),
             10000);
   EXPECT_EQ(codeOf(manager_.searchAssetWithLibrary(library_, nullptr, -1, 5, 9).error), 10001);
-  library_->connection->user = nullptr;
-  EXPECT_EQ(trash(library_, 0, 0), 10000);
-  EXPECT_EQ(codeOf(manager_.searchAssetWithLibrary(library_, nullptr, 0, 5, 9).error), 10000);
+  for (const auto& loseSomething :
+       {+[](TQLibrary& library) { library.connection->user->password = std::nullopt; },
+        +[](TQLibrary& library) { library.connection->user = nullptr; }}) {
+    loseSomething(*library_);
+    EXPECT_EQ(trash(library_, 0, 0), 10000);
+    EXPECT_EQ(codeOf(manager_.searchAssetWithLibrary(library_, nullptr, 0, 5, 9).error), 10000);
+    EXPECT_EQ(codeOf(manager_.searchAssetWithLibrary(library_, {{"a", nullptr}}, 0, 0, 1, 1).error), 10000);
+  }
   EXPECT_EQ(requestCount(), 0U);
 }
 
@@ -181,6 +221,9 @@ TEST_F(Search, PassesTheServersErrorOnAndAnnouncesIt) {
 }
 
 TEST_F(Search, ReadsAPageAndLinksItsAssets) {
+  LiveFolderPtr live = liveFolder("L", "/w");
+  live->subFolders = {liveFolder("S", "/w/s")};
+  library_->liveFolders = {live};
   ProjectPtr first = addRoot("P", "Project");
   ProjectPtr second = addRoot("Q", "Other");
   ProjectPtr group = addBelow(second, "G", "Group");
@@ -189,7 +232,7 @@ TEST_F(Search, ReadsAPageAndLinksItsAssets) {
   answer(R"({"items": [
       {"_id": "1", "name": "a", "project": "Q", "group": "G"},
       {"_id": "2", "name": "b", "project": "gone", "group": "G"},
-      {"_id": "3", "name": "c", "islivefolder": true, "project": "P"},
+      {"_id": "3", "name": "c", "islivefolder": true, "project": "P", "livefolder": "L", "livesubfolder": "S"},
       {"_id": "4", "name": "d", "isfcpxlibrary": true, "project": "gone"},
       {"name": "no identifier"}, {"_id": "5", "name": "after the end"}],
     "page": 2, "limit": 4, "total": 99, "tag": "12", "elapsed": 0.5,
@@ -204,8 +247,11 @@ TEST_F(Search, ReadsAPageAndLinksItsAssets) {
   EXPECT_FALSE(page.result[1]->group);
   EXPECT_EQ(page.result[2]->project, first);
   EXPECT_TRUE(page.result[2]->isLiveFolder);
+  EXPECT_EQ(page.result[2]->liveFolder, live);
+  EXPECT_EQ(page.result[2]->liveSubFolder, live->subFolders.front());
   EXPECT_FALSE(page.result[3]->project);
   EXPECT_TRUE(page.result[3]->isFCPXLibrary);
+  EXPECT_EQ(page.result[3]->library(), library_);
   EXPECT_EQ(page.pageIndex, 2);
   EXPECT_EQ(page.pageLimit, 4);
   EXPECT_EQ(page.totalCount, 99);
@@ -220,6 +266,22 @@ TEST_F(Search, ReadsAPageAndLinksItsAssets) {
   EXPECT_EQ(page.version, "9");
   EXPECT_EQ(page.tag, 7);
   EXPECT_EQ(*lastBody().find("limit")->ifInteger(), 100);
+}
+
+TEST_F(Search, KeepsUnplacedAssetsInTheirLibrary) {
+  const LibraryPtr first = library_;
+  useLibrary(kLibraryTypeLocal);
+  Value items = *parseJson(R"({"items": [
+      {"_id": "1", "name": "a", "project": "gone"},
+      {"_id": "2", "name": "b", "islivefolder": true, "livefolder": "gone"}]})");
+  std::vector<AssetPtr> here = manager_.extractAssetInfo(items, first);
+  std::vector<AssetPtr> there = manager_.extractAssetInfo(items, library_);
+  for (const AssetPtr& asset : here) EXPECT_EQ(asset->library(), first);
+  for (const AssetPtr& asset : there) EXPECT_EQ(asset->library(), library_);
+  EXPECT_EQ(here[1]->liveFolder, TQLiveFolder::undefinedLiveFolderWithLibrary(first));
+  ProjectPtr project = addRoot("P", "Project");
+  here[0]->project = project;
+  EXPECT_EQ(here[0]->library(), library_);
 }
 
 TEST_F(Search, ReadsAnswersThatTellLittle) {

@@ -11,6 +11,8 @@
 #include <atomic>
 #include <thread>
 
+#include "core/StorageLayout.h"
+#include "foundation/Files.h"
 #include "foundation/PropertyList.h"
 #include "sdk/FakeService.h"
 #include "sdk/SdkFixture.h"
@@ -137,8 +139,10 @@ TEST_F(UsersTest, WhatAnotherProcessSavedMeanwhileStays) {
 }
 
 TEST_F(UsersTest, TheServiceIsToldOfASave) {
-  vornex::testing::FakeService service;
   VornexSDK::sharedInstance().initializeWAS();
+  // Another process has started it since.
+  vornex::testing::FakeService service;
+  ASSERT_TRUE(writeFileAtomically(layout::serviceLockFile(), std::to_string(::getpid())));
   EXPECT_TRUE(create("ann", "Ann", kUserTypeNetwork).ok);
   EXPECT_TRUE(service.await("updateUsers"));
   TQVornexTerminate([] {});

@@ -296,6 +296,22 @@ TEST_F(ControlTest, ReadsTheListWhileALibraryOfItIsCopied) {
   EXPECT_TRUE(service_->libraries().find("two"));
 }
 
+TEST_F(ControlTest, OpensALibraryThatReturnsToTheListWhileItIsLetGo) {
+  ASSERT_TRUE(createDirectories(layout::databaseFolder("one")));
+  writeListFile({record("one")});
+  (void)result("loadLibrary");
+  LibraryRegistry& libraries = service_->libraries();
+  auto used = libraries.find("one");
+  writeListFile({});
+  auto leaving = std::async(std::launch::async, [&] { return libraries.readList(); });
+  ASSERT_TRUE(eventually([&] { return libraries.find("one")->state == LibraryState::closed; }));
+  writeListFile({record("one")});
+  (void)result("updateLibrary");
+  used.reset();
+  EXPECT_TRUE(leaving.get());
+  EXPECT_TRUE(eventually([&] { return libraries.find("one") && libraries.find("one")->store; }));
+}
+
 TEST_F(ControlTest, ReplacesADatabaseByASoundCopyOnly) {
   using Opener = std::function<Result<std::unique_ptr<AssetStore>>(const std::string&, bool)>;
   const std::string working = layout::databaseFolder("one");

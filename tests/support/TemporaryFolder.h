@@ -7,11 +7,12 @@
 
 namespace vornex::testing {
 
-/// A fresh folder below the system's temporary folder, removed with everything in it.
+/// A fresh folder below the given one, removed with everything in it. Files in the system's temporary folder
+/// may have no user attributes.
 class TemporaryFolder {
  public:
-  TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "vornex-test-XXXXXX").string();
+  explicit TemporaryFolder(const std::filesystem::path& above = std::filesystem::temp_directory_path()) {
+    std::string pattern = (above / "vornex-test-XXXXXX").string();
     if (!::mkdtemp(pattern.data())) throw std::runtime_error("no temporary folder");
     path_ = pattern;
   }

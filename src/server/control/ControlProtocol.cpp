@@ -225,9 +225,8 @@ ControlProtocol::Reply ControlProtocol::updateLibrary(const Call&) {
 }
 
 ControlProtocol::Reply ControlProtocol::updateUsers(const Call&) {
-  auto reloaded = service_.users().reload();
-  if (reloaded) service_.sessions().endOthers(service_.users().identifiers());
-  return emptyResult(reloaded);
+  return emptyResult(service_.users().reload(
+      [this](const std::set<std::string>& identifiers) { service_.sessions().endOthers(identifiers); }));
 }
 
 ControlProtocol::Reply ControlProtocol::addLibrary(const Call& call) {
@@ -293,12 +292,12 @@ ControlProtocol::Reply ControlProtocol::replaceDatabase(const Call& call) {
 /// file system that hangs keeps one worker at it, not everybody who asks.
 ControlProtocol::Reply ControlProtocol::startAllBookmarks(const Call&) {
   if (isLooking_.exchange(true)) return Dictionary{};
+  std::shared_ptr<void> looked(nullptr, [this](void*) { isLooking_ = false; });
   for (const Library& library : service_.libraries().all()) {
     if (isDirectory(library.packageFolder)) continue;
     logLine(LogLevel::warning, fmt::format("The package folder of library {} cannot be reached: {}",
                                            library.dbName, library.packageFolder));
   }
-  isLooking_ = false;
   return Dictionary{};
 }
 

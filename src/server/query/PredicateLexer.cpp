@@ -7,16 +7,19 @@
 #include <array>
 #include <charconv>
 
+#include "core/QueryKeys.h"
+
 namespace vornex::server {
 
 static bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// Letters beyond ASCII are taken as they come.
-static bool isWordCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' ||
-         static_cast<unsigned char>(c) >= 0x80;
+std::string shortened(const std::string& text, std::size_t characters) {
+  std::int32_t end = 0;
+  auto size = static_cast<std::int32_t>(text.size());
+  U8_FWD_N(text.data(), end, size, static_cast<std::int32_t>(characters));
+  return end == size ? text : text.substr(0, static_cast<std::size_t>(end)) + "...";
 }
 
 std::string Token::shown() const {
@@ -32,7 +35,7 @@ std::string Token::shown() const {
     case Kind::word:
       break;
   }
-  return fmt::format("\"{}\"", fmt::join(path, "."));
+  return fmt::format("\"{}\"", shortened(fmt::format("{}", fmt::join(path, ".")), 40));
 }
 
 Token PredicateLexer::next() {
@@ -48,7 +51,7 @@ Token PredicateLexer::next() {
   if (c == '"' || c == '\'') return string();
   if (isDigit(c) || (c == '.' && isDigit(following))) return number();
   if ((c == '-' || c == '+') && (isDigit(following) || following == '.')) return number();
-  if (c == '#' || isWordCharacter(c)) return word();
+  if (c == '#' || keyCharacterLength(text_.substr(at_)) > 0) return word();
   if (c == '$') throw QueryMistake{at_, "a variable has no value here"};
   if (c == '%') throw QueryMistake{at_, "a placeholder has no value here"};
   if (c == '@') throw QueryMistake{at_, "collection operators are not supported"};
@@ -70,9 +73,13 @@ Token PredicateLexer::word() {
   }
 }
 
+void PredicateLexer::skipWord() {
+  while (std::size_t length = keyCharacterLength(text_.substr(at_))) at_ += length;
+}
+
 std::string PredicateLexer::wordComponent() {
   std::size_t begin = at_;
-  while (at_ < text_.size() && isWordCharacter(text_[at_])) ++at_;
+  skipWord();
   if (at_ > begin) return std::string(text_.substr(begin, at_ - begin));
   if (at_ < text_.size() && text_[at_] == '@')
     throw QueryMistake{at_, "collection operators are not supported"};
@@ -165,6 +172,21 @@ static bool parseInteger(std::string_view digits, int base, bool negative, Value
   return error == std::errc() && end == last;
 }
 
+// The base that a number's first two characters tell; 0 when they tell none.
+static int baseOf(std::string_view start) {
+  if (start.size() < 2 || start[0] != '0') return 0;
+  switch (start[1] | 0x20) {
+    case 'x':
+      return 16;
+    case 'o':
+      return 8;
+    case 'b':
+      return 2;
+    default:
+      return 0;
+  }
+}
+
 Token PredicateLexer::number() {
   Token token;
   token.kind = Token::Kind::number;
@@ -172,10 +194,9 @@ Token PredicateLexer::number() {
   bool negative = text_[at_] == '-';
   if (negative || text_[at_] == '+') ++at_;
   std::size_t begin = at_;
-  if (text_[at_] == '0' && at_ + 1 < text_.size() && (text_[at_ + 1] | 0x20) == 'x') {
-    at_ += 2;
-    while (at_ < text_.size() && isWordCharacter(text_[at_])) ++at_;
-    if (!parseInteger(text_.substr(begin + 2, at_ - begin - 2), 16, negative, token.number))
+  if (int base = baseOf(text_.substr(at_, 2))) {
+    skipWord();
+    if (!parseInteger(text_.substr(begin + 2, at_ - begin - 2), base, negative, token.number))
       throw QueryMistake{token.position, "the number is malformed"};
     return token;
   }
@@ -183,9 +204,10 @@ Token PredicateLexer::number() {
   while (at_ < text_.size()) {
     char c = text_[at_];
     bool sign = (c == '-' || c == '+') && (text_[at_ - 1] | 0x20) == 'e' && at_ > begin;
-    if (!isWordCharacter(c) && c != '.' && !sign) break;
+    std::size_t length = c == '.' || sign ? 1 : keyCharacterLength(text_.substr(at_));
+    if (length == 0) break;
     integer = integer && isDigit(c);
-    ++at_;
+    at_ += length;
   }
   std::string_view digits = text_.substr(begin, at_ - begin);
   if (integer && parseInteger(digits, 10, negative, token.number)) return token;
@@ -212,7 +234,9 @@ Token PredicateLexer::symbol() {
     at_ += spelling.size();
     return token;
   }
-  throw QueryMistake{at_, fmt::format("\"{}\" has no meaning here", text_[at_])};
+  std::size_t end = at_;
+  U8_FWD_1(text_.data(), end, text_.size());
+  throw QueryMistake{at_, fmt::format("\"{}\" has no meaning here", text_.substr(at_, end - at_))};
 }
 
 }  // namespace vornex::server

@@ -32,6 +32,9 @@ struct Token {
   std::string shown() const;
 };
 
+/// The text, or its beginning with dots after it, so that a message stays short.
+std::string shortened(const std::string& text, std::size_t characters);
+
 /// Splits the text of a predicate into tokens. The text must be valid UTF-8 and outlive the lexer.
 ///
 /// Thread-safety: one thread at a time.
@@ -45,6 +48,7 @@ class PredicateLexer {
  private:
   Token word();
   std::string wordComponent();
+  void skipWord();
   Token string();
   void readStringEscape(std::string& into);
   char16_t readUnicodeEscape();

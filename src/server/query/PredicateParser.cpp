@@ -278,9 +278,19 @@ class Parser {
   Operand operand() {
     if (token_.kind == Token::Kind::word && constantKeyword() == nullptr) {
       if (keyword(token_) != Keyword::none) unexpected("a key or a constant");
-      return KeyPath{advance().path};
+      return key();
     }
     return constant();
+  }
+
+  // "SELF.key" says the same as "key".
+  KeyPath key() {
+    bool startsWithSelf = !token_.escaped && lowercased(token_.path.front()) == "self";
+    if (startsWithSelf && token_.path.size() == 1)
+      throw QueryMistake{token_.position, "SELF is not supported without a key"};
+    KeyPath key{advance().path};
+    if (startsWithSelf) key.components.erase(key.components.begin());
+    return key;
   }
 
   // The value of a constant that is written as a word, else null.
@@ -370,7 +380,7 @@ class Parser {
 
 static tl::unexpected<Error> queryFailure(std::size_t position, const std::string& message) {
   return failure(kServerErrorDomain, static_cast<std::int64_t>(StatusCode::queryInvalid),
-                 fmt::format("query, byte {}: {}", position, message));
+                 fmt::format("query, byte {}: {}", position, shortened(message, 200)));
 }
 
 static std::size_t validPrefix(std::string_view text) {
