@@ -47,7 +47,8 @@ void appendGroupIDs(const TQProject& group, std::vector<std::string>& identifier
 
 void appendSubFolderIDs(const TQLiveFolder& folder, std::vector<std::string>& identifiers) {
   if (folder.ID) identifiers.push_back(*folder.ID);
-  for (const LiveFolderPtr& child : folder.subFolders) appendSubFolderIDs(*child, identifiers);
+  for (const LiveFolderPtr& child : folder.subFolders)
+    if (child) appendSubFolderIDs(*child, identifiers);
 }
 
 }  // namespace
