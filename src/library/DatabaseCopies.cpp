@@ -185,6 +185,8 @@ Result<void> DatabaseCopies::backUp(bool close, const Progress& progress) const 
   if (auto made = makeDatabaseRoot(kOperation); !made) return made;
   auto locked = lock(Use::write);
   if (!locked) return tl::unexpected(locked.error());
+  // The wait may have been long.
+  if (auto found = checkPackage(); !found) return found;
   if (auto synced = syncDirectory(deletingLastPathComponent(packagedFolder_)); !synced) return synced;
   if (auto repaired = repairBackup(); !repaired) return repaired;
 
@@ -192,6 +194,8 @@ Result<void> DatabaseCopies::backUp(bool close, const Progress& progress) const 
   auto copied = logged(fmt::format("Can't copy db backup file : {} -> to dest : {}", working_, fresh_),
                        copyWorking(close, progress));
   if (copied) copied = markGeneration();
+  // The service may still clear up after a copy for a client that was killed.
+  if (copied && !isDatabaseFolder(fresh_)) copied = posixFailure(ENODATA, "the copy has gone from " + fresh_);
   if (!copied) {
     (void)removeItem(fresh_);  // the next run does, too
     return copied;
@@ -295,8 +299,8 @@ Result<std::string> DatabaseCopies::replaceLocked(Former former, const Progress&
     }
     return tl::unexpected(done.error());
   }
-  auto kept = putStagedAway();
-  return isKept ? kept : kept.value_or("");
+  // What cannot get a name of its own now gets it from the next run.
+  return putStagedAway().value_or(isKept ? staging_ : "");
 }
 
 Result<DatabaseCopies::BroughtIn> DatabaseCopies::bringIn(bool force, const std::function<void()>& copies,
@@ -332,8 +336,10 @@ Result<void> DatabaseCopies::putBack(const BroughtIn& done) const {
   }
   if (done.former.empty()) return {};
   if (auto marked = markFormerDatabase(done.former, true); !marked) return marked;
-  if (auto away = putStagedAway(); !away) return tl::unexpected(away.error());
-  if (auto moved = move(kReplace, done.former, staging_); !moved) return moved;
+  if (done.former != staging_) {
+    if (auto away = putStagedAway(); !away) return tl::unexpected(away.error());
+    if (auto moved = move(kReplace, done.former, staging_); !moved) return moved;
+  }
   auto exchanged = exchangeByService(kReplace, Former::keep);
   if (!exchanged && isServiceLost(exchanged.error())) {
     auto away = ServiceAway::keep("exchanging databases");

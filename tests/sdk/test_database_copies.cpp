@@ -18,6 +18,7 @@
 
 #include "core/DatabaseFolder.h"
 #include "core/StorageLayout.h"
+#include "foundation/FileLock.h"
 #include "foundation/Files.h"
 #include "foundation/PropertyList.h"
 #include "library/DatabaseCopies.h"
@@ -290,7 +291,16 @@ TEST_F(DatabaseCopiesTest, NothingIsCopiedOrRemovedOutsideTheDatabaseFolders) {
 
 TEST_F(DatabaseCopiesTest, OnlyTheLibrarysOwnPackageIsBackedUpInto) {
   write(working_, version("2"));
+  auto lock = FileLock::acquire(working_);
+  ASSERT_TRUE(lock);
+  auto waiting = std::async(std::launch::async, [&] { return DatabaseCopies(*library_).backUp(false, {}); });
+  while (!itemExists(packages_) &&
+         waiting.wait_for(std::chrono::milliseconds(1)) == std::future_status::timeout)
+    ;
   ASSERT_TRUE(writePropertyListFile(folder / "Films/library.plist", Dictionary{{"dbname", "E"}}));
+  lock = posixFailure(0, "released");
+  EXPECT_FALSE(waiting.get());
+  EXPECT_FALSE(itemExists(packaged_)) << "the folder became another library's during the wait";
   EXPECT_FALSE(DatabaseCopies(*library_).backUp(false, {}));
   fs::remove_all(folder / "Films");
   EXPECT_FALSE(DatabaseCopies(*library_).backUp(false, {}));
