@@ -30,3 +30,4 @@
 #include <vornex/Types.h>
 #include <vornex/Value.h>
 #include <vornex/VornexSDK.h>
+#include <vornex/XMPKit.h>
