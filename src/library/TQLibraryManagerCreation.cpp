@@ -66,8 +66,15 @@ Result<void> removeDatabase(const std::string& dbName) {
   return error ? failure(error->domain().value_or(""), error->code(), error->message()) : Result<void>();
 }
 
+// Whether the package's record names the database.
+bool isNamedBy(const std::string& folder, const std::string& dbName) {
+  auto record = readDictionaryFile(*TQVornexUtil::libraryPlistWithPackageFolder(folder));
+  return record && coerce::string(record->find("dbname")) == dbName;
+}
+
 // Removes what a creation that was killed has left at the place. Null when the place is free. Without its
-// package, the database that the note names may be the only copy of a library that has left the list.
+// package, the database that the note names may be the only copy of a library that has left the list: a
+// creation writes the record before there is a database.
 TQErrorPtr clearPlace(const LibraryPtr& library, FileLock& creation) {
   const std::string& folder = *library->packageFolder;
   const std::string former = creation.note();
@@ -78,7 +85,9 @@ TQErrorPtr clearPlace(const LibraryPtr& library, FileLock& creation) {
     if (isListRead) creation.removeFile();
     return refuse(library, 10002, "library.message.exist");
   }
-  if (itemExists(layout::databaseFolder(former)))
+  const bool hasDatabase = itemExists(layout::databaseFolder(former));
+  if (hasDatabase && !isNamedBy(folder, former)) return refuse(library, 10002, "library.message.exist");
+  if (hasDatabase)
     if (auto removed = removeDatabase(former); !removed) return makeSdkError(removed.error());
   return removePackageFolder(folder);
 }

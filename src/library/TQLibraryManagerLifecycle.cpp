@@ -33,7 +33,6 @@ TQErrorPtr notTheLibrarys(const LibraryPtr& library) {
 TQErrorPtr deleteEverything(const LibraryPtr& library) {
   const PackageHolder holder = holderOfPackage(library);
   if (holder == PackageHolder::other) return notTheLibrarys(library);
-  const bool hasPackage = library->packageFolder && itemExists(*library->packageFolder);
   // A backup by another process must not write into what is removed.
   std::optional<DatabaseCopies::Locks> locks;
   if (holder == PackageHolder::library) {
@@ -42,11 +41,16 @@ TQErrorPtr deleteEverything(const LibraryPtr& library) {
     });
     if (!locked) return makeSdkError(locked.error());
     locks = std::move(*locked);
+    // Somebody may have put another library there while the locks were waited for, or while the service
+    // works.
+    if (holderOfPackage(library) == PackageHolder::other) return notTheLibrarys(library);
   }
   if (TQErrorPtr error = askService(&ServiceProxy::removeLibraryWithDBName, library->dbName.value_or("")))
     return error;
   // Its file lies in the package; a network file system keeps what is open.
   if (locks) locks->package.reset();
+  if (holderOfPackage(library) == PackageHolder::other) return notTheLibrarys(library);
+  const bool hasPackage = library->packageFolder && itemExists(*library->packageFolder);
   return hasPackage ? removePackageFolder(*library->packageFolder) : nullptr;
 }
 

@@ -234,7 +234,8 @@ LibraryRegistry::LoadReport LibraryRegistry::openEach(const std::vector<std::str
       // Before: whoever has the turn may give it back at once.
       setOpens(dbNames[i]);
       Turn turn(*this, dbNames[i], Turn::Wait::unlessLong);
-      if (!turn) continue;
+      // It may have been closed for its last copy while the turn was waited for.
+      if (!turn || isKeptClosed(dbNames[i])) continue;
       auto opened = openLocked(dbNames[i], false);
       std::lock_guard lock(reportMutex);
       if (opened) {
