@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vornex::bench {
 
@@ -25,9 +26,11 @@ class Connection {
   explicit Connection(int socket) : socket_(socket) {}
   void send(std::string_view bytes);
   void receive();
+  std::string_view received() const { return {buffer_.data(), received_}; }
 
   int socket_;
-  std::string received_;
+  std::vector<char> buffer_;
+  std::size_t received_ = 0;
 };
 
 /// A vornexd of its own on a root folder, with one library.

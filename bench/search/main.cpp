@@ -4,6 +4,8 @@
 //   bench_search documents N                 the documents, one a line
 //   bench_search postgres N FOLDER           pgbench scripts of the queries
 //   bench_search service N DOCUMENTS VORNEXD FOLDER
+//   bench_search again N VORNEXD FOLDER [CLASS [ROUNDS]]
+//                                            the searches alone, on what a run of `service` has left
 //   bench_search scan N DOCUMENTS
 //   bench_search append DOCUMENTS FILE       the limit: batches of 1,000 appended to a file, each synced
 
@@ -81,7 +83,7 @@ void load(const Service& service, const std::string& documents) {
            fmt::format("{:.0f} documents/s", static_cast<double>(loaded) / sum * 1'000));
 }
 
-void measureQueries(const Service& service, const std::vector<Query>& queries) {
+void measureQueries(const Service& service, const std::vector<Query>& queries, int rounds = 50) {
   Connection connection = service.connect();
   std::map<std::string, std::vector<double>> times;
   std::map<std::string, std::string> totals;
@@ -91,7 +93,7 @@ void measureQueries(const Service& service, const std::vector<Query>& queries) {
     std::string_view reply = connection.post(std::string(kAssets) + "search", service.authorization(), body);
     if (!times.contains(query.name)) order.push_back(query.name);
     totals[query.name] += fmt::format("{} ", total(reply));
-    for (int i = 0; i < 50; ++i)
+    for (int i = 0; i < rounds; ++i)
       times[query.name].push_back(milliseconds(
           [&] { (void)connection.post(std::string(kAssets) + "search", service.authorization(), body); }));
   }
@@ -154,6 +156,14 @@ void measureService(const Documents& documents, const std::string& file, const s
   measureOpening(program, folder, queries.front());
 }
 
+void measureAgain(const Documents& documents, const std::string& program, const std::string& folder,
+                  const std::string& name, int rounds) {
+  Service service(program, folder);
+  std::vector<Query> queries = queriesFor(documents);
+  std::erase_if(queries, [&](const Query& query) { return !name.empty() && query.name != name; });
+  measureQueries(service, queries, rounds);
+}
+
 void append(const std::string& documents, const std::string& path) {
   int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   std::vector<double> times;
@@ -200,6 +210,9 @@ int main(int argc, char** argv) {
     writeScripts(queriesFor(documents), words[2]);
   } else if (words[0] == "service" && words.size() == 5) {
     measureService(documents, words[2], words[3], words[4]);
+  } else if (words[0] == "again" && words.size() >= 4) {
+    measureAgain(documents, words[2], words[3], words.size() > 4 ? words[4] : "",
+                 words.size() > 5 ? std::atoi(words[5].c_str()) : 50);
   } else if (words[0] == "scan" && words.size() == 3) {
     measureScans(words[2], queriesFor(documents));
   } else {
