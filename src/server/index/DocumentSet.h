@@ -7,8 +7,8 @@
 
 namespace vornex::server {
 
-/// A set of the documents of one segment, by number: one bit each. At a million documents it takes 125 KB, so
-/// that joining two of them costs some microseconds whatever they hold.
+/// A set of the documents of one segment, by number: one bit each, and nothing while there are none. At a
+/// million documents it takes 125 KB, so that joining two of them costs some microseconds whatever they hold.
 ///
 /// Thread-safety: concurrent reads are safe; a write excludes everything else.
 class DocumentSet {
@@ -21,13 +21,21 @@ class DocumentSet {
   std::uint32_t count() const;
   bool empty() const;
 
-  bool contains(std::uint32_t document) const { return words_[document / 64] >> (document % 64) & 1; }
-  void add(std::uint32_t document) { words_[document / 64] |= std::uint64_t{1} << (document % 64); }
-  void remove(std::uint32_t document) { words_[document / 64] &= ~(std::uint64_t{1} << (document % 64)); }
+  bool contains(std::uint32_t document) const {
+    return !words_.empty() && (words_[document / 64] >> (document % 64) & 1) != 0;
+  }
+  void add(std::uint32_t document) {
+    if (words_.empty()) allocate();
+    words_[document / 64] |= std::uint64_t{1} << (document % 64);
+  }
+  void remove(std::uint32_t document) {
+    if (!words_.empty()) words_[document / 64] &= ~(std::uint64_t{1} << (document % 64));
+  }
 
   // Both sets are of the same size.
 
   DocumentSet& operator|=(const DocumentSet& other);
+  DocumentSet& operator|=(DocumentSet&& other);
   DocumentSet& operator&=(const DocumentSet& other);
   DocumentSet& operator-=(const DocumentSet& other);
   void complement();
@@ -39,11 +47,19 @@ class DocumentSet {
         visit(static_cast<std::uint32_t>(i * 64) + static_cast<std::uint32_t>(std::countr_zero(rest)));
   }
 
+  /// 64 documents each; none for the empty set.
   std::span<const std::uint64_t> words() const { return words_; }
-  std::span<std::uint64_t> words() { return words_; }
+  /// The same, to be changed in place.
+  std::span<std::uint64_t> words() {
+    if (words_.empty()) allocate();
+    return words_;
+  }
 
  private:
+  void allocate() { words_.resize((std::size_t{size_} + 63) / 64); }
+
   std::uint32_t size_ = 0;
+  // Empty for the empty set.
   std::vector<std::uint64_t> words_;
 };
 

@@ -12,6 +12,20 @@ struct CodeRange {
   std::uint32_t end = 0;
 };
 
+// One bit for each of the codes from `begin` on. The compiler makes the comparisons of many codes one
+// instruction; the multiplication gathers the lowest bits of eight bytes.
+std::uint64_t inRange(std::span<const std::uint32_t, 64> codes, std::uint32_t begin, std::uint32_t size) {
+  std::array<std::uint8_t, 64> flags;
+  for (std::size_t i = 0; i < codes.size(); ++i) flags[i] = codes[i] - begin < size;
+  std::uint64_t bits = 0;
+  for (std::size_t i = 0; i < 8; ++i) {
+    std::uint64_t eight = 0;
+    for (std::size_t j = 0; j < 8; ++j) eight |= std::uint64_t{flags[i * 8 + j]} << (j * 8);
+    bits |= (eight * 0x0102040810204080 >> 56) << (i * 8);
+  }
+  return bits;
+}
+
 // Collects the documents of the values that fulfil a comparison.
 class ExactSearch {
  public:
@@ -88,14 +102,11 @@ class ExactSearch {
       return;
     }
     std::span<std::uint64_t> words = found_.words();
-    for (std::size_t i = 0; i < words.size(); ++i) {
-      std::size_t begin = i * 64;
-      std::size_t count = std::min<std::size_t>(64, codeOf.size() - begin);
-      std::uint64_t word = 0;
-      for (std::size_t j = 0; j < count; ++j)
-        word |= static_cast<std::uint64_t>(codeOf[begin + j] - range.begin < size) << j;
-      words[i] |= word;
-    }
+    std::size_t whole = codeOf.size() / 64;
+    for (std::size_t i = 0; i < whole; ++i)
+      words[i] |= inRange(codeOf.subspan(i * 64).first<64>(), range.begin, size);
+    for (std::size_t document = whole * 64; document < codeOf.size(); ++document)
+      if (codeOf[document] - range.begin < size) found_.add(static_cast<std::uint32_t>(document));
   }
 
   void addMatching(const TextPattern& pattern) {

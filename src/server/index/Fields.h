@@ -2,6 +2,8 @@
 
 #include <vornex/Value.h>
 
+#include <algorithm>
+#include <array>
 #include <compare>
 #include <cstdint>
 #include <optional>
@@ -34,7 +36,7 @@ struct IndexedField {
 /// All of them; what a stored index has depends on this table, so that a change of it needs a new
 /// kIndexVersion.
 std::span<const IndexedField> indexedFields();
-inline constexpr std::uint32_t kIndexVersion = 1;
+inline constexpr std::uint32_t kIndexVersion = 2;
 
 /// The fields' keys, sorted: what of a document is needed to index it.
 const std::vector<std::string>& indexedKeys();
@@ -57,19 +59,40 @@ std::optional<NumberKey> numberKey(const Value& value);
 
 std::int64_t textDigest(std::string_view text);
 
-/// Whether a byte of a folded text belongs to a word: letters, digits and everything beyond ASCII.
-inline bool isWordByte(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
-         static_cast<unsigned char>(c) >= 0x80;
+/// What a byte of a folded text is: one of a word (letters, digits and everything beyond ASCII), a sign, or
+/// what commonly stands between the words of names and paths.
+enum class ByteKind : std::uint8_t { gap, letter, sign };
+
+constexpr ByteKind byteKind(char c) {
+  auto byte = static_cast<unsigned char>(c);
+  if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || byte >= 0x80)
+    return ByteKind::letter;
+  bool isGap = byte <= ' ' || byte == 0x7f || c == '_' || c == '-' || c == '.' || c == '/';
+  return isGap ? ByteKind::gap : ByteKind::sign;
 }
 
+inline constexpr auto kByteKinds = [] {
+  std::array<ByteKind, 256> kinds{};
+  for (std::size_t i = 0; i < kinds.size(); ++i) kinds[i] = byteKind(static_cast<char>(i));
+  return kinds;
+}();
+
+/// Whether the text is one word: letters alone, or signs alone.
+inline bool isOneWord(std::string_view text) {
+  if (text.empty() || byteKind(text.front()) == ByteKind::gap) return false;
+  return std::all_of(text.begin(), text.end(), [&](char c) { return byteKind(c) == byteKind(text.front()); });
+}
+
+/// The words of a text, one after the other. Signs in a row are a word too, so that what is looked for
+/// because of its signs is found by them.
 template <typename Visit>
 void forEachWord(std::string_view text, Visit visit) {
+  auto kindAt = [&](std::size_t at) { return kByteKinds[static_cast<unsigned char>(text[at])]; };
   for (std::size_t at = 0; at < text.size();) {
     std::size_t begin = at;
-    while (at < text.size() && isWordByte(text[at])) ++at;
-    if (at > begin) visit(text.substr(begin, at - begin));
-    while (at < text.size() && !isWordByte(text[at])) ++at;
+    ByteKind kind = kindAt(at);
+    while (at < text.size() && kindAt(at) == kind) ++at;
+    if (kind != ByteKind::gap) visit(text.substr(begin, at - begin));
   }
 }
 

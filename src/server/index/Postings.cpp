@@ -35,7 +35,9 @@ void Postings::addTo(DocumentSet& set, std::uint32_t code) const {
     return;
   }
   std::span<std::uint64_t> words = set.words();
-  for (std::size_t i = 0; i < all.size(); ++i) words[i / 2] |= std::uint64_t{all[i]} << (i % 2 * 32);
+  std::size_t pairs = all.size() / 2;
+  for (std::size_t i = 0; i < pairs; ++i) words[i] |= all[2 * i] | std::uint64_t{all[2 * i + 1]} << 32;
+  if (all.size() % 2 != 0) words[pairs] |= all.back();
 }
 
 DocumentSet Postings::documents(std::uint32_t code) const {

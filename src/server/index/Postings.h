@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -37,6 +38,13 @@ class Postings {
   /// The slot as it is stored: a list, or 32 documents an element.
   std::span<const std::uint32_t> slot(std::uint32_t code) const {
     return slots_.subspan(offsets_[code], offsets_[code + 1] - offsets_[code]);
+  }
+
+  /// The document of a list of one; absent when the slot is anything else.
+  std::optional<std::uint32_t> only(std::uint32_t code) const {
+    std::uint32_t begin = offsets_[code];
+    if (offsets_[code + 1] - begin != 1 || bitsSize(documents_) == 1) return std::nullopt;
+    return slots_[begin];
   }
 
   bool none(std::uint32_t code) const { return slot(code).empty(); }

@@ -82,17 +82,30 @@ class SegmentSearch {
     std::stable_sort(order.begin(), order.end(),
                      [](const Predicate* a, const Predicate* b) { return cost(*a) < cost(*b); });
     SegmentAnswer all{given, none()};
-    DocumentSet scope = given;
     for (const Predicate* operand : order) {
-      SegmentAnswer part = answer(*operand, scope);
-      part.open |= part.yes;
-      scope &= part.open;
-      all.yes &= part.yes;
-      if (scope.empty()) break;
+      if (all.open.empty()) {
+        narrow(all, answer(*operand, all.yes));
+      } else {
+        DocumentSet scope = all.yes;
+        scope |= all.open;
+        narrow(all, answer(*operand, scope));
+      }
+      if (all.yes.empty() && all.open.empty()) break;
     }
-    all.open = std::move(scope);
-    all.open -= all.yes;
     return all;
+  }
+
+  // What two answers say together.
+  static void narrow(SegmentAnswer& all, SegmentAnswer part) {
+    if (all.open.empty() && part.open.empty()) {
+      all.yes &= part.yes;
+      return;
+    }
+    all.open |= all.yes;
+    part.open |= part.yes;
+    all.open &= part.open;
+    all.yes &= part.yes;
+    all.open -= all.yes;
   }
 
   SegmentAnswer disjunction(const std::vector<Predicate>& operands, const DocumentSet& scope) {
@@ -101,8 +114,8 @@ class SegmentSearch {
       limit_.spend(0);
       if (addLookup(operand, any.yes)) continue;
       SegmentAnswer part = answer(operand, scope);
-      any.yes |= part.yes;
-      any.open |= part.open;
+      any.yes |= std::move(part.yes);
+      any.open |= std::move(part.open);
     }
     any.open -= any.yes;
     return any;
