@@ -99,6 +99,26 @@ vips::VOption* thumbnailOptions(const VImage& header, int maxHeight, VipsSize si
   return managed ? options->set("export_profile", "srgb") : options;
 }
 
+/// By how much a JPEG can be shrunk while it is decoded, in the frequencies, and still fill the bound; 1 for
+/// everything else. libvips by itself shrinks less and scales the many pixels that are left.
+int shrinkOfDecoder(const VImage& header, int maxWidth, int maxHeight) {
+  bool isJpeg = header.get_typeof("vips-loader") != 0 &&
+                std::string_view(header.get_string("vips-loader")).starts_with("jpegload");
+  if (!isJpeg) return 1;
+  int width = header.width();
+  int height = header.height();
+  if (vips_image_get_orientation_swap(header.get_image())) std::swap(width, height);
+  double shrink = std::max(double(width) / maxWidth, double(height) / maxHeight);
+  return shrink >= 8 ? 8 : shrink >= 4 ? 4 : shrink >= 2 ? 2 : 1;
+}
+
+/// Averages blocks of pixels, of which twice as many are left as are wanted: the last step makes them sharp.
+/// Transparent pixels must not mix with others.
+VImage coarselyShrunk(const VImage& image, int width, int height) {
+  int factor = std::min(image.width() / width, image.height() / height) / 2;
+  return factor < 2 || image.has_alpha() ? image : image.shrink(factor, factor);
+}
+
 }  // namespace
 
 Image::Image(std::shared_ptr<const Pixels> pixels) : pixels_(std::move(pixels)) {}
@@ -149,8 +169,11 @@ bool Image::isPartial() const {
 Result<Image> Image::resizedTo(int width, int height) const {
   if (width < 1 || height < 1) return failure("image", 0, fmt::format("no size: {} x {}", width, height));
   return catchingVips("resize", [&] {
-    VImage resized = pixels_->image.thumbnail_image(
-        width, VImage::option()->set("height", height)->set("size", VIPS_SIZE_FORCE)->set("no_rotate", true));
+    VImage resized = coarselyShrunk(pixels_->image, width, height)
+                         .thumbnail_image(width, VImage::option()
+                                                     ->set("height", height)
+                                                     ->set("size", VIPS_SIZE_FORCE)
+                                                     ->set("no_rotate", true));
     return ImageAccess::make(computed(inSrgb(resized)), pixels_->partial);
   });
 }
@@ -230,7 +253,11 @@ Result<Image> loadThumbnail(const std::string& path, int maxWidth, int maxHeight
       return tl::unexpected(fits.error());
   }
   VipsSize size = source->drawing ? VIPS_SIZE_BOTH : VIPS_SIZE_DOWN;
+  int shrink = shrinkOfDecoder(*header, maxWidth, maxHeight);
   return decodeTolerantly(path, [&](VipsFailOn tolerance) {
+    if (shrink > 1)
+      return openImage(*source, VImage::option()->set("shrink", shrink)->set("fail_on", tolerance))
+          .thumbnail_image(maxWidth, thumbnailOptions(*header, maxHeight, size, tolerance));
     return VImage::thumbnail(source->path.c_str(), maxWidth,
                              thumbnailOptions(*header, maxHeight, size, tolerance));
   });

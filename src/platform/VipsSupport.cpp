@@ -97,9 +97,9 @@ Result<void> checkImageBytes(std::string_view bytes) {
   return {};
 }
 
-vips::VImage openImage(const ImageSource& source) {
-  return vips::VImage::new_from_file(source.path.c_str(),
-                                     vips::VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL));
+vips::VImage openImage(const ImageSource& source, vips::VOption* options) {
+  if (!options) options = vips::VImage::option();
+  return vips::VImage::new_from_file(source.path.c_str(), options->set("access", VIPS_ACCESS_SEQUENTIAL));
 }
 
 }  // namespace vornex

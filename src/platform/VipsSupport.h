@@ -24,8 +24,9 @@ bool startVips();
 /// Checks that the bytes hold a still image; domain "image".
 [[nodiscard]] Result<void> checkImageBytes(std::string_view bytes);
 
-/// Opens for reading the header; the pixels are read when asked for. Throws vips::VError.
-vips::VImage openImage(const ImageSource& source);
+/// Opens for reading the header; the pixels are read, in order, when asked for. Takes the loader's options.
+/// Throws vips::VError.
+vips::VImage openImage(const ImageSource& source, vips::VOption* options = nullptr);
 
 /// Turns what libvips throws into an error of domain "image".
 template <typename Function>
