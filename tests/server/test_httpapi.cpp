@@ -143,7 +143,7 @@ TEST_F(HttpApiTest, AnswersAsItIsDescribed) {
       succeeded += response.status == 200 ? 1 : 0;
     }
   }
-  EXPECT_GE(succeeded, 18 + 5) << "the owner may do everything, others may log in and out";
+  EXPECT_GE(succeeded, 19 + 5) << "the owner may do everything, others may log in and out";
 }
 
 }  // namespace

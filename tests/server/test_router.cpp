@@ -324,11 +324,21 @@ TEST_F(RouterTest, CarriesTheHashesOfTheTrees) {
   Dictionary node{{"id", "p1"}, {"name", "One"}, {"dbname", kDbName}, {"type", 0}, {"group", Array{group}}};
   writeTree(layout::projectPlist(package), {{"hash", "A"}, {"projects", Array{node}}, {"other", 1}});
   writeTree(layout::liveFolderPlist(package), {{"hash", "B"}});
-  writeTree(layout::fcpxLibraryPlist(package), {{"hash", "C"}});
+  EXPECT_EQ(json(get(library("/fcpxlibraries"))),
+            Value(Dictionary{{"hash", ""}, {"fcpxlibraries", Array()}}));
+  Dictionary clip{{"id", "m"}, {"name", "Clip"}, {"type", 2}};
+  Dictionary event{{"id", "e"}, {"name", "Event"}, {"multicams", Array{clip}}};
+  Dictionary bundle{{"id", "l"}, {"path", "/Show.fcpbundle"}, {"events", Array{event}}};
+  writeTree(layout::fcpxLibraryPlist(package),
+            {{"hash", "C"}, {"fcpxlibraries", Array{bundle}}, {"other", 1}});
   EXPECT_THAT(hashes(), ElementsAre("A", "B", "C"));
+  EXPECT_EQ(json(get(library("/fcpxlibraries"))),
+            Value(Dictionary{{"hash", "C"}, {"fcpxlibraries", Array{bundle}}}));
   EXPECT_EQ(json(get(library("/projects"))), Value(Dictionary{{"hash", "A"}, {"projects", Array{node}}}));
   writeTree(layout::projectPlist(package), {{"hash", "D"}, {"projects", Array{}}});
-  EXPECT_THAT(hashes(), ElementsAre("D", "B", "C"));
+  writeTree(layout::fcpxLibraryPlist(package), {{"hash", "E"}, {"fcpxlibraries", Array{clip}}});
+  EXPECT_THAT(hashes(), ElementsAre("D", "B", "E"));
+  EXPECT_EQ(get(library("/fcpxlibraries")).status, 500u) << "the bundle has no path";
   ASSERT_TRUE(writeFileAtomically(layout::projectPlist(package), "garbage"));
   EXPECT_EQ(get(library("/projects")).status, 500u);
 }

@@ -13,6 +13,7 @@ Response logout(const Context&, const Call&, const Request&);
 // Libraries (LibraryHandlers.cpp)
 Response listLibraries(const Context&, const Call&, const Request&);
 Response getLibrary(const Context&, const Call&, const Request&);
+Response getFCPXLibraries(const Context&, const Call&, const Request&);
 
 // The tree of projects and groups (ProjectHandlers.cpp)
 Response getProjects(const Context&, const Call&, const Request&);

@@ -1,8 +1,10 @@
 #include <charconv>
 
 #include "core/Coercion.h"
+#include "core/StorageLayout.h"
 #include "server/http/Handlers.h"
 #include "server/http/Replies.h"
+#include "server/store/PackageTree.h"
 
 namespace vornex::server {
 namespace {
@@ -88,6 +90,14 @@ Response getLibrary(const Context& context, const Call& call, const Request&) {
   auto library = libraryFor(context, call, Right::read);
   if (!library) return errorReply(library.error());
   return jsonReply(Dictionary{{"items", Array{currentRecord(*library)}}});
+}
+
+Response getFCPXLibraries(const Context& context, const Call& call, const Request&) {
+  auto library = libraryFor(context, call, Right::read);
+  if (!library) return errorReply(library.error());
+  const std::string& folder = library->packageFolder;
+  auto tree = readPackageTree(folder, layout::fcpxLibraryPlist(folder), kFCPXFileForm);
+  return tree ? jsonReply(*tree) : errorReply(tree.error());
 }
 
 }  // namespace vornex::server

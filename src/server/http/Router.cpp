@@ -105,6 +105,7 @@ const std::vector<Route>& routes() {
       {"GET", "/vornex/logout", logout, Lane::quick},
       {"GET", "/vornex/libraries", listLibraries, Lane::quick},
       {"GET", "/vornex/libraries/{db}", getLibrary, Lane::quick},
+      {"GET", "/vornex/libraries/{db}/fcpxlibraries", getFCPXLibraries, Lane::file},
       {"GET", "/vornex/libraries/{db}/projects", getProjects, Lane::quick},
       {"POST", "/vornex/libraries/{db}/projects/create", createProject, Lane::change},
       {"POST", "/vornex/libraries/{db}/projects/update", updateProject, Lane::change},
