@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "core/Coercion.h"
 #include "foundation/PropertyList.h"
 
 using namespace vornex;
@@ -16,6 +17,7 @@ struct PackageFolder {
   PackageFolder() {
     if (!::mkdtemp(path.data())) std::abort();
     std::filesystem::create_directory(path + "/Project");
+    std::filesystem::create_directory(path + "/FCPXLibrary");
   }
   ~PackageFolder() { std::filesystem::remove_all(path); }
 
@@ -48,8 +50,32 @@ static void saveFromFile(const LibraryPtr& library, const Value* nodes) {
   if (before->find("projects")->ifArray()->size() != read) __builtin_trap();
 }
 
-// "library.plist" and the rows of the library lists, and below "group" a tree as "project.plist" and the
-// server's answers hold it. What was read is written so that it reads as the same.
+static std::size_t countFCPXNodes(const Dictionary& content) {
+  std::size_t count = 0;
+  for (const Value& record : coerce::array(content.find("fcpxlibraries"))) {
+    ++count;
+    for (const Value& event : coerce::array(record.find("events")))
+      count += 1 + coerce::array(event.find("multicams")).size();
+  }
+  return count;
+}
+
+/// The same of the Final Cut Pro X libraries.
+static void saveFCPXFromFile(const LibraryPtr& library, const Value* records) {
+  const std::string path = packageFolder() + "/FCPXLibrary/fcpxlibrary.plist";
+  if (!writePropertyListFile(path, Dictionary{{"fcpxlibraries", records ? *records : Value()}})) return;
+  const auto before = readDictionaryFile(path);
+  if (!before) return;
+  library->packageFolder = packageFolder();
+  const bool isSaved = library->saveFCPXLibraryPlist();
+  const auto after = readDictionaryFile(path);
+  if (!after || (!isSaved && *after != *before)) __builtin_trap();
+  if (isSaved && countFCPXNodes(*after) != countFCPXNodes(*before)) __builtin_trap();
+}
+
+// "library.plist" and the rows of the library lists, and below "group" and "fcpxlibraries" trees as their
+// files in the package folder and the server's answers hold them. What was read is written so that it reads
+// as the same.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const bool isQuiet = (setLogSink([](LogLevel, const std::string&) {}), true);
   (void)isQuiet;
@@ -74,5 +100,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const ProjectPtr& group : project->childGroups)
     if (!library->projectWithID(*group->id)) __builtin_trap();
   saveFromFile(library, form->find("group"));
+  saveFCPXFromFile(library, form->find("fcpxlibraries"));
   return 0;
 }

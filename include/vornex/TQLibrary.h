@@ -11,11 +11,11 @@
 
 namespace vornex {
 
-class ProjectFile;
 class ProjectIndex;
+class TreeFile;
 struct FileStamp;
 
-/// The record of one asset library, local or network, and its project tree.
+/// The record of one asset library, local or network, and its trees.
 ///
 /// Thread-safety: changes to one library and its trees are serialised by the caller. Other libraries, and the
 /// manager, may be at work meanwhile: what they read of this one is guarded against this class's operations,
@@ -81,8 +81,7 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   AssetFolderPtr createAssetLiveFolder() const;
 
   std::string archivedClassName() const override;
-  /// The record with its project tree, its live folders and its connection, whose user goes along. There are
-  /// no Final Cut Pro X items yet: their list is written empty, and not read.
+  /// The record with its trees and its connection, whose user goes along.
   void encodeWithCoder(KeyedArchiver& coder) const override;
   void initWithCoder(KeyedUnarchiver& coder) override;
 
@@ -151,6 +150,37 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   LiveFolderPtr liveFolderWithPath(const std::string& path) const;
   /// Whether a root has the path.
   bool isExistPathInLiveFoldersWithPath(const std::string& path) const;
+
+  // Final Cut Pro X libraries (TQLibraryFCPX.cpp). Changes rewrite "fcpxlibrary.plist" in the package folder,
+  // with a new hash. As with the projects, what another program has changed since the tree was loaded or
+  // archived is not written over: the change fails as not saved (10003), and the tree is to be loaded again.
+
+  /// Loads the tree from the server; blocks. Known records keep their objects, events and multicam clips are
+  /// made anew. Absent on failure: 10000 no server, user or password, 10004 a useless answer, or the
+  /// request's.
+  std::optional<std::vector<FCPXLibraryPtr>> loadFCPXLibrariesWithError(TQErrorPtr* error);
+  /// Builds a record's events from its dictionary form, whose "events" holds them.
+  void loadFCPXEventsWithlibraryDict(const Dictionary& libraryDict, const FCPXLibraryPtr& fcpxLibrary);
+  /// Builds an event's clips from its dictionary form, whose "multicams" holds them.
+  static void loadFCPXMulticamsWithDict(const Dictionary& eventDict, const FCPXEventPtr& fcpxEvent);
+  /// Errors: 10000 no path or identifier, 10003, 10005 a network library. Null then; a caller who does not
+  /// ask for the error gets the record that could not be saved, which the library does not hold.
+  FCPXLibraryPtr addFCPXLibraryWithPath(const OptionalString& path, const OptionalString& UUIDString,
+                                        TQErrorPtr* error);
+  /// The index counts positions before the move. False for an unknown record or an index out of range, and
+  /// when the move, which stays, is not saved.
+  bool moveFCPXLibrary(const FCPXLibraryPtr& fcpxLibrary, std::int64_t toIndex);
+  /// By identifier. False, and logged, for no record, in a network library, and when the removal, which
+  /// stays, is not saved.
+  bool removeFCPXLibrary(const FCPXLibraryPtr& fcpxLibrary);
+  /// Index by identifier, or -1.
+  std::int64_t indexOfFCPXLibrary(const FCPXLibraryPtr& fcpxLibrary) const;
+  /// The first in the order of the tree, or null.
+  FCPXLibraryPtr fcpxLibraryWithID(const std::string& ID) const;
+  FCPXEventPtr fcpxEventWithID(const std::string& ID) const;
+  FCPXMulticamPtr fcpxMulticamWithID(const std::string& ID) const;
+  /// Writes "fcpxlibrary.plist" with a new random hash, under the same conditions as saveProjects().
+  bool saveFCPXLibraryPlist();
 
   // Assets (TQLibraryAssets.cpp). The server changes first; the given assets follow where its answer confirms
   // them, matched by position. Without further word, completions come on the main queue with an answer, on a
@@ -229,6 +259,7 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// In-memory copies of the lists of live folders and of Final Cut Pro X libraries, as archives carry them.
   Dictionary liveFolderDict;
   OptionalString fcpxLibraryHashValue;
+  std::vector<FCPXLibraryPtr> fcpxLibraryItems;
   Dictionary fcpxLibraryDict;
 
  private:
@@ -243,14 +274,23 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// By which the list is sorted: the type, then the name.
   std::pair<std::int64_t, OptionalString> listOrder() const;
   void setProjectHash(OptionalString hash);
+  void setFCPXLibraryHash(OptionalString hash);
   bool serverRight(const char* key) const;
   AssetFolderPtr makeAssetFolder(const std::string& group, const char* operation) const;
 
+  struct TreeAnswer {
+    Array nodes;
+    OptionalString hash;
+  };
+  /// A tree as the server has it; from now on the file's copy of it is that one.
+  std::optional<TreeAnswer> loadTree(const std::string& path, TreeFile& file, TQErrorPtr& error) const;
   /// The server's answer, and for a local library the state of the file that it stands for.
-  Value askForTree(const TQUser& user, FileStamp& state, TQErrorPtr& error);
+  Value askForTree(const std::string& path, const TreeFile& file, const TQUser& user, FileStamp& state,
+                   TQErrorPtr& error) const;
   void takeProjects(const Array& nodes);
-  /// The file of a local library's tree, for the package folder that it has now.
-  ProjectFile& projectFile();
+  /// The files of a local library's trees, for the package folder that it has now.
+  TreeFile& projectFile();
+  TreeFile& fcpxFile();
   /// As whom the server is asked; null, and error 10000, while that or the server is not known.
   UserPtr requestUser(TQErrorPtr& error) const;
   /// Before a local change: the tree of the file stands in while none was loaded or made. Error 10003 when
@@ -280,6 +320,18 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// Whether the node is in the tree: every list on the way up has it.
   bool holds(const TQProject& node) const;
 
+  void takeFCPXLibraries(const Array& records);
+  // As of prepareChange() and saveTree(); their log line begins with the complaint.
+  TQErrorPtr prepareFCPXChange(const char* complaint);
+  TQErrorPtr fcpxNotSaved(const char* complaint, const std::string& reason) const;
+  TQErrorPtr saveFCPXTree(const char* complaint = "Can't save fcpx library plist : ");
+  /// Renames a node of the tree, whose name this is.
+  TQErrorPtr renameFCPX(OptionalString& nodeName, const OptionalString& newName);
+  /// Whether the very node is in the tree.
+  bool holds(const TQFCPXLibrary& node) const;
+  bool holds(const TQFCPXEvent& node) const;
+  bool holds(const TQFCPXMulticam& node) const;
+
   using AssetIDs = std::optional<std::vector<std::string>>;
   TQErrorPtr assetUpdateError(const std::vector<AssetPtr>& assets) const;
   /// Sends the change for each asset, blocking, and applies the answer.
@@ -293,11 +345,16 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
   /// Guards what the list of libraries is written and sorted by; held for no call to others.
   mutable std::mutex fields_;
 
-  std::shared_ptr<ProjectFile> projectFile_;
+  std::shared_ptr<TreeFile> projectFile_;
   std::shared_ptr<ProjectIndex> projectIndex_;
   bool isTreeLoaded_ = false;
+  std::shared_ptr<TreeFile> fcpxFile_;
+  bool isFCPXTreeLoaded_ = false;
 
   friend class TQAsset;
+  friend class TQFCPXEvent;
+  friend class TQFCPXLibrary;
+  friend class TQFCPXMulticam;
   friend class TQLibraryManager;
   friend class TQProject;
   friend class TQSearchManager;

@@ -12,6 +12,9 @@
 #include <vornex/TQConnection.h>
 #include <vornex/TQCopyInterface.h>
 #include <vornex/TQError.h>
+#include <vornex/TQFCPXEvent.h>
+#include <vornex/TQFCPXLibrary.h>
+#include <vornex/TQFCPXMulticam.h>
 #include <vornex/TQImage.h>
 #include <vornex/TQImportAsset.h>
 #include <vornex/TQLibrary.h>

@@ -214,6 +214,11 @@ void TQLibrary::setProjectHash(OptionalString hash) {
   projectHashValue = std::move(hash);
 }
 
+void TQLibrary::setFCPXLibraryHash(OptionalString hash) {
+  std::lock_guard lock(fields_);
+  fcpxLibraryHashValue = std::move(hash);
+}
+
 OptionalString TQLibrary::serverURL(const std::string& path) const {
   if (!connection || !connection->address || !dbName) return std::nullopt;
   return fmt::format("http://{}:{}/vornex/libraries/{}{}", *connection->address, connection->port, *dbName,

@@ -8,9 +8,9 @@
 
 #include "core/Coercion.h"
 #include "core/SdkError.h"
-#include "model/ProjectFile.h"
 #include "model/ProjectIndex.h"
 #include "model/ProjectTree.h"
+#include "model/TreeFile.h"
 
 namespace vornex {
 
@@ -18,45 +18,14 @@ namespace vornex {
 
 std::optional<std::vector<ProjectPtr>> TQLibrary::loadProjects(TQErrorPtr* error) {
   TQErrorPtr ignored;
-  TQErrorPtr& failure = error ? *error : ignored;
-  failure = nullptr;
-  const UserPtr user = requestUser(failure);
-  if (!user) return std::nullopt;
-  FileStamp state;
-  Value response = askForTree(*user, state, failure);
-  if (failure) return std::nullopt;
-  const Value* nodes = response.find("projects");
-  if (!nodes || !nodes->ifArray()) {
-    // Taking this for an empty tree would lose the known one with the next save.
-    failure = tree::error(10004, "response.error.invalid");
-    return std::nullopt;
-  }
-  setProjectHash(coerce::string(response.find("hash")));
-  takeProjects(*nodes->ifArray());
+  std::optional<TreeAnswer> tree = loadTree("/projects", projectFile(), error ? *error : ignored);
+  if (!tree) return std::nullopt;
+  setProjectHash(std::move(tree->hash));
+  takeProjects(tree->nodes);
   isTreeLoaded_ = true;
-  projectFile().setBase(state);
   // Now rather than when the next page of assets is linked.
   projectIndex_->prepare(projects);
   return projects;
-}
-
-Value TQLibrary::askForTree(const TQUser& user, FileStamp& state, TQErrorPtr& error) {
-  auto ask = [&] {
-    return TQVornexUtil::syncRequestURL(serverURL("/projects"), user.id, user.password, "GET", std::nullopt,
-                                        &error);
-  };
-  if (libraryType != kLibraryTypeLocal) return ask();
-  // The answer is of the file as it is before and after. While others keep changing it, the state before is
-  // the safe one: what came later is taken for not loaded yet.
-  constexpr int kMostTries = 10;
-  for (int tries = 1;; ++tries) {
-    Result<FileStamp> before = projectFile().stamp();
-    Value response = ask();
-    Result<FileStamp> after = projectFile().stamp();
-    if (!error && tries < kMostTries && before && after && !(*before == *after)) continue;
-    state = before.value_or(FileStamp());
-    return response;
-  }
 }
 
 void TQLibrary::loadProjects(
@@ -152,12 +121,6 @@ void TQLibrary::loadGroup(const ProjectPtr& project, Dictionary& parent) const {
   if (children && !children->empty()) parent.set("group", std::move(*children));
 }
 
-ProjectFile& TQLibrary::projectFile() {
-  std::string path = TQVornexUtil::projectPlistWithPackageFolder(packageFolder).value_or("");
-  if (!projectFile_ || projectFile_->path() != path) projectFile_ = std::make_shared<ProjectFile>(path);
-  return *projectFile_;
-}
-
 TQErrorPtr TQLibrary::projectsNotSaved(const std::string& reason) const {
   logLine(LogLevel::error, "Can't save project file : " + packageFolder.value_or("") + ", " + reason);
   return withReason(tree::error(10003, "project.error.cannot.save"), reason);
@@ -167,7 +130,7 @@ TQErrorPtr TQLibrary::prepareChange() {
   if (!packageFolder || packageFolder->empty()) return projectsNotSaved("the library has no package folder");
   if (isTreeLoaded_) return nullptr;
   if (projects.empty()) {
-    Result<std::optional<ProjectFile::Tree>> tree = projectFile().read();
+    Result<std::optional<TreeFile::Tree>> tree = projectFile().read();
     if (!tree) return projectsNotSaved(tree.error().message);
     // Without a file there is still nothing: a tree that appears later is not written over.
     if (!*tree) return nullptr;
@@ -187,10 +150,9 @@ TQErrorPtr TQLibrary::saveTree(bool* isOvertaken) {
     nodes.push_back(std::move(*node));
   }
   std::string hash = MD5String(TQVornexUtil::UUIDString());
-  Result<ProjectFile::Saved> saved =
-      projectFile().save(std::move(nodes), projectHashValue.value_or(""), hash);
+  Result<TreeFile::Saved> saved = projectFile().save(std::move(nodes), projectHashValue.value_or(""), hash);
   if (!saved) return projectsNotSaved(saved.error().message);
-  if (*saved == ProjectFile::Saved::overtaken) {
+  if (*saved == TreeFile::Saved::overtaken) {
     if (isOvertaken) *isOvertaken = true;
     return projectsNotSaved("another program has changed " + projectFile().path());
   }

@@ -1,4 +1,7 @@
 #include <vornex/TQConnection.h>
+#include <vornex/TQFCPXEvent.h>
+#include <vornex/TQFCPXLibrary.h>
+#include <vornex/TQFCPXMulticam.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLiveFolder.h>
 #include <vornex/TQProject.h>
@@ -41,6 +44,80 @@ ProjectList TQProject::decodeNodes(KeyedUnarchiver& coder, std::string_view key)
   return nodes;
 }
 
+/// Those that no other list of the archive has claimed by becoming what is above them: a tree names each of
+/// its nodes once.
+template <typename Node, typename Above>
+static std::vector<std::shared_ptr<Node>> claimed(std::vector<std::shared_ptr<Node>> nodes,
+                                                  std::weak_ptr<Above> Node::*above,
+                                                  const std::weak_ptr<Above>& owner) {
+  std::erase_if(nodes, [&](const std::shared_ptr<Node>& node) {
+    if (((*node).*above).lock()) return true;
+    (*node).*above = owner;
+    return false;
+  });
+  return nodes;
+}
+
+const ArchivedClass TQFCPXMulticam::archivedClass_("TQFCPXMulticam", [] { return Ptr(new TQFCPXMulticam); });
+
+std::string TQFCPXMulticam::archivedClassName() const {
+  return "TQFCPXMulticam";
+}
+
+void TQFCPXMulticam::encodeWithCoder(KeyedArchiver& coder) const {
+  coder.encodeObject("event", event.lock());
+  coder.encodeValue("ID", ID);
+  coder.encodeValue("name", name);
+}
+
+void TQFCPXMulticam::initWithCoder(KeyedUnarchiver& coder) {
+  ID = coder.decodeString("ID");
+  name = coder.decodeString("name");
+}
+
+const ArchivedClass TQFCPXEvent::archivedClass_("TQFCPXEvent", [] { return Ptr(new TQFCPXEvent); });
+
+std::string TQFCPXEvent::archivedClassName() const {
+  return "TQFCPXEvent";
+}
+
+void TQFCPXEvent::encodeWithCoder(KeyedArchiver& coder) const {
+  coder.encodeObject("library", library.lock());
+  coder.encodeObject("fcpxLibrary", fcpxLibrary.lock());
+  coder.encodeValue("ID", ID);
+  coder.encodeValue("name", name);
+  coder.encodeObjects<TQFCPXMulticam>("multicamItems", multicamItems);
+}
+
+void TQFCPXEvent::initWithCoder(KeyedUnarchiver& coder) {
+  library = coder.decodeReference<TQLibrary>("library");
+  ID = coder.decodeString("ID");
+  name = coder.decodeString("name");
+  multicamItems =
+      claimed(coder.decodeObjects<TQFCPXMulticam>("multicamItems"), &TQFCPXMulticam::event, weak_from_this());
+}
+
+const ArchivedClass TQFCPXLibrary::archivedClass_("TQFCPXLibrary", [] { return Ptr(new TQFCPXLibrary); });
+
+std::string TQFCPXLibrary::archivedClassName() const {
+  return "TQFCPXLibrary";
+}
+
+void TQFCPXLibrary::encodeWithCoder(KeyedArchiver& coder) const {
+  coder.encodeObject("library", library.lock());
+  coder.encodeValue("ID", ID);
+  coder.encodeValue("name", name);
+  coder.encodeValue("path", path);
+  coder.encodeObjects<TQFCPXEvent>("events", events);
+}
+
+void TQFCPXLibrary::initWithCoder(KeyedUnarchiver& coder) {
+  ID = coder.decodeString("ID");
+  name = coder.decodeString("name");
+  path = coder.decodeString("path");
+  events = claimed(coder.decodeObjects<TQFCPXEvent>("events"), &TQFCPXEvent::fcpxLibrary, weak_from_this());
+}
+
 const ArchivedClass TQLibrary::archivedClass_("TQLibrary", [] { return Ptr(new TQLibrary); });
 
 std::string TQLibrary::archivedClassName() const {
@@ -68,7 +145,7 @@ void TQLibrary::encodeWithCoder(KeyedArchiver& coder) const {
   coder.encodeObjects<TQLiveFolder>("liveFolders", liveFolders);
   coder.encodeMutableValue("liveFolderDict", liveFolderDict);
   coder.encodeValue("fcpxLibraryHashValue", fcpxLibraryHashValue);
-  coder.encodeMutableValue("fcpxLibraryItems", Array());
+  coder.encodeObjects<TQFCPXLibrary>("fcpxLibraryItems", fcpxLibraryItems);
   coder.encodeMutableValue("fcpxLibraryDict", fcpxLibraryDict);
   coder.encodeInteger("fromBrindle", fromBrindle ? 1 : 0);
 }
@@ -94,6 +171,8 @@ void TQLibrary::initWithCoder(KeyedUnarchiver& coder) {
   liveFolders = coder.decodeObjects<TQLiveFolder>("liveFolders");
   liveFolderDict = coder.decodeDictionary("liveFolderDict");
   fcpxLibraryHashValue = coder.decodeString("fcpxLibraryHashValue");
+  fcpxLibraryItems = claimed(coder.decodeObjects<TQFCPXLibrary>("fcpxLibraryItems"), &TQFCPXLibrary::library,
+                             weak_from_this());
   fcpxLibraryDict = coder.decodeDictionary("fcpxLibraryDict");
   fromBrindle = coder.decodeInteger("fromBrindle") != 0;
 }

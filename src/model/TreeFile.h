@@ -2,21 +2,24 @@
 
 #include <vornex/Value.h>
 
+#include "core/TreeForm.h"
 #include "foundation/Error.h"
 #include "foundation/FileStamp.h"
 
 namespace vornex {
 
-/// The project list in a package folder, as one program's copy of the tree relates to it: what the copy was
+/// The file of a tree in a package folder, as one program's copy of the tree relates to it: what the copy was
 /// made from is not overwritten when another program has changed it meanwhile. Whoever changes the tree gives
 /// it a new hash; the file's stamp, where it is known, also tells changes that did not.
 ///
 /// Thread-safety: none; as the tree.
-class ProjectFile {
+class TreeFile {
  public:
-  explicit ProjectFile(std::string path) : path_(std::move(path)) {}
+  TreeFile(std::string path, const TreeForm& form) : path_(std::move(path)), form_(form) {}
 
   const std::string& path() const { return path_; }
+  /// The key of the tree in the file and in the server's answers.
+  const char* listKey() const { return form_.childrenKey; }
 
   /// The file's state now.
   [[nodiscard]] Result<FileStamp> stamp() const { return fileStamp(path_); }
@@ -27,9 +30,8 @@ class ProjectFile {
     Array nodes;
     std::string hash;
   };
-  /// The file's tree, which is the copy from now on; absent without a file. A list with a node that lacks its
-  /// identifier, name or database name is an error: written again it would lose that node. Domains "posix"
-  /// and "plist".
+  /// The file's tree, which is the copy from now on; absent without a file. A list that is not of the form is
+  /// an error: written again it would lose nodes. Domains "posix" and "plist".
   [[nodiscard]] Result<std::optional<Tree>> read();
 
   enum class Saved { yes, overtaken };
@@ -40,6 +42,7 @@ class ProjectFile {
 
  private:
   std::string path_;
+  const TreeForm& form_;
   /// Absent while only the hash tells what the copy was made from.
   std::optional<FileStamp> base_;
 };
