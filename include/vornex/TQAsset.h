@@ -31,8 +31,8 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   /// asset of one, else of the project. Null when the asset has no owner.
   LibraryPtr library() const;
   /// Gives an asset whose owner the library does not know the stand-in of its kind (see
-  /// undefinedProjectWithLibrary and undefinedLiveFolderWithLibrary). As long as it has that one, library()
-  /// is the given library, whatever the stand-in says.
+  /// undefinedProjectWithLibrary, undefinedLiveFolderWithLibrary and undefinedFCPXLibraryWithLibrary). As
+  /// long as it has that one, library() is the given library, whatever the stand-in says.
   void linkToUndefinedOwner(const LibraryPtr& library);
   /// "name_id"
   std::string nameWithID() const;
@@ -99,6 +99,9 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   std::optional<Dictionary> metaDataDictionary = Dictionary();
   ProjectPtr project, group;
   LiveFolderPtr liveFolder, liveSubFolder;
+  FCPXLibraryPtr fcpxLibrary;
+  FCPXEventPtr fcpxEvent;
+  FCPXMulticamPtr fcpxMulticam;
   OptionalString calendarEventID;
   double latitude = 0, longitude = 0;
   OptionalString importer, importerDesc;

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <mutex>
+#include <variant>
 #include <vector>
 
 namespace vornex {
@@ -16,8 +17,7 @@ enum SearchOperator : std::int64_t { kSearchInvalid = -1, kSearchAND = 0, kSearc
 /// Turns what people type into queries, sends them to a library's server, and gives back pages of assets.
 ///
 /// Thread-safety: safe on any thread. A search uses the settings as they are when it is called. Assets are
-/// linked to the library's project tree on the thread that reads the answer, so the tree must not change
-/// then.
+/// linked to the library's trees on the thread that reads the answer, so these must not change then.
 class TQSearchManager {
  public:
   using Terms = std::vector<std::string>;
@@ -159,45 +159,31 @@ class TQSearchManager {
                               const OptionalString& sortField, bool ascending, std::int64_t pageIndex,
                               std::int64_t tag, SearchCompletion completion);
 
-  // A root category is a project or a root live folder; a sub-category a group or a folder below a live
-  // folder. Assets directly in it, or (recursive) anywhere below, which for live folders is told by the path
-  // that an asset came from. The first operation of each pair asks for terms and types, the second for import
-  // dates. Error 10000 for a category without identifier, or without the path that is needed.
+  // Assets directly in a category, or (recursive) anywhere below it, which for live folders is told by the
+  // path that an asset came from. Directly in an event are those that belong to no multicam clip. The first
+  // operation of each pair asks for terms and types, the second for import dates. Error 10000 for a category
+  // without identifier, or without the path that is needed.
+
+  using RootCategory = std::variant<ProjectPtr, LiveFolderPtr, FCPXLibraryPtr>;
+  /// A group, a folder below a live folder, an event or a multicam clip.
+  using SubCategory = std::variant<ProjectPtr, LiveFolderPtr, FCPXEventPtr, FCPXMulticamPtr>;
 
   /// The page limit is not used: the manager's is.
-  void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const ProjectPtr& rootCategory,
+  void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const RootCategory& rootCategory,
                                           bool recursive, const Terms& searchStrings,
                                           std::int64_t operatorType, std::int64_t pageIndex,
                                           std::int64_t pageLimit, std::int64_t tag,
                                           SearchCompletion completion);
-  void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const ProjectPtr& rootCategory,
+  void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const RootCategory& rootCategory,
                                           bool recursive, Date fromDateTime, Date toDateTime,
                                           std::int64_t pageIndex, std::int64_t pageLimit, std::int64_t tag,
                                           SearchCompletion completion);
-  void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const LiveFolderPtr& rootCategory,
-                                          bool recursive, const Terms& searchStrings,
-                                          std::int64_t operatorType, std::int64_t pageIndex,
-                                          std::int64_t pageLimit, std::int64_t tag,
-                                          SearchCompletion completion);
-  void searchAssetWithLibraryRootCategory(const LibraryPtr& library, const LiveFolderPtr& rootCategory,
-                                          bool recursive, Date fromDateTime, Date toDateTime,
-                                          std::int64_t pageIndex, std::int64_t pageLimit, std::int64_t tag,
-                                          SearchCompletion completion);
-  void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const ProjectPtr& subCategory,
+  void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const SubCategory& subCategory,
                                          bool recursive, const Terms& searchStrings,
                                          std::int64_t operatorType, std::int64_t pageIndex,
                                          std::int64_t pageLimit, std::int64_t tag,
                                          SearchCompletion completion);
-  void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const ProjectPtr& subCategory,
-                                         bool recursive, Date fromDateTime, Date toDateTime,
-                                         std::int64_t pageIndex, std::int64_t pageLimit, std::int64_t tag,
-                                         SearchCompletion completion);
-  void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const LiveFolderPtr& subCategory,
-                                         bool recursive, const Terms& searchStrings,
-                                         std::int64_t operatorType, std::int64_t pageIndex,
-                                         std::int64_t pageLimit, std::int64_t tag,
-                                         SearchCompletion completion);
-  void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const LiveFolderPtr& subCategory,
+  void searchAssetWithLibrarySubCategory(const LibraryPtr& library, const SubCategory& subCategory,
                                          bool recursive, Date fromDateTime, Date toDateTime,
                                          std::int64_t pageIndex, std::int64_t pageLimit, std::int64_t tag,
                                          SearchCompletion completion);
@@ -224,8 +210,10 @@ class TQSearchManager {
 
   // Answers (TQSearchManagerAnswers.cpp)
 
-  /// The assets of an answer, each linked to its project and group, or its live folder; for an unknown owner
-  /// stands the undefined one of its kind. An item that is no asset is logged and ends the list.
+  /// The assets of an answer, each linked to its project and group, its live folder, or its Final Cut Pro X
+  /// library, event and multicam clip; for an unknown owner stands the undefined one of its
+  /// kind. A clip takes over the type that an item tells of it. An item that is no asset is logged and ends
+  /// the list.
   std::vector<AssetPtr> extractAssetInfo(const Value& response, const LibraryPtr& library) const;
   /// Makes the page of an answer or error, posts the error's notification, and calls back.
   void assetResultWithResponse(const Value& response, const LibraryPtr& library, const TQErrorPtr& error,
@@ -271,10 +259,8 @@ class TQSearchManager {
   void addTerms(std::vector<PredicatePtr>& conditions, const Terms& terms, std::int64_t operatorType) const;
   void addTypes(std::vector<PredicatePtr>& conditions) const;
   void addNoTrash(std::vector<PredicatePtr>& conditions) const;
-  static Category rootCategory(const ProjectPtr& root, bool recursive);
-  static Category rootCategory(const LiveFolderPtr& root, bool recursive);
-  static Category subCategory(const ProjectPtr& group, bool recursive);
-  static Category subCategory(const LiveFolderPtr& folder, bool recursive);
+  static Category category(const RootCategory& root, bool recursive);
+  static Category category(const SubCategory& sub, bool recursive);
   void searchCategory(Request request, Category category, const Terms& searchStrings,
                       std::int64_t operatorType, SearchCompletion completion) const;
   void searchCategory(Request request, Category category, Date fromDateTime, Date toDateTime,

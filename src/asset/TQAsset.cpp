@@ -1,5 +1,8 @@
 #include <vornex/Log.h>
 #include <vornex/TQAsset.h>
+#include <vornex/TQFCPXEvent.h>
+#include <vornex/TQFCPXLibrary.h>
+#include <vornex/TQFCPXMulticam.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLibraryManager.h>
 #include <vornex/TQLiveFolder.h>
@@ -13,8 +16,6 @@
 namespace vornex {
 
 namespace {
-
-constexpr const char* kFCPXKeys[] = {"fcpx_library", "fcpx_event", "fcpx_multicam_uid"};
 
 std::optional<Date> readDate(const Value* number) {
   if (!number || !(number->isNumber() || number->ifString())) return std::nullopt;
@@ -49,7 +50,8 @@ std::string identifier(const ProjectPtr& node) {
   return node ? node->id.value_or("") : "";
 }
 
-std::string identifier(const LiveFolderPtr& node) {
+template <typename NodePtr>
+std::string identifier(const NodePtr& node) {
   return node ? node->ID.value_or("") : "";
 }
 
@@ -164,7 +166,7 @@ std::optional<Dictionary> TQAsset::assetDictionary() const {
   result.set("islivefolder", isLiveFolder);
   for (const char* key : {"livefolder", "livesubfolder"}) result.set(key, "");
   result.set("isfcpxlibrary", isFCPXLibrary);
-  for (const char* key : kFCPXKeys) result.set(key, "");
+  for (const char* key : {"fcpx_library", "fcpx_event", "fcpx_multicam_uid"}) result.set(key, "");
   setOwnerKeys(result);
   if (id) result.set("_id", *id);
   result.merge(xmpMeta);
@@ -182,36 +184,41 @@ void TQAsset::setOwnerKeys(Dictionary& form) const {
   auto set = [&](const char* key, const auto& owner, bool isKnown) {
     form.set(key, isKnown ? identifier(owner) : notedText(key));
   };
+  // The owner may be known, and what is below it not.
+  auto setBelow = [&](const char* key, const auto& owner, const char* above) {
+    const bool isSameAbove = *form.find(above) == Value(notedText(above));
+    set(key, owner, owner || !isSameAbove);
+  };
+  auto isKnown = [&](const auto& owner) { return !standIn_ || owner != standIn_; };
   if (belongsToFCPXLibrary()) {
-    for (const char* key : kFCPXKeys) form.set(key, notedText(key));
+    set("fcpx_library", fcpxLibrary, isKnown(fcpxLibrary));
+    setBelow("fcpx_event", fcpxEvent, "fcpx_library");
+    setBelow("fcpx_multicam_uid", fcpxMulticam, "fcpx_event");
   } else if (belongsToLiveFolder()) {
-    const bool isKnown = !standIn_ || liveFolder != standIn_;
-    // The folder may be known, and the subfolder not.
-    const bool isSameFolder = liveFolder && liveFolder->ID == notedText("livefolder");
-    set("livefolder", liveFolder, isKnown);
-    set("livesubfolder", liveSubFolder, liveSubFolder || (isKnown && !isSameFolder));
+    set("livefolder", liveFolder, isKnown(liveFolder));
+    setBelow("livesubfolder", liveSubFolder, "livefolder");
   } else {
-    const bool isKnown = !standIn_ || project != standIn_;
-    set("project", project, isKnown);
-    set("group", group, isKnown || group);
+    set("project", project, isKnown(project));
+    set("group", group, isKnown(project) || group);
   }
 }
 
 LibraryPtr TQAsset::library() const {
-  if (belongsToFCPXLibrary()) return standInLibrary_.lock();
-  if (belongsToLiveFolder()) {
-    if (!liveFolder) return nullptr;
-    return liveFolder == standIn_ ? standInLibrary_.lock() : liveFolder->library.lock();
-  }
-  if (!project) return nullptr;
-  return project == standIn_ ? standInLibrary_.lock() : project->library.lock();
+  auto libraryOf = [&](const auto& owner) -> LibraryPtr {
+    if (!owner) return nullptr;
+    return owner == standIn_ ? standInLibrary_.lock() : owner->library.lock();
+  };
+  if (belongsToFCPXLibrary()) return libraryOf(fcpxLibrary);
+  return belongsToLiveFolder() ? libraryOf(liveFolder) : libraryOf(project);
 }
 
 void TQAsset::linkToUndefinedOwner(const LibraryPtr& library) {
   standInLibrary_ = library;
-  if (belongsToLiveFolder())
+  if (belongsToFCPXLibrary())
+    standIn_ = fcpxLibrary = TQFCPXLibrary::undefinedFCPXLibraryWithLibrary(library);
+  else if (belongsToLiveFolder())
     standIn_ = liveFolder = TQLiveFolder::undefinedLiveFolderWithLibrary(library);
-  else if (!belongsToFCPXLibrary())
+  else
     standIn_ = project = TQProject::undefinedProjectWithLibrary(library);
 }
 

@@ -1,5 +1,8 @@
 #include <vornex/Log.h>
 #include <vornex/TQAsset.h>
+#include <vornex/TQFCPXEvent.h>
+#include <vornex/TQFCPXLibrary.h>
+#include <vornex/TQFCPXMulticam.h>
 #include <vornex/TQLibrary.h>
 #include <vornex/TQLiveFolder.h>
 #include <vornex/TQProject.h>
@@ -63,9 +66,23 @@ void linkLiveFolder(TQAsset& asset, const Value& item, const LibraryPtr& library
     asset.liveSubFolder = asset.liveFolder->subFolderWithID(*subID);
 }
 
-void linkFCPXLibrary(TQAsset& asset, const LibraryPtr& library) {
+/// Looks for the asset's multicam clip, and takes over what the item tells about it.
+void linkMulticam(TQAsset& asset, const Value& item) {
+  OptionalString id = coerce::string(item.find("fcpx_multicam_uid"));
+  if (!asset.fcpxEvent || !id || id->empty()) return;
+  asset.fcpxMulticam = asset.fcpxEvent->fcpxMulticamWithID(*id);
+  const Value* type = item.find("fcpx_multicam_type");
+  if (asset.fcpxMulticam && type) asset.fcpxMulticam->multicamType = coerce::integer(type);
+}
+
+void linkFCPXLibrary(TQAsset& asset, const Value& item, const LibraryPtr& library) {
+  OptionalString id = coerce::string(item.find("fcpx_library"));
+  OptionalString eventID = coerce::string(item.find("fcpx_event"));
   asset.isFCPXLibrary = true;
-  asset.linkToUndefinedOwner(library);
+  asset.fcpxLibrary = id ? library->fcpxLibraryWithID(*id) : nullptr;
+  if (!asset.fcpxLibrary) return asset.linkToUndefinedOwner(library);
+  if (eventID) asset.fcpxEvent = asset.fcpxLibrary->fcpxEventWithID(*eventID);
+  linkMulticam(asset, item);
 }
 
 /// An asset that belongs elsewhere may lie in a project besides.
@@ -86,7 +103,7 @@ AssetPtr makeAsset(const Value& item, const LibraryPtr& library) {
   if (!isLiveFolder && !isFCPXLibrary) {
     linkProject(*asset, item, library);
   } else if (isLiveFolder != isFCPXLibrary) {
-    isLiveFolder ? linkLiveFolder(*asset, item, library) : linkFCPXLibrary(*asset, library);
+    isLiveFolder ? linkLiveFolder(*asset, item, library) : linkFCPXLibrary(*asset, item, library);
     linkOptionalProject(*asset, item, *library);
   }
   return asset;

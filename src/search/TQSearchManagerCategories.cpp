@@ -1,3 +1,6 @@
+#include <vornex/TQFCPXEvent.h>
+#include <vornex/TQFCPXLibrary.h>
+#include <vornex/TQFCPXMulticam.h>
 #include <vornex/TQLiveFolder.h>
 #include <vornex/TQProject.h>
 #include <vornex/TQSearchManager.h>
@@ -5,8 +8,9 @@
 namespace vornex {
 
 // A project's assets name it under "project", and the group that they lie in under "group"; those of a live
-// folder name it under "livefolder", and the folder below it under "livesubfolder". The second key is empty
-// for assets directly in the root.
+// folder name it under "livefolder", and the folder below it under "livesubfolder"; those of a Final Cut Pro
+// X library name it under "fcpx_library", and the event under "fcpx_event". The second key is empty for
+// assets directly in the root. What belongs to a multicam clip names it under "fcpx_multicam_uid".
 
 namespace {
 
@@ -27,35 +31,56 @@ PredicatePtr isBelow(const TQLiveFolder& folder) {
               equals("islivefolder", true));
 }
 
+PredicatePtr inRoot(const TQProject& root, bool recursive) {
+  if (!root.id) return nullptr;
+  PredicatePtr inside = equals("project", *root.id);
+  return recursive ? inside : both(inside, equals("group", ""));
+}
+
+PredicatePtr inRoot(const TQLiveFolder& root, bool recursive) {
+  if (!root.ID) return nullptr;
+  return recursive ? isBelow(root) : both(equals("livefolder", *root.ID), equals("livesubfolder", ""));
+}
+
+PredicatePtr inRoot(const TQFCPXLibrary& root, bool recursive) {
+  if (!root.ID) return nullptr;
+  PredicatePtr inside = equals("fcpx_library", *root.ID);
+  return recursive ? inside : both(inside, equals("fcpx_event", ""));
+}
+
+PredicatePtr inSub(const TQSearchManager& manager, const ProjectPtr& group, bool recursive) {
+  if (!group->id) return nullptr;
+  return manager.createQueryWithGroup(recursive ? manager.groupIDs(group) : std::vector{*group->id}, "group");
+}
+
+PredicatePtr inSub(const TQSearchManager&, const LiveFolderPtr& folder, bool recursive) {
+  if (!folder->ID) return nullptr;
+  return recursive ? isBelow(*folder) : equals("livesubfolder", *folder->ID);
+}
+
+PredicatePtr inSub(const TQSearchManager&, const FCPXEventPtr& event, bool recursive) {
+  if (!event->ID) return nullptr;
+  PredicatePtr inside = equals("fcpx_event", *event->ID);
+  return recursive ? inside : both(inside, equals("fcpx_multicam_uid", ""));
+}
+
+PredicatePtr inSub(const TQSearchManager&, const FCPXMulticamPtr& multicam, bool /*recursive*/) {
+  if (!multicam->ID) return nullptr;
+  return equals("fcpx_multicam_uid", TQSearchManager::replaceSearchString(*multicam->ID));
+}
+
 }  // namespace
 
-TQSearchManager::Category TQSearchManager::rootCategory(const ProjectPtr& root, bool recursive) {
-  return [=](const TQSearchManager&) -> PredicatePtr {
-    if (!root || !root->id) return nullptr;
-    PredicatePtr inside = equals("project", *root->id);
-    return recursive ? inside : both(inside, equals("group", ""));
+TQSearchManager::Category TQSearchManager::category(const RootCategory& root, bool recursive) {
+  return [=](const TQSearchManager&) {
+    return std::visit([&](const auto& node) { return node ? inRoot(*node, recursive) : nullptr; }, root);
   };
 }
 
-TQSearchManager::Category TQSearchManager::rootCategory(const LiveFolderPtr& root, bool recursive) {
-  return [=](const TQSearchManager&) -> PredicatePtr {
-    if (!root || !root->ID) return nullptr;
-    return recursive ? isBelow(*root) : both(equals("livefolder", *root->ID), equals("livesubfolder", ""));
-  };
-}
-
-TQSearchManager::Category TQSearchManager::subCategory(const ProjectPtr& group, bool recursive) {
-  return [=](const TQSearchManager& manager) -> PredicatePtr {
-    if (!group || !group->id) return nullptr;
-    return manager.createQueryWithGroup(recursive ? manager.groupIDs(group) : std::vector{*group->id},
-                                        "group");
-  };
-}
-
-TQSearchManager::Category TQSearchManager::subCategory(const LiveFolderPtr& folder, bool recursive) {
-  return [=](const TQSearchManager&) -> PredicatePtr {
-    if (!folder || !folder->ID) return nullptr;
-    return recursive ? isBelow(*folder) : equals("livesubfolder", *folder->ID);
+TQSearchManager::Category TQSearchManager::category(const SubCategory& sub, bool recursive) {
+  return [=](const TQSearchManager& manager) {
+    return std::visit([&](const auto& node) { return node ? inSub(manager, node, recursive) : nullptr; },
+                      sub);
   };
 }
 
@@ -81,75 +106,39 @@ void TQSearchManager::searchCategory(Request request, Category category, Date fr
 }
 
 void TQSearchManager::searchAssetWithLibraryRootCategory(const LibraryPtr& library,
-                                                         const ProjectPtr& category, bool recursive,
+                                                         const RootCategory& rootCategory, bool recursive,
                                                          const Terms& searchStrings,
                                                          std::int64_t operatorType, std::int64_t pageIndex,
                                                          std::int64_t /*pageLimit*/, std::int64_t tag,
                                                          SearchCompletion completion) {
-  searchCategory(request(library, pageIndex, pageLimit(), tag), rootCategory(category, recursive),
+  searchCategory(request(library, pageIndex, pageLimit(), tag), category(rootCategory, recursive),
                  searchStrings, operatorType, std::move(completion));
 }
 
 void TQSearchManager::searchAssetWithLibraryRootCategory(const LibraryPtr& library,
-                                                         const ProjectPtr& category, bool recursive,
+                                                         const RootCategory& rootCategory, bool recursive,
                                                          Date fromDateTime, Date toDateTime,
                                                          std::int64_t pageIndex, std::int64_t /*pageLimit*/,
                                                          std::int64_t tag, SearchCompletion completion) {
-  searchCategory(request(library, pageIndex, pageLimit(), tag), rootCategory(category, recursive),
+  searchCategory(request(library, pageIndex, pageLimit(), tag), category(rootCategory, recursive),
                  fromDateTime, toDateTime, std::move(completion));
-}
-
-void TQSearchManager::searchAssetWithLibraryRootCategory(const LibraryPtr& library,
-                                                         const LiveFolderPtr& category, bool recursive,
-                                                         const Terms& searchStrings,
-                                                         std::int64_t operatorType, std::int64_t pageIndex,
-                                                         std::int64_t /*pageLimit*/, std::int64_t tag,
-                                                         SearchCompletion completion) {
-  searchCategory(request(library, pageIndex, pageLimit(), tag), rootCategory(category, recursive),
-                 searchStrings, operatorType, std::move(completion));
-}
-
-void TQSearchManager::searchAssetWithLibraryRootCategory(const LibraryPtr& library,
-                                                         const LiveFolderPtr& category, bool recursive,
-                                                         Date fromDateTime, Date toDateTime,
-                                                         std::int64_t pageIndex, std::int64_t /*pageLimit*/,
-                                                         std::int64_t tag, SearchCompletion completion) {
-  searchCategory(request(library, pageIndex, pageLimit(), tag), rootCategory(category, recursive),
-                 fromDateTime, toDateTime, std::move(completion));
-}
-
-void TQSearchManager::searchAssetWithLibrarySubCategory(const LibraryPtr& library, const ProjectPtr& category,
-                                                        bool recursive, const Terms& searchStrings,
-                                                        std::int64_t operatorType, std::int64_t pageIndex,
-                                                        std::int64_t pageLimit, std::int64_t tag,
-                                                        SearchCompletion completion) {
-  searchCategory(request(library, pageIndex, pageLimit, tag), subCategory(category, recursive), searchStrings,
-                 operatorType, std::move(completion));
-}
-
-void TQSearchManager::searchAssetWithLibrarySubCategory(const LibraryPtr& library, const ProjectPtr& category,
-                                                        bool recursive, Date fromDateTime, Date toDateTime,
-                                                        std::int64_t pageIndex, std::int64_t pageLimit,
-                                                        std::int64_t tag, SearchCompletion completion) {
-  searchCategory(request(library, pageIndex, pageLimit, tag), subCategory(category, recursive), fromDateTime,
-                 toDateTime, std::move(completion));
 }
 
 void TQSearchManager::searchAssetWithLibrarySubCategory(const LibraryPtr& library,
-                                                        const LiveFolderPtr& category, bool recursive,
+                                                        const SubCategory& subCategory, bool recursive,
                                                         const Terms& searchStrings, std::int64_t operatorType,
                                                         std::int64_t pageIndex, std::int64_t pageLimit,
                                                         std::int64_t tag, SearchCompletion completion) {
-  searchCategory(request(library, pageIndex, pageLimit, tag), subCategory(category, recursive), searchStrings,
+  searchCategory(request(library, pageIndex, pageLimit, tag), category(subCategory, recursive), searchStrings,
                  operatorType, std::move(completion));
 }
 
 void TQSearchManager::searchAssetWithLibrarySubCategory(const LibraryPtr& library,
-                                                        const LiveFolderPtr& category, bool recursive,
+                                                        const SubCategory& subCategory, bool recursive,
                                                         Date fromDateTime, Date toDateTime,
                                                         std::int64_t pageIndex, std::int64_t pageLimit,
                                                         std::int64_t tag, SearchCompletion completion) {
-  searchCategory(request(library, pageIndex, pageLimit, tag), subCategory(category, recursive), fromDateTime,
+  searchCategory(request(library, pageIndex, pageLimit, tag), category(subCategory, recursive), fromDateTime,
                  toDateTime, std::move(completion));
 }
 

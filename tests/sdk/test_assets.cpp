@@ -1,4 +1,7 @@
 #include <vornex/TQAsset.h>
+#include <vornex/TQFCPXEvent.h>
+#include <vornex/TQFCPXLibrary.h>
+#include <vornex/TQFCPXMulticam.h>
 #include <vornex/TQLiveFolder.h>
 
 #include <filesystem>
@@ -126,8 +129,8 @@ TEST_F(Assets, WriteDictionaries) {
 }
 
 TEST_F(Assets, WriteTheOwnersThatTheyHave) {
-  const std::vector<std::string> keys = {"project",       "group",        "livefolder",
-                                         "livesubfolder", "fcpx_library", "fcpx_event"};
+  const std::vector<std::string> keys = {"project",      "group",      "livefolder",       "livesubfolder",
+                                         "fcpx_library", "fcpx_event", "fcpx_multicam_uid"};
   auto owners = [&](const AssetPtr& asset) {
     std::vector<std::string> all;
     Dictionary form = asset->assetDictionary().value();
@@ -141,25 +144,35 @@ TEST_F(Assets, WriteTheOwnersThatTheyHave) {
   };
   AssetPtr placed = read("1");
   placed->project = project_;
-  EXPECT_THAT(owners(placed), ElementsAre("P", "", "", "", "", ""));
+  EXPECT_THAT(owners(placed), ElementsAre("P", "", "", "", "", "", ""));
   placed->linkToUndefinedOwner(library_);
-  EXPECT_THAT(owners(placed), ElementsAre("old project", "old group", "", "", "", ""));
+  EXPECT_THAT(owners(placed), ElementsAre("old project", "old group", "", "", "", "", ""));
 
   AssetPtr live = read("2");
   live->isLiveFolder = true;
   live->project = project_;
   live->linkToUndefinedOwner(library_);
-  EXPECT_THAT(owners(live), ElementsAre("", "", "old livefolder", "old livesubfolder", "", ""));
+  EXPECT_THAT(owners(live), ElementsAre("", "", "old livefolder", "old livesubfolder", "", "", ""));
   live->liveFolder = TQLiveFolder::liveFolderWithID("old livefolder", "/w", "1", "db", false, std::nullopt);
-  EXPECT_THAT(owners(live), ElementsAre("", "", "old livefolder", "old livesubfolder", "", ""));
+  EXPECT_THAT(owners(live), ElementsAre("", "", "old livefolder", "old livesubfolder", "", "", ""));
   live->liveFolder = TQLiveFolder::liveFolderWithID("L", "/w", "1", "db", false, std::nullopt);
-  EXPECT_THAT(owners(live), ElementsAre("", "", "L", "", "", ""));
+  EXPECT_THAT(owners(live), ElementsAre("", "", "L", "", "", "", ""));
   live->liveSubFolder = TQLiveFolder::liveFolderWithID("S", "/w/s", "2", "db", false, std::nullopt);
-  EXPECT_THAT(owners(live), ElementsAre("", "", "L", "S", "", ""));
+  EXPECT_THAT(owners(live), ElementsAre("", "", "L", "S", "", "", ""));
 
   AssetPtr clip = read("3");
   clip->isFCPXLibrary = true;
-  EXPECT_THAT(owners(clip), ElementsAre("", "", "", "", "old fcpx_library", "old fcpx_event"));
+  clip->linkToUndefinedOwner(library_);
+  EXPECT_THAT(owners(clip),
+              ElementsAre("", "", "", "", "old fcpx_library", "old fcpx_event", "old fcpx_multicam_uid"));
+  clip->fcpxLibrary = TQFCPXLibrary::fcpxLibraryWithID("old fcpx_library", "/Show.fcpbundle");
+  clip->fcpxEvent = TQFCPXEvent::fcpxEventWithID("old fcpx_event", "Day 1");
+  EXPECT_THAT(owners(clip),
+              ElementsAre("", "", "", "", "old fcpx_library", "old fcpx_event", "old fcpx_multicam_uid"));
+  clip->fcpxEvent = TQFCPXEvent::fcpxEventWithID("E", "Day 2");
+  EXPECT_THAT(owners(clip), ElementsAre("", "", "", "", "old fcpx_library", "E", ""));
+  clip->fcpxMulticam = TQFCPXMulticam::fcpxMulticamWithID("M", "Wide", 0);
+  EXPECT_THAT(owners(clip), ElementsAre("", "", "", "", "old fcpx_library", "E", "M"));
 }
 
 TEST_F(Assets, KeepTheirMetaDataCurrent) {

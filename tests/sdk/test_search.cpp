@@ -1,5 +1,8 @@
 #include <vornex/NotificationCenter.h>
 #include <vornex/TQAsset.h>
+#include <vornex/TQFCPXEvent.h>
+#include <vornex/TQFCPXLibrary.h>
+#include <vornex/TQFCPXMulticam.h>
 #include <vornex/TQLiveFolder.h>
 #include <vornex/TQSearchManager.h>
 
@@ -150,6 +153,32 @@ TEST_F(Search, SendsLiveFolders) {
   EXPECT_EQ(query(false, true), Sent(R"((importfrompath CONTAINS "/w \\(1\\)/s/)" + isLive, 10));
 }
 
+TEST_F(Search, SendsFinalCutCategories) {
+  Date day = *dateFromDateNumber(20240305000000000);
+  auto root = [&](bool recursive) {
+    auto record = TQFCPXLibrary::fcpxLibraryWithID("L", "/Show.fcpbundle");
+    return sent([&](Finish f) {
+      manager_.searchAssetWithLibraryRootCategory(library_, record, recursive, {}, 1, 0, 10, 1, f);
+    });
+  };
+  auto sub = [&](const TQSearchManager::SubCategory& category, bool recursive) {
+    return sent([&](Finish f) {
+      manager_.searchAssetWithLibrarySubCategory(library_, category, recursive, {}, 1, 0, 10, 1, f);
+    });
+  };
+  EXPECT_EQ(root(true), Sent(R"(fcpx_library == "L" AND trash == 0)", 100));
+  EXPECT_EQ(root(false), Sent(R"((fcpx_library == "L" AND fcpx_event == "") AND trash == 0)", 100));
+  FCPXEventPtr event = TQFCPXEvent::fcpxEventWithID("E", "Day 1");
+  EXPECT_EQ(sub(event, true), Sent(R"(fcpx_event == "E" AND trash == 0)", 10));
+  EXPECT_EQ(sub(event, false), Sent(R"((fcpx_event == "E" AND fcpx_multicam_uid == "") AND trash == 0)", 10));
+  EXPECT_EQ(sub(TQFCPXMulticam::fcpxMulticamWithID(" M+1", "Wide", 0), true),
+            Sent(R"(fcpx_multicam_uid == "M\\+1" AND trash == 0)", 10));
+  EXPECT_THAT(sent([&](Finish f) {
+                manager_.searchAssetWithLibrarySubCategory(library_, event, true, day, day, 0, 10, 1, f);
+              }).first,
+              ::testing::StartsWith(R"(fcpx_event == "E" AND (importdate >= )"));
+}
+
 TEST_F(Search, SendsPagingSortingAndTheSettingsOfTheCall) {
   manager_.setSortField("name");
   manager_.setAscending(false);
@@ -268,12 +297,48 @@ TEST_F(Search, ReadsAPageAndLinksItsAssets) {
   EXPECT_EQ(*lastBody().find("limit")->ifInteger(), 100);
 }
 
+TEST_F(Search, LinksFinalCutAssets) {
+  FCPXLibraryPtr record = TQFCPXLibrary::fcpxLibraryWithID("L", "/Show.fcpbundle");
+  library_->fcpxLibraryItems = {record};
+  library_->loadFCPXEventsWithlibraryDict(
+      {{"events",
+        Array{Dictionary{{"id", "E"},
+                         {"name", "Day 1"},
+                         {"multicams", Array{Dictionary{{"id", "M"}, {"name", "m"}, {"type", 1}}}}}}}},
+      record);
+  record->library = library_;
+  ProjectPtr project = addRoot("P", "Project");
+  FCPXMulticamPtr clip = library_->fcpxMulticamWithID("M");
+  std::vector<AssetPtr> assets = manager_.extractAssetInfo(*parseJson(R"({"items": [
+      {"_id": "1", "name": "a", "isfcpxlibrary": true, "fcpx_library": "L", "fcpx_event": "E",
+       "fcpx_multicam_uid": "M", "project": "P"},
+      {"_id": "2", "name": "b", "isfcpxlibrary": true, "fcpx_library": "L", "fcpx_event": "gone",
+       "fcpx_multicam_uid": "M"},
+      {"_id": "3", "name": "c", "isfcpxlibrary": true, "fcpx_library": "gone", "fcpx_event": "E",
+       "fcpx_multicam_uid": "M"}]})"),
+                                                           library_);
+  ASSERT_THAT(assets, SizeIs(3));
+  EXPECT_EQ(assets[0]->fcpxMulticam, clip);
+  EXPECT_EQ(assets[0]->fcpxEvent, clip->event.lock());
+  EXPECT_EQ(assets[0]->project, project);
+  EXPECT_EQ(clip->multicamType, 1);
+  EXPECT_EQ(assets[1]->fcpxLibrary, record);
+  EXPECT_FALSE(assets[1]->fcpxEvent || assets[1]->fcpxMulticam);
+  EXPECT_EQ(assets[2]->fcpxLibrary, TQFCPXLibrary::undefinedFCPXLibraryWithLibrary(library_));
+  for (const AssetPtr& asset : assets) EXPECT_EQ(asset->library(), library_);
+  manager_.extractAssetInfo(*parseJson(R"({"items": [{"_id": "1", "name": "a", "isfcpxlibrary": true,
+      "fcpx_library": "L", "fcpx_event": "E", "fcpx_multicam_uid": "M", "fcpx_multicam_type": 7}]})"),
+                            library_);
+  EXPECT_EQ(clip->multicamType, 7);
+}
+
 TEST_F(Search, KeepsUnplacedAssetsInTheirLibrary) {
   const LibraryPtr first = library_;
   useLibrary(kLibraryTypeLocal);
   Value items = *parseJson(R"({"items": [
       {"_id": "1", "name": "a", "project": "gone"},
-      {"_id": "2", "name": "b", "islivefolder": true, "livefolder": "gone"}]})");
+      {"_id": "2", "name": "b", "islivefolder": true, "livefolder": "gone"},
+      {"_id": "3", "name": "c", "isfcpxlibrary": true}]})");
   std::vector<AssetPtr> here = manager_.extractAssetInfo(items, first);
   std::vector<AssetPtr> there = manager_.extractAssetInfo(items, library_);
   for (const AssetPtr& asset : here) EXPECT_EQ(asset->library(), first);
