@@ -31,11 +31,10 @@ class ValueBuilder {
   bool Double(double) { return false; }
   bool RawNumber(const char* text, rapidjson::SizeType length, bool) { return addNumber({text, length}); }
   bool String(const char* text, rapidjson::SizeType length, bool) {
-    // Escapes may spell half a surrogate pair, which no text can hold.
-    return isValidUtf8({text, length}) && add(Value(std::string(text, length)));
+    return isText({text, length}) && add(Value(std::string(text, length)));
   }
   bool Key(const char* text, rapidjson::SizeType length, bool) {
-    if (!isValidUtf8({text, length})) return false;
+    if (!isText({text, length})) return false;
     open_.back().key.assign(text, length);
     return true;
   }
@@ -45,6 +44,8 @@ class ValueBuilder {
   bool EndArray(rapidjson::SizeType size) { return end(size); }
 
   Value take() { return std::move(root_); }
+  /// Why the parse was ended; null when it was not.
+  const char* mistake() const { return mistake_; }
 
  private:
   struct Container {
@@ -54,7 +55,7 @@ class ValueBuilder {
 
   template <typename Kind>
   bool begin(Kind container) {
-    if (open_.size() == kMaximumDepth) return false;
+    if (open_.size() == kMaximumDepth) return refuse("nested too deeply");
     // Neighbours are mostly alike.
     if (formerSizes_.size() > open_.size()) container.reserve(formerSizes_[open_.size()]);
     open_.push_back(Container{std::move(container), {}});
@@ -83,34 +84,48 @@ class ValueBuilder {
   }
 
   bool addNumber(std::string_view text) {
-    if (auto integer = converted<std::int64_t>(text)) return add(Value(*integer));
-    if (auto integer = converted<std::uint64_t>(text)) return add(Value(*integer));
-    if (auto real = converted<double>(text)) return add(Value(*real));
-    return isTiny(text) && add(Value(0.0));
+    std::optional<Value> number = jsonNumber(text);
+    return number ? add(std::move(*number)) : refuse("a number is too large");
   }
 
-  template <typename Number>
-  static std::optional<Number> converted(std::string_view text) {
-    Number number{};
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return number;
-  }
+  // Escapes may spell half a surrogate pair, which no text can hold.
+  bool isText(std::string_view text) { return isValidUtf8(text) || refuse("a text is not valid UTF-8"); }
 
-  // Of the texts that no double can hold, the ones too close to zero.
-  static bool isTiny(std::string_view text) {
-    std::size_t exponent = text.find_first_of("eE");
-    if (exponent != std::string_view::npos) return text[exponent + 1] == '-';
-    return text.starts_with("0.") || text.starts_with("-0.");
+  bool refuse(const char* mistake) {
+    mistake_ = mistake;
+    return false;
   }
 
   Value root_;
+  const char* mistake_ = nullptr;
   std::vector<Container> open_;
   // Of the container that ended last, by depth.
   std::vector<std::size_t> formerSizes_;
 };
 
+template <typename Number>
+std::optional<Number> converted(std::string_view text) {
+  Number number{};
+  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+// Of the texts that no double can hold, the ones too close to zero.
+bool isTiny(std::string_view text) {
+  std::size_t exponent = text.find_first_of("eE");
+  if (exponent != std::string_view::npos) return text[exponent + 1] == '-';
+  return text.starts_with("0.") || text.starts_with("-0.");
+}
+
 }  // namespace
+
+std::optional<Value> jsonNumber(std::string_view text) {
+  if (auto integer = converted<std::int64_t>(text)) return Value(*integer);
+  if (auto integer = converted<std::uint64_t>(text)) return Value(*integer);
+  if (auto real = converted<double>(text)) return Value(*real);
+  return isTiny(text) ? std::optional<Value>(0.0) : std::nullopt;
+}
 
 Result<Value> parseJson(std::string_view text) {
   constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
@@ -119,9 +134,10 @@ Result<Value> parseJson(std::string_view text) {
   ValueBuilder builder;
   rapidjson::ParseResult parsed = reader.Parse<kFlags>(stream, builder);
   if (!parsed)
-    return failure("json", parsed.Code(),
-                   fmt::format("malformed JSON at byte {}: {}", parsed.Offset(),
-                               rapidjson::GetParseError_En(parsed.Code())));
+    return failure(
+        "json", parsed.Code(),
+        fmt::format("malformed JSON at byte {}: {}", parsed.Offset(),
+                    builder.mistake() ? builder.mistake() : rapidjson::GetParseError_En(parsed.Code())));
   return builder.take();
 }
 

@@ -55,26 +55,32 @@ std::string randomHex(std::size_t bytes) {
   return hex(randomBytes(bytes).data(), bytes, "0123456789abcdef");
 }
 
-static bool isAscii(std::string_view text) {
+// How many bytes from the start are ASCII.
+static std::size_t asciiLength(std::string_view text) {
   constexpr std::uint64_t kHighBits = 0x8080808080808080;
   std::size_t i = 0;
   for (std::uint64_t word; i + sizeof word <= text.size(); i += sizeof word) {
     std::memcpy(&word, text.data() + i, sizeof word);
-    if (word & kHighBits) return false;
+    if (word & kHighBits) break;
   }
-  for (; i < text.size(); ++i)
-    if (static_cast<unsigned char>(text[i]) >= 0x80) return false;
-  return true;
+  while (i < text.size() && static_cast<unsigned char>(text[i]) < 0x80) ++i;
+  return i;
+}
+
+static bool isAscii(std::string_view text) {
+  return asciiLength(text) == text.size();
 }
 
 bool isValidUtf8(std::string_view text) {
-  if (isAscii(text)) return true;
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
   auto length = static_cast<std::int32_t>(text.size());
   for (std::int32_t i = 0; i < length;) {
-    UChar32 c;
-    U8_NEXT(bytes, i, length, c);
-    if (c < 0) return false;
+    i += static_cast<std::int32_t>(asciiLength(text.substr(static_cast<std::size_t>(i))));
+    while (i < length && bytes[i] >= 0x80) {
+      UChar32 c;
+      U8_NEXT(bytes, i, length, c);
+      if (c < 0) return false;
+    }
   }
   return true;
 }

@@ -301,6 +301,16 @@ TEST_F(RouterTest, StoresAndFindsAssets) {
   EXPECT_EQ(coerce::string(page.find("version")), serverVersion());
   EXPECT_EQ(coerce::array(json(post(library("/assets/search"), R"({"page": 9})")).find("items")).size(), 0u);
 
+  // Half a surrogate pair is no text; the other items are stored.
+  Response mixed =
+      post(library("/assets/update"), R"({"items": [{"_id": ")" + first + R"(", "name": "\udc80"},
+                                                                 {"_id": ")" +
+                                          first + R"(", "rating": 4}]})");
+  EXPECT_EQ(coerce::integer(coerce::array(json(mixed).find("items")).at(0).find("Status")->find("code")), 3);
+  asset = coerce::array(json(get(library("/assets/" + first))).find("items")).at(0);
+  EXPECT_EQ(coerce::string(asset.find("name")), "a");
+  EXPECT_EQ(coerce::integer(asset.find("rating")), 4);
+
   EXPECT_EQ(code(get(library("/assets/unknown"))), 5);
   EXPECT_EQ(code(post(library("/assets/update"), R"({"items": [{"_id": "unknown"}]})")), 5)
       << "nothing could be done";

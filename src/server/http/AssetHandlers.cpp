@@ -20,17 +20,20 @@ Dictionary identifierItem(const std::string& id) {
   return {{"_id", id}};
 }
 
-/// Checks each item that somebody other than the owner sends; items that may not be stored keep their error,
-/// the others go to the store together.
-Result<std::vector<Result<std::string>>> storeAllowed(
-    AssetStore& store, const Array& items,
+/// Items that cannot be read, or that this user may not store, keep their error; the others go to the store
+/// together.
+Result<std::vector<Result<std::string>>> storeItems(
+    AssetStore& store, const User& user, const std::vector<Result<Value>>& items,
     Result<std::vector<Result<std::string>>> (AssetStore::*operation)(const Array&)) {
+  auto checked = [&](const Value& item) {
+    return user.isOwner() ? Result<void>() : checkMayReference(store, *item.ifDictionary());
+  };
   std::vector<Result<std::string>> results;
   Array allowed;
-  for (const Value& item : items) {
-    auto checked = checkMayReference(store, *item.ifDictionary());
-    if (checked) allowed.push_back(item);
-    results.push_back(checked ? Result<std::string>() : tl::unexpected(checked.error()));
+  for (const Result<Value>& item : items) {
+    Result<void> check = item ? checked(*item) : tl::unexpected(item.error());
+    if (check) allowed.push_back(*item);
+    results.push_back(check ? Result<std::string>() : tl::unexpected(check.error()));
   }
   auto stored = (store.*operation)(allowed);
   if (!stored) return stored;
@@ -138,26 +141,24 @@ Result<bool> deletesOriginal(const Call& call) {
 Response createAssets(const Context& context, const Call& call, const Request& request) {
   auto library = openLibraryFor(context, call, Right::addAssets);
   if (!library) return errorReply(library.error());
-  // The owner's documents go to the store as they came, if nothing is wrong with the body.
+  // The owner's documents go to the store as they came, if the body is what it should be.
   auto documents = call.user.isOwner() ? objectsInArray(request.body, "items") : std::nullopt;
   if (documents && documents->size() <= context.limits.batchItems) {
     auto results = library->store->create(*documents);
     return results ? batchReply(*results, identifierItem) : errorReply(results.error());
   }
-  auto items = batchItems(context, request);
+  auto items = readableItems(context, request);
   if (!items) return errorReply(items.error());
-  auto results = call.user.isOwner() ? library->store->create(*items)
-                                     : storeAllowed(*library->store, *items, &AssetStore::create);
+  auto results = storeItems(*library->store, call.user, *items, &AssetStore::create);
   return results ? batchReply(*results, identifierItem) : errorReply(results.error());
 }
 
 Response updateAssets(const Context& context, const Call& call, const Request& request) {
   auto library = openLibraryFor(context, call, Right::changeAssets);
   if (!library) return errorReply(library.error());
-  auto items = batchItems(context, request);
+  auto items = readableItems(context, request);
   if (!items) return errorReply(items.error());
-  auto results = call.user.isOwner() ? library->store->update(*items)
-                                     : storeAllowed(*library->store, *items, &AssetStore::update);
+  auto results = storeItems(*library->store, call.user, *items, &AssetStore::update);
   return results ? batchReply(*results, identifierItem) : errorReply(results.error());
 }
 

@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include "foundation/Json.h"
 #include "server/http/Handlers.h"
+#include "server/store/DocumentReader.h"
 
 namespace vornex::server {
 
@@ -20,6 +22,21 @@ Result<Array> batchItems(const Context& context, const Request& request) {
     if (!item.ifDictionary()) return serverFailure(StatusCode::invalidRequest, "An item is no JSON object.");
   }
   return std::move(*array);
+}
+
+Result<std::vector<Result<Value>>> readableItems(const Context& context, const Request& request) {
+  auto texts = objectsInArray(request.body, "items");
+  if (!texts || texts->size() > context.limits.batchItems) {
+    return batchItems(context, request).map([](const Array& items) {
+      return std::vector<Result<Value>>(items.begin(), items.end());
+    });
+  }
+  std::vector<Result<Value>> items;
+  for (std::string_view text : *texts) {
+    items.push_back(parseJson(text).map_error(
+        [](const Error& error) { return serverFailure(StatusCode::invalidRequest, error.message).value(); }));
+  }
+  return items;
 }
 
 }  // namespace vornex::server

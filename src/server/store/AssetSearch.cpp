@@ -110,7 +110,7 @@ class Search {
       Result<std::string> document = read(hit);
       if (!document) return tl::unexpected(document.error());
       if (Result<void> fits = budget.take(document->size()); !fits) return tl::unexpected(fits.error());
-      page.documents.push_back(std::move(*document));
+      page.documents.push_back(withValidText(std::move(*document)));
     }
     return page;
   }

@@ -64,6 +64,7 @@ class AssetStore {
   [[nodiscard]] virtual Result<std::vector<Result<std::string>>> update(const Array& items) = 0;
 
   /// Removes the documents and gives what each was, by position; `itemNotFound` for those there were none of.
+  /// Of a damaged one only the "_id" is known.
   [[nodiscard]] virtual Result<std::vector<Result<Dictionary>>> remove(
       const std::vector<std::string>& ids) = 0;
 

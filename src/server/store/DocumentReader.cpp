@@ -25,12 +25,17 @@ class ValueBuilder {
 
   bool Null() { return add(Value()); }
   bool Bool(bool value) { return add(value); }
-  bool Int(int value) { return add(value); }
-  bool Uint(unsigned value) { return add(value); }
-  bool Int64(std::int64_t value) { return add(value); }
-  bool Uint64(std::uint64_t value) { return add(value); }
-  bool Double(double value) { return add(value); }
-  bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }
+  // Numbers come as text: the parser's own conversion is not sound for every input.
+  bool Int(int) { return false; }
+  bool Uint(unsigned) { return false; }
+  bool Int64(std::int64_t) { return false; }
+  bool Uint64(std::uint64_t) { return false; }
+  bool Double(double) { return false; }
+  bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
+    if (skips()) return scalarAtTop();
+    std::optional<Value> number = jsonNumber({text, length});
+    return number && add(std::move(*number));
+  }
   bool String(const char* text, rapidjson::SizeType length, bool) {
     return skips() ? scalarAtTop() : add(std::string(text, length));
   }
@@ -125,31 +130,26 @@ class DocumentCopier {
   bool Bool(bool value) {
     return forward([&](auto& to) { return to.Bool(value); });
   }
-  bool Int(int value) {
-    return forward([&](auto& to) { return to.Int(value); });
+  bool Int(int) { return false; }
+  bool Uint(unsigned) { return false; }
+  bool Int64(std::int64_t) { return false; }
+  bool Uint64(std::uint64_t) { return false; }
+  bool Double(double) { return false; }
+  // Written on as it is.
+  bool RawNumber(const char* text, rapidjson::SizeType length, bool copy) {
+    if (depth_ == 0) return refuse(kNoObject);
+    if (!isFinite({text, length})) return refuse("a number is too large");
+    builder_.RawNumber(text, length, copy);
+    if (!skips_) writer_.RawValue(text, length, rapidjson::kNumberType);
+    return endOfValue();
   }
-  bool Uint(unsigned value) {
-    return forward([&](auto& to) { return to.Uint(value); });
-  }
-  bool Int64(std::int64_t value) {
-    return forward([&](auto& to) { return to.Int64(value); });
-  }
-  bool Uint64(std::uint64_t value) {
-    return forward([&](auto& to) { return to.Uint64(value); });
-  }
-  bool Double(double value) {
-    return forward([&](auto& to) { return to.Double(value); });
-  }
-  bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }
   bool String(const char* text, rapidjson::SizeType length, bool copy) {
-    return forward([&](auto& to) { return to.String(text, length, copy); });
+    return isText({text, length}) && forward([&](auto& to) { return to.String(text, length, copy); });
   }
 
   bool Key(const char* text, rapidjson::SizeType length, bool copy) {
-    XXH64_hash_t hash = XXH3_64bits(text, length);
-    auto begin = keys_.begin() + static_cast<std::ptrdiff_t>(firstKeys_.back());
-    repeats_ = repeats_ || std::find(begin, keys_.end(), hash) != keys_.end();
-    keys_.push_back(hash);
+    if (!isText({text, length})) return false;
+    keys_.push_back(XXH3_64bits(text, length));
     skips_ = skips_ || (firstKeys_.size() == 1 && std::string_view(text, length) == "_id");
     if (!skips_) writer_.Key(text, length, copy);
     builder_.Key(text, length, copy);
@@ -161,28 +161,54 @@ class DocumentCopier {
     return begin([](auto& to) { return to.StartObject(); });
   }
   bool EndObject(rapidjson::SizeType count) {
+    auto first = keys_.begin() + static_cast<std::ptrdiff_t>(firstKeys_.back());
+    std::sort(first, keys_.end());
+    repeats_ = repeats_ || std::adjacent_find(first, keys_.end()) != keys_.end();
     keys_.resize(firstKeys_.back());
     firstKeys_.pop_back();
     return end([&](auto& to) { return to.EndObject(count); });
   }
   bool StartArray() {
-    return depth_ > 0 && begin([](auto& to) { return to.StartArray(); });
+    return depth_ > 0 ? begin([](auto& to) { return to.StartArray(); }) : refuse(kNoObject);
   }
   bool EndArray(rapidjson::SizeType count) {
     return end([&](auto& to) { return to.EndArray(count); });
   }
 
   bool repeats() const { return repeats_; }
+  /// Why the parse was ended; null when it was not.
+  const char* mistake() const { return mistake_; }
   SentDocument take() { return {buffer_.GetString() + 1, builder_.take()}; }
 
  private:
+  static constexpr const char* kNoObject = "an asset is an object";
+
   template <typename Event>
   bool forward(Event event) {
-    if (depth_ == 0) return false;
+    if (depth_ == 0) return refuse(kNoObject);
     event(builder_);
     if (!skips_) event(writer_);
+    return endOfValue();
+  }
+
+  bool endOfValue() {
     if (depth_ == 1) skips_ = false;
     return true;
+  }
+
+  // Escapes may spell half a surrogate pair, which no text can hold.
+  bool isText(std::string_view text) { return isValidUtf8(text) || refuse("a text is not valid UTF-8"); }
+
+  // A number without an exponent must be long to be too large.
+  static bool isFinite(std::string_view text) {
+    constexpr std::size_t kDigitsOfDoubles = 308;
+    bool plain = text.size() <= kDigitsOfDoubles && text.find_first_of("eE") == std::string_view::npos;
+    return plain || jsonNumber(text);
+  }
+
+  bool refuse(const char* mistake) {
+    mistake_ = mistake;
+    return false;
   }
 
   template <typename Event>
@@ -207,6 +233,7 @@ class DocumentCopier {
   std::size_t depth_ = 0;
   bool skips_ = false;
   bool repeats_ = false;
+  const char* mistake_ = nullptr;
   // The digests of the keys of all open objects, and where those of each begin.
   std::vector<XXH64_hash_t> keys_;
   std::vector<std::size_t> firstKeys_;
@@ -220,11 +247,11 @@ class ObjectFinder {
 
   bool Null() { return scalar(); }
   bool Bool(bool) { return scalar(); }
-  bool Int(int) { return scalar(); }
-  bool Uint(unsigned) { return scalar(); }
-  bool Int64(std::int64_t) { return scalar(); }
-  bool Uint64(std::uint64_t) { return scalar(); }
-  bool Double(double) { return scalar(); }
+  bool Int(int) { return false; }
+  bool Uint(unsigned) { return false; }
+  bool Int64(std::int64_t) { return false; }
+  bool Uint64(std::uint64_t) { return false; }
+  bool Double(double) { return false; }
   bool RawNumber(const char*, rapidjson::SizeType, bool) { return scalar(); }
   bool String(const char*, rapidjson::SizeType, bool) { return scalar(); }
   bool Key(const char* text, rapidjson::SizeType length, bool) {
@@ -270,7 +297,7 @@ class ObjectFinder {
   std::vector<std::string_view> objects_;
 };
 
-constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag;
+constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
 
 }  // namespace
 
@@ -280,12 +307,18 @@ Result<SentDocument> readSentDocument(std::string_view json, const std::vector<s
   DocumentCopier copier(keys);
   rapidjson::ParseResult parsed = reader.Parse<kFlags>(stream, copier);
   if (!parsed)
-    return failure("json", parsed.Code(),
-                   fmt::format("malformed document at byte {}: {}", parsed.Offset(),
-                               rapidjson::GetParseError_En(parsed.Code())));
+    return failure(
+        "json", parsed.Code(),
+        fmt::format("malformed document at byte {}: {}", parsed.Offset(),
+                    copier.mistake() ? copier.mistake() : rapidjson::GetParseError_En(parsed.Code())));
   if (!copier.repeats()) return copier.take();
   return parseJson(json).and_then(
       [&](const Value& value) { return readSentDocument(writeJson(value), keys); });
+}
+
+std::string withValidText(std::string document) {
+  if (isValidUtf8(document)) return document;
+  return validUtf8(document);
 }
 
 std::optional<std::vector<std::string_view>> objectsInArray(std::string_view json, std::string_view key) {

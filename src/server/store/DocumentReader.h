@@ -23,9 +23,14 @@ struct SentDocument {
   std::vector<Value> values;
 };
 
-/// Reads a JSON object that was sent, in one pass. Of equal keys the last one counts. Domain "json".
+/// Reads a JSON object that was sent, in one pass. Of equal keys the last one counts. Texts that are not
+/// valid UTF-8, as half a surrogate pair is not, and numbers beyond all doubles are errors. Domain "json".
 [[nodiscard]] Result<SentDocument> readSentDocument(std::string_view json,
                                                     const std::vector<std::string>& keys);
+
+/// A stored document as it may leave the store: former versions stored halves of surrogate pairs, which
+/// become U+FFFD.
+std::string withValidText(std::string document);
 
 /// The texts of the objects in the array under a top-level key of a JSON object. Absent when the text is
 /// anything else: malformed, not UTF-8, nested deeper than 512 levels, without the array or with it twice, or

@@ -152,7 +152,7 @@ class SQLiteAssetStore final : public AssetStore {
  private:
   struct Row {
     std::int64_t number;
-    Dictionary document;
+    Result<Value> document;
   };
 
   /// Runs `change` on each item in one transaction and tells the index what it noted. An item's own failure
@@ -257,7 +257,7 @@ Result<std::vector<Result<std::string>>> SQLiteAssetStore::create(
   std::vector<Result<SentDocument>> read = readDocuments(documents);
   std::lock_guard lock(writing_);
   auto change = [&](Result<SentDocument>& document, BatchChanges& changes) -> Result<std::string> {
-    if (!document) return serverFailure(StatusCode::invalidRequest, "an asset is an object");
+    if (!document) return serverFailure(StatusCode::invalidRequest, document.error().message);
     Result<OptionalString> known = findSameImport(changes, document->values);
     if (!known) return tl::unexpected(known.error());
     if (*known) return **known;
@@ -294,11 +294,7 @@ Result<std::optional<SQLiteAssetStore::Row>> SQLiteAssetStore::find(Statement& f
   Result<bool> found = finding.step();
   if (!found) return tl::unexpected(found.error());
   if (!*found) return std::nullopt;
-  Result<Value> value = parseJson(finding.text(1));
-  Dictionary* document = value ? value->ifDictionary() : nullptr;
-  if (!document)
-    return serverFailure(StatusCode::databaseFailed, "the stored document of " + id + " is damaged");
-  Row row{finding.integer(0), std::move(*document)};
+  Row row{finding.integer(0), parseJson(withValidText(finding.text(1)))};
   finding.reset();
   return row;
 }
@@ -328,16 +324,20 @@ Result<std::vector<Result<std::string>>> SQLiteAssetStore::update(const Array& i
     Result<std::optional<Row>> row = find(*finding, *id->ifString());
     if (!row) return tl::unexpected(row.error());
     if (!*row) return unknownAsset(*id->ifString());
-    Dictionary& document = (*row)->document;
-    mergeInto(document, *changes);
-    std::string json = writeJson(document);
-    std::vector<Value> values = indexedValues(document);
+    Result<Value>& stored = (*row)->document;
+    Dictionary* document = stored ? stored->ifDictionary() : nullptr;
+    if (!document)
+      return serverFailure(StatusCode::databaseFailed,
+                           "the stored document of " + *id->ifString() + " is damaged");
+    mergeInto(*document, *changes);
+    std::string json = writeJson(*document);
+    std::vector<Value> values = indexedValues(*document);
     if (Result<void> sound = checkDocument(values, json.size()); !sound) return tl::unexpected(sound.error());
     storing->reset();
     storing->bindText(json);
     storing->bind((*row)->number);
-    Result<void> stored = storing->run().and_then([&] { return noteChange((*row)->number); });
-    if (!stored) return tl::unexpected(stored.error());
+    Result<void> changed = storing->run().and_then([&] { return noteChange((*row)->number); });
+    if (!changed) return tl::unexpected(changed.error());
     noted.removed.insert(*id->ifString());
     noted.add((*row)->number, *id->ifString(), std::move(values));
     return *id->ifString();
@@ -360,7 +360,8 @@ Result<std::vector<Result<Dictionary>>> SQLiteAssetStore::remove(const std::vect
     Result<void> removed = removing->run().and_then([&] { return noteChange((*row)->number); });
     if (!removed) return tl::unexpected(removed.error());
     changes.removed.insert(id);
-    return std::move((*row)->document);
+    const Dictionary* document = (*row)->document ? (*row)->document->ifDictionary() : nullptr;
+    return document ? *document : Dictionary{{"_id", id}};
   };
   return changeAll<Dictionary>(ids, change);
 }
@@ -453,7 +454,7 @@ Result<std::optional<std::string>> SQLiteAssetStore::document(const std::string&
     finding->bindText(id);
     Result<bool> found = finding->step();
     if (!found) return tl::unexpected(found.error());
-    return *found ? std::optional(finding->text(1)) : std::nullopt;
+    return *found ? std::optional(withValidText(finding->text(1))) : std::nullopt;
   });
 }
 
