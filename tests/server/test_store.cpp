@@ -201,6 +201,11 @@ TEST_F(AssetStoreTest, GivesUpASearchAtItsTimeLimit) {
   std::chrono::milliseconds shortly(300), patiently(4'000);
   EXPECT_FALSE(answers("name CONTAINS 'a[ab]{1000}[cd]'", shortly));
   EXPECT_FALSE(answers("custom CONTAINS[d] 'a[ab]{1000}[cd]'", shortly));
+  // Many operands, one of which is dear and of many parts.
+  std::string parts = "(b==c", operands;
+  for (int i = 0; i < 20'000; ++i) parts += "||a=1";
+  for (int i = 0; i < 15'000; ++i) operands += "&&_id=1";
+  EXPECT_TRUE(answers(parts + ")" + operands, patiently));
   EXPECT_TRUE(answers("name LIKE[d] '*a*a*a*a*a*c'", patiently));
   EXPECT_TRUE(answers("importdate IN[c] " + list + "}", patiently));
   EXPECT_TRUE(answers("name CONTAINS '" + words + "'", patiently));

@@ -123,6 +123,7 @@ class ExactSearch {
     const Texts& folded = segment_.foldedTexts(field_);
     const std::string* literal = pattern.literal();
     if (literal && !literal->empty() && pattern.place() == TextPattern::Place::anywhere) {
+      limit_.spend(folded.bytes());
       folded.forEachContaining(*literal, [&](std::uint32_t i) { add(numbers + i); });
       return;
     }

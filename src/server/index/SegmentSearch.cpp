@@ -32,14 +32,7 @@ bool isConstant(const Operand& operand) {
   return std::holds_alternative<Value>(operand);
 }
 
-Cost cost(const Predicate& predicate) {
-  if (std::holds_alternative<bool>(predicate.node)) return Cost::lookup;
-  if (const Compound* compound = std::get_if<Compound>(&predicate.node)) {
-    Cost most = Cost::lookup;
-    for (const Predicate& operand : compound->operands) most = std::max(most, cost(operand));
-    return most;
-  }
-  const Comparison& comparison = std::get<Comparison>(predicate.node);
+Cost cost(const Comparison& comparison) {
   if (!isConstant(comparison.right)) return Cost::documents;
   if (asksIdentifier(comparison.left)) return Cost::lookup;
   std::optional<std::size_t> field = fieldNamed(comparison.left);
@@ -49,11 +42,30 @@ Cost cost(const Predicate& predicate) {
   return text && needsTexts(*comparison.pattern) ? Cost::texts : Cost::vocabulary;
 }
 
+// Puts operands in the order of their costs, and gives the greatest.
+Cost arrange(Predicate& predicate) {
+  if (const Comparison* comparison = std::get_if<Comparison>(&predicate.node)) return cost(*comparison);
+  Compound* compound = std::get_if<Compound>(&predicate.node);
+  if (!compound) return Cost::lookup;
+  Cost most = Cost::lookup;
+  std::map<Cost, std::vector<Predicate>> ordered;
+  for (Predicate& operand : compound->operands) {
+    Cost own = arrange(operand);
+    most = std::max(most, own);
+    ordered[own].push_back(std::move(operand));
+  }
+  compound->operands.clear();
+  for (auto& [own, operands] : ordered)
+    std::move(operands.begin(), operands.end(), std::back_inserter(compound->operands));
+  return most;
+}
+
 class SegmentSearch {
  public:
   SegmentSearch(const Segment& segment, TimeLimit& limit) : segment_(segment), limit_(limit) {}
 
   SegmentAnswer answer(const Predicate& predicate, const DocumentSet& scope) {
+    limit_.spend(segment_.size() / 64);
     if (const bool* constant = std::get_if<bool>(&predicate.node))
       return {*constant ? scope : none(), none()};
     if (const Comparison* comparison = std::get_if<Comparison>(&predicate.node))
@@ -77,18 +89,14 @@ class SegmentSearch {
   DocumentSet none() const { return DocumentSet(segment_.size()); }
 
   SegmentAnswer conjunction(const std::vector<Predicate>& operands, const DocumentSet& given) {
-    std::vector<const Predicate*> order;
-    for (const Predicate& operand : operands) order.push_back(&operand);
-    std::stable_sort(order.begin(), order.end(),
-                     [](const Predicate* a, const Predicate* b) { return cost(*a) < cost(*b); });
     SegmentAnswer all{given, none()};
-    for (const Predicate* operand : order) {
+    for (const Predicate& operand : operands) {
       if (all.open.empty()) {
-        narrow(all, answer(*operand, all.yes));
+        narrow(all, answer(operand, all.yes));
       } else {
         DocumentSet scope = all.yes;
         scope |= all.open;
-        narrow(all, answer(*operand, scope));
+        narrow(all, answer(operand, scope));
       }
       if (all.yes.empty() && all.open.empty()) break;
     }
@@ -159,6 +167,10 @@ class SegmentSearch {
 };
 
 }  // namespace
+
+void arrangeByCost(Predicate& predicate) {
+  arrange(predicate);
+}
 
 SegmentAnswer searchSegment(const Segment& segment, const DocumentSet& documents, const Predicate& predicate,
                             TimeLimit& limit) {

@@ -234,6 +234,7 @@ Result<SearchPage> searchAssets(Database& database, const AssetIndex& index, con
   bool everything = trimmedWhitespace(request.query).empty();
   Result<Predicate> predicate = everything ? Predicate{true} : parsePredicate(request.query);
   if (!predicate) return tl::unexpected(predicate.error());
+  arrangeByCost(*predicate);
   Result<Moment> moment = currentMoment(database, index, deadline);
   if (!moment) return tl::unexpected(moment.error());
   try {
