@@ -11,15 +11,18 @@
 using namespace vornex;
 
 static std::vector<Dictionary> documents() {
-  std::vector<Dictionary> all = {
-      {{"name", "Beach (1) \xc3\xa9"},
-       {"tags", Array{"sun", "e\xcc\x81"}},
-       {"type", 2},
-       {"importdate", std::int64_t{20240131120000123}},
-       {"masterpath", "/a/b.mov"},
-       {"trash", false}},
-      {{"name", "b. B"}, {"tags", "sun"}, {"type", 1.5}, {"trash", true}},
-      {{"name", ""}, {"tags", Array{"x", 5}}, {"type", "2"}, {"a", Dictionary{{"b", 1}}}}};
+  std::vector<Dictionary> all = {{{"name", "Beach (1) \xc3\xa9"},
+                                  {"tags", Array{"sun", "e\xcc\x81"}},
+                                  {"type", 2},
+                                  {"importdate", std::int64_t{20240131120000123}},
+                                  {"masterpath", "/a/b.mov"},
+                                  {"trash", false}},
+                                 {{"name", "b. B"}, {"tags", "sun"}, {"type", 1.5}, {"trash", true}},
+                                 {{"name", ""},
+                                  {"tags", Array{"x", 5}},
+                                  {"type", "2"},
+                                  {"a", Dictionary{{"b", 1}}},
+                                  {"notes", Array{Dictionary{{"text", "x"}, {"at", Array{1, "y"}}}, 2}}}};
   char digit = '1';
   for (Dictionary& document : all) document.set("_id", std::string(24, digit++));
   return all;

@@ -74,6 +74,11 @@ TEST(Predicate, ReadsEverySpellingOfTheGrammar) {
                "a > -0x1",
                "a == 0b1 AND b < 0o17",
                "SELF.a == 1 AND #self == nil",
+               "SELF.#in.#or == 5",
+               "SELF != nil",
+               "(a) == (1)",
+               "((a) < (b)) AND ((b) > a)",
+               "a ==[n] 1",
                "a > -.5",
                "ANY {1, 2} == a",
                "\ta\n==\r1 "});
@@ -105,7 +110,8 @@ TEST(Predicate, ReportsMistakesWithTheirPosition) {
       {"a CONTAINS[x] 'b'", 11, "c, d or cd"},
       {"a CONTAINS[c 'b'", 13, "\"]\" is expected"},
       {"a IN 5", 5, "IN takes"},
-      {"a BETWEEN {1}", 10, "two constants"},
+      {"a BETWEEN {1}", 10, "list of two"},
+      {"a BETWEEN {b, 1, c}", 10, "list of two"},
       {"a IN {1, 2", 10, "\"}\""},
       {"a LIKE 5", 7, "a string is expected"},
       {"a MATCHES '(b'", 10, "regular expression"},
@@ -116,13 +122,19 @@ TEST(Predicate, ReportsMistakesWithTheirPosition) {
       {"a == '\\ud83d'", 6, "surrogate"},
       {"a == $b", 5, "variable"},
       {"a == %@", 5, "placeholder"},
-      {"a.@count == 1", 2, "collection operators"},
-      {"lower(a) == 'b'", 5, "functions"},
-      {"a[0] == 1", 1, "indexes"},
+      {"a.@distinctUnionOfObjects == 1", 0, "@distinctUnionOfObjects is not supported"},
+      {"lower(a) == 'b'", 0, "there is no function \"lower\""},
+      {"SUBQUERY(a, $x, $x == 1).@count > 0", 0, "there is no function \"SUBQUERY\""},
+      {"a[-1] == 1", 2, "FIRST, LAST or SIZE"},
+      {"a == 1 / 0", 5, "no such value"},
+      {"a ==[l] 'b'", 5, "no language"},
+      {"(a)", 3, "an operator is expected, not the end"},
+      {"a == (b == 1)", 5, "not a condition"},
+      {"(a == 1) == 1", 9, "AND, OR or the end"},
+      {"ANY (a == 1)", 4, "not a condition"},
       {"a == 1 ; DROP TABLE assets", 7, "no meaning"},
       {"name\u00a0== 'x'", 4, "\"\u00a0\" has no meaning"},
       {"a == 0b2", 5, "malformed"},
-      {"SELF == 1", 0, "SELF"},
       {"a == 1 " + std::string(50, 'w'), 7, "not \"" + std::string(40, 'w') + "...\""},
       {std::string("a == '\xff'"), 6, "UTF-8"},
   };
@@ -147,7 +159,9 @@ TEST(Predicate, RefusesHostileTextsInBoundedTime) {
   EXPECT_TRUE(parsePredicate(repeated(200, "(") + "a == 1" + repeated(200, ")")));
   for (const std::string& query :
        {repeated(10'000, "(") + "a == 1" + repeated(10'000, ")"), repeated(10'000, "NOT ") + "a == 1",
-        "a IN " + repeated(10'000, "{"), "a == '" + repeated(2 << 20, "x") + "'"})
+        "a IN " + repeated(10'000, "{"), "a == '" + repeated(kMaximumPredicateSize, "x") + "'",
+        repeated(10'000, "-") + "a == 1", "a" + repeated(10'000, "[0]") + " == 1",
+        repeated(250, "(") + "a" + repeated(250, repeated(250, "[0]") + ")") + " == 1"})
     EXPECT_FALSE(parsePredicate(query)) << query.size();
 
   std::string many = "a CONTAINS 'x.0'";
@@ -161,6 +175,12 @@ TEST(Predicate, RefusesHostileTextsInBoundedTime) {
   for (int i = 0; i < 300; ++i) large += "a CONTAINS '(.{0,9}){" + std::to_string(i + 100) + "}' OR ";
   EXPECT_FALSE(parsePredicate(large + "b == 1"));
   EXPECT_TRUE(parsePredicate("a CONTAINS '[" + repeated(400'000, "[:") + "'"));
+
+  std::string sum = "a" + repeated(10'000, " + 1") + " == 10001";
+  expectHolds(R"({"a": 1})", {sum, "a IN {2" + repeated(10'000, ",a") + "}"});
+  // What is put together from large texts is given up.
+  expectFails("{\"a\": \"" + repeated(100'000, "x") + "\"}",
+              {"{a" + repeated(10'000, ",a") + "}[LAST] == a"});
 
   std::string backtracking = "s MATCHES '(x+x+)+y'";
   expectFails(R"({"s": ")" + repeated(100'000, "x") + R"("})", {backtracking, "s CONTAINS '(x+x+)+y'"});
@@ -202,6 +222,71 @@ TEST(Predicate, ComparesValuesBySort) {
                      "missing < 1", "missing IN {nil}", "missing != nil", "NOT missing == nil", "o == 'x'",
                      "i == 20240131120000124", "i == 20240131120000120.0", "missing CONTAINS ''",
                      "r CONTAINS '2'", "r BETWEEN {'a', 'b'}", "'b' != missing"});
+}
+
+TEST(Predicate, LooksIntoTheElementsOfArraysOnAPath) {
+  const std::string json =
+      R"({"notes": [{"text": "Red car", "at": [1, 2]}, {"text": "blue", "at": [3]}, {"at": 5}],
+      "none": [], "tags": ["a", "b"], "name": "car", "o": {"low": 1, "high": 4}})";
+  expectHolds(json, {"ANY notes.text == 'blue'", "ANY notes.text CONTAINS 'RED'", "notes.text CONTAINS 'red'",
+                     "ALL notes.at != 4", "ANY notes.text == nil", "NONE notes.text == 'green'",
+                     "ANY notes.text CONTAINS name", "'blue' IN notes.text", "ANY notes.at == 5",
+                     "notes.text.@count == 3", "tags.missing == {nil, nil}", "ALL none.x == 1",
+                     "notes[0].text == 'Red car'", "notes[LAST].at == 5",
+                     "tags[FIRST] == 'a' AND tags[SIZE] == 2", "notes.at[0][1] == 2", "tags[9] == nil"});
+  expectFails(json, {"ANY notes.text == 'red'", "ALL notes.text CONTAINS 'e'", "notes.text == nil",
+                     "ANY none.x == nil", "name[0] == 'c'"});
+}
+
+TEST(Predicate, ComparesWithWhatIsWorkedOutOfTheDocument) {
+  const std::string json =
+      R"~({"a": 2, "b": 3.5, "big": 9223372036854775807, "date": 20240131120000123, "list": [4, "x", 1],
+      "name": "IMG (1)", "path": "/a/img (1).JPG", "ext": "JPG", "wild": "IMG*", "expression": "I.*", "wrong": "(",
+      "range": [1, 3], "t": true})~";
+  expectHolds(json, {"a + 1 == 3",
+                     "2 * a + 1 == 5",
+                     "2 * (a + 1) == 6",
+                     "10 - a - 1 == 7",
+                     "a / 4 == 0.5",
+                     "a * -1 == -2",
+                     "2 ** a ** 2 == 16",
+                     "date - 1 == 20240131120000122",
+                     "big + 1 > big",
+                     "a + missing == nil",
+                     "a / 0 == nil",
+                     "name + 1 == nil",
+                     "t + 1 == 2",
+                     "-a < +1",
+                     "list.@max == 4",
+                     "list.@min == 1",
+                     "list.@sum == 5",
+                     "list.@avg == 2.5",
+                     "missing.@count == 0",
+                     "a.@count == 1",
+                     "max(a, b, 1) == 3.5",
+                     "sum(list, {a, 1}) == 8",
+                     "average(list) == 2.5",
+                     "count(list) > a",
+                     "lowercase(name) == 'img (1)'",
+                     "uppercase('straße') == 'STRASSE'",
+                     "length(name) == 7",
+                     "floor(b) == 3 AND ceiling(b) == 4 AND trunc(-b) == -3 AND abs(-b) == b",
+                     "sqrt(a + 2) == 2",
+                     "a BETWEEN {1, b}",
+                     "a BETWEEN range",
+                     "a IN {b, 2}",
+                     "name IN[c] {ext, 'img (1)'}",
+                     "path CONTAINS name",
+                     "path ENDSWITH ext",
+                     "name BEGINSWITH[c] lowercase('im')",
+                     "name LIKE wild",
+                     "name MATCHES expression",
+                     "list CONTAINS a + 2",
+                     "1 == 1",
+                     "SELF == SELF"});
+  expectFails(json, {"name CONTAINS path", "name MATCHES wrong", "name LIKE expression",
+                     "path ENDSWITH lowercase(ext)", "a BETWEEN list", "list CONTAINS b", "min(name) == 1",
+                     "lowercase(a) == '2'", "path CONTAINS missing"});
 }
 
 TEST(Predicate, MatchesTermsAsFoldedRegularExpressions) {

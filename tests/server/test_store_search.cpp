@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <cstdlib>
 #include <map>
 #include <random>
@@ -111,12 +113,17 @@ struct Node {
   std::string options;
   Value constant;
   Pattern pattern;
+  // The key that stands on the right instead of a constant, or the keys in a list.
+  std::vector<std::string> rightKeys;
+  // What is added to the left side.
+  std::optional<std::int64_t> added;
 
   std::string query() const;
   bool holds(const Value& document) const;
 
  private:
   bool leafHolds(const Value* value) const;
+  bool keysHold(const Value& value, const Value& document) const;
   bool textHolds(const std::string& text) const;
   const char* Sign::*form() const;
 };
@@ -142,7 +149,10 @@ std::string Node::query() const {
   if (kind == Kind::none) return "NOT (" + children[0].query() + ")";
   if (kind == Kind::leaf) {
     std::string right = pattern.alternatives.empty() ? constantText(constant) : quoted(pattern.source);
-    return (modifier.empty() ? "" : modifier + " ") + key + " " + op + options + " " + right;
+    if (!rightKeys.empty() && !constant.ifArray()) right = "(" + rightKeys[0] + ")";
+    if (!rightKeys.empty() && constant.ifArray()) right = fmt::format("{{{}}}", fmt::join(rightKeys, ", "));
+    std::string left = added ? fmt::format("({} + {})", key, *added) : key;
+    return (modifier.empty() ? "" : modifier + " ") + left + " " + op + options + " " + right;
   }
   std::string all;
   for (const Node& child : children)
@@ -163,6 +173,13 @@ const char* Sign::*Node::form() const {
 }
 
 bool same(const Value& a, const Value& b, const char* Sign::*form) {
+  const Array* listA = a.ifArray();
+  const Array* listB = b.ifArray();
+  if (listA && listB)
+    return std::equal(
+        listA->begin(), listA->end(), listB->begin(), listB->end(),
+        [&](const Value& x, const Value& y) { return (x.isNull() && y.isNull()) || same(x, y, form); });
+  if (a.ifDictionary()) return a == b;
   if (number(a) && number(b)) return *number(a) == *number(b);
   if (a.ifString() && b.ifString()) return formed(*a.ifString(), form) == formed(*b.ifString(), form);
   return false;
@@ -176,6 +193,10 @@ std::optional<int> order(const Value& a, const Value& b) {
 }
 
 bool Node::textHolds(const std::string& text) const {
+  if (op == "CONTAINS" && !rightKeys.empty()) {
+    const char* Sign::*folded = form() == &Sign::text ? &Sign::folded : form();
+    return formed(text, folded).find(formed(*constant.ifString(), folded)) != std::string::npos;
+  }
   if (op == "CONTAINS") return foundIn(pattern, text, form() == &Sign::text ? &Sign::folded : form());
   if (op == "MATCHES") return isWhole(pattern, text, false);
   if (op == "LIKE") return isWhole(pattern, text, true);
@@ -215,6 +236,41 @@ bool Node::leafHolds(const Value* value) const {
   return false;
 }
 
+// Null when there is nothing; what the elements have when the path leads through an array.
+Value reached(const Value& from, const std::string& path) {
+  std::size_t dot = path.find('.');
+  std::string rest = dot == std::string::npos ? "" : path.substr(dot + 1);
+  if (const Array* array = from.ifArray()) {
+    Array all;
+    for (const Value& element : *array) all.push_back(reached(element, path));
+    return all;
+  }
+  const Value* next = from.find(path.substr(0, dot));
+  return !next ? Value() : rest.empty() ? *next : reached(*next, rest);
+}
+
+Value sum(const Value& value, std::int64_t added) {
+  if (const bool* boolean = value.ifBool()) return *boolean + added;
+  if (const std::int64_t* integer = value.ifInteger()) return *integer + added;
+  if (const double* real = value.ifReal()) return *real + static_cast<double>(added);
+  return {};
+}
+
+// With the document's own values on the right.
+bool Node::keysHold(const Value& value, const Value& document) const {
+  if (rightKeys.empty()) return leafHolds(&value);
+  Node filled = *this;
+  Array values;
+  for (const std::string& right : rightKeys) values.push_back(reached(document, right));
+  filled.constant = constant.ifArray() ? Value(values) : values[0];
+  if (filled.constant.isNull()) return op == "==" && value.isNull();
+  bool textual = op == "CONTAINS" || op == "BEGINSWITH" || op == "ENDSWITH";
+  if (!textual || filled.constant.ifString()) return filled.leafHolds(&value);
+  const Array* array = op == "CONTAINS" ? value.ifArray() : nullptr;
+  return array && std::any_of(array->begin(), array->end(),
+                              [&](const Value& element) { return same(element, filled.constant, form()); });
+}
+
 bool Node::holds(const Value& document) const {
   if (kind == Kind::none) return !children[0].holds(document);
   if (kind != Kind::leaf) {
@@ -222,15 +278,12 @@ bool Node::holds(const Value& document) const {
       if (child.holds(document) != (kind == Kind::all)) return kind == Kind::any;
     return kind == Kind::all;
   }
-  const Value* value = &document;
-  for (std::size_t begin = 0, end = 0; value && end != std::string::npos; begin = end + 1) {
-    end = key.find('.', begin);
-    value = value->find(key.substr(begin, end == std::string::npos ? end : end - begin));
-  }
-  const Array* array = value ? value->ifArray() : nullptr;
-  if (modifier.empty() || !array) return leafHolds(value) != (modifier == "NONE");
+  Value value = reached(document, key);
+  if (added) value = sum(value, *added);
+  const Array* array = value.ifArray();
+  if (modifier.empty() || !array) return keysHold(value, document) != (modifier == "NONE");
   for (const Value& element : *array)
-    if (leafHolds(&element) != (modifier == "ALL")) return modifier == "ANY";
+    if (keysHold(element, document) != (modifier == "ALL")) return modifier == "ANY";
   return modifier != "ANY";
 }
 
@@ -283,6 +336,13 @@ class Generator {
     return all;
   }
 
+  Array notes() {
+    Array all;
+    for (std::size_t i = below(3); i > 0; --i)
+      all.push_back(oneIn(6) ? scalar() : Value(Dictionary{{"key", oneIn(4) ? tags() : scalar()}}));
+    return all;
+  }
+
   std::string path() {
     std::string made;
     for (std::size_t i = below(4); i > 0; --i) made += "/" + of(std::vector<std::string>{"a", "b", "\u00e9"});
@@ -297,6 +357,7 @@ class Generator {
       if (!oneIn(3)) made.set(key, oneIn(12) ? tags() : scalar());
     if (!oneIn(3)) made.set("importfrompath", oneIn(20) ? scalar() : Value(remembered(text(9))));
     if (oneIn(2)) made.set("masterpath", oneIn(20) ? scalar() : Value(path()));
+    if (oneIn(2)) made.set("notes", notes());
     if (!oneIn(3)) made.set("custom", oneIn(4) ? scalar() : Value(Dictionary{{"key", scalar()}}));
     return made;
   }
@@ -345,17 +406,23 @@ class Generator {
     static const std::vector<std::string> kOps = {"==",         "!=",       "<",    "<=",       ">",
                                                   ">=",         "BETWEEN",  "IN",   "CONTAINS", "CONTAINS",
                                                   "BEGINSWITH", "ENDSWITH", "LIKE", "MATCHES"};
-    static const std::vector<std::string> kTextKeys = {"name", "tags", "fileext", "importfrompath"};
+    static const std::vector<std::string> kTextKeys = {"name", "tags", "fileext", "importfrompath",
+                                                       "notes.key"};
     static const std::vector<std::string> kKeys = {
-        "type", "trash",   "project", "importdate", "other",      "custom.key", "name",
-        "tags", "missing", "custom",  "_id",        "masterpath", "fileext",    "importfrompath"};
+        "type",      "trash",   "project", "importdate", "other",      "custom.key", "name",          "tags",
+        "notes.key", "missing", "custom",  "_id",        "masterpath", "fileext",    "importfrompath"};
     Node node;
     node.op = of(kOps);
     bool textual = node.op.size() > 3 && node.op != "BETWEEN";
     node.key = of(textual && !oneIn(5) ? kTextKeys : kKeys);
     if (oneIn(5) && node.op != "BETWEEN" && node.op != "IN")
       node.modifier = of(std::vector<std::string>{"ANY", "ALL", "NONE"});
-    if (node.op == "CONTAINS" || node.op == "LIKE" || node.op == "MATCHES") {
+    bool isPattern = node.op == "LIKE" || node.op == "MATCHES";
+    if (!isPattern && oneIn(8)) {
+      node.rightKeys = {of(kKeys), of(kKeys)};
+      if (node.op == "BETWEEN" || node.op == "IN") node.constant = Array();
+      if (textual) node.options = of(std::vector<std::string>{"", "[c]", "[cd]"});
+    } else if (node.op == "CONTAINS" || isPattern) {
       node.pattern = pattern(node.op);
       if (node.op == "CONTAINS") node.options = of(std::vector<std::string>{"", "[c]", "[cd]"});
     } else if (textual) {
@@ -370,6 +437,7 @@ class Generator {
     } else {
       node.constant = scalar();
     }
+    if (!textual && node.op != "IN" && oneIn(10)) node.added = static_cast<std::int64_t>(below(3));
     if (node.op == "IN" || node.op == "==" || node.op == "!=") node.options = oneIn(4) ? "[c]" : "";
     return node;
   }

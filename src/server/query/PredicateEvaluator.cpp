@@ -1,22 +1,11 @@
 #include "server/query/PredicateEvaluator.h"
 
+#include "server/query/OperandValue.h"
 #include "server/query/ScalarOrder.h"
 
 namespace vornex::server {
 
-const Value* valueAt(const Dictionary& document, const std::vector<std::string>& path) {
-  const Value* value = document.find(path.front());
-  for (std::size_t i = 1; value && i < path.size(); ++i) value = value->find(path[i]);
-  return value && !value->isNull() ? value : nullptr;
-}
-
 namespace {
-
-const Value* resolve(const Operand& operand, const Dictionary& document) {
-  if (const KeyPath* key = std::get_if<KeyPath>(&operand)) return valueAt(document, key->components);
-  const Value& constant = std::get<Value>(operand);
-  return constant.isNull() ? nullptr : &constant;
-}
 
 std::size_t sizeOf(const Value& value) {
   const std::string* text = value.ifString();
@@ -57,12 +46,14 @@ class Evaluator {
   }
 
   bool holds(const Comparison& comparison, const Dictionary& document) {
-    const Value* left = resolve(comparison.left, document);
-    const Value* right = resolve(comparison.right, document);
-    const Array* elements = left ? left->ifArray() : nullptr;
-    if (comparison.modifier == Modifier::direct || !elements) return holdsDirectly(comparison, left, right);
+    std::size_t room = kRoomForValues;
+    OperandValue left(comparison.left, document, limit_, room);
+    OperandValue right(comparison.right, document, limit_, room);
+    const Array* elements = left.get() ? left.get()->ifArray() : nullptr;
+    if (comparison.modifier == Modifier::direct || !elements)
+      return holdsDirectly(comparison, left.get(), right.get());
     auto elementHolds = [&](const Value& element) {
-      return holdsDirectly(comparison, element.isNull() ? nullptr : &element, right);
+      return holdsDirectly(comparison, element.isNull() ? nullptr : &element, right.get());
     };
     return comparison.modifier == Modifier::any
                ? std::any_of(elements->begin(), elements->end(), elementHolds)
@@ -86,8 +77,9 @@ class Evaluator {
       case Operator::greaterOrEqual:
         return order(left, right, options) >= 0;
       case Operator::between: {
-        const Array& bounds = *right.ifArray();
-        return order(left, bounds[0], options) >= 0 && order(left, bounds[1], options) <= 0;
+        const Array* bounds = right.ifArray();
+        return bounds && bounds->size() == 2 && order(left, (*bounds)[0], options) >= 0 &&
+               order(left, (*bounds)[1], options) <= 0;
       }
       case Operator::in:
         return isIn(comparison, left, right);
@@ -95,7 +87,8 @@ class Evaluator {
         break;
     }
     if (comparison.pattern) return textMatches(left, *comparison.pattern);
-    const Array* array = left.ifArray();
+    if (const std::string* text = right.ifString()) return textMatches(left, comparison, *text);
+    const Array* array = comparison.op == Operator::contains ? left.ifArray() : nullptr;
     return array && isElement(right, array->begin(), array->end(), options);
   }
 
@@ -146,30 +139,45 @@ class Evaluator {
   }
 
   bool textMatches(const Value& value, const TextPattern& pattern) {
-    auto matches = [&](const Value& candidate) {
+    return anyText(value, [&](const std::string& text) {
+      limit_.spend(pattern.steps(text.size()));
+      return pattern.matches(text);
+    });
+  }
+
+  // With a text that is no constant.
+  bool textMatches(const Value& value, const Comparison& comparison, const std::string& text) {
+    if (comparison.op == Operator::contains) {
+      TextOptions options = comparison.options;
+      options.caseInsensitive = true;
+      std::string part = normalizedText(text, options);
+      return anyText(value, [&](const std::string& whole) {
+        limit_.spend(whole.size() + part.size());
+        return containsText(normalizedText(whole, options), part);
+      });
+    }
+    // A short expression may take this long to read.
+    constexpr std::size_t kStepsToRead = 100'000;
+    bool isPlain = comparison.op == Operator::beginsWith || comparison.op == Operator::endsWith;
+    limit_.spend(text.size() * 10 + (isPlain ? 0 : kStepsToRead));
+    auto pattern = TextPattern::make(*patternKind(comparison.op), text, comparison.options);
+    return pattern && textMatches(value, **pattern);
+  }
+
+  // Whether the value is, or one of its elements is, a text that fits.
+  template <typename Fits>
+  bool anyText(const Value& value, Fits fits) {
+    auto textFits = [&](const Value& candidate) {
       const std::string* text = candidate.ifString();
-      limit_.spend(pattern.steps(sizeOf(candidate)));
-      return text && pattern.matches(*text);
+      limit_.spend(1);
+      return text && fits(*text);
     };
     const Array* array = value.ifArray();
-    return array ? std::any_of(array->begin(), array->end(), matches) : matches(value);
+    return array ? std::any_of(array->begin(), array->end(), textFits) : textFits(value);
   }
 
   TimeLimit& limit_;
 };
-
-void collectKey(const Operand& operand, std::vector<std::string>& keys) {
-  if (const KeyPath* key = std::get_if<KeyPath>(&operand)) keys.push_back(key->components.front());
-}
-
-void collectKeys(const Predicate& predicate, std::vector<std::string>& keys) {
-  if (const Comparison* comparison = std::get_if<Comparison>(&predicate.node)) {
-    collectKey(comparison->left, keys);
-    collectKey(comparison->right, keys);
-  } else if (const Compound* compound = std::get_if<Compound>(&predicate.node)) {
-    for (const Predicate& operand : compound->operands) collectKeys(operand, keys);
-  }
-}
 
 }  // namespace
 
@@ -180,14 +188,6 @@ bool holds(const Comparison& comparison, const Value* left, TimeLimit& limit) {
 
 bool holds(const Predicate& predicate, const Dictionary& document, TimeLimit& limit) {
   return Evaluator(limit).holds(predicate, document);
-}
-
-std::vector<std::string> topLevelKeys(const Predicate& predicate) {
-  std::vector<std::string> keys;
-  collectKeys(predicate, keys);
-  std::sort(keys.begin(), keys.end());
-  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-  return keys;
 }
 
 }  // namespace vornex::server

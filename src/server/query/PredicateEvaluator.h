@@ -2,9 +2,6 @@
 
 #include <vornex/Value.h>
 
-#include <string>
-#include <vector>
-
 #include "server/query/Predicate.h"
 #include "server/query/TimeLimit.h"
 
@@ -16,8 +13,10 @@ namespace vornex::server {
 /// - A boolean counts as the number 1 or 0. Numbers compare by value, strings byte by byte unless options say
 ///   otherwise; values of different sorts are unequal and neither less nor greater.
 /// - The text operators look at strings, and at the strings in an array: one that matches is enough. CONTAINS
-///   with a constant that is no string asks for an equal element.
+///   with a right side that is no string asks for an equal element. A string that is no constant is plain
+///   text to CONTAINS, a pattern still to LIKE and MATCHES; one that is no usable pattern matches nothing.
 /// - `a IN b`: an equal element of the array b, or a part of the string b.
+/// - `a BETWEEN b`: b is an array of two.
 /// - ANY and ALL ask the elements of an array; any other value counts as an array of itself.
 ///
 /// Throws TimeIsOver.
@@ -26,11 +25,5 @@ bool holds(const Predicate& predicate, const Dictionary& document, TimeLimit& li
 /// Whether a value that is no array fulfils the comparison, whose right side is a constant; null stands for a
 /// key that is missing. Throws TimeIsOver.
 bool holds(const Comparison& comparison, const Value* left, TimeLimit& limit);
-
-/// The value at the path; null when a component is missing or the value itself is null.
-const Value* valueAt(const Dictionary& document, const std::vector<std::string>& path);
-
-/// The first components of every key the predicate looks at, each once, sorted.
-std::vector<std::string> topLevelKeys(const Predicate& predicate);
 
 }  // namespace vornex::server

@@ -50,11 +50,11 @@ Token PredicateLexer::next() {
   char following = at_ + 1 < text_.size() ? text_[at_ + 1] : '\0';
   if (c == '"' || c == '\'') return string();
   if (isDigit(c) || (c == '.' && isDigit(following))) return number();
-  if ((c == '-' || c == '+') && (isDigit(following) || following == '.')) return number();
-  if (c == '#' || keyCharacterLength(text_.substr(at_)) > 0) return word();
+  bool isMember = c == '@' && at_ > 0 && text_[at_ - 1] == '.';
+  if (c == '#' || isMember || keyCharacterLength(text_.substr(at_)) > 0) return word();
   if (c == '$') throw QueryMistake{at_, "a variable has no value here"};
   if (c == '%') throw QueryMistake{at_, "a placeholder has no value here"};
-  if (c == '@') throw QueryMistake{at_, "collection operators are not supported"};
+  if (c == '@') throw QueryMistake{at_, "a collection operator stands behind a key"};
   return symbol();
 }
 
@@ -64,7 +64,7 @@ Token PredicateLexer::word() {
   token.position = at_;
   for (;;) {
     if (at_ < text_.size() && text_[at_] == '#') {
-      token.escaped = true;
+      token.escaped = token.escaped || token.path.empty();
       ++at_;
     }
     token.path.push_back(wordComponent());
@@ -79,11 +79,12 @@ void PredicateLexer::skipWord() {
 
 std::string PredicateLexer::wordComponent() {
   std::size_t begin = at_;
+  bool isOperator = at_ < text_.size() && text_[at_] == '@' && begin > 0 && text_[begin - 1] == '.';
+  if (isOperator) ++at_;
+  std::size_t start = at_;
   skipWord();
-  if (at_ > begin) return std::string(text_.substr(begin, at_ - begin));
-  if (at_ < text_.size() && text_[at_] == '@')
-    throw QueryMistake{at_, "collection operators are not supported"};
-  throw QueryMistake{at_, "a key is expected"};
+  if (at_ == start) throw QueryMistake{at_, "a key is expected"};
+  return std::string(text_.substr(begin, at_ - begin));
 }
 
 Token PredicateLexer::string() {
@@ -157,15 +158,8 @@ char16_t PredicateLexer::readUnicodeEscape() {
 }
 
 // An integer that fits no 64-bit kind becomes a double.
-static bool parseInteger(std::string_view digits, int base, bool negative, Value& into) {
+static bool parseInteger(std::string_view digits, int base, Value& into) {
   const char* last = digits.data() + digits.size();
-  if (negative) {
-    std::string text = "-" + std::string(digits);
-    std::int64_t value = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    into = value;
-    return error == std::errc() && end == text.data() + text.size();
-  }
   std::uint64_t value = 0;
   auto [end, error] = std::from_chars(digits.data(), last, value, base);
   into = value;
@@ -191,12 +185,10 @@ Token PredicateLexer::number() {
   Token token;
   token.kind = Token::Kind::number;
   token.position = at_;
-  bool negative = text_[at_] == '-';
-  if (negative || text_[at_] == '+') ++at_;
   std::size_t begin = at_;
   if (int base = baseOf(text_.substr(at_, 2))) {
     skipWord();
-    if (!parseInteger(text_.substr(begin + 2, at_ - begin - 2), base, negative, token.number))
+    if (!parseInteger(text_.substr(begin + 2, at_ - begin - 2), base, token.number))
       throw QueryMistake{token.position, "the number is malformed"};
     return token;
   }
@@ -210,13 +202,13 @@ Token PredicateLexer::number() {
     at_ += length;
   }
   std::string_view digits = text_.substr(begin, at_ - begin);
-  if (integer && parseInteger(digits, 10, negative, token.number)) return token;
+  if (integer && parseInteger(digits, 10, token.number)) return token;
   double value = 0;
   auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
   if (error != std::errc() || end != digits.data() + digits.size() ||
       !(isDigit(digits[0]) || digits[0] == '.'))
     throw QueryMistake{token.position, "the number is malformed"};
-  token.number = negative ? -value : value;
+  token.number = value;
   return token;
 }
 
@@ -224,7 +216,8 @@ Token PredicateLexer::symbol() {
   static constexpr std::pair<std::string_view, std::string_view> kSymbols[] = {
       {"==", "=="}, {"=>", ">="}, {"=<", "<="}, {"=", "=="}, {"!=", "!="}, {"<>", "!="}, {"<=", "<="},
       {">=", ">="}, {"&&", "&&"}, {"||", "||"}, {"<", "<"},  {">", ">"},   {"!", "!"},   {"(", "("},
-      {")", ")"},   {"{", "{"},   {"}", "}"},   {"[", "["},  {"]", "]"},   {",", ","}};
+      {")", ")"},   {"{", "{"},   {"}", "}"},   {"[", "["},  {"]", "]"},   {",", ","},   {"**", "**"},
+      {"*", "*"},   {"/", "/"},   {"+", "+"},   {"-", "-"},  {".", "."}};
   for (const auto& [spelling, meaning] : kSymbols) {
     if (text_.substr(at_, spelling.size()) != spelling) continue;
     Token token;

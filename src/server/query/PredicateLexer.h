@@ -22,11 +22,11 @@ struct Token {
   /// The text of a string; the sign of a symbol, of spellings that mean the same the first one: "==" "=",
   /// "!=" "<>", "<=" "=<", ">=" "=>".
   std::string text;
-  /// A word's components between its dots.
+  /// A word's components between its dots. One that begins with "@" is a collection operator.
   std::vector<std::string> path;
-  /// Whether a "#" says that the word is a key, whatever it reads.
+  /// Whether a "#" says that the first of them is a key, whatever it reads.
   bool escaped = false;
-  /// A number's value.
+  /// A number's value; its sign is a symbol before it.
   Value number;
   /// The token as a message shows it.
   std::string shown() const;

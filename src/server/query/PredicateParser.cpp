@@ -3,8 +3,12 @@
 #include <fmt/format.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
+#include <cstring>
+
 #include "core/StatusCode.h"
 #include "foundation/Text.h"
+#include "server/query/OperandValue.h"
 #include "server/query/PredicateLexer.h"
 #include "server/query/ScalarOrder.h"
 
@@ -92,23 +96,6 @@ std::optional<Operator> operatorOf(const Token& token) {
   }
 }
 
-std::optional<TextPattern::Kind> patternKind(Operator op) {
-  switch (op) {
-    case Operator::contains:
-      return TextPattern::Kind::contains;
-    case Operator::beginsWith:
-      return TextPattern::Kind::beginsWith;
-    case Operator::endsWith:
-      return TextPattern::Kind::endsWith;
-    case Operator::like:
-      return TextPattern::Kind::like;
-    case Operator::matches:
-      return TextPattern::Kind::matches;
-    default:
-      return std::nullopt;
-  }
-}
-
 // The operator that says the same with its sides exchanged.
 std::optional<Operator> mirrored(Operator op) {
   switch (op) {
@@ -128,6 +115,42 @@ std::optional<Operator> mirrored(Operator op) {
   }
 }
 
+// What a function works out, and whether it takes several arguments.
+struct Function {
+  Formula::Kind kind;
+  bool takesSeveral = false;
+};
+
+const Function* functionNamed(const std::string& name) {
+  using Kind = Formula::Kind;
+  static const std::unordered_map<std::string, Function> kFunctions = {
+      {"count", {Kind::count}},         {"sum", {Kind::sum, true}},     {"average", {Kind::average, true}},
+      {"min", {Kind::minimum, true}},   {"max", {Kind::maximum, true}}, {"lowercase", {Kind::lowercase}},
+      {"uppercase", {Kind::uppercase}}, {"length", {Kind::length}},     {"abs", {Kind::absolute}},
+      {"floor", {Kind::floor}},         {"ceiling", {Kind::ceiling}},   {"trunc", {Kind::truncated}},
+      {"sqrt", {Kind::squareRoot}}};
+  auto found = kFunctions.find(name);
+  return found == kFunctions.end() ? nullptr : &found->second;
+}
+
+std::optional<Formula::Kind> collectionOperator(const std::string& name) {
+  if (name == "@count") return Formula::Kind::count;
+  if (name == "@sum") return Formula::Kind::sum;
+  if (name == "@avg") return Formula::Kind::average;
+  if (name == "@min") return Formula::Kind::minimum;
+  if (name == "@max") return Formula::Kind::maximum;
+  return std::nullopt;
+}
+
+// What was read so far: a condition, or an operand whose comparison may follow.
+using Part = std::variant<Predicate, Operand>;
+
+// Operands with a sign between each two.
+struct Terms {
+  std::vector<Operand> operands;
+  std::string signs;
+};
+
 void normalize(Value& constant, TextOptions options) {
   if (const std::string* text = constant.ifString()) constant = normalizedText(*text, options);
   if (Array* array = constant.ifArray())
@@ -139,7 +162,7 @@ class Parser {
   explicit Parser(std::string_view text) : lexer_(text), token_(lexer_.next()) {}
 
   Predicate parse() {
-    Predicate predicate = disjunction();
+    Predicate predicate = condition(disjunction());
     if (token_.kind != Token::Kind::end) unexpected("AND, OR or the end");
     return predicate;
   }
@@ -149,9 +172,7 @@ class Parser {
   class Level {
    public:
     explicit Level(Parser& parser) : depth_(parser.depth_) {
-      if (++depth_ > kMaximumPredicateDepth)
-        throw QueryMistake{parser.token_.position,
-                           fmt::format("nested deeper than {} levels", kMaximumPredicateDepth)};
+      if (++depth_ > kMaximumPredicateDepth) throw tooDeep(parser.token_.position);
     }
     ~Level() { --depth_; }
     Level(const Level&) = delete;
@@ -163,6 +184,10 @@ class Parser {
 
   [[noreturn]] void unexpected(const char* expected) const {
     throw QueryMistake{token_.position, fmt::format("{} is expected, not {}", expected, token_.shown())};
+  }
+
+  static QueryMistake tooDeep(std::size_t position) {
+    return {position, fmt::format("nested deeper than {} levels", kMaximumPredicateDepth)};
   }
 
   Token advance() { return std::exchange(token_, lexer_.next()); }
@@ -177,8 +202,10 @@ class Parser {
     return true;
   }
 
+  bool is(const char* symbol, Keyword word) const { return isSymbol(symbol) || keyword(token_) == word; }
+
   bool accept(const char* symbol, Keyword word) {
-    if (!isSymbol(symbol) && keyword(token_) != word) return false;
+    if (!is(symbol, word)) return false;
     advance();
     return true;
   }
@@ -187,23 +214,32 @@ class Parser {
     if (!accept(symbol)) unexpected(expected);
   }
 
-  static Predicate joined(Compound::Kind kind, std::vector<Predicate> operands) {
-    if (operands.size() == 1) return std::move(operands.front());
-    return {Compound{kind, std::move(operands)}};
+  Predicate condition(Part part) const {
+    if (Predicate* predicate = std::get_if<Predicate>(&part)) return std::move(*predicate);
+    unexpected("an operator");
   }
 
-  Predicate disjunction() {
-    std::vector<Predicate> operands;
-    do operands.push_back(conjunction());
-    while (accept("||", Keyword::disjunction));
-    return joined(Compound::Kind::disjunction, std::move(operands));
+  static Operand operandOf(Part part, std::size_t position) {
+    if (Operand* operand = std::get_if<Operand>(&part)) return std::move(*operand);
+    throw QueryMistake{position, "a key or a constant is expected, not a condition"};
   }
 
-  Predicate conjunction() {
-    std::vector<Predicate> operands;
-    do operands.push_back(negation());
-    while (accept("&&", Keyword::conjunction));
-    return joined(Compound::Kind::conjunction, std::move(operands));
+  Part disjunction() {
+    Part first = conjunction();
+    if (!is("||", Keyword::disjunction)) return first;
+    Compound compound{Compound::Kind::disjunction, {}};
+    compound.operands.push_back(condition(std::move(first)));
+    while (accept("||", Keyword::disjunction)) compound.operands.push_back(condition(conjunction()));
+    return Predicate{std::move(compound)};
+  }
+
+  Part conjunction() {
+    Part first = negation();
+    if (!is("&&", Keyword::conjunction)) return first;
+    Compound compound{Compound::Kind::conjunction, {}};
+    compound.operands.push_back(condition(std::move(first)));
+    while (accept("&&", Keyword::conjunction)) compound.operands.push_back(condition(negation()));
+    return Predicate{std::move(compound)};
   }
 
   static Predicate negated(Predicate predicate) {
@@ -212,50 +248,48 @@ class Parser {
     return {std::move(compound)};
   }
 
-  Predicate negation() {
+  Part negation() {
     Level level(*this);
-    if (accept("!", Keyword::negation)) return negated(negation());
-    if (accept("(")) {
-      Predicate inner = disjunction();
-      expect(")", "\")\"");
-      return inner;
-    }
+    if (accept("!", Keyword::negation)) return negated(condition(negation()));
     switch (keyword(token_)) {
       case Keyword::always:
         advance();
-        return {true};
+        return Predicate{true};
       case Keyword::never:
         advance();
-        return {false};
+        return Predicate{false};
       case Keyword::any:
         advance();
-        return {comparison(Modifier::any)};
+        return condition(comparison(Modifier::any));
       case Keyword::all:
         advance();
-        return {comparison(Modifier::all)};
+        return condition(comparison(Modifier::all));
       case Keyword::noneOf:
         advance();
-        return negated({comparison(Modifier::any)});
+        return negated(condition(comparison(Modifier::any)));
       default:
-        return {comparison(Modifier::direct)};
+        return comparison(Modifier::direct);
     }
   }
 
-  Comparison comparison(Modifier modifier) {
+  // Whatever stands in parentheses may turn out to be a condition or an operand, and an operand to be one
+  // side of a comparison or no more than that.
+  Part comparison(Modifier modifier) {
+    std::size_t position = token_.position;
+    Part left = terms();
+    if (modifier != Modifier::direct) left = operandOf(std::move(left), position);
+    std::optional<Operator> op = operatorOf(token_);
+    if (!op || std::holds_alternative<Predicate>(left)) return left;
     Comparison result;
     result.modifier = modifier;
-    result.left = operand();
-    std::optional<Operator> op = operatorOf(token_);
-    if (isSymbol("(")) throw QueryMistake{token_.position, "functions are not supported"};
-    if (isSymbol("[")) throw QueryMistake{token_.position, "indexes are not supported"};
-    if (!op) unexpected("an operator");
+    result.left = std::move(std::get<Operand>(left));
     result.op = *op;
     advance();
     result.options = options();
     std::size_t rightPosition = token_.position;
-    result.right = operand();
+    result.right = operandOf(terms(), rightPosition);
     complete(result, rightPosition);
-    return result;
+    return Predicate{std::move(result)};
   }
 
   TextOptions options() {
@@ -267,7 +301,9 @@ class Parser {
         options.caseInsensitive = true;
       else if (c == 'd')
         options.diacriticInsensitive = true;
-      else
+      else if (c == 'l')
+        throw QueryMistake{token_.position, "the option l is not supported: a server has no language"};
+      else if (c != 'n')
         unexpected("c, d or cd");
     }
     advance();
@@ -275,22 +311,162 @@ class Parser {
     return options;
   }
 
-  Operand operand() {
-    if (token_.kind == Token::Kind::word && constantKeyword() == nullptr) {
-      if (keyword(token_) != Keyword::none) unexpected("a key or a constant");
-      return key();
-    }
-    return constant();
+  // The sign of arithmetic at hand; 0 when there is none.
+  char sign() const {
+    if (token_.kind != Token::Kind::symbol) return 0;
+    if (token_.text == "**") return '^';
+    return token_.text.size() == 1 && std::strchr("+-*/", token_.text[0]) ? token_.text[0] : '\0';
   }
 
-  // "SELF.key" says the same as "key".
-  KeyPath key() {
-    bool startsWithSelf = !token_.escaped && lowercased(token_.path.front()) == "self";
-    if (startsWithSelf && token_.path.size() == 1)
-      throw QueryMistake{token_.position, "SELF is not supported without a key"};
-    KeyPath key{advance().path};
-    if (startsWithSelf) key.components.erase(key.components.begin());
-    return key;
+  Part terms() {
+    std::size_t position = token_.position;
+    Part first = term();
+    if (sign() == 0) return first;
+    Terms all{{operandOf(std::move(first), position)}, {}};
+    while (char next = sign()) {
+      advance();
+      all.signs += next;
+      std::size_t at = token_.position;
+      all.operands.push_back(operandOf(term(), at));
+    }
+    for (const char* signs : {"^", "*/", "+-"}) all = joined(std::move(all), signs, position);
+    return std::move(all.operands.front());
+  }
+
+  // Every row of terms that have one of the signs between them becomes one.
+  Terms joined(Terms all, const char* signs, std::size_t position) {
+    Terms result;
+    for (std::size_t i = 0; i < all.operands.size();) {
+      if (i > 0) result.signs += all.signs[i - 1];
+      Formula formula{Formula::Kind::arithmetic, {std::move(all.operands[i])}, {}, 0, {}};
+      for (; i < all.signs.size() && std::strchr(signs, all.signs[i]); ++i) {
+        formula.signs += all.signs[i];
+        formula.arguments.push_back(std::move(all.operands[i + 1]));
+      }
+      ++i;
+      result.operands.push_back(formula.signs.empty() ? std::move(formula.arguments.front())
+                                                      : made(std::move(formula), position));
+    }
+    return result;
+  }
+
+  // Of constants a constant is made.
+  static Operand made(Formula formula, std::size_t position) {
+    bool constant = true;
+    for (const Operand& argument : formula.arguments) {
+      constant = constant && std::holds_alternative<Value>(argument);
+      if (const auto* inner = std::get_if<std::shared_ptr<const Formula>>(&argument))
+        formula.depth = std::max(formula.depth, (*inner)->depth + 1);
+    }
+    if (formula.depth > kMaximumPredicateDepth) throw tooDeep(position);
+    if (!constant) return std::make_shared<const Formula>(std::move(formula));
+    Value value = constantValue(std::move(formula));
+    if (value.isNull()) throw QueryMistake{position, "these constants have no such value"};
+    return value;
+  }
+
+  static Value constantValue(Formula formula) {
+    if (formula.kind == Formula::Kind::list) {
+      Array elements;
+      for (Operand& argument : formula.arguments) elements.push_back(std::move(std::get<Value>(argument)));
+      return elements;
+    }
+    TimeLimit limit;
+    std::size_t room = kRoomForValues;
+    Operand operand = std::make_shared<const Formula>(std::move(formula));
+    const Dictionary none;
+    OperandValue value(operand, none, limit, room);
+    return value.get() ? *value.get() : Value();
+  }
+
+  Part term() {
+    std::size_t position = token_.position;
+    if (isSymbol("-") || isSymbol("+")) {
+      Level level(*this);
+      std::string sign = advance().text;
+      std::size_t at = token_.position;
+      Operand operand = operandOf(term(), at);
+      return made({Formula::Kind::arithmetic, {Value(0), std::move(operand)}, sign, 0, {}}, position);
+    }
+    Part part = primary();
+    while (std::holds_alternative<Operand>(part) && (isSymbol("[") || isSymbol(".")))
+      part = member(std::move(std::get<Operand>(part)));
+    return part;
+  }
+
+  Part primary() {
+    if (++operands_ > kMaximumPredicateOperands)
+      throw QueryMistake{token_.position, fmt::format("more than {} operands", kMaximumPredicateOperands)};
+    if (accept("(")) {
+      Part inner = disjunction();
+      expect(")", "\")\"");
+      return inner;
+    }
+    if (token_.kind != Token::Kind::word || constantKeyword() != nullptr) return constant();
+    if (keyword(token_) != Keyword::none) unexpected("a key or a constant");
+    Token word = advance();
+    if (isSymbol("(") && word.path.size() == 1 && !word.escaped) return call(word);
+    // "SELF.key" says the same as "key".
+    bool startsWithSelf = !word.escaped && lowercased(word.path.front()) == "self";
+    if (startsWithSelf) word.path.erase(word.path.begin());
+    return below(KeyPath{}, word);
+  }
+
+  Operand call(const Token& name) {
+    const Function* function = functionNamed(lowercased(name.path.front()));
+    if (!function) throw QueryMistake{name.position, fmt::format("there is no function {}", name.shown())};
+    Formula formula{function->kind, {}, {}, 0, {}};
+    expect("(", "\"(\"");
+    do {
+      std::size_t position = token_.position;
+      formula.arguments.push_back(operandOf(disjunction(), position));
+    } while (function->takesSeveral && accept(","));
+    expect(")", "\")\"");
+    return made(std::move(formula), name.position);
+  }
+
+  Operand member(Operand base) {
+    std::size_t position = token_.position;
+    if (accept(".")) {
+      if (token_.kind != Token::Kind::word) unexpected("a key");
+      return below(std::move(base), advance());
+    }
+    expect("[", "\"[\"");
+    Formula formula{Formula::Kind::element, {}, {}, 0, {}};
+    formula.arguments.push_back(std::move(base));
+    std::string word = token_.kind == Token::Kind::word ? lowercased(token_.path.front()) : "";
+    const std::int64_t* number = token_.number.ifInteger();
+    if (word == "size")
+      formula.kind = Formula::Kind::count;
+    else if (word == "last")
+      formula.index = Formula::kLast;
+    else if (number)
+      formula.index = static_cast<std::size_t>(*number);
+    else if (word != "first")
+      unexpected("a number, FIRST, LAST or SIZE");
+    advance();
+    expect("]", "\"]\"");
+    return made(std::move(formula), position);
+  }
+
+  // What the word's path leads to: keys, and a collection operator that asks for the rest of the path.
+  static Operand below(Operand base, const Token& word) {
+    std::vector<std::string> path;
+    std::optional<Formula::Kind> kind;
+    for (const std::string& component : word.path) {
+      if (!component.starts_with('@')) {
+        path.push_back(component);
+        continue;
+      }
+      if (kind) throw QueryMistake{word.position, "one collection operator is expected"};
+      kind = collectionOperator(component);
+      if (!kind) throw QueryMistake{word.position, fmt::format("{} is not supported", component)};
+    }
+    if (KeyPath* key = std::get_if<KeyPath>(&base))
+      key->components.insert(key->components.end(), path.begin(), path.end());
+    else if (!path.empty())
+      base = made({Formula::Kind::member, {std::move(base)}, {}, 0, std::move(path)}, word.position);
+    return kind ? made({*kind, {std::move(base)}, {}, 0, {}}, word.position) : base;
   }
 
   // The value of a constant that is written as a word, else null.
@@ -308,21 +484,28 @@ class Parser {
     }
   }
 
-  Value constant() {
-    Level level(*this);
-    if (token_.kind == Token::Kind::string) return advance().text;
+  Operand constant() {
+    if (token_.kind == Token::Kind::string) return Value(advance().text);
     if (token_.kind == Token::Kind::number) return advance().number;
     if (const Value* value = constantKeyword()) {
       advance();
       return *value;
     }
-    if (!accept("{")) unexpected("a key or a constant");
-    Array elements;
-    if (accept("}")) return elements;
-    do elements.push_back(constant());
-    while (accept(","));
+    if (!isSymbol("{")) unexpected("a key or a constant");
+    return list();
+  }
+
+  Operand list() {
+    Level level(*this);
+    Formula formula{Formula::Kind::list, {}, {}, 0, {}};
+    std::size_t position = advance().position;
+    if (accept("}")) return Value(Array());
+    do {
+      std::size_t at = token_.position;
+      formula.arguments.push_back(operandOf(terms(), at));
+    } while (accept(","));
     expect("}", "\",\" or \"}\"");
-    return elements;
+    return made(std::move(formula), position);
   }
 
   void complete(Comparison& comparison, std::size_t rightPosition) {
@@ -334,14 +517,18 @@ class Parser {
       comparison.op = *turned;
     }
     const Value* right = std::get_if<Value>(&comparison.right);
-    if (comparison.op == Operator::between && (!right || !right->ifArray() || right->ifArray()->size() != 2))
-      throw QueryMistake{rightPosition, "BETWEEN takes a list of two constants"};
+    const auto* made = std::get_if<std::shared_ptr<const Formula>>(&comparison.right);
+    const Formula* list = made && (*made)->kind == Formula::Kind::list ? made->get() : nullptr;
+    bool isPair =
+        right ? right->ifArray() && right->ifArray()->size() == 2 : !list || list->arguments.size() == 2;
+    if (comparison.op == Operator::between && !isPair)
+      throw QueryMistake{rightPosition, "BETWEEN takes a list of two"};
     if (comparison.op == Operator::in && right && !right->ifArray() && !right->ifString())
       throw QueryMistake{rightPosition, "IN takes a list, a string or a key"};
-    if (std::optional<TextPattern::Kind> kind = patternKind(comparison.op)) {
-      if (right && right->ifString())
+    if (std::optional<TextPattern::Kind> kind = patternKind(comparison.op); kind && right) {
+      if (right->ifString())
         comparison.pattern = pattern(*kind, *right->ifString(), comparison.options, rightPosition);
-      else if (comparison.op != Operator::contains || !right)
+      else if (comparison.op != Operator::contains)
         throw QueryMistake{rightPosition, "a string is expected"};
     }
     Value* constants = std::get_if<Value>(&comparison.right);
@@ -372,6 +559,7 @@ class Parser {
   PredicateLexer lexer_;
   Token token_;
   int depth_ = 0;
+  std::size_t operands_ = 0;
   std::map<PatternKey, std::shared_ptr<const TextPattern>> patterns_;
   std::size_t expressions_ = 0;
 };

@@ -2,23 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
-#include <variant>
 
 namespace vornex::server {
 
 namespace {
-
-// Integers beyond 64 signed bits count as doubles, as they do in the database.
-using Number = std::variant<std::int64_t, double>;
-
-std::optional<Number> numberOf(const Value& value) {
-  if (const bool* boolean = value.ifBool()) return std::int64_t{*boolean};
-  if (const std::int64_t* integer = value.ifInteger()) return *integer;
-  if (const std::uint64_t* integer = value.ifUnsigned()) return static_cast<double>(*integer);
-  if (const double* real = value.ifReal()) return *real;
-  return std::nullopt;
-}
 
 std::partial_ordering compareNumbers(std::int64_t a, double b) {
   constexpr double kLimit = 9223372036854775808.0;
@@ -50,6 +37,14 @@ bool precedes(const Value& a, const Value& b) {
 }
 
 }  // namespace
+
+std::optional<Number> numberOf(const Value& value) {
+  if (const bool* boolean = value.ifBool()) return std::int64_t{*boolean};
+  if (const std::int64_t* integer = value.ifInteger()) return *integer;
+  if (const std::uint64_t* integer = value.ifUnsigned()) return static_cast<double>(*integer);
+  if (const double* real = value.ifReal()) return *real;
+  return std::nullopt;
+}
 
 std::partial_ordering compareScalars(const Value& a, const Value& b) {
   std::optional<Number> numberA = numberOf(a);

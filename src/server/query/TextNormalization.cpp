@@ -1,5 +1,6 @@
 #include "server/query/TextNormalization.h"
 
+#include <unicode/locid.h>
 #include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
@@ -42,6 +43,12 @@ std::string composedText(std::string_view text) {
   if (isAsciiText(text)) return std::string(text);
   std::string result;
   normalized(composition(), unicode(text)).toUTF8String(result);
+  return result;
+}
+
+std::string uppercased(std::string_view text) {
+  std::string result;
+  unicode(text).toUpper(icu::Locale::getRoot()).toUTF8String(result);
   return result;
 }
 

@@ -19,6 +19,9 @@ std::string normalizedText(std::string_view text, TextOptions options);
 /// The canonical composition (NFC).
 std::string composedText(std::string_view text);
 
+/// In capitals, whatever the language.
+std::string uppercased(std::string_view text);
+
 /// Whether the part stands anywhere in the text, in time linear in both.
 bool containsText(std::string_view text, std::string_view part);
 

@@ -9,6 +9,7 @@
 #include "server/ServerError.h"
 #include "server/index/HitOrder.h"
 #include "server/index/SegmentSearch.h"
+#include "server/query/OperandValue.h"
 #include "server/query/PredicateEvaluator.h"
 #include "server/query/PredicateParser.h"
 #include "server/store/DocumentReader.h"
