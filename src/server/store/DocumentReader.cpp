@@ -182,6 +182,8 @@ class DocumentCopier {
 
  private:
   static constexpr const char* kNoObject = "an asset is an object";
+  // Two levels more are around it in a page.
+  static constexpr std::size_t kMaximumDepth = 510;
 
   template <typename Event>
   bool forward(Event event) {
@@ -213,7 +215,7 @@ class DocumentCopier {
 
   template <typename Event>
   bool begin(Event event) {
-    ++depth_;
+    if (++depth_ > kMaximumDepth) return refuse("nested too deeply");
     event(builder_);
     if (!skips_) event(writer_);
     return true;
