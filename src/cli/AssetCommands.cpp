@@ -73,12 +73,12 @@ Result<void> run(const SearchCommand& command, Host& host, const Output& output)
   if (!found) return tl::unexpected(found.error());
 
   Table table({{"NAME", Table::Kind::text},
-               {"TYPE"},
-               {"SIZE", Table::Kind::number},
-               {"DATE"},
-               {"PROJECT", Table::Kind::text},
+               {"TYPE", Table::Kind::fixed, 2},
+               {"SIZE", Table::Kind::number, 1},
+               {"DATE", Table::Kind::fixed, 3},
+               {"PROJECT", Table::Kind::text, 4},
                {"ID"},
-               {"THUMBNAIL", Table::Kind::path}});
+               {"THUMBNAIL", Table::Kind::path, 5}});
   for (const AssetPtr& asset : found->result) {
     output.record("asset", facts(*library, *asset));
     table.addRow({fileName(*asset), typeName(asset->type), formatBytes(asset->fileSize),
@@ -113,7 +113,7 @@ Result<void> run(const AssetShowCommand& command, Host& host, const Output& outp
     record.set("longitude", asset->longitude);
   }
   record.set("preview", packageFile(*library, asset->previewPath));
-  Table table({{"FIELD"}, {"VALUE"}});
+  Table table({{"FIELD"}, {"VALUE", Table::Kind::text}});
   for (const auto& [key, value] : record) table.addRow({key, value.isNull() ? "-" : cellText(value)});
 
   record.set("metadata", asset->metaDataDictionary ? Value(*asset->metaDataDictionary) : Value());

@@ -111,7 +111,10 @@ Result<void> run(const LibraryCreateCommand& command, Host& host, const Output& 
 Result<void> run(const LibraryListCommand&, Host& host, const Output& output) {
   auto libraries = host.libraries();
   if (!libraries) return tl::unexpected(libraries.error());
-  Table table({{"NAME", Table::Kind::text}, {"TYPE"}, {"DATABASE"}, {"PATH", Table::Kind::path}});
+  Table table({{"NAME", Table::Kind::text},
+               {"TYPE", Table::Kind::fixed, 1},
+               {"DATABASE", Table::Kind::fixed, 2},
+               {"PATH", Table::Kind::path}});
   for (const LibraryPtr& library : *libraries) {
     output.record("library", libraryFacts(library));
     table.addRow({library->name.value_or(""), typeOf(library), library->dbName.value_or(""),

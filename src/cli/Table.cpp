@@ -1,7 +1,6 @@
 #include "cli/Table.h"
 
 #include <algorithm>
-#include <numeric>
 
 #include "cli/DisplayText.h"
 
@@ -9,7 +8,19 @@ namespace vornex::cli {
 namespace {
 
 constexpr std::size_t kGap = 2;
-constexpr std::size_t kNarrowest = 8;
+// As narrow as a column may become for the sake of others: one that may be left out, and one that may not.
+constexpr std::size_t kUseful = 8;
+constexpr std::size_t kReadable = 24;
+constexpr std::size_t kNarrowest = 3;
+
+std::size_t total(const std::vector<std::optional<std::size_t>>& widths) {
+  std::size_t columns = 0, sum = 0;
+  for (const auto& width : widths) {
+    if (!width) continue;
+    sum += *width + (columns++ > 0 ? kGap : 0);
+  }
+  return sum;
+}
 
 bool isFlexible(Table::Kind kind) {
   return kind == Table::Kind::text || kind == Table::Kind::path;
@@ -31,7 +42,7 @@ void Table::addRow(std::vector<std::string> cells) {
 }
 
 std::vector<std::string> Table::lines(std::size_t width) const {
-  const std::vector<std::size_t> columnWidths = widths(width);
+  const Widths columnWidths = widths(width);
   std::vector<std::string> titles;
   for (const Column& column : columns_) titles.push_back(column.title);
   std::vector<std::string> result{line(titles, columnWidths)};
@@ -39,34 +50,62 @@ std::vector<std::string> Table::lines(std::size_t width) const {
   return result;
 }
 
-std::vector<std::size_t> Table::widths(std::size_t limit) const {
-  std::vector<std::size_t> result;
+Table::Widths Table::naturalWidths() const {
+  Widths result;
   for (std::size_t i = 0; i < columns_.size(); ++i) {
     std::size_t widest = displayWidth(columns_[i].title);
     for (const auto& row : rows_) widest = std::max(widest, displayWidth(row[i]));
-    result.push_back(widest);
-  }
-  if (limit == 0) return result;
-  const std::size_t gaps = kGap * (columns_.size() - 1);
-  const auto total = [&] { return std::accumulate(result.begin(), result.end(), gaps); };
-  while (total() > limit) {
-    std::size_t* widest = nullptr;
-    for (std::size_t i = 0; i < columns_.size(); ++i) {
-      if (isFlexible(columns_[i].kind) && result[i] > kNarrowest && (!widest || result[i] > *widest)) {
-        widest = &result[i];
-      }
-    }
-    if (!widest) break;
-    --*widest;
+    result.emplace_back(widest);
   }
   return result;
 }
 
-std::string Table::line(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) const {
+Table::Widths Table::widths(std::size_t limit) const {
+  Widths shown = naturalWidths();
+  if (limit == 0) return shown;
+  for (;;) {
+    Widths narrowed = shown;
+    narrow(narrowed, limit, false);
+    if (total(narrowed) <= limit) return narrowed;
+    if (leaveOneOut(shown)) continue;
+    narrow(narrowed, limit, true);
+    return narrowed;
+  }
+}
+
+void Table::narrow(Widths& widths, std::size_t limit, bool anyhow) const {
+  while (total(widths) > limit) {
+    std::optional<std::size_t> next;
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+      const std::size_t least = anyhow ? kNarrowest : columns_[i].expendable > 0 ? kUseful : kReadable;
+      if (!isFlexible(columns_[i].kind) || !widths[i] || *widths[i] <= least) continue;
+      const auto soonness = [&](std::size_t column) {
+        return std::pair(columns_[column].expendable, *widths[column]);
+      };
+      if (!next || soonness(i) > soonness(*next)) next = i;
+    }
+    if (!next) return;
+    --*widths[*next];
+  }
+}
+
+bool Table::leaveOneOut(Widths& widths) const {
+  std::size_t most = 0;
+  for (std::size_t i = 0; i < columns_.size(); ++i) {
+    const bool isSooner = !widths[most] || columns_[i].expendable > columns_[most].expendable;
+    if (widths[i] && isSooner) most = i;
+  }
+  if (!widths[most] || columns_[most].expendable == 0) return false;
+  widths[most].reset();
+  return true;
+}
+
+std::string Table::line(const std::vector<std::string>& cells, const Widths& widths) const {
   std::string result;
   for (std::size_t i = 0; i < columns_.size(); ++i) {
-    if (i > 0) result.append(kGap, ' ');
-    result += fitted(cells[i], columns_[i].kind, widths[i]);
+    if (!widths[i]) continue;
+    if (!result.empty()) result.append(kGap, ' ');
+    result += fitted(cells[i], columns_[i].kind, *widths[i]);
   }
   result.erase(result.find_last_not_of(' ') + 1);
   return result;

@@ -1,12 +1,13 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace vornex::cli {
 
-/// A table that fits the width it is printed for: columns marked as flexible give way first, the widest
-/// first.
+/// A table that fits the width it is printed for. Flexible columns are narrowed, the least important first,
+/// as long as they stay readable; then columns that may be missing are left out; then the rest is cut.
 ///
 /// Thread-safety: none.
 class Table {
@@ -23,6 +24,8 @@ class Table {
   struct Column {
     std::string title;
     Kind kind = Kind::fixed;
+    /// How soon the column gives way to others; 0 for one that is never left out.
+    int expendable = 0;
   };
 
   explicit Table(std::vector<Column> columns);
@@ -35,8 +38,14 @@ class Table {
   std::vector<std::string> lines(std::size_t width) const;
 
  private:
-  std::vector<std::size_t> widths(std::size_t limit) const;
-  std::string line(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) const;
+  /// Of the columns; absent for those that are left out.
+  using Widths = std::vector<std::optional<std::size_t>>;
+
+  Widths naturalWidths() const;
+  Widths widths(std::size_t limit) const;
+  void narrow(Widths& widths, std::size_t limit, bool anyhow) const;
+  bool leaveOneOut(Widths& widths) const;
+  std::string line(const std::vector<std::string>& cells, const Widths& widths) const;
 
   std::vector<Column> columns_;
   std::vector<std::vector<std::string>> rows_;

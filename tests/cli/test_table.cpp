@@ -46,6 +46,27 @@ TEST(Table, FitsTheTerminalByGivingWayWhereItMay) {
   EXPECT_EQ(table.lines(34)[1], "写真 one       9 B  …thumbnail.jpg");
 }
 
+TEST(Table, LeavesOutWhatMattersLeastBeforeItCutsWhatMattersMost) {
+  Table table({{"NAME", Table::Kind::text},
+               {"TYPE", Table::Kind::fixed, 2},
+               {"SIZE", Table::Kind::number, 1},
+               {"DATE", Table::Kind::fixed, 3},
+               {"PROJECT", Table::Kind::text, 4},
+               {"ID"},
+               {"THUMBNAIL", Table::Kind::path, 5}});
+  table.addRow({"A rather long name of a file.mov", "document", "1.2 MB", "2026-11-21 22:23",
+                "Winter in the Alps", "0123456789abcdef01234567", "/package/Media/Thumbnail/picture.jpg"});
+  const auto titles = [&](std::size_t width) { return table.lines(width)[0]; };
+  EXPECT_THAT(titles(130), testing::HasSubstr("THUMBNAIL"));
+  EXPECT_THAT(titles(80),
+              testing::AllOf(testing::HasSubstr("SIZE"), testing::Not(testing::HasSubstr("DATE"))));
+  EXPECT_THAT(table.lines(80)[1], testing::StartsWith("A rather long name of a file.mov  "));
+  EXPECT_EQ(table.lines(40)[1], "A rather long…  0123456789abcdef01234567");
+  EXPECT_EQ(table.lines(30)[1], "A r…  0123456789abcdef01234567");
+  for (std::size_t width = 29; width < 160; ++width)
+    for (const std::string& line : table.lines(width)) EXPECT_LE(displayWidth(line), width) << line;
+}
+
 TEST(Format, WritesSizesAndDurations) {
   EXPECT_EQ(formatBytes(999), "999 B");
   EXPECT_EQ(formatBytes(1234), "1.2 kB");
