@@ -162,22 +162,29 @@ void addImportCommand(CLI::App& app, Arguments& arguments) {
                    "Skip what the library holds already, judged by path, size and modification time");
   import->add_flag("--hidden", command->hidden, "Take hidden files and folders too");
   import->callback([command = command, &arguments] {
-    if (command->verify && command->reference && !command->target)
+    if (command->verify && command->reference && !command->target) {
       throw CLI::ValidationError("--verify", "there is no copy to compare; name a --target");
-  arguments.command = *command;
-});
+}
+arguments.command = *command;
 }  // namespace
+);
+}  // namespace vornex::cli
 
 void addSearchCommand(CLI::App& app, Arguments& arguments) {
   const auto [search, command] = addCommand<SearchCommand>(app, arguments, "search", "Find assets");
-  search->add_option("TEXT", command->text, "Words, \"quoted phrases\", AND, OR; nothing finds every asset");
+  search->add_option(
+      "TEXT", command->text,
+      "Words and \"quoted phrases\"; AND or OR between words, but not between two phrases; nothing "
+      "finds every asset");
   const auto more = std::make_shared<std::vector<std::string>>();
   search->add_option("WORDS", *more, "More words, as if they stood in TEXT");
   search->callback([&arguments, command = command, more] {
     for (const std::string& word : *more) command->text += " " + word;
     arguments.command = *command;
   });
-  search->add_option("--type", command->type, "Only assets of this type")
+  search->add_option("--type", command->types, "Only assets of these types, separated by commas")
+      ->delimiter(',')
+      ->allow_extra_args(false)
       ->check(CLI::IsMember({"video", "audio", "image", "document", "extra"}));
   addLibraryOption(search, command->library);
   search->add_option("--page", command->page, "Page of the result, from 0")->check(CLI::NonNegativeNumber);
@@ -241,7 +248,7 @@ void addAssetCommands(CLI::App& app, Arguments& arguments) {
   addAssetArguments(flag, flagging->ids, flagging->library);
 }
 
-}  // namespace vornex::cli
+}  // namespace
 
 std::variant<Arguments, EarlyEnd> parseArguments(int count, const char* const* values) {
   Arguments arguments;

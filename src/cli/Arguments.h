@@ -100,7 +100,7 @@ struct ImportCommand {
 
 struct SearchCommand {
   std::string text;
-  OptionalString type;
+  std::vector<std::string> types;
   OptionalString library;
   std::int64_t page = 0;
   std::int64_t limit = 100;

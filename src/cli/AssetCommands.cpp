@@ -64,7 +64,7 @@ Result<void> run(const SearchCommand& command, Host& host, const Output& output)
   auto library = host.library(command.library);
   if (!library) return tl::unexpected(library.error());
   auto found = search(*library, {.text = command.text,
-                                 .type = command.type,
+                                 .types = command.types,
                                  .page = command.page,
                                  .limit = command.limit,
                                  .sort = command.sort,

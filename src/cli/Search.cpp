@@ -35,7 +35,9 @@ void configure(const SearchQuestion& question) {
   auto& manager = TQSearchManager::sharedManager();
   for (const AssetType type :
        {kAssetTypeVideo, kAssetTypeAudio, kAssetTypeImage, kAssetTypeDocument, kAssetTypeExtra}) {
-    manager.setSearchAssetTypeKey(typeName(type), !question.type || *question.type == typeName(type));
+    const auto& types = question.types;
+    const bool asked = std::find(types.begin(), types.end(), typeName(type)) != types.end();
+    manager.setSearchAssetTypeKey(typeName(type), types.empty() || asked);
   }
   manager.setSortField(question.sort);
   manager.setAscending(!question.descending);
@@ -89,7 +91,7 @@ Result<AssetCounts> countAssets(const LibraryPtr& library) {
   AssetCounts counts;
   for (const AssetType type :
        {kAssetTypeVideo, kAssetTypeAudio, kAssetTypeImage, kAssetTypeDocument, kAssetTypeExtra}) {
-    auto found = search(library, {.type = typeName(type), .limit = 1});
+    auto found = search(library, {.types = {typeName(type)}, .limit = 1});
     if (!found) return tl::unexpected(found.error());
     counts.byType.emplace_back(typeName(type), found->totalCount);
     counts.total += found->totalCount;

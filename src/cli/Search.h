@@ -15,8 +15,8 @@ namespace vornex::cli {
 /// What a search asks for, as typed.
 struct SearchQuestion {
   std::string text = {};
-  /// Absent: all types.
-  OptionalString type = {};
+  /// None: all types.
+  std::vector<std::string> types = {};
   std::int64_t page = 0;
   std::int64_t limit = 100;
   OptionalString sort = {};

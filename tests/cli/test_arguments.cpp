@@ -45,7 +45,10 @@ TEST(Arguments, KeepsTheSearchTextAsTyped) {
   EXPECT_EQ(std::get<SearchCommand>(parsed({"search"}).command).text, "");
   EXPECT_EQ(std::get<SearchCommand>(parsed({"search", "\"red car\" OR [1]"}).command).text,
             "\"red car\" OR [1]");
-  EXPECT_EQ(std::get<SearchCommand>(parsed({"search", "--type", "video", "--", "-x"}).command).text, "-x");
+  auto ofTypes = std::get<SearchCommand>(
+      parsed({"search", "--type", "video,audio", "--type", "image", "--", "-x"}).command);
+  EXPECT_EQ(ofTypes.text, "-x");
+  EXPECT_THAT(ofTypes.types, testing::ElementsAre("video", "audio", "image"));
   EXPECT_EQ(std::get<SearchCommand>(parsed({"search", "[1]", "red", "--trash", "car"}).command).text,
             "[1] red car");
 }
