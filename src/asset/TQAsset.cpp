@@ -199,7 +199,8 @@ void TQAsset::setOwnerKeys(Dictionary& form) const {
     setBelow("livesubfolder", liveSubFolder, "livefolder");
   } else {
     set("project", project, isKnown(project));
-    set("group", group, isKnown(project) || group);
+    const bool leftItsGroup = !group && project && project->groupWithID(notedText("group"));
+    if (!leftItsGroup) setBelow("group", group, "project");
   }
 }
 

@@ -147,6 +147,14 @@ TEST_F(Assets, WriteTheOwnersThatTheyHave) {
   EXPECT_THAT(owners(placed), ElementsAre("P", "", "", "", "", "", ""));
   placed->linkToUndefinedOwner(library_);
   EXPECT_THAT(owners(placed), ElementsAre("old project", "old group", "", "", "", "", ""));
+  // A group that is not known here stays; one that is known was left.
+  placed->project = TQProject::projectWithID("old project", "p", "db", kProjectTypeProject);
+  EXPECT_THAT(owners(placed), ElementsAre("old project", "old group", "", "", "", "", ""));
+  ProjectPtr group = TQProject::projectWithID("old group", "g", "db", kProjectTypeGroup);
+  placed->project->childGroups = {group};
+  EXPECT_THAT(owners(placed), ElementsAre("old project", "", "", "", "", "", ""));
+  placed->group = group;
+  EXPECT_THAT(owners(placed), ElementsAre("old project", "old group", "", "", "", "", ""));
 
   AssetPtr live = read("2");
   live->isLiveFolder = true;
