@@ -267,9 +267,9 @@ class TQLibrary : public Archivable, public std::enable_shared_from_this<TQLibra
 
   /// "http://address:port/vornex/libraries/dbName" followed by the path.
   OptionalString serverURL(const std::string& path) const;
-  /// Makes the change and saves it.
   /// Brings "library.plist" to what the saved list says of this library; its other keys stay.
   bool writeListedRow() const;
+  /// Makes the change and saves it.
   bool saveFieldChange(const char* operation, bool sorts, const std::function<void()>& change);
   /// By which the list is sorted: the type, then the name.
   std::pair<std::int64_t, OptionalString> listOrder() const;

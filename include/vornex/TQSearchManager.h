@@ -53,8 +53,9 @@ class TQSearchManager {
   // Search strings (TQSearchManagerParsing.cpp)
 
   /// Splits a search string into cleaned terms and says how they are joined. Phrases in double quotes stay
-  /// whole; AND, OR and | between blanks are operators. Errors: 10013 not readable, 10014 an odd number of
-  /// quotes, 10015 AND and OR mixed. An absent or empty string gives no terms, joined by OR.
+  /// whole; AND, OR and | between blanks are operators. Errors: 10013 not readable, or several terms joined
+  /// by OR after the last phrase; 10014 an odd number of quotes; 10015 AND and OR mixed. An absent or empty
+  /// string gives no terms, joined by OR.
   void parseSearchString(const OptionalString& string, const ParseCompletion& completion) const;
   /// The steps of parseSearchString: a string with quotes, and one without.
   void matchDoubleQuotSearchStringsFromString(const std::string& string,

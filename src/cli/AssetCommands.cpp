@@ -17,7 +17,9 @@
 namespace vornex::cli {
 namespace {
 
-std::string placeOf(const TQAsset& asset) {
+/// Absent for an asset in no project, or in one that the library does not know.
+OptionalString placeOf(const LibraryPtr& library, const TQAsset& asset) {
+  if (!asset.project || !library->projectWithID(asset.project->id.value_or(""))) return std::nullopt;
   return projectPath(asset.group ? asset.group : asset.project);
 }
 
@@ -40,7 +42,7 @@ Dictionary facts(const LibraryPtr& library, const TQAsset& asset) {
           {"modified", isoDate(asset.modifyDate)},
           {"imported", isoDate(asset.importDate)},
           {"library", library->name},
-          {"project", placeOf(asset)},
+          {"project", placeOf(library, asset)},
           {"tags", tags},
           {"reference", asset.importType == 0},
           {"source", asset.importFromPath},
@@ -82,8 +84,8 @@ Result<void> run(const SearchCommand& command, Host& host, const Output& output)
   for (const AssetPtr& asset : found->result) {
     output.record("asset", facts(*library, *asset));
     table.addRow({fileName(*asset), typeName(asset->type), formatBytes(asset->fileSize),
-                  formatDate(asset->modifyDate), placeOf(*asset), asset->id.value_or(""),
-                  packageFile(*library, asset->thumbnailPath).value_or("-")});
+                  formatDate(asset->modifyDate), placeOf(*library, *asset).value_or("-"),
+                  asset->id.value_or(""), packageFile(*library, asset->thumbnailPath).value_or("-")});
   }
   output.record("page", {{"page", found->pageIndex},
                          {"limit", found->pageLimit},
