@@ -42,6 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const server::SegmentPtr kSegment = segmentOf(kDocuments);
   auto predicate = server::parsePredicate(std::string_view(reinterpret_cast<const char*>(data), size));
   if (!predicate) return 0;
+  server::arrangeByCost(*predicate);
   server::DocumentSet all(kSegment->size(), true);
   server::TimeLimit limit;
   server::SegmentAnswer answer = server::searchSegment(*kSegment, all, *predicate, limit);
