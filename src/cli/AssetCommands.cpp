@@ -50,6 +50,13 @@ Dictionary facts(const LibraryPtr& library, const TQAsset& asset) {
           {"thumbnail", packageFile(library, asset.thumbnailPath)}};
 }
 
+/// What is known of its pictures and sound; empty when nothing is.
+Dictionary mediaFacts(const TQAsset& asset) {
+  const Value* facts = asset.metaDataDictionary ? asset.metaDataDictionary->find("mediainfo") : nullptr;
+  const Dictionary* known = facts ? facts->ifDictionary() : nullptr;
+  return known ? *known : Dictionary();
+}
+
 std::string fileName(const TQAsset& asset) {
   const std::string extension = asset.fileExtension.value_or("");
   return asset.name().value_or("") + (extension.empty() ? "" : "." + extension);
@@ -117,6 +124,7 @@ Result<void> run(const AssetShowCommand& command, Host& host, const Output& outp
   record.set("preview", packageFile(*library, asset->previewPath));
   Table table({{"FIELD"}, {"VALUE", Table::Kind::text}});
   for (const auto& [key, value] : record) table.addRow({key, value.isNull() ? "-" : cellText(value)});
+  for (const auto& [key, value] : mediaFacts(*asset)) table.addRow({key, cellText(value)});
 
   record.set("metadata", asset->metaDataDictionary ? Value(*asset->metaDataDictionary) : Value());
   output.record("asset", record);
