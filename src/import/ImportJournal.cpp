@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <vornex/Log.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include "foundation/Files.h"
 #include "foundation/Json.h"
 #include "foundation/Text.h"
+#include "platform/OpenFolders.h"
 
 namespace vornex {
 
@@ -28,10 +30,11 @@ static Dictionary entryDictionary(const ImportJournalEntry& entry) {
           {"targetpath", percentEncoded(entry.targetPath, kPathCharacters)}};
 }
 
-/// Whether a path read from a journal stays within the media folders: files are removed by what it says.
+/// Whether a path read from a journal names something in a media folder: files are removed by what it says.
 static bool isMediaPath(const std::string& path) {
-  return (path + "/").find("/../") == std::string::npos &&
-         appendPathComponent("/", path).starts_with("/Media/");
+  std::vector<std::string> components = pathComponents(path);
+  return components.size() > 2 && components.front() == "Media" &&
+         std::all_of(components.begin(), components.end(), isPlainName);
 }
 
 static std::optional<ImportJournalEntry> entryFrom(const Value& value) {
@@ -174,7 +177,8 @@ std::vector<FoundJournal> FoundJournal::inFolder(const std::string& folder) {
     FoundJournal journal;
     journal.path_ = item->path().string();
     if (pathExtension(journal.path_) != kExtension) continue;
-    journal.file_ = FileDescriptor(::open(journal.path_.c_str(), O_RDONLY | O_CLOEXEC));
+    journal.file_ =
+        FileDescriptor(::open(journal.path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!journal.file_) continue;
     // Where locks are not supported nobody can tell: such a journal is left alone.
     journal.running_ = ::flock(journal.file_.get(), LOCK_EX | LOCK_NB) != 0;

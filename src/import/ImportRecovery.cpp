@@ -9,7 +9,7 @@
 #include <vornex/TQUser.h>
 #include <vornex/TQVornexUtil.h>
 
-#include <filesystem>
+#include <cerrno>
 #include <set>
 
 #include "core/Coercion.h"
@@ -20,6 +20,7 @@
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
 #include "platform/FileCopy.h"
+#include "platform/OpenFolders.h"
 
 namespace vornex {
 
@@ -35,7 +36,12 @@ ImportRecovery::ImportRecovery(LibraryPtr library, OptionalString searchURL)
     : library_(std::move(library)), searchURL_(std::move(searchURL)) {}
 
 TQErrorPtr ImportRecovery::run() {
-  std::vector<FoundJournal> journals = FoundJournal::inFolder(importJournalFolder(*library_->packageFolder));
+  std::vector<std::string> folder = pathComponents(importJournalFolder(""));
+  Result<FolderEntry> journalFolder = findEntry(*library_->packageFolder, folder);
+  FileDescriptor opened =
+      journalFolder ? openFolderIn(journalFolder->folder.get(), journalFolder->name) : FileDescriptor();
+  if (!opened) return nullptr;
+  std::vector<FoundJournal> journals = FoundJournal::inFolder(pathThrough(opened, ""));
   std::set<std::string> inUse;
   for (const FoundJournal& journal : journals)
     if (journal.isRunning())
@@ -43,28 +49,38 @@ TQErrorPtr ImportRecovery::run() {
 
   for (FoundJournal& journal : journals) {
     if (journal.isRunning()) continue;
+    bool areSettled = !journal.mayGetRecords();
     for (const ImportJournalEntry& entry : journal.pending()) {
       if (inUse.contains(entry.masterPath)) continue;
-      if (TQErrorPtr failure = settle(entry)) return failure;
+      tl::expected<bool, TQErrorPtr> isSettled = settle(entry);
+      if (!isSettled) return isSettled.error();
+      areSettled = areSettled && *isSettled;
     }
-    if (!journal.mayGetRecords()) journal.remove();
+    if (areSettled) journal.remove();
   }
   return nullptr;
 }
 
-TQErrorPtr ImportRecovery::settle(const ImportJournalEntry& entry) const {
+tl::expected<bool, TQErrorPtr> ImportRecovery::settle(const ImportJournalEntry& entry) const {
+  Result<FolderEntry> master = item(entry.masterPath);
+  bool isReachable = master || master.error().code == ENOENT;
+  if (!isReachable) {
+    logLine(LogLevel::warning, "recoverInterruptedImports: " + master.error().message);
+    // What lies behind a link is not the package's.
+    return master.error().code == ENOTDIR;
+  }
   TQErrorPtr error;
   std::optional<Array> found = records(entry.masterPath, &error);
-  if (!found) return error;
+  if (!found) return tl::unexpected(error);
   logLine(LogLevel::info, "recoverInterruptedImports: " + entry.masterPath);
   removeUnfinished(entry);
-  if (found->empty()) {
-    removeFiles(entry);
-    return nullptr;
+  if (found->empty()) return removeFiles(entry);
+  if (!master || !itemExists(master->path())) {
+    if ((error = deleteRecords(*found))) return tl::unexpected(error);
+    return true;
   }
-  if (!itemExists(inPackage(entry.masterPath))) return deleteRecords(*found);
   makeMissingPictures(entry, found->front());
-  return nullptr;
+  return true;
 }
 
 /// A text constant of a predicate.
@@ -99,54 +115,59 @@ TQErrorPtr ImportRecovery::deleteRecords(const Array& records) const {
   return nullptr;
 }
 
+// The programs that make pictures are told by plain paths; the walk has found no link on them.
 void ImportRecovery::makeMissingPictures(const ImportJournalEntry& entry, const Value& record) const {
   if (!record.ifDictionary()) return;
   std::string source = inPackage(entry.masterPath);
   std::int64_t importType = coerce::integer(record.find("importtype"));
   if (importType == 0) source = TQBookmarkUtil::resolvingAliasFileWithPath(source).value_or(source);
-  const std::string thumbnail = inPackage(entry.thumbnailPath);
-  if (!itemExists(thumbnail)) writeThumbnail(source, thumbnail);
+  const std::string thumbnail = inPackage(entry.thumbnailPath), preview = inPackage(entry.previewPath);
+  if (item(entry.thumbnailPath) && !itemExists(thumbnail)) writeThumbnail(source, thumbnail);
 
-  bool mayHavePreview = coerce::integer(record.find("type")) == kAssetTypeImage && !entry.previewPath.empty();
-  if (!mayHavePreview || itemExists(inPackage(entry.previewPath))) return;
+  bool mayHavePreview = coerce::integer(record.find("type")) == kAssetTypeImage;
+  if (!mayHavePreview || !item(entry.previewPath) || itemExists(preview)) return;
   if (!needsPreview(*record.ifDictionary(), importType)) return;
-  if (ImagePtr image = previewOfFile(source)) image->saveJPEGWithPath(inPackage(entry.previewPath));
+  if (ImagePtr image = previewOfFile(source)) image->saveJPEGWithPath(preview);
 }
 
-void ImportRecovery::removeFiles(const ImportJournalEntry& entry) const {
-  for (const std::string& path : {entry.previewPath, entry.masterPath, entry.thumbnailPath}) {
-    std::error_code failed;
-    if (!path.empty()) std::filesystem::remove_all(inPackage(path), failed);
-    if (failed) logLine(LogLevel::warning, "recoverInterruptedImports: " + path + ": " + failed.message());
-  }
+bool ImportRecovery::removeFiles(const ImportJournalEntry& entry) const {
+  bool isGone = true;
+  auto note = [&](const Result<void>& removed) {
+    if (removed) return;
+    isGone = false;
+    logLine(LogLevel::warning, "recoverInterruptedImports: " + removed.error().message);
+  };
+  for (const std::string& path : {entry.previewPath, entry.masterPath, entry.thumbnailPath})
+    if (Result<FolderEntry> found = item(path)) note(removeTree(found->folder.get(), found->name));
   bool isOwnCopy = !entry.targetIdentity.empty() && fileIdentity(entry.targetPath) == entry.targetIdentity;
-  std::error_code ignored;
-  if (isOwnCopy) std::filesystem::remove_all(entry.targetPath, ignored);
+  if (isOwnCopy) note(removeTree(entry.targetPath));
+  return isGone;
 }
 
 void ImportRecovery::removeUnfinished(const ImportJournalEntry& entry) const {
-  std::set<std::string> folders;
   for (const std::string& path : {entry.masterPath, entry.thumbnailPath, entry.previewPath})
-    if (!path.empty()) folders.insert(deletingLastPathComponent(inPackage(path)));
-  if (!entry.targetPath.empty()) folders.insert(deletingLastPathComponent(entry.targetPath));
-
-  for (const std::string& folder : folders) {
-    FileDescriptor claim(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // A batch under way holds its folders: what is unfinished there is its own.
-    if (!claim || ::flock(claim.get(), LOCK_EX | LOCK_NB) != 0) continue;
-    std::error_code failed;
-    std::vector<std::filesystem::path> unfinished;
-    for (std::filesystem::directory_iterator item(folder, failed), end; !failed && item != end;
-         item.increment(failed)) {
-      std::string name = item->path().filename().string();
-      if (isUnfinishedCopy(name) || isUnfinishedWrite(name)) unfinished.push_back(item->path());
-    }
-    for (const std::filesystem::path& path : unfinished) std::filesystem::remove_all(path, failed);
-  }
+    if (Result<FolderEntry> found = item(path)) removeUnfinishedIn(found->folder.get());
+  if (entry.targetPath.empty()) return;
+  removeUnfinishedIn(FileDescriptor(::open(deletingLastPathComponent(entry.targetPath).c_str(),
+                                           O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+                         .get());
 }
 
-std::string ImportRecovery::inPackage(const std::string& relative) const {
-  return appendPathComponent(*library_->packageFolder, relative);
+void ImportRecovery::removeUnfinishedIn(int folder) const {
+  // A batch under way holds its folders: what is unfinished there is its own.
+  if (::flock(folder, LOCK_EX | LOCK_NB) != 0) return;
+  auto names = namesInFolder(folder, "a folder of an import");
+  if (!names) return;
+  for (const std::string& name : *names)
+    if (isUnfinishedCopy(name) || isUnfinishedWrite(name)) static_cast<void>(removeTree(folder, name));
+}
+
+std::string ImportRecovery::inPackage(const std::string& mediaPath) const {
+  return appendPathComponent(*library_->packageFolder, mediaPath);
+}
+
+Result<FolderEntry> ImportRecovery::item(const std::string& mediaPath) const {
+  return findEntry(*library_->packageFolder, pathComponents(mediaPath));
 }
 
 }  // namespace vornex

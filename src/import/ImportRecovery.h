@@ -5,11 +5,13 @@
 #include <string>
 
 #include "import/ImportJournal.h"
+#include "platform/OpenFolders.h"
 
 namespace vornex {
 
 /// Settles what the journals of killed imports tell. A record is deleted only when its file is gone, and
-/// files are removed only when the server knows no record of them.
+/// files are removed only when the server knows no record of them. A package may come from anywhere: nothing
+/// in it is reached through a link.
 ///
 /// Thread-safety: none; one owner. run() blocks for the server's answers and for missing thumbnails.
 class ImportRecovery {
@@ -17,18 +19,24 @@ class ImportRecovery {
   /// The URL of the library's asset search.
   ImportRecovery(LibraryPtr library, OptionalString searchURL);
 
-  /// Null when nothing is left to do. Otherwise the journal that failed, and the ones after it, stay.
+  /// The server's refusal, and then the journal that failed and the ones after it stay. A journal with
+  /// something that cannot be settled yet stays too.
   TQErrorPtr run();
 
  private:
-  TQErrorPtr settle(const ImportJournalEntry& entry) const;
+  /// Whether nothing is left to do for the entry; else the request's error.
+  tl::expected<bool, TQErrorPtr> settle(const ImportJournalEntry& entry) const;
   /// The records with the master path; absent with the error of the request.
   std::optional<Array> records(const std::string& masterPath, TQErrorPtr* error) const;
   TQErrorPtr deleteRecords(const Array& records) const;
   void makeMissingPictures(const ImportJournalEntry& entry, const Value& record) const;
-  void removeFiles(const ImportJournalEntry& entry) const;
+  /// Whether they are gone.
+  bool removeFiles(const ImportJournalEntry& entry) const;
   void removeUnfinished(const ImportJournalEntry& entry) const;
-  std::string inPackage(const std::string& relative) const;
+  void removeUnfinishedIn(int folder) const;
+  std::string inPackage(const std::string& mediaPath) const;
+  /// ENOTDIR when a link leads to it.
+  Result<FolderEntry> item(const std::string& mediaPath) const;
 
   const LibraryPtr library_;
   const OptionalString searchURL_;

@@ -1,6 +1,5 @@
 #include "platform/FileCopy.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <stdio.h>
@@ -17,6 +16,7 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
+#include "platform/OpenFolders.h"
 
 namespace vornex {
 
@@ -31,40 +31,6 @@ constexpr mode_t kPermissions = 0777;
 
 using Clock = std::chrono::steady_clock;
 using Done = Result<void>;
-
-/// The names in an open folder, "." and ".." left out.
-Result<std::vector<std::string>> entryNames(int folder, const std::string& path) {
-  int duplicate = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  DIR* listing = duplicate >= 0 ? fdopendir(duplicate) : nullptr;
-  if (!listing) {
-    int reason = errno;
-    if (duplicate >= 0) close(duplicate);
-    return posixFailure(reason, "cannot list " + path);
-  }
-  std::vector<std::string> names;
-  errno = 0;
-  while (const dirent* entry = readdir(listing)) {
-    std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
-  }
-  int reason = errno;
-  closedir(listing);
-  if (reason != 0) return posixFailure(reason, "cannot list " + path);
-  return names;
-}
-
-/// Removes an item and all below it; what cannot be removed stays.
-void removeTree(int folder, const std::string& name) {
-  if (unlinkat(folder, name.c_str(), 0) == 0 || (errno != EISDIR && errno != EPERM)) return;
-  FileDescriptor inside(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (inside) {
-    fchmod(inside.get(), S_IRWXU);
-    if (auto names = entryNames(inside.get(), name)) {
-      for (const std::string& entry : *names) removeTree(inside.get(), entry);
-    }
-  }
-  unlinkat(folder, name.c_str(), AT_REMOVEDIR);
-}
 
 /// An item that is removed at the end of the scope unless it is kept.
 struct Provisional {
@@ -194,7 +160,7 @@ class Copier {
     if (depth > kMaxDepth) return posixFailure(ELOOP, path + " is nested too deeply");
     FileDescriptor inside(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!inside) return posixFailure(errno, "cannot open " + path);
-    auto names = entryNames(inside.get(), path);
+    auto names = namesInFolder(inside.get(), path);
     if (!names) return tl::unexpected(names.error());
     for (const std::string& entry : *names) {
       auto below =
@@ -271,7 +237,7 @@ class Copier {
     if (mkdirat(to, newName.c_str(), S_IRWXU) != 0) return posixFailure(errno, "cannot copy " + path);
     FileDescriptor target(openat(to, newName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!target) return posixFailure(errno, "cannot copy " + path);
-    auto names = entryNames(source, path);
+    auto names = namesInFolder(source, path);
     if (!names) return tl::unexpected(names.error());
     for (const std::string& name : *names) {
       auto copied = copy(source, name, target.get(), name, appendPathComponent(path, name), false);
@@ -453,7 +419,7 @@ class Digester {
 
   /// No deeper than what was copied.
   Done addFolder(int folder, const std::string& path) {
-    auto names = entryNames(folder, path);
+    auto names = namesInFolder(folder, path);
     if (!names) return tl::unexpected(names.error());
     std::sort(names->begin(), names->end());
     for (const std::string& name : *names) {
@@ -486,7 +452,7 @@ void forgetCached(int folder, const std::string& name) {
   if (!item) return;
   posix_fadvise(item.get(), 0, 0, POSIX_FADV_DONTNEED);
   // Plain files have no entries.
-  if (auto names = entryNames(item.get(), name)) {
+  if (auto names = namesInFolder(item.get(), name)) {
     for (const std::string& entry : *names) forgetCached(item.get(), entry);
   }
 }

@@ -78,11 +78,18 @@ TEST_F(ImportRecoveryTest, LeavesRunningImportsAndForeignPathsAlone) {
   ImportJournal running(journals);
   ASSERT_TRUE(running.begin(entry("running.jpg")));
   writeText(package() + "/Media/Master/running.jpg", "coming");
-  writeText(folder_ / "outside.jpg", "mine");
-  leaveJournal({entry("../../../outside.jpg"), entry("running.jpg")});
+  // Also by a link that a package from elsewhere brings along.
+  std::filesystem::create_directories(folder_ / "outside/folder");
+  writeText(folder_ / "outside/folder/mine.jpg", "mine");
+  std::filesystem::create_symlink(folder_ / "outside", package() + "/Media/Master/link");
+  leaveJournal({entry("../../../outside/folder"),
+                entry("link/folder"),
+                entry("link/folder/mine.jpg"),
+                entry("running.jpg"),
+                {"/Media/Master/", "/Media/Thumbnail", "", ""}});
   EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
   EXPECT_TRUE(fileExists(package() + "/Media/Master/running.jpg"));
-  EXPECT_TRUE(fileExists(folder_ / "outside.jpg"));
+  EXPECT_TRUE(fileExists(folder_ / "outside/folder/mine.jpg"));
   EXPECT_TRUE(running.isPending("/Media/Master/running.jpg"));
 }
 
@@ -127,9 +134,9 @@ TEST(ImportJournal, ReadsWhatIsWholeAndNotEnded) {
 
   // A line that a full disk broke off, and the ones after it.
   EXPECT_THAT(pendingEntries("\n{\"begin\": {\"masterpath\": \"/Media/Mas\n"
-                             "{\"begin\":{\"masterpath\":\"/Media/M\",\"thumbnailpath\":\"/Media/T\"}}\n"
+                             "{\"begin\":{\"masterpath\":\"/Media/M/a\",\"thumbnailpath\":\"/Media/T/a\"}}\n"
                              "{\"end\": \"/Media/X\"}\n[1]\nnull\n{\"end\":"),
-              ElementsAre(ImportJournalEntry{"/Media/M", "/Media/T", "", ""}));
+              ElementsAre(ImportJournalEntry{"/Media/M/a", "/Media/T/a", "", ""}));
 }
 
 TEST(FileNames, StayWithinWhatAFileNameHolds) {

@@ -1,20 +1,18 @@
 #include "server/http/MediaFiles.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <memory>
 #include <optional>
 
 #include "core/StorageLayout.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "platform/AliasFile.h"
+#include "platform/OpenFolders.h"
 #include "server/ServerError.h"
 
 namespace vornex::server {
@@ -36,34 +34,14 @@ tl::unexpected<Error> notFound() {
   return serverFailure(StatusCode::itemNotFound, "There is no such file.");
 }
 
-bool isPlainName(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-         name.find('\0') == std::string::npos;
-}
-
-/// The only place where a path is followed: each step opens one real folder in the one before it.
-FileDescriptor openFolderIn(const FileDescriptor& folder, const std::string& name) {
-  return FileDescriptor(
-      ::openat(folder.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
 /// An entry of the folder whose name differs at most in case.
 std::optional<std::string> nameIgnoringCase(const FileDescriptor& folder, const std::string& name) {
-  FileDescriptor listed(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!listed) return {};
-  std::unique_ptr<DIR, int (*)(DIR*)> entries(::fdopendir(listed.get()), ::closedir);
-  if (!entries) return {};
-  (void)listed.release();  // closed with the listing
+  auto names = namesInFolder(folder.get(), name);
+  if (!names) return {};
   std::string wanted = foldedText(name);
-  while (const dirent* entry = ::readdir(entries.get())) {
-    if (isPlainName(entry->d_name) && foldedText(entry->d_name) == wanted) return entry->d_name;
-  }
+  for (const std::string& entry : *names)
+    if (isPlainName(entry) && foldedText(entry) == wanted) return entry;
   return {};
-}
-
-/// Through the open folder, so that nothing that was moved meanwhile is followed.
-std::string pathThrough(const FileDescriptor& folder, const std::string& name) {
-  return fmt::format("/proc/self/fd/{}/{}", folder.get(), name);
 }
 
 enum class Spelling { exact, anyCase };
@@ -82,11 +60,11 @@ Result<MediaEntry> walk(const std::string& packageFolder, MediaKind kind,
   std::string mediaPath;
   for (std::size_t i = 0; i + 1 < components.size(); ++i) {
     std::string name = components[i];
-    FileDescriptor next = openFolderIn(folder, name);
+    FileDescriptor next = openFolderIn(folder.get(), name);
     if (!next && errno == ENOENT && spelling == Spelling::anyCase) {
       if (auto other = nameIgnoringCase(folder, name)) {
         name = *other;
-        next = openFolderIn(folder, name);
+        next = openFolderIn(folder.get(), name);
       }
     }
     if (!next) return notFound();
@@ -101,16 +79,6 @@ Result<MediaEntry> walk(const std::string& packageFolder, MediaKind kind,
   std::string recordPath = appendPathComponent(root.substr(packageFolder.size()), mediaPath);
   return MediaEntry{std::move(folder), components.back(), std::move(recordPath), std::move(mediaPath),
                     isLink};
-}
-
-std::vector<std::string> componentsOf(std::string_view path) {
-  std::vector<std::string> components;
-  while (!path.empty()) {
-    std::size_t slash = path.find('/');
-    if (slash != 0) components.emplace_back(path.substr(0, slash));
-    path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
-  }
-  return components;
 }
 
 }  // namespace
@@ -142,8 +110,8 @@ Result<OpenMedia> openMedia(const MediaEntry& entry, bool followLink) {
 
 Result<MediaEntry> findRecorded(const std::string& packageFolder, MediaKind kind,
                                 const std::string& recordPath) {
-  std::vector<std::string> components = componentsOf(recordPath);
-  std::vector<std::string> prefix = componentsOf(mediaFolderOf("", kind));
+  std::vector<std::string> components = pathComponents(recordPath);
+  std::vector<std::string> prefix = pathComponents(mediaFolderOf("", kind));
   if (components.size() <= prefix.size() || !std::equal(prefix.begin(), prefix.end(), components.begin()) ||
       !std::all_of(components.begin(), components.end(), isPlainName)) {
     return serverFailure(StatusCode::invalidRequest, "The path leads out of the library's media folder.");
@@ -162,12 +130,9 @@ Result<void> removeMedia(const std::string& packageFolder, MediaKind kind, const
   if (errno != EISDIR) return posixFailure(errno, "Cannot remove " + recordPath);
   // Only a master may be a folder, and only below the folders that imports make: year, month, day and time.
   constexpr std::size_t kImportFolders = 4;
-  if (kind != MediaKind::master || componentsOf(entry->mediaPath).size() <= kImportFolders)
+  if (kind != MediaKind::master || pathComponents(entry->mediaPath).size() <= kImportFolders)
     return serverFailure(StatusCode::invalidRequest, recordPath + " is a folder of the library itself.");
-  std::error_code error;
-  std::filesystem::remove_all(pathThrough(entry->folder, entry->name), error);
-  if (error) return posixFailure(error.value(), "Cannot remove " + recordPath);
-  return {};
+  return removeTree(entry->folder.get(), entry->name);
 }
 
 }  // namespace vornex::server
