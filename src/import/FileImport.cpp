@@ -23,6 +23,7 @@
 #include "import/PackagePath.h"
 #include "import/SourceKeys.h"
 #include "import/Thumbnail.h"
+#include "platform/OpenFolders.h"
 
 namespace vornex {
 
@@ -344,11 +345,16 @@ bool FileImport::mayChooseAnotherTarget(const TQErrorPtr& error) {
   return isTaken && isReference() && !cancelled_ && ++targetsChosen_ < kMostTargets;
 }
 
-void FileImport::removeTarget() {
-  if (placedTarget_.empty()) return;
-  std::error_code failed;
-  std::filesystem::remove_all(placedTarget_, failed);
-  if (failed) logLine(LogLevel::warning, "createAsset: " + placedTarget_ + ": " + failed.message());
+bool FileImport::removeFiles() {
+  bool isGone = true;
+  if (placedFiles_) {
+    request_.project->deleteFileAsset(asset_);
+    isGone = !itemExists(*masterFull_);
+  }
+  if (placedTarget_.empty()) return isGone;
+  Result<void> removed = removeTree(placedTarget_);
+  if (!removed) logLine(LogLevel::warning, "createAsset: " + removed.error().message);
+  return isGone && removed;
 }
 
 void FileImport::linkToTarget() {

@@ -49,10 +49,8 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   /// Ends the file with ECANCELED before its next step; a running copy is stopped.
   void cancel();
 
-  /// Whether what is at the asset's paths in the package was put there by this import.
-  bool placedFiles() const { return placedFiles_; }
-  /// Removes the copy outside the package, if this import has made one.
-  void removeTarget();
+  /// Removes what this import has placed, in the package and outside. Whether it is gone.
+  bool removeFiles();
   /// Whether the server may hold a record of which no identifier has arrived.
   bool mayHaveLostRecord() const { return mayHaveLostRecord_; }
 
@@ -120,6 +118,7 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
 
   std::atomic<bool> cancelled_ = false;
   std::atomic<bool> ended_ = false;
+  /// Whether what is at the asset's paths in the package was put there by this import.
   std::atomic<bool> placedFiles_ = false;
   std::atomic<bool> mayHaveLostRecord_ = false;
   std::atomic<TQCopyInterface::JobID> copyJob_ = 0;

@@ -162,10 +162,9 @@ void ImportBatch::makePreview(const AssetPtr& asset) {
 void ImportBatch::takeBack(const AssetPtr& asset, bool ended) {
   if (!asset) return;
   bool isRecordGone = library_->deleteAsset(asset, false, nullptr) && !file_->mayHaveLostRecord();
-  if (file_->placedFiles()) project_->deleteFileAsset(asset);
-  file_->removeTarget();
-  // What the server could not be told stays in the journal for recovery.
-  if (ended && isRecordGone && asset->masterPath) journal_->end(*asset->masterPath);
+  bool areFilesGone = file_->removeFiles();
+  // What the server could not be told, and what could not be removed, stays in the journal for recovery.
+  if (ended && isRecordGone && areFilesGone && asset->masterPath) journal_->end(*asset->masterPath);
 }
 
 }  // namespace vornex

@@ -31,6 +31,7 @@
 #include "import/Thumbnail.h"
 #include "platform/AliasFile.h"
 #include "platform/ContainedMedia.h"
+#include "platform/OpenFolders.h"
 
 namespace vornex {
 
@@ -218,11 +219,8 @@ void TQProject::cancelFile() {
 void TQProject::deleteFileAsset(const AssetPtr& asset) {
   LibraryPtr owner = library.lock();
   if (!asset || !asset->masterPath || !asset->thumbnailPath || !owner || !owner->packageFolder) return;
-  for (const OptionalString& path : {asset->previewPath, asset->masterPath, asset->thumbnailPath}) {
-    std::error_code ignored;
-    if (path && !path->empty())
-      std::filesystem::remove_all(appendPathComponent(*owner->packageFolder, *path), ignored);
-  }
+  for (const OptionalString& path : {asset->previewPath, asset->masterPath, asset->thumbnailPath})
+    if (path && !path->empty()) removeTree(appendPathComponent(*owner->packageFolder, *path));
 }
 
 void TQProject::addWorkflowWithAssets(std::vector<Dictionary> assetDictionaries) {
