@@ -22,6 +22,18 @@ class TQCopyInterface {
   /// Names one job; 0 is never given to one.
   using JobID = std::uint64_t;
 
+  struct Job {
+    std::string source;
+    std::string toPath;
+    Data bookmarkData;
+    /// Compares the copy with its source, read back from the disk, before it appears; EIO when they differ.
+    bool verify = false;
+    ProgressHandler progress = {};
+    ReportHandler report = {};
+    /// The copy is whole and appears at its destination next: what is at this path now will be there.
+    std::function<void(const std::string& path)> willAppear = {};
+  };
+
   TQCopyInterface();
   /// Cancels the jobs and waits for their reports.
   ~TQCopyInterface();
@@ -38,10 +50,8 @@ class TQCopyInterface {
   /// (domain "posix"): EEXIST, ECANCELED, ENOSPC and whatever the file system says.
   void copyFileAtPath(const std::string& source, const std::string& toPath, const Data& bookmarkData,
                       Completion completion);
-  /// The same with the job's own handlers; 0 when it was not taken. A copy to be verified is compared with
-  /// its source, read back from the disk, before it appears; EIO when they differ.
-  JobID copyFileAtPath(const std::string& source, const std::string& toPath, const Data& bookmarkData,
-                       bool verify, ProgressHandler progress, ReportHandler report, Completion completion);
+  /// The same for a job with its own handlers; 0 when it was not taken.
+  JobID copy(Job job, Completion completion);
 
   /// Stops the running job; its report carries ECANCELED. Returns at once.
   void cancel();

@@ -18,19 +18,17 @@ static std::string unreadableReason(const std::string& source) {
   return reason == 0 ? source : posixFailure(reason, source).value().message;
 }
 
-TQCopyInterface::JobID startCopy(const std::string& source, const std::string& target, bool verify,
-                                 TQCopyInterface::ProgressHandler progress,
-                                 TQCopyInterface::ReportHandler report, Completion completion) {
-  std::optional<Data> bookmark = TQBookmarkUtil::sharedInstance().bookmarkDataFromFilePath(source);
+TQCopyInterface::JobID startCopy(TQCopyInterface::Job job, Completion completion) {
+  std::optional<Data> bookmark = TQBookmarkUtil::sharedInstance().bookmarkDataFromFilePath(job.source);
   if (!bookmark) {
-    std::string reason = unreadableReason(source);
+    std::string reason = unreadableReason(job.source);
     logLine(LogLevel::error, "copyFileAtPath bookmarkDataFromFilePath error:" + reason);
     std::string message = LocalizedString("bookmark.error.cannot.create.url") + " (" + reason + ")";
     completion(false, TQVornexUtil::errorWithCode(10011, message));
     return 0;
   }
-  return TQLibraryManager::sharedManager().copyInterface().copyFileAtPath(
-      source, target, *bookmark, verify, std::move(progress), std::move(report), std::move(completion));
+  job.bookmarkData = std::move(*bookmark);
+  return TQLibraryManager::sharedManager().copyInterface().copy(std::move(job), std::move(completion));
 }
 
 }  // namespace vornex

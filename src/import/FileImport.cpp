@@ -311,11 +311,19 @@ void FileImport::placeByCopy(const std::string& target) {
   asset_->copyReportHandler = [self](const Value& result, const TQErrorPtr& error) {
     self->guarded([&] { self->copyEnded(result, error); });
   };
-  bool verify = request_.item && request_.item->verifiesCopy;
-  copyJob_ = startCopy(*request_.source, target, verify, asset_->copyProgressHandler,
-                       asset_->copyReportHandler, [self](bool started, const TQErrorPtr& error) {
-                         if (!started) self->fail(error);
-                       });
+  TQCopyInterface::Job job{*request_.source, target};
+  job.verify = request_.item && request_.item->verifiesCopy;
+  job.progress = asset_->copyProgressHandler;
+  job.report = asset_->copyReportHandler;
+  // From its appearance on, a copy in the user's own folder is known to be this import's.
+  if (isReference()) {
+    job.willAppear = [self](const std::string& path) {
+      self->journal_->markPlaced(*self->asset_->masterPath, fileIdentity(path));
+    };
+  }
+  copyJob_ = startCopy(std::move(job), [self](bool started, const TQErrorPtr& error) {
+    if (!started) self->fail(error);
+  });
   // A cancel that came before the job had its number has not reached the job.
   if (cancelled_) cancel();
 }
@@ -334,7 +342,6 @@ void FileImport::copyEnded(const Value& result, const TQErrorPtr& error) {
     return createRecord();
   }
   placedTarget_ = *target_;
-  journal_->markPlaced(*asset_->masterPath, fileIdentity(placedTarget_));
   linkToTarget();
 }
 

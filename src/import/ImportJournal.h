@@ -20,7 +20,7 @@ struct ImportJournalEntry {
   std::string previewPath;
   /// Absolute path of the copy that a reference will point at; empty for none.
   std::string targetPath;
-  /// Which item that copy is, by fileIdentity(), once it is whole; empty before.
+  /// Which item that copy is, by fileIdentity(), from just before it appears; empty earlier.
   std::string targetIdentity = {};
 
   bool operator==(const ImportJournalEntry&) const = default;
@@ -30,9 +30,8 @@ struct ImportJournalEntry {
 /// of its own per batch, held with flock(2) as long as the batch runs. A file that nobody holds was left
 /// behind.
 ///
-/// One JSON object a line, {"begin": entry}, {"placed": masterpath, "identity": text} or {"end": masterpath};
-/// a line that broke off counts as not
-/// written.
+/// One JSON object a line: {"begin": entry}, {"placed": masterpath, "identity": text}, {"lost": masterpath,
+/// "time": seconds} or {"end": masterpath}; a line that broke off counts as not written.
 ///
 /// Thread-safety: safe on any thread.
 class ImportJournal {
@@ -46,7 +45,7 @@ class ImportJournal {
 
   /// Returns when the entry is on disk. Domain "posix".
   [[nodiscard]] Result<void> begin(const ImportJournalEntry& entry);
-  /// The copy at the entry's target path is whole. Does not wait for the disk.
+  /// The copy is whole and about to appear at the entry's target path. Does not wait for the disk.
   void markPlaced(const std::string& masterPath, const std::string& targetIdentity);
   /// Does not wait for the disk: an entry that comes back is found to be complete. An unknown path is
   /// ignored.

@@ -16,11 +16,7 @@ namespace vornex {
 
 struct CopyJob {
   TQCopyInterface::JobID id;
-  std::string source;
-  std::string target;
-  bool verify = false;
-  TQCopyInterface::ProgressHandler progress;
-  TQCopyInterface::ReportHandler report;
+  TQCopyInterface::Job what;
   std::atomic<bool> cancelled = false;
 };
 using CopyJobPtr = std::shared_ptr<CopyJob>;
@@ -41,19 +37,23 @@ static constexpr std::chrono::seconds kPatience{30};
 static constexpr std::chrono::seconds kPatienceWhenCancelled{1};
 
 static Result<Copied> copy(CopyJob& job, CopyWatch& watch) {
-  if (job.cancelled) return posixFailure(ECANCELED, "copy " + job.source);
-  auto progress = [&job](std::uint64_t done, std::uint64_t total) {
-    if (job.progress && (done < total || done == 0)) {
+  const TQCopyInterface::Job& what = job.what;
+  if (job.cancelled) return posixFailure(ECANCELED, "copy " + what.source);
+  auto progress = [&](std::uint64_t done, std::uint64_t total) {
+    if (what.progress && (done < total || done == 0)) {
       double percent = total == 0 ? 0.0 : 100.0 * static_cast<double>(done) / static_cast<double>(total);
-      std::uint64_t size = job.verify ? total / 3 : total;
-      job.progress(percent, static_cast<std::int64_t>(std::min(done, size)));
+      std::uint64_t size = what.verify ? total / 3 : total;
+      what.progress(percent, static_cast<std::int64_t>(std::min(done, size)));
     }
     return !job.cancelled;
   };
+  auto willAppear = [&](const std::string& path) {
+    if (what.willAppear) what.willAppear(path);
+  };
   try {
-    return copyItem(job.source, job.target, CopyOptions{progress, &watch, job.verify});
+    return copyItem(what.source, what.toPath, CopyOptions{progress, &watch, what.verify, willAppear});
   } catch (const std::exception& exception) {
-    return failure("posix", ECANCELED, "copy " + job.source + ": " + exception.what());
+    return failure("posix", ECANCELED, "copy " + what.source + ": " + exception.what());
   }
 }
 
@@ -67,18 +67,18 @@ static Result<Copied> watchedCopy(const CopyJobPtr& job) {
   while (ended.wait_for(kLook) != std::future_status::ready) {
     bool cancelled = job->cancelled;
     if (!watch->abandonIfStuck(cancelled ? kPatienceWhenCancelled : kPatience)) continue;
-    return posixFailure(cancelled ? ECANCELED : ETIMEDOUT, "copy " + job->source);
+    return posixFailure(cancelled ? ECANCELED : ETIMEDOUT, "copy " + job->what.source);
   }
   return ended.get();
 }
 
 static void run(const CopyJobPtr& job) {
   Result<Copied> copied = watchedCopy(job);
-  if (!job->report) return;
-  if (!copied) return job->report(nullptr, makeSdkError(copied.error()));
+  if (!job->what.report) return;
+  if (!copied) return job->what.report(nullptr, makeSdkError(copied.error()));
   Dictionary result{{"bytes", copied->bytes}};
   if (copied->digest) result.set("checksum", *copied->digest);
-  job->report(std::move(result), nullptr);
+  job->what.report(std::move(result), nullptr);
 }
 
 TQCopyInterface::TQCopyInterface() : state_(std::make_shared<State>()) {}
@@ -105,25 +105,17 @@ void TQCopyInterface::copyFileAtPath(const std::string& source, const std::strin
   ProgressHandler progress = state_->progress;
   ReportHandler report = state_->report;
   lock.unlock();
-  copyFileAtPath(source, toPath, bookmarkData, false, std::move(progress), std::move(report),
-                 std::move(completion));
+  copy({source, toPath, bookmarkData, false, std::move(progress), std::move(report)}, std::move(completion));
 }
 
-TQCopyInterface::JobID TQCopyInterface::copyFileAtPath(const std::string& source, const std::string& toPath,
-                                                       const Data& bookmarkData, bool verify,
-                                                       ProgressHandler progress, ReportHandler report,
-                                                       Completion completion) {
-  Result<std::string> reached = resolveAccessToken(bookmarkData);
+TQCopyInterface::JobID TQCopyInterface::copy(Job what, Completion completion) {
+  Result<std::string> reached = resolveAccessToken(what.bookmarkData);
   if (!reached) {
     if (completion) completion(false, makeSdkError(reached.error()));
     return 0;
   }
   auto job = std::make_shared<CopyJob>();
-  job->source = source;
-  job->target = toPath;
-  job->verify = verify;
-  job->progress = std::move(progress);
-  job->report = std::move(report);
+  job->what = std::move(what);
 
   std::unique_lock lock(state_->mutex);
   job->id = ++state_->lastID;
@@ -142,8 +134,9 @@ TQCopyInterface::JobID TQCopyInterface::copyFileAtPath(const std::string& source
       run(next);
       // What the handlers hold must not be released under the lock. A copy that was given up may live on; it
       // calls none of them any more.
-      next->progress = nullptr;
-      next->report = nullptr;
+      next->what.progress = nullptr;
+      next->what.report = nullptr;
+      next->what.willAppear = nullptr;
       jobsLock.lock();
       state->jobs.pop_front();
     }

@@ -209,7 +209,8 @@ bool TQProject::createLinkFileAtPath(const OptionalString& source, const Optiona
 
 void TQProject::copyFileAtPath(const std::string& src, const std::string& toPath, AssetPtr asset,
                                Completion completion) {
-  startCopy(src, toPath, false, asset->copyProgressHandler, asset->copyReportHandler, std::move(completion));
+  startCopy({src, toPath, {}, false, asset->copyProgressHandler, asset->copyReportHandler},
+            std::move(completion));
 }
 
 void TQProject::cancelFile() {

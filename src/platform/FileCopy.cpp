@@ -505,6 +505,7 @@ Result<Copied> copyItem(const std::string& source, const std::string& target, co
   if (auto goOn = copier.report(); !goOn) return tl::unexpected(goOn.error());
   // From here on it can no longer be given up.
   if (auto left = copier.leaveSource(); !left) return tl::unexpected(left.error());
+  if (options.willAppear) options.willAppear(appendPathComponent(parent, copy.name));
   auto placed = place(folder.get(), copy.name, name, target);
   if (!placed) return tl::unexpected(placed.error());
   copy.name = name;

@@ -44,6 +44,8 @@ struct CopyOptions {
   /// Reads source and copy once more, the copy from the disk, and compares them before the copy appears; EIO
   /// when they differ.
   bool verify = false;
+  /// Told, on the copying thread, where the whole copy lies before it appears at its target.
+  std::function<void(const std::string& path)> willAppear = {};
 };
 
 struct Copied {

@@ -412,8 +412,7 @@ TEST(CopyService, TakesJobsInTurnAndReportsEachOnce) {
       std::lock_guard lock(mutex);
       ends.emplace_back(name, error ? error->code() : 0);
     };
-    return service.copyFileAtPath(folder / name, folder / (name + " copy"), token, true, progress, report,
-                                  {});
+    return service.copy({folder / name, folder / (name + " copy"), token, true, progress, report}, {});
   };
   std::promise<void> begun, mayGoOn;
   std::atomic<bool> isFirst = true;
