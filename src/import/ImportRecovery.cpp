@@ -73,14 +73,13 @@ tl::expected<bool, TQErrorPtr> ImportRecovery::settle(const ImportJournalEntry& 
   std::optional<Array> found = records(entry.masterPath, &error);
   if (!found) return tl::unexpected(error);
   logLine(LogLevel::info, "recoverInterruptedImports: " + entry.masterPath);
-  removeUnfinished(entry);
-  if (found->empty()) return removeFiles(entry);
-  if (!master || !itemExists(master->path())) {
-    if ((error = deleteRecords(*found))) return tl::unexpected(error);
-    return true;
-  }
-  makeMissingPictures(entry, found->front());
-  return true;
+  bool isTidy = removeUnfinished(entry);
+  if (found->empty()) return removeFiles(entry) && isTidy;
+  if (master && itemExists(master->path()))
+    makeMissingPictures(entry, found->front());
+  else if ((error = deleteRecords(*found)))
+    return tl::unexpected(error);
+  return isTidy;
 }
 
 /// A text constant of a predicate.
@@ -144,22 +143,25 @@ bool ImportRecovery::removeFiles(const ImportJournalEntry& entry) const {
   return isGone;
 }
 
-void ImportRecovery::removeUnfinished(const ImportJournalEntry& entry) const {
+bool ImportRecovery::removeUnfinished(const ImportJournalEntry& entry) const {
+  bool isGone = true;
   for (const std::string& path : {entry.masterPath, entry.thumbnailPath, entry.previewPath})
-    if (Result<FolderEntry> found = item(path)) removeUnfinishedIn(found->folder.get());
-  if (entry.targetPath.empty()) return;
-  removeUnfinishedIn(FileDescriptor(::open(deletingLastPathComponent(entry.targetPath).c_str(),
-                                           O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-                         .get());
+    if (Result<FolderEntry> found = item(path)) isGone = removeUnfinishedIn(found->folder) && isGone;
+  if (entry.targetPath.empty()) return isGone;
+  const std::string targets = deletingLastPathComponent(entry.targetPath);
+  FileDescriptor folder(::open(targets.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return (!folder || removeUnfinishedIn(folder)) && isGone;
 }
 
-void ImportRecovery::removeUnfinishedIn(int folder) const {
-  // A batch under way holds its folders: what is unfinished there is its own.
-  if (::flock(folder, LOCK_EX | LOCK_NB) != 0) return;
-  auto names = namesInFolder(folder, "a folder of an import");
-  if (!names) return;
+bool ImportRecovery::removeUnfinishedIn(const FileDescriptor& folder) const {
+  // A batch under way holds its folders: what is unfinished there may be its own, or of the killed one.
+  if (::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) return errno != EWOULDBLOCK;
+  auto names = namesInFolder(folder.get(), "a folder of an import");
+  if (!names) return false;
+  bool isGone = true;
   for (const std::string& name : *names)
-    if (isUnfinishedCopy(name) || isUnfinishedWrite(name)) static_cast<void>(removeTree(folder, name));
+    if (isUnfinishedCopy(name) || isUnfinishedWrite(name)) isGone = removeTree(folder.get(), name) && isGone;
+  return isGone;
 }
 
 std::string ImportRecovery::inPackage(const std::string& mediaPath) const {

@@ -30,10 +30,10 @@ class ImportRecovery {
   std::optional<Array> records(const std::string& masterPath, TQErrorPtr* error) const;
   TQErrorPtr deleteRecords(const Array& records) const;
   void makeMissingPictures(const ImportJournalEntry& entry, const Value& record) const;
-  /// Whether they are gone.
+  // Whether they are gone; not so while another import holds the folder.
   bool removeFiles(const ImportJournalEntry& entry) const;
-  void removeUnfinished(const ImportJournalEntry& entry) const;
-  void removeUnfinishedIn(int folder) const;
+  bool removeUnfinished(const ImportJournalEntry& entry) const;
+  bool removeUnfinishedIn(const FileDescriptor& folder) const;
   std::string inPackage(const std::string& mediaPath) const;
   /// ENOTDIR when a link leads to it.
   Result<FolderEntry> item(const std::string& mediaPath) const;

@@ -1,5 +1,8 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 
+#include "foundation/FileDescriptor.h"
 #include "foundation/Text.h"
 #include "import/FileFacts.h"
 #include "import/FileNames.h"
@@ -111,8 +114,18 @@ TEST_F(ImportRecoveryTest, ACopyForAReferenceGoesIfItIsStillTheOneThatWasMade) {
     journal.markPlaced(reference.masterPath, fileIdentity(copy));
   }
   writeText(folder_ / "target/changed", "edited since");
-  EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
+  // What is unfinished in a folder that another import holds may be that one's: the journal stays for later.
+  const std::string unfinished = folder_ / "target/.vornex-copy-0123456789abcdef";
+  writeText(unfinished, "half");
+  {
+    FileDescriptor other(::open((folder_ / "target").c_str(), O_RDONLY | O_DIRECTORY));
+    ASSERT_EQ(::flock(other.get(), LOCK_SH), 0);
+    EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
+    EXPECT_TRUE(itemExists(unfinished));
+  }
   EXPECT_FALSE(itemExists(folder_ / "target/mine"));
+  EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
+  EXPECT_FALSE(itemExists(unfinished));
   EXPECT_TRUE(itemExists(folder_ / "target/changed"));
   EXPECT_THAT(packageFiles(), IsEmpty());
 }
