@@ -31,15 +31,19 @@ bool isDirectory(const std::string& path) {
 Result<std::string> readFile(const std::string& path, std::size_t limit) {
   FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) return posixFailure(errno, "open " + path);
+  return readFile(file.get(), path, limit);
+}
+
+Result<std::string> readFile(int file, const std::string& path, std::size_t limit) {
   struct stat info;
-  if (::fstat(file.get(), &info) != 0) return posixFailure(errno, "stat " + path);
+  if (::fstat(file, &info) != 0) return posixFailure(errno, "stat " + path);
   if (S_ISDIR(info.st_mode)) return posixFailure(EISDIR, "read " + path);
 
   std::string content;
   if (info.st_size > 0) content.reserve(std::min(static_cast<std::size_t>(info.st_size), limit));
   char buffer[65536];
   for (;;) {
-    ssize_t count = ::read(file.get(), buffer, sizeof buffer);
+    ssize_t count = ::read(file, buffer, sizeof buffer);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return posixFailure(errno, "read " + path);
     if (count == 0) return content;

@@ -15,6 +15,9 @@ bool isDirectory(const std::string& path);
 
 /// The whole content; domain "posix". Files over `limit` bytes are refused with EFBIG.
 [[nodiscard]] Result<std::string> readFile(const std::string& path, std::size_t limit = std::size_t{1} << 30);
+/// What is left to read of an open file; the path is for messages.
+[[nodiscard]] Result<std::string> readFile(int file, const std::string& path,
+                                           std::size_t limit = std::size_t{1} << 30);
 
 /// Writes beside, fsyncs, renames over the target and fsyncs the folder: at every instant the path holds the
 /// old content or the new one, whole. `mode` is the permission of a new file. Domain "posix".

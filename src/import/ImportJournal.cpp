@@ -169,6 +169,14 @@ static std::int64_t lastLoss(std::string_view journal) {
   return last;
 }
 
+/// For writing where that is possible: network file systems lock for writers only.
+static FileDescriptor openJournal(const std::string& path) {
+  constexpr int kPlainFile = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  FileDescriptor file(::open(path.c_str(), O_RDWR | kPlainFile));
+  if (!file) file = FileDescriptor(::open(path.c_str(), O_RDONLY | kPlainFile));
+  return file;
+}
+
 std::vector<FoundJournal> FoundJournal::inFolder(const std::string& folder) {
   std::vector<FoundJournal> journals;
   std::error_code error;
@@ -177,12 +185,11 @@ std::vector<FoundJournal> FoundJournal::inFolder(const std::string& folder) {
     FoundJournal journal;
     journal.path_ = item->path().string();
     if (pathExtension(journal.path_) != kExtension) continue;
-    journal.file_ =
-        FileDescriptor(::open(journal.path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    journal.file_ = openJournal(journal.path_);
     if (!journal.file_) continue;
     // Where locks are not supported nobody can tell: such a journal is left alone.
     journal.running_ = ::flock(journal.file_.get(), LOCK_EX | LOCK_NB) != 0;
-    Result<std::string> text = readFile(journal.path_);
+    Result<std::string> text = readFile(journal.file_.get(), journal.path_);
     if (!text) {
       logLine(LogLevel::warning, "import journal: " + text.error().message);
       continue;
