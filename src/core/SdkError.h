@@ -17,10 +17,11 @@ TQErrorPtr localizedError(std::int64_t code, const std::string& key);
 
 /// Whether the service was not there, or went away before it answered. Thread-safe.
 inline bool isServiceLost(const Error& error) {
-  return error.code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
+  // The system has an error of that number, too.
+  return error.code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost) && error.domain != "posix";
 }
 inline bool isServiceLost(const TQErrorPtr& error) {
-  return error && error->code() == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
+  return error && isServiceLost(Error{error->domain(), error->code(), {}});
 }
 
 /// The error with what caused it; the error itself when the reason is empty. Thread-safe.

@@ -15,6 +15,7 @@
 #include <future>
 
 #include "core/SdkError.h"
+#include "core/StatusCode.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "import/FileCopying.h"
@@ -411,9 +412,26 @@ void FileImport::createRecord() {
       });
 }
 
+/// Whether the server has said that there will be no record. It may still be at work on a request that took
+/// too long, and an answer may be lost or useless after the work was done.
+static bool isRefusal(const TQErrorPtr& error) {
+  if (error->domain() != kServerErrorDomain) return false;
+  switch (static_cast<StatusCode>(error->code())) {
+    case StatusCode::internalError:
+    case StatusCode::databaseFailed:
+    case StatusCode::limitExceeded:
+    case StatusCode::timedOut:
+    case StatusCode::serviceStopping:
+    case StatusCode::cannotConnectToHost:
+      return false;
+    default:
+      return true;
+  }
+}
+
 void FileImport::recordEnded(const TQErrorPtr& error) {
+  mayHaveLostRecord_ = error && !isRefusal(error);
   if (error) return fail(error);
-  mayHaveLostRecord_ = false;
   makeThumbnail();
 }
 

@@ -11,7 +11,6 @@
 #include <thread>
 
 #include "core/Coercion.h"
-#include "core/StatusCode.h"
 #include "core/TypeTables.h"
 #include "foundation/Files.h"
 #include "foundation/Text.h"
@@ -120,9 +119,7 @@ void ImportBatch::settle(const ImportAssetPtr& item, const AssetPtr& asset, bool
   if (stop_) file_->cancel();
   if (ended && !error) keep(item, asset);
   if (error && asset) asset->setImportStatus(-1);
-  // The server may still be at work on a request whose answer did not come.
-  bool isLost = error && error->code() == static_cast<std::int64_t>(StatusCode::cannotConnectToHost);
-  if (isLost && file_->mayHaveLostRecord() && asset && asset->masterPath)
+  if (error && file_->mayHaveLostRecord() && asset && asset->masterPath)
     journal_->markLost(*asset->masterPath);
   if (error || stop_)
     takeBack(asset, ended);

@@ -16,7 +16,8 @@ namespace vornex::testing {
 /// The asset part of a library's server, in memory: create, search by master path, delete.
 class FakeAssetServer {
  public:
-  enum class Creating { works, refuses, losesAnswer };
+  /// A create that takes too long is answered so, and makes its record later: add() it.
+  enum class Creating { works, refuses, losesAnswer, takesTooLong };
 
   std::int64_t port() const { return server_.port(); }
 
@@ -47,6 +48,9 @@ class FakeAssetServer {
 
   FakeReply create(const Value& body) {
     if (creating == Creating::refuses) return failure();
+    if (creating == Creating::takesTooLong)
+      return FakeReply::json(R"({"Status": {"code": 9, "msg": "timed out", "domain": "VORNEX SERVER"}})",
+                             504);
     Array made;
     for (const Value& item : coerce::array(body.find("items"))) {
       std::string id = "asset" + std::to_string(++lastID_);

@@ -153,10 +153,14 @@ TEST_F(Import, ARecordWhoseAnswerWasLostIsTakenBack) {
   EXPECT_EQ(server_.records().size(), 1U);
   EXPECT_THAT(packageFiles(), ElementsAre(::testing::HasSubstr("journal"), kept));
 
-  // A record that the server makes later all the same is found by the next look, for a while.
-  server_.add(
-      "late",
-      {{"name", "a"}, {"type", 3}, {"importtype", 1}, {"masterpath", *assets_[source("a.txt")]->masterPath}});
+  // A record that the server makes later all the same is found by the next look, for a while. The same goes
+  // for one of which the server said that it takes too long.
+  std::vector<std::string> late{*assets_[source("a.txt")]->masterPath};
+  server_.creating = Creating::takesTooLong;
+  import(items({"a.txt"}));
+  late.push_back(*assets_[source("a.txt")]->masterPath);
+  for (const std::string& master : late)
+    server_.add(master, {{"name", "a"}, {"type", 3}, {"importtype", 1}, {"masterpath", master}});
   EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
   EXPECT_EQ(server_.records().size(), 1U);
   EXPECT_TRUE(fileExists(inPackage(kept)));
