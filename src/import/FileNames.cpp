@@ -104,13 +104,15 @@ std::string availableREDFolder(const std::string& folder, const std::string& nam
 }
 
 OptionalString referenceREDFile(const std::string& folder, const std::string& target) {
+  OptionalString first;
   std::error_code error;
   for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
        entry.increment(error)) {
     std::string name = entry->path().filename().string();
-    if (lowercased(pathExtension(name)) == "r3d" && reelName(name)) return appendPathComponent(target, name);
+    bool isPart = lowercased(pathExtension(name)) == "r3d" && reelName(name);
+    if (isPart && (!first || name < *first)) first = name;
   }
-  return std::nullopt;
+  return first ? std::make_optional(appendPathComponent(target, *first)) : std::nullopt;
 }
 
 }  // namespace vornex

@@ -51,7 +51,8 @@ OptionalString reelName(const std::string& fileName);
 /// folder/name, or folder/"stem n.RDC" while something is there.
 std::string availableREDFolder(const std::string& folder, const std::string& name);
 
-/// target/clip for the first clip file in the folder; absent when there is none or the folder cannot be read.
+/// target/clip for the clip file in the folder whose name comes first: of a spanned clip, that is its first
+/// part. Absent when there is none.
 OptionalString referenceREDFile(const std::string& folder, const std::string& target);
 
 }  // namespace vornex

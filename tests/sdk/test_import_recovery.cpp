@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
 
@@ -170,7 +171,8 @@ TEST(FileNames, RedClips) {
   TemporaryFolder folder;
   writeText(folder / "notes.txt", "");
   EXPECT_EQ(referenceREDFile(folder.path(), "/t"), std::nullopt);
-  writeText(folder / "A001_C002_0101AB_001.R3D", "");
+  for (int part = 12; part > 0; --part)
+    writeText(folder / fmt::format("A001_C002_0101AB_{:03}.R3D", part), "");
   EXPECT_EQ(referenceREDFile(folder.path(), "/t"), "/t/A001_C002_0101AB_001.R3D");
   std::filesystem::create_directory(folder / "clip.RDC");
   EXPECT_EQ(availableREDFolder(folder.path(), "clip.RDC"), folder / "clip 1.RDC");
