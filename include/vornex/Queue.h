@@ -20,7 +20,8 @@ class GlobalQueue {
   /// Waits for running and queued tasks.
   ~GlobalQueue();
 
-  /// Runs the task soon on a worker; returns at once.
+  /// Runs the task soon on a worker; returns at once. Throws std::system_error, and the task is not run, when
+  /// the system has no thread left.
   void async(Task task);
 
  private:

@@ -74,13 +74,12 @@ GlobalQueue::~GlobalQueue() {
 
 void GlobalQueue::async(Task task) {
   std::lock_guard lock(state_->mutex);
+  bool needsWorker = state_->tasks.size() >= state_->idle;
+  // Whoever is told that there is no thread to be had must not find the task done later all the same.
+  if (needsWorker) std::thread([state = state_.get()] { state->runWorker(); }).detach();
+  if (needsWorker) ++state_->workers;
   state_->tasks.push_back(std::move(task));
-  if (state_->tasks.size() > state_->idle) {
-    std::thread([state = state_.get()] { state->runWorker(); }).detach();
-    ++state_->workers;
-  } else {
-    state_->work.notify_one();
-  }
+  if (!needsWorker) state_->work.notify_one();
 }
 
 }  // namespace vornex
