@@ -2,7 +2,7 @@
 #include <vornex/TQAsset.h>
 #include <vornex/TQLibrary.h>
 
-#include "foundation/Files.h"
+#include "foundation/Patience.h"
 #include "foundation/Text.h"
 #include "platform/FileTags.h"
 
@@ -32,31 +32,41 @@ static bool writeTags(const std::string& path, const std::vector<std::string>& t
   return written.has_value();
 }
 
+/// Changes the tags of a file, which may be referenced on a disk that answers no more. The change gives the
+/// new tags for the present ones.
+static bool changeTags(const std::string& path,
+                       std::function<std::vector<std::string>(std::vector<std::string>)> change) {
+  auto work = [path, change = std::move(change)] {
+    Result<std::vector<std::string>> present = fileTags(path);
+    if (!present) return false;
+    std::vector<std::string> tags = change(*present);
+    return tags == *present || writeTags(path, tags);
+  };
+  return patiently(std::move(work), sourcePatience()).value_or(false);
+}
+
 bool TQAsset::updateColorLabel(std::int64_t color) {
   LibraryPtr owner = library();
   if (!owner || !owner->packageFolder || !masterPath || masterPath->empty()) return false;
   // Master paths begin with the separator.
   OptionalString path = resolvedPath(*owner->packageFolder + *masterPath);
-  if (!path || !fileExists(*path)) return false;
-  Result<std::vector<std::string>> present = fileTags(*path);
-  if (!present) return false;
-  std::vector<std::string> tags;
-  for (const std::string& tag : *present)
-    if (!isColorTag(tag)) tags.push_back(tag);
-  if (std::string name = colorString(color); name != "none") tags.push_back(name);
-  return tags == *present || writeTags(*path, tags);
+  if (!path) return false;
+  return changeTags(*path, [name = colorString(color)](std::vector<std::string> tags) {
+    std::erase_if(tags, isColorTag);
+    if (name != "none") tags.push_back(name);
+    return tags;
+  });
 }
 
 bool TQAsset::updateTags(const std::vector<std::string>& newTags) {
   OptionalString path = originMasterPath();
-  if (!path || !fileExists(*path)) return false;
-  Result<std::vector<std::string>> present = fileTags(*path);
-  if (!present) return false;
-  std::vector<std::string> tags = *present;
-  for (const std::string& tag : newTags)
-    for (std::string& part : storedTags(tag))
-      if (!findTagString(part, tags)) tags.push_back(std::move(part));
-  return tags == *present || writeTags(*path, tags);
+  if (!path) return false;
+  return changeTags(*path, [newTags](std::vector<std::string> tags) {
+    for (const std::string& tag : newTags)
+      for (std::string& part : storedTags(tag))
+        if (!findTagString(part, tags)) tags.push_back(std::move(part));
+    return tags;
+  });
 }
 
 }  // namespace vornex

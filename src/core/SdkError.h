@@ -21,7 +21,7 @@ inline bool isServiceLost(const Error& error) {
   return error.code == static_cast<std::int64_t>(StatusCode::cannotConnectToHost) && error.domain != "posix";
 }
 inline bool isServiceLost(const TQErrorPtr& error) {
-  return error && isServiceLost(Error{error->domain(), error->code(), {}});
+  return error && isServiceLost(Error{error->domain().value_or(""), error->code(), {}});
 }
 
 /// The error with what caused it; the error itself when the reason is empty. Thread-safe.

@@ -1,9 +1,8 @@
-#include "import/FileCopying.h"
+#include "import/CopyBookmark.h"
 
 #include <unistd.h>
 #include <vornex/Log.h>
 #include <vornex/TQBookmarkUtil.h>
-#include <vornex/TQLibraryManager.h>
 #include <vornex/TQVornexUtil.h>
 
 #include <cerrno>
@@ -18,17 +17,13 @@ static std::string unreadableReason(const std::string& source) {
   return reason == 0 ? source : posixFailure(reason, source).value().message;
 }
 
-TQCopyInterface::JobID startCopy(TQCopyInterface::Job job, Completion completion) {
-  std::optional<Data> bookmark = TQBookmarkUtil::sharedInstance().bookmarkDataFromFilePath(job.source);
-  if (!bookmark) {
-    std::string reason = unreadableReason(job.source);
-    logLine(LogLevel::error, "copyFileAtPath bookmarkDataFromFilePath error:" + reason);
-    std::string message = LocalizedString("bookmark.error.cannot.create.url") + " (" + reason + ")";
-    completion(false, TQVornexUtil::errorWithCode(10011, message));
-    return 0;
-  }
-  job.bookmarkData = std::move(*bookmark);
-  return TQLibraryManager::sharedManager().copyInterface().copy(std::move(job), std::move(completion));
+tl::expected<Data, TQErrorPtr> bookmarkForCopy(const std::string& source) {
+  std::optional<Data> bookmark = TQBookmarkUtil::sharedInstance().bookmarkDataFromFilePath(source);
+  if (bookmark) return std::move(*bookmark);
+  std::string reason = unreadableReason(source);
+  logLine(LogLevel::error, "copyFileAtPath bookmarkDataFromFilePath error:" + reason);
+  std::string message = LocalizedString("bookmark.error.cannot.create.url") + " (" + reason + ")";
+  return tl::unexpected(TQVornexUtil::errorWithCode(10011, message));
 }
 
 }  // namespace vornex

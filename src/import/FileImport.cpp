@@ -11,16 +11,16 @@
 
 #include <cerrno>
 #include <chrono>
-#include <filesystem>
-#include <future>
 
 #include "core/SdkError.h"
 #include "core/StatusCode.h"
 #include "foundation/Files.h"
+#include "foundation/Patience.h"
 #include "foundation/Text.h"
-#include "import/FileCopying.h"
+#include "import/CopyBookmark.h"
 #include "import/FileFacts.h"
 #include "import/FileNames.h"
+#include "import/NewAsset.h"
 #include "import/PackagePath.h"
 #include "import/SourceKeys.h"
 #include "import/Thumbnail.h"
@@ -28,9 +28,8 @@
 
 namespace vornex {
 
-// How long a source may take to answer, and how long the host may hear nothing meanwhile.
-static constexpr std::chrono::seconds kPatience{30};
-static constexpr std::chrono::milliseconds kQuietWait{500};
+// Only a cancel ends what may take as long as it likes.
+static constexpr std::chrono::milliseconds kUnlimited = std::chrono::hours(10'000);
 
 static TQErrorPtr posixError(int errorNumber, const std::string& what) {
   return makeSdkError(posixFailure(errorNumber, what).value());
@@ -42,9 +41,7 @@ FileImport::FileImport(Request request, std::shared_ptr<ImportJournal> journal,
 
 void FileImport::start() {
   guarded([this] {
-    if (request_.source && !sourceAnswers()) return;
-    if (request_.source) asset_ = request_.project->createAssetWithSrcPath(*request_.source, {}, {}, {});
-    if (!nameFiles() || !checkPaths()) return;
+    if (!lookAtSource() || !nameFiles() || !checkPaths()) return;
     describe();
     progress(0, 0);
     if (endedByCancel()) return;
@@ -60,26 +57,53 @@ void FileImport::cancel() {
   if (TQCopyInterface::JobID job = copyJob_) TQLibraryManager::sharedManager().copyInterface().cancel(job);
 }
 
-/// A look at the source on another thread: one on a lost network disk does not answer, and the thread is left
-/// to it.
-bool FileImport::sourceAnswers() {
-  auto looked = std::make_shared<std::promise<void>>();
-  std::future<void> answer = looked->get_future();
-  GlobalQueue::shared().async([looked, source = *request_.source] {
-    bool isOpened =
-        fileFacts(source) && FileDescriptor(::open(source.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    static_cast<void>(isOpened);
-    looked->set_value();
-  });
-  auto begin = std::chrono::steady_clock::now();
-  while (answer.wait_for(kQuietWait) != std::future_status::ready) {
+template <typename Work>
+std::optional<std::invoke_result_t<Work>> FileImport::fromSource(Work work,
+                                                                 std::chrono::milliseconds patience) {
+  auto result = patiently(std::move(work), patience, [this] {
     // The host hears of it, and may stop.
     progress(0, 0);
-    if (endedByCancel()) return false;
-    if (std::chrono::steady_clock::now() - begin < kPatience) continue;
-    fail(posixError(ETIMEDOUT, "import " + *request_.source));
+    return !cancelled_;
+  });
+  if (!result && !endedByCancel()) failSilent();
+  return result;
+}
+
+void FileImport::failSilent() {
+  if (request_.silentFolders) request_.silentFolders->note(*request_.source);
+  fail(posixError(ETIMEDOUT, "import " + *request_.source));
+}
+
+/// Absent when there is nothing. The first look at a source also opens it.
+static std::optional<FileFacts> firstLook(const std::string& source) {
+  std::optional<FileFacts> facts = fileFacts(source);
+  if (facts) FileDescriptor(::open(source.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  return facts;
+}
+
+bool FileImport::lookAtSource() {
+  if (!request_.source) {
+    fail(10000, "request.error.param.nil");
     return false;
   }
+  const std::string& source = *request_.source;
+  asset_ = assetNamedAfter(source, request_.project);
+  if (request_.silentFolders && request_.silentFolders->mustNotLook(source)) {
+    failSilent();
+    return false;
+  }
+  auto facts = fromSource([source] { return firstLook(source); }, lookPatience());
+  if (!facts) return false;
+  sourceFacts_ = *facts;
+  if (!sourceFacts_) return true;
+  std::uint64_t size = sourceFacts_->size;
+  if (sourceFacts_->isDirectory) {
+    auto measured =
+        fromSource([source, found = *sourceFacts_] { return recordedSize(source, found); }, kUnlimited);
+    if (!measured) return false;
+    size = *measured;
+  }
+  takeFacts(*asset_, *sourceFacts_, size);
   return true;
 }
 
@@ -109,13 +133,9 @@ std::string FileImport::freeNameBeside(const std::string& directory, const char*
 
 bool FileImport::nameFiles() {
   const AssetFolderPtr& folder = request_.folder;
-  if (!request_.source || !asset_) {
-    fail(10000, "request.error.param.nil");
-    return false;
-  }
   linkSource_ = *request_.source;
   if (isReference()) {
-    chooseREDFolder();
+    if (!chooseREDFolder()) return false;
     noteReference();
   }
   if (!folder || !request_.library) return true;
@@ -130,25 +150,35 @@ bool FileImport::nameFiles() {
   return true;
 }
 
-void FileImport::chooseREDFolder() {
-  const std::string& source = *request_.source;
-  if (!request_.shouldIndexing || !request_.item || !request_.item->isREDFile || !isDirectory(source)) return;
-  chooseREDTarget();
-  if (!redFile_) return;
-  AssetPtr clip = request_.project->createAssetWithSrcPath(*redFile_, {}, {}, {});
-  if (!clip) return;
-  asset_ = clip;
-  asset_->setName(TQProject::reelNameForREDFileName(recordText(lastPathComponent(*redFile_))));
-  asset_->fileSize = static_cast<std::uint64_t>(request_.item->fileSize);
+bool FileImport::chooseREDFolder() {
+  const ImportAssetPtr& item = request_.item;
+  bool isFolder = sourceFacts_ && sourceFacts_->isDirectory;
+  if (!request_.shouldIndexing || !item || !item->isREDFile || !isFolder) return true;
+  if (!chooseREDTarget()) return false;
+  if (!redFile_) return true;
+  // The copy is still to come: what there is to know is told by the clip in the source.
+  const std::string name = lastPathComponent(*redFile_);
+  auto clip = fromSource([clip = appendPathComponent(*request_.source, name)] { return fileFacts(clip); },
+                         sourcePatience());
+  if (!clip) return false;
+  asset_ = assetNamedAfter(*redFile_, request_.project);
+  if (*clip) takeFacts(*asset_, **clip, static_cast<std::uint64_t>(item->fileSize));
+  asset_->setName(TQProject::reelNameForREDFileName(recordText(name)));
+  return true;
 }
 
-void FileImport::chooseREDTarget() {
+bool FileImport::chooseREDTarget() {
   const std::string& source = *request_.source;
   redTarget_ =
       TQProject::availableREDFolderNameWithPath(request_.targetFolder, recordText(lastPathComponent(source)));
-  redFile_ = TQProject::referenceREDFileFromFolderPath(source, redTarget_);
+  auto clip = fromSource(
+      [source, target = redTarget_] { return TQProject::referenceREDFileFromFolderPath(source, target); },
+      sourcePatience());
+  if (!clip) return false;
+  redFile_ = *clip;
   if (request_.redFolders && redTarget_) request_.redFolders->choose(source, *redTarget_);
   linkSource_ = redFile_.value_or(source);
+  return true;
 }
 
 void FileImport::noteReference() {
@@ -168,7 +198,7 @@ bool FileImport::checkPaths() {
     fail(10000, "request.error.param.nil");
     return false;
   }
-  if (!fileExists(*request_.source)) {
+  if (!sourceFacts_) {
     logLine(LogLevel::error, "file not found : " + *request_.source);
     std::string message = LocalizedString("error.not.found.file") + " (" + *request_.source + ")";
     fail(TQVornexUtil::errorWithCode(10009, message));
@@ -231,12 +261,10 @@ bool FileImport::readMetadata() {
 
 /// The record of a copy names the copy: what it was made of is kept beside it.
 void FileImport::rememberSource(Dictionary& metadata) const {
-  std::optional<FileFacts> facts = fileFacts(*request_.source);
-  if (!facts) return;
   bool isClip = request_.item && request_.item->isREDFile;
   metadata.set(kSourcePath, recordText(*request_.source));
-  metadata.set(kSourceSize, isClip ? request_.item->fileSize : static_cast<std::int64_t>(facts->size));
-  metadata.set(kSourceDate, TQVornexUtil::dateNumberFromDate(facts->modified));
+  metadata.set(kSourceSize, isClip ? request_.item->fileSize : static_cast<std::int64_t>(sourceFacts_->size));
+  metadata.set(kSourceDate, TQVornexUtil::dateNumberFromDate(sourceFacts_->modified));
 }
 
 bool FileImport::isTravellingSideFile() const {
@@ -305,6 +333,10 @@ void FileImport::place() {
 }
 
 void FileImport::placeByCopy(const std::string& target) {
+  auto bookmark =
+      fromSource([source = *request_.source] { return bookmarkForCopy(source); }, sourcePatience());
+  if (!bookmark) return;
+  if (!*bookmark) return fail(bookmark->error());
   auto self = shared_from_this();
   asset_->copyProgressHandler = [self](double percent, std::int64_t bytes) {
     self->progress(percent, bytes);
@@ -312,7 +344,7 @@ void FileImport::placeByCopy(const std::string& target) {
   asset_->copyReportHandler = [self](const Value& result, const TQErrorPtr& error) {
     self->guarded([&] { self->copyEnded(result, error); });
   };
-  TQCopyInterface::Job job{*request_.source, target};
+  TQCopyInterface::Job job{*request_.source, target, std::move(**bookmark)};
   job.verify = request_.item && request_.item->verifiesCopy;
   job.progress = asset_->copyProgressHandler;
   job.report = asset_->copyReportHandler;
@@ -322,16 +354,21 @@ void FileImport::placeByCopy(const std::string& target) {
       self->journal_->markPlaced(*self->asset_->masterPath, fileIdentity(path));
     };
   }
-  copyJob_ = startCopy(std::move(job), [self](bool started, const TQErrorPtr& error) {
-    if (!started) self->fail(error);
-  });
+  TQCopyInterface::JobID number = TQLibraryManager::sharedManager().copyInterface().copy(
+      std::move(job), [self](bool started, const TQErrorPtr& error) {
+        if (!started) self->fail(error);
+      });
+  // The job may have ended by now, and another one begun for another target.
+  TQCopyInterface::JobID known = copyJob_;
+  while (known < number && !copyJob_.compare_exchange_weak(known, number)) {
+  }
   // A cancel that came before the job had its number has not reached the job.
   if (cancelled_) cancel();
 }
 
 void FileImport::copyEnded(const Value& result, const TQErrorPtr& error) {
   if (mayChooseAnotherTarget(error)) {
-    if (redTarget_) chooseREDTarget();
+    if (redTarget_ && !chooseREDTarget()) return;
     chooseTarget();
     if (recordInJournal()) placeByCopy(*target_);
     return;
@@ -436,19 +473,25 @@ void FileImport::recordEnded(const TQErrorPtr& error) {
 }
 
 void FileImport::makeThumbnail() {
-  auto made = [self = shared_from_this()](bool, const TQErrorPtr&) {
-    self->guarded([&] { self->end(100.0, static_cast<std::int64_t>(self->asset_->fileSize), nullptr); });
-  };
-  const auto& pictures = request_.pictures;
-  if (!pictures || pictures->source() != linkSource_)
-    return request_.project->extractThumbnail(linkSource_, *thumbnailFull_, made);
-  bool written = false;
   try {
-    written = writeThumbnail(linkSource_, pictures->get().thumbnail, *thumbnailFull_);
+    writePicture();
   } catch (const std::exception& exception) {
     logLine(LogLevel::error, "extractThumbnail exception : " + std::string(exception.what()));
   }
-  made(written, nullptr);
+  end(100.0, static_cast<std::int64_t>(asset_->fileSize), nullptr);
+}
+
+/// A source that has gone silent or away costs the picture, not the file.
+void FileImport::writePicture() {
+  constexpr int kQuietLooks = 10;
+  auto goOn = [this, looks = 0]() mutable {
+    if (++looks > kQuietLooks) progress(0, 0);
+    return !cancelled_;
+  };
+  auto pictures = request_.pictures;
+  if (!pictures || pictures->source() != linkSource_) pictures = FilePictures::start(linkSource_, false);
+  std::optional<Pictures> made = pictures->get(goOn);
+  if (made) writeThumbnail(linkSource_, made->thumbnail, *thumbnailFull_);
 }
 
 // The callback

@@ -5,15 +5,19 @@
 #include <vornex/TQProject.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "foundation/FileDescriptor.h"
+#include "import/FileFacts.h"
 #include "import/FileNames.h"
 #include "import/FilePictures.h"
 #include "import/ImportJournal.h"
 #include "import/REDFolders.h"
+#include "import/SilentFolders.h"
 
 namespace vornex {
 
@@ -37,6 +41,7 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
     /// What the files of one batch share; each may be null.
     std::shared_ptr<REDFolders> redFolders = nullptr;
     std::shared_ptr<NameSearch> names = nullptr;
+    std::shared_ptr<SilentFolders> silentFolders = nullptr;
     /// The source's pictures on their way.
     std::shared_ptr<FilePictures> pictures = nullptr;
   };
@@ -56,6 +61,7 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
 
  private:
   // The steps, in order. Each gives false when it has ended the file.
+  bool lookAtSource();
   bool nameFiles();
   bool checkPaths();
   bool masterNameIsFree();
@@ -68,9 +74,12 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   bool recordInJournal();
   void place();
 
-  bool sourceAnswers();
-  void chooseREDFolder();
-  void chooseREDTarget();
+  /// What the work gives that touches the source; absent when the source did not answer or the import was
+  /// cancelled, which has ended the file. The work may be left alone at any time.
+  template <typename Work>
+  std::optional<std::invoke_result_t<Work>> fromSource(Work work, std::chrono::milliseconds patience);
+  bool chooseREDFolder();
+  bool chooseREDTarget();
   void noteReference();
   void placeByCopy(const std::string& target);
   void placeByLink();
@@ -82,6 +91,7 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   void createRecord();
   void recordEnded(const TQErrorPtr& error);
   void makeThumbnail();
+  void writePicture();
 
   bool isReference() const { return request_.type != ImportType::copy; }
   bool copiesToTarget() const { return isReference() && request_.shouldIndexing; }
@@ -92,6 +102,8 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   void end(double percent, std::int64_t bytes, const TQErrorPtr& error);
   void fail(const TQErrorPtr& error) { end(0, 0, error); }
   void fail(std::int64_t code, const char* messageKey);
+  /// For a source that does not answer.
+  void failSilent();
   /// Ends the file when it was cancelled, and says so.
   bool endedByCancel();
   /// Runs a step; what it throws ends the file.
@@ -102,6 +114,8 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   const TQProject::FileCallback callback_;
 
   AssetPtr asset_;
+  /// Absent for a source that is not there.
+  std::optional<FileFacts> sourceFacts_;
   /// What the master links to, and what the thumbnail is made of.
   std::string linkSource_;
   OptionalString masterName_;

@@ -1,6 +1,9 @@
 #include "import/FilePictures.h"
 
+#include <vornex/Log.h>
 #include <vornex/Queue.h>
+
+#include "foundation/Patience.h"
 
 namespace vornex {
 
@@ -20,9 +23,21 @@ std::shared_ptr<FilePictures> FilePictures::start(const std::string& source, boo
   return pictures;
 }
 
-Pictures FilePictures::get() const {
+Pictures FilePictures::wait() const {
   const auto& [before, pictures] = coming_.get();
   return fileFacts(source_) == before ? pictures : picturesOfFile(source_, withPreview_);
+}
+
+std::optional<Pictures> FilePictures::get(const std::function<bool()>& goOn) const {
+  try {
+    auto pictures =
+        patiently([self = shared_from_this()] { return self->wait(); }, 4 * sourcePatience(), goOn);
+    if (pictures) return pictures;
+    logLine(LogLevel::warning, "no pictures in time of " + source_);
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error, "no pictures of " + source_ + ": " + exception.what());
+  }
+  return std::nullopt;
 }
 
 }  // namespace vornex

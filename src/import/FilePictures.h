@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -13,15 +14,16 @@ namespace vornex {
 /// The pictures of one source file, made on a worker thread while the file is still on its way.
 ///
 /// Thread-safety: safe on any thread.
-class FilePictures {
+class FilePictures : public std::enable_shared_from_this<FilePictures> {
  public:
   /// Starts at once, and never waits for the file. With a preview both come from one decoding.
   static std::shared_ptr<FilePictures> start(const std::string& source, bool withPreview);
 
   const std::string& source() const { return source_; }
 
-  /// Waits; made anew when the file has changed since the start.
-  Pictures get() const;
+  /// Waits; made anew when the file has changed since the start. Absent for a source that keeps it waiting
+  /// for four times the usual patience, or when `goOn`, asked twice a second, says so.
+  std::optional<Pictures> get(const std::function<bool()>& goOn) const;
 
  private:
   struct Made {
@@ -30,6 +32,7 @@ class FilePictures {
   };
 
   FilePictures(std::string source, bool withPreview);
+  Pictures wait() const;
 
   const std::string source_;
   const bool withPreview_;

@@ -11,8 +11,10 @@
 #include <thread>
 
 #include "core/Coercion.h"
+#include "core/SdkError.h"
 #include "core/TypeTables.h"
 #include "foundation/Files.h"
+#include "foundation/Patience.h"
 #include "foundation/Text.h"
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
@@ -50,6 +52,25 @@ void ImportBatch::claimFolder() {
 }
 
 void ImportBatch::run(const std::vector<ImportAssetPtr>& items) {
+  TQErrorPtr failure;
+  try {
+    importFiles(items);
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::error, std::string("createAssets exception : ") + exception.what());
+    failure = localizedError(10001, "request.error.param.invalid");
+  }
+  {
+    std::lock_guard lock(project_->redFoldersMutex_);
+    if (project_->redFolders_ == redFolders_) project_->redFolders_ = nullptr;
+  }
+  bool isUnsettled = journal_->hasPending();
+  journal_->close();
+  folderClaim_.close();
+  if (isUnsettled) recover();
+  completion_(!failure, failure);
+}
+
+void ImportBatch::importFiles(const std::vector<ImportAssetPtr>& items) {
   claimFolder();
   recover();
   std::shared_ptr<FilePictures> ahead;
@@ -61,19 +82,11 @@ void ImportBatch::run(const std::vector<ImportAssetPtr>& items) {
     importFile(items[i], std::move(pictures));
     ++finishedCount_;
   }
-  {
-    std::lock_guard lock(project_->redFoldersMutex_);
-    if (project_->redFolders_ == redFolders_) project_->redFolders_ = nullptr;
-  }
-  bool isUnsettled = journal_->hasPending();
-  journal_->close();
-  folderClaim_.close();
-  if (isUnsettled) recover();
-  completion_(true, nullptr);
 }
 
 std::shared_ptr<FilePictures> ImportBatch::picturesAhead(const ImportAssetPtr& item) const {
-  if (!item || !item->path) return nullptr;
+  // Pictures of files on a lost disk would each take a thread before anybody knows.
+  if (!item || !item->path || hangingWork() > 0) return nullptr;
   std::int64_t type = TypeTables::shared().assetType(pathExtension(*item->path));
   return FilePictures::start(*item->path, type == kAssetTypeImage);
 }
@@ -88,8 +101,9 @@ void ImportBatch::recover() {
 void ImportBatch::importFile(const ImportAssetPtr& item, std::shared_ptr<FilePictures> pictures) {
   pictures_ = std::move(pictures);
   bool isSideFile = lowercased(pathExtension(*item->path)) == "rmd" && !item->isSeparateRMDFile;
-  FileImport::Request request{project_,    library_, folder_, item->path,  targetFolder_, shouldIndexing_,
-                              !isSideFile, type_,    item,    redFolders_, names_,        pictures_};
+  FileImport::Request request{project_,        library_,       folder_,  item->path, targetFolder_,
+                              shouldIndexing_, !isSideFile,    type_,    item,       redFolders_,
+                              names_,          silentFolders_, pictures_};
   auto changed = [self = shared_from_this(), item](const AssetPtr& asset, double percent, std::int64_t bytes,
                                                    bool finished, const TQErrorPtr& error) {
     self->fileChanged(item, asset, percent, bytes, finished, error);
@@ -110,6 +124,8 @@ void ImportBatch::fileChanged(const ImportAssetPtr& item, const AssetPtr& asset,
   } catch (const std::exception& exception) {
     // The journal still has the file; the batch must go on.
     logLine(LogLevel::error, std::string("createAsset exception : ") + exception.what());
+  } catch (...) {
+    logLine(LogLevel::error, "createAsset exception of an unknown kind");
   }
   if (ended) fileEnded_.release();
 }
@@ -152,8 +168,9 @@ void ImportBatch::keep(const ImportAssetPtr& item, const AssetPtr& asset) {
 void ImportBatch::makePreview(const AssetPtr& asset) {
   if (!pictures_) return project_->extractPreviewImageFromAsset(asset);
   OptionalString path = neededPreviewPath(*library_, *asset);
-  ImagePtr preview = path ? pictures_->get().preview : nullptr;
-  if (preview) preview->saveJPEGWithPath(*path);
+  if (!path) return;
+  std::optional<Pictures> made = pictures_->get([this] { return !stop_; });
+  if (made && made->preview) made->preview->saveJPEGWithPath(*path);
 }
 
 void ImportBatch::takeBack(const AssetPtr& asset, bool ended) {

@@ -29,6 +29,7 @@ class ImportBatch : public std::enable_shared_from_this<ImportBatch> {
  private:
   void claimFolder();
   void run(const std::vector<ImportAssetPtr>& items);
+  void importFiles(const std::vector<ImportAssetPtr>& items);
   void importFile(const ImportAssetPtr& item, std::shared_ptr<FilePictures> pictures);
   std::shared_ptr<FilePictures> picturesAhead(const ImportAssetPtr& item) const;
   void recover();
@@ -52,6 +53,7 @@ class ImportBatch : public std::enable_shared_from_this<ImportBatch> {
 
   const std::shared_ptr<REDFolders> redFolders_ = std::make_shared<REDFolders>();
   const std::shared_ptr<NameSearch> names_ = std::make_shared<NameSearch>();
+  const std::shared_ptr<SilentFolders> silentFolders_ = std::make_shared<SilentFolders>();
   AssetFolderPtr folder_;
   /// Held with flock(2) while the batch runs, so that no other batch places files in the same folder.
   FileDescriptor folderClaim_;

@@ -115,7 +115,8 @@ bool TQImage::ffMpegWriteThumbImageWithFrom(const OptionalString& source, const 
                         source.value_or("(null)"), toFile.value_or("(null)")));
     return false;
   }
-  if (!fileExists(*source)) {
+  // The look is contained, as everything that waits for the source here.
+  if (!contained::mimeType(*source)) {
     logLine(LogLevel::warning, "TQFFMpegWriteStillImage file not exist. sourcePath=" + *source);
     return false;
   }

@@ -20,12 +20,13 @@
 #include "foundation/Files.h"
 #include "foundation/Text.h"
 #include "import/AfterASecond.h"
-#include "import/FileCopying.h"
+#include "import/CopyBookmark.h"
 #include "import/FileFacts.h"
 #include "import/FileImport.h"
 #include "import/FileNames.h"
 #include "import/ImportBatch.h"
 #include "import/ImportJournal.h"
+#include "import/NewAsset.h"
 #include "import/PackagePath.h"
 #include "import/REDFolders.h"
 #include "import/Thumbnail.h"
@@ -88,29 +89,12 @@ std::optional<std::map<std::string, std::string>> TQProject::availableTargetREDF
 AssetPtr TQProject::createAssetWithSrcPath(const std::string& srcPath, OptionalString masterPath,
                                            OptionalString thumbnailPath, OptionalString previewPath) {
   try {
-    AssetPtr asset = TQAsset::assetWithName(recordText(deletingPathExtension(lastPathComponent(srcPath))));
+    AssetPtr asset = assetNamedAfter(srcPath, shared_from_this());
     asset->masterPath = std::move(masterPath);
     asset->thumbnailPath = std::move(thumbnailPath);
     asset->previewPath = std::move(previewPath);
-    std::string extension = recordText(pathExtension(srcPath));
-    asset->type = TQVornexUtil::assetTypeFromExtension(extension);
-    asset->fileExtension = lowercased(extension);
-    asset->importDate = std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
-    asset->updateDate = asset->importDate;
-    asset->setImportStatus(1);
-    if (std::optional<FileFacts> facts = fileFacts(srcPath)) {
-      asset->createDate = facts->created;
-      asset->modifyDate = facts->modified;
-      TQErrorPtr unreadable;
-      asset->fileSize = facts->isDirectory ? sizeForFolderAtPath(srcPath, &unreadable) : facts->size;
-      if (unreadable) asset->fileSize = facts->size;
-    }
-    if (level == 0) {
-      asset->project = shared_from_this();
-    } else {
-      asset->group = shared_from_this();
-      asset->project = rootProject.lock();
-    }
+    if (std::optional<FileFacts> facts = fileFacts(srcPath))
+      takeFacts(*asset, *facts, recordedSize(srcPath, *facts));
     return asset;
   } catch (const std::exception& exception) {
     logLine(LogLevel::error, std::string("createAsset exception : ") + exception.what());
@@ -209,8 +193,11 @@ bool TQProject::createLinkFileAtPath(const OptionalString& source, const Optiona
 
 void TQProject::copyFileAtPath(const std::string& src, const std::string& toPath, AssetPtr asset,
                                Completion completion) {
-  startCopy({src, toPath, {}, false, asset->copyProgressHandler, asset->copyReportHandler},
-            std::move(completion));
+  tl::expected<Data, TQErrorPtr> bookmark = bookmarkForCopy(src);
+  if (!bookmark) return completion(false, bookmark.error());
+  TQLibraryManager::sharedManager().copyInterface().copy(
+      {src, toPath, std::move(*bookmark), false, asset->copyProgressHandler, asset->copyReportHandler},
+      std::move(completion));
 }
 
 void TQProject::cancelFile() {

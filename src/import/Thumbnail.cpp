@@ -37,7 +37,7 @@ static ImagePtr pointer(Image image) {
 /// What the previewer gives for these bounds, the largest first; empty when it has nothing.
 static std::vector<ImagePtr> previewed(const std::string& path, const std::vector<int>& bounds) {
   std::vector<ImagePtr> pictures;
-  if (!fileExists(path) || neverHasPicture(path)) return pictures;
+  if (neverHasPicture(path)) return pictures;
   if (auto images = previewImages(path, bounds)) {
     for (Image& image : *images) pictures.push_back(pointer(std::move(image)));
   }
@@ -57,7 +57,7 @@ static ImagePtr drawnAsThumbnail(const TQImage& source) {
 
 /// The thumbnail of a file of which the previewer has nothing.
 static ImagePtr otherThumbnail(const std::string& path) {
-  if (!fileExists(path) || neverHasPicture(path)) return nullptr;
+  if (neverHasPicture(path) || !contained::mimeType(path)) return nullptr;
   logLine(LogLevel::info, "====== QUICKLOOK FAILED:" + path);
   ImagePtr source = TQImage::albumImageWithURL(path);
   if (!source) source = TQImage::videoImageWithURL(path);

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "platform/Containment.h"
+#include "platform/FileKind.h"
 #include "platform/Images.h"
 #include "platform/Media.h"
 #include "platform/MediaChannel.h"
@@ -38,6 +39,12 @@ MediaAnswer facts(std::optional<Dictionary> found) {
   return {found ? Value(std::move(*found)) : Value(), {}};
 }
 
+Result<MediaAnswer> type(const std::string& path) {
+  auto found = mimeType(path);
+  if (!found) return tl::unexpected(found.error());
+  return MediaAnswer{*found, {}};
+}
+
 Result<MediaAnswer> thumbnails(const std::string& path, const Value& request) {
   std::vector<int> bounds;
   const Value* sizes = request.find("bounds");
@@ -64,6 +71,7 @@ Result<MediaAnswer> answer(const Value& request) {
   };
   const std::string what = text("read");
   const std::string path = pathFromChannel(text("path"));
+  if (what == "type") return type(path);
   if (what == "thumbnails") return thumbnails(path, request);
   if (what == "artwork") return artwork(path);
   if (what == "frame") return frame(path, request);

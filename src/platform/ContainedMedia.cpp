@@ -37,6 +37,13 @@ static std::optional<Dictionary> facts(const char* what, const std::string& path
   return found ? std::make_optional(std::move(*found)) : std::nullopt;
 }
 
+Result<std::string> mimeType(const std::string& path) {
+  Result<MediaAnswer> answer = ask("type", path);
+  if (!answer) return tl::unexpected(answer.error());
+  const std::string* type = answer->facts.ifString();
+  return type ? Result<std::string>(*type) : failure("decoder", 0, "no type came");
+}
+
 Result<std::vector<Image>> loadThumbnails(const std::string& path, const std::vector<int>& bounds) {
   Array sizes(bounds.begin(), bounds.end());
   Result<MediaAnswer> answer = ask("thumbnails", path, {{"bounds", std::move(sizes)}});

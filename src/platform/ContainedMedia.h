@@ -8,11 +8,13 @@
 #include "foundation/Error.h"
 #include "platform/Images.h"
 
-/// What Images.h, Media.h, MediaInformation.h and Xmp.h read from files, read in a process of its own:
-/// nothing in a file can harm the caller. The same results, and domain "decoder" when the reader died of the
-/// file or took too long. Every function blocks and is thread-safe.
+/// What FileKind.h, Images.h, Media.h, MediaInformation.h and Xmp.h read from files, read in a process of its
+/// own: nothing in a file can harm the caller. The same results, and domain "decoder" when the reader died of
+/// the file or took too long. Every function blocks and is thread-safe.
 namespace vornex::contained {
 
+/// See platform/FileKind.h.
+[[nodiscard]] Result<std::string> mimeType(const std::string& path);
 [[nodiscard]] Result<std::vector<Image>> loadThumbnails(const std::string& path,
                                                         const std::vector<int>& bounds);
 /// The first embedded picture that decodes.

@@ -1,11 +1,9 @@
 #include "platform/Previewer.h"
 
 #include <gio/gio.h>
-#include <sys/stat.h>
 #include <vornex/Log.h>
 
 #include <cstdlib>
-#include <fstream>
 
 #include "foundation/Files.h"
 #include "platform/ContainedMedia.h"
@@ -21,17 +19,6 @@ struct GFree {
   void operator()(void* memory) const { g_free(memory); }
 };
 using GText = std::unique_ptr<char, GFree>;
-
-/// The type by name and first bytes, e.g. "application/pdf".
-std::string mimeType(const std::string& path) {
-  char head[4096];
-  std::ifstream stream(path, std::ios::binary);
-  stream.read(head, sizeof head);
-  GText type(g_content_type_guess(path.c_str(), reinterpret_cast<const guchar*>(head),
-                                  static_cast<gsize>(stream.gcount()), nullptr));
-  GText mime(type ? g_content_type_get_mime_type(type.get()) : nullptr);
-  return mime ? mime.get() : "application/octet-stream";
-}
 
 std::vector<std::string> thumbnailerFolders() {
   std::vector<std::string> folders{appendPathComponent(g_get_user_data_dir(), "thumbnailers")};
@@ -152,17 +139,15 @@ Result<std::vector<Image>> runThumbnailer(const std::string& command, const std:
 }  // namespace
 
 Result<std::vector<Image>> previewImages(const std::string& path, const std::vector<int>& bounds) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return failure("preview", errno, "cannot find " + path);
-  if (!S_ISREG(status.st_mode)) return failure("preview", 0, path + " is not a regular file");
-  std::string mime = mimeType(path);
-  if (mime.starts_with("video/") || mime.starts_with("audio/")) {
-    return failure("preview", 0, path + " is sound or moving pictures: " + mime);
+  auto mime = contained::mimeType(path);
+  if (!mime) return tl::unexpected(mime.error());
+  if (mime->starts_with("video/") || mime->starts_with("audio/")) {
+    return failure("preview", 0, path + " is sound or moving pictures: " + *mime);
   }
   auto images = contained::loadThumbnails(path, bounds);
   // What a decoder died of is not given to another one.
   if (images || images.error().domain == "decoder") return images;
-  for (const std::string& command : commandsFor(mime)) {
+  for (const std::string& command : commandsFor(*mime)) {
     auto shown = runThumbnailer(command, path, bounds);
     if (shown) return shown;
     logLine(LogLevel::debug, shown.error().message);

@@ -3,6 +3,7 @@
 #include <vornex/Value.h>
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -32,6 +33,8 @@ class FakeAssetServer {
   }
 
   std::atomic<Creating> creating = Creating::works;
+  /// Called before a record is made; set it before the first request.
+  std::function<void()> whenCreating;
   /// Every request is answered with an error.
   std::atomic<bool> isBroken = false;
 
@@ -40,7 +43,10 @@ class FakeAssetServer {
     if (isBroken) return failure();
     Value body = parseJson(request.body).value_or(Value());
     std::lock_guard lock(mutex_);
-    if (request.target.ends_with("/assets/create")) return create(body);
+    if (request.target.ends_with("/assets/create")) {
+      if (whenCreating) whenCreating();
+      return create(body);
+    }
     if (request.target.ends_with("/assets/search")) return search(body);
     if (request.target.find("/assets/delete?") != std::string::npos) return remove(body);
     return failure();

@@ -10,8 +10,10 @@
 #include <future>
 #include <thread>
 
+#include "foundation/Patience.h"
 #include "sdk/ImportFixture.h"
 #include "sdk/ServedLibrary.h"
+#include "support/HungMount.h"
 
 namespace vornex::testing {
 namespace {
@@ -188,6 +190,39 @@ TEST_F(Import, StopTakesTheCurrentFileBackAndEndsTheBatch) {
     EXPECT_EQ(packageFiles().size(), 1U);
     EXPECT_EQ(server_.records().size(), 1U);
   }
+}
+
+TEST_F(Import, ALostDiskCostsItsFilesAndPicturesAndNotTheBatch) {
+  HungMount mount(source("mount"), folder_ / "mounted");
+  if (!mount.isMounted()) GTEST_SKIP() << "this process may not mount";
+  setSourcePatience(std::chrono::milliseconds(1500));
+  writeText(source("local.txt"), "local");
+  // The disk is lost when the first file is copied and all but recorded.
+  server_.whenCreating = [&] { mount.fallSilent(); };
+  std::vector<std::string> names{"mount/copied.txt"};
+  for (int i = 0; i < 40; ++i) names.push_back("mount/" + std::to_string(i));
+  names.push_back("local.txt");
+  auto list = items(names);
+  list[0]->metaData = {{"tags", Array{"one"}}};
+  auto begin = std::chrono::steady_clock::now();
+  std::set<std::string> silent;
+  for (const Step& step : import(list)) {
+    EXPECT_TRUE(assets_[source(step.file)]) << step.file;
+    if (!step.error) continue;
+    EXPECT_EQ(step.error->code(), ETIMEDOUT);
+    silent.insert(step.file);
+  }
+  EXPECT_EQ(silent.size(), 40U);
+  EXPECT_EQ(server_.records().size(), 2U);
+  EXPECT_TRUE(fileExists(inPackage(assets_[source("mount/copied.txt")]->masterPath)));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(40));
+
+  // A stop is heard while the look at a file hangs.
+  setSourcePatience(std::chrono::hours(1));
+  EXPECT_EQ(import(items({"mount/0"}), ImportType::copy, false, [](const Step&) { return true; })
+                .back()
+                .error->code(),
+            ECANCELED);
 }
 
 TEST_F(Import, ReferencesAreLinksToTheSourceOrToItsIndexedCopy) {
@@ -415,6 +450,7 @@ TEST(CopyService, TakesJobsInTurnAndReportsEachOnce) {
     auto report = [&, name](const Value&, const TQErrorPtr& error) {
       std::lock_guard lock(mutex);
       ends.emplace_back(name, error ? error->code() : 0);
+      throw std::runtime_error("a host's mistake");
     };
     return service.copy({folder / name, folder / (name + " copy"), token, true, progress, report}, {});
   };
