@@ -7,8 +7,9 @@ namespace vornex {
 /// The process's copy service: one job runs at a time, later ones wait their turn.
 ///
 /// A copy appears at its destination at once and whole, after it has reached the disk; nothing is ever
-/// replaced. A symbolic link given as source is followed. A source that does not answer for half a minute
-/// (cancelled: a second) ends its job with ETIMEDOUT (ECANCELED).
+/// replaced. A symbolic link given as source is followed. A source that does not answer for half a minute,
+/// and a target that does not store for five (cancelled: both a second), end the job with ETIMEDOUT
+/// (ECANCELED).
 ///
 /// Thread-safety: safe on any thread. Handlers are called on the copying thread, one at a time, without a
 /// lock held.

@@ -9,6 +9,8 @@
 #include <mutex>
 
 #include "core/SdkError.h"
+#include "foundation/Patience.h"
+#include "foundation/RunTask.h"
 #include "platform/FileCopy.h"
 #include "platform/FolderAccess.h"
 
@@ -31,10 +33,8 @@ struct TQCopyInterface::State {
   std::deque<CopyJobPtr> jobs;
 };
 
-// How often a running copy is looked at, and how long its source may keep it waiting.
+// How often a running copy is looked at.
 static constexpr std::chrono::milliseconds kLook{50};
-static constexpr std::chrono::seconds kPatience{30};
-static constexpr std::chrono::seconds kPatienceWhenCancelled{1};
 
 static Result<Copied> copy(CopyJob& job, CopyWatch& watch) {
   const TQCopyInterface::Job& what = job.what;
@@ -57,28 +57,39 @@ static Result<Copied> copy(CopyJob& job, CopyWatch& watch) {
   }
 }
 
-/// The job's end, or what a person should hear about a source that does not answer any more. The thread that
-/// waits for such a source is left to it.
+/// The job's end, or what a person should hear about a disk that does not answer any more. The thread that
+/// waits for such a disk is left to it.
 static Result<Copied> watchedCopy(const CopyJobPtr& job) {
   auto watch = std::make_shared<CopyWatch>();
   auto promise = std::make_shared<std::promise<Result<Copied>>>();
   auto ended = promise->get_future();
   GlobalQueue::shared().async([job, watch, promise] { promise->set_value(copy(*job, *watch)); });
+  // A slow disk may need minutes to store what it was given.
+  const CopyWatch::Patience patience{sourcePatience(), 10 * sourcePatience()};
+  constexpr CopyWatch::Patience kWhenCancelled{std::chrono::seconds(1), std::chrono::seconds(1)};
   while (ended.wait_for(kLook) != std::future_status::ready) {
     bool cancelled = job->cancelled;
-    if (!watch->abandonIfStuck(cancelled ? kPatienceWhenCancelled : kPatience)) continue;
+    if (!watch->abandonIfStuck(cancelled ? kWhenCancelled : patience)) continue;
     return posixFailure(cancelled ? ECANCELED : ETIMEDOUT, "copy " + job->what.source);
   }
   return ended.get();
 }
 
 static void run(const CopyJobPtr& job) {
-  Result<Copied> copied = watchedCopy(job);
+  Result<Copied> copied;
+  try {
+    copied = watchedCopy(job);
+  } catch (const std::exception& exception) {
+    copied = failure("posix", EAGAIN, "copy " + job->what.source + ": " + exception.what());
+  }
   if (!job->what.report) return;
-  if (!copied) return job->what.report(nullptr, makeSdkError(copied.error()));
-  Dictionary result{{"bytes", copied->bytes}};
-  if (copied->digest) result.set("checksum", *copied->digest);
-  job->what.report(std::move(result), nullptr);
+  auto tell = [&] {
+    if (!copied) return job->what.report(nullptr, makeSdkError(copied.error()));
+    Dictionary result{{"bytes", copied->bytes}};
+    if (copied->digest) result.set("checksum", *copied->digest);
+    job->what.report(std::move(result), nullptr);
+  };
+  runTask(tell, "report of a copy");
 }
 
 TQCopyInterface::TQCopyInterface() : state_(std::make_shared<State>()) {}
@@ -109,9 +120,11 @@ void TQCopyInterface::copyFileAtPath(const std::string& source, const std::strin
 }
 
 TQCopyInterface::JobID TQCopyInterface::copy(Job what, Completion completion) {
-  Result<std::string> reached = resolveAccessToken(what.bookmarkData);
-  if (!reached) {
-    if (completion) completion(false, makeSdkError(reached.error()));
+  auto reached =
+      patiently([token = what.bookmarkData] { return resolveAccessToken(token); }, sourcePatience());
+  if (!reached) reached = posixFailure(ETIMEDOUT, "copy " + what.source);
+  if (!*reached) {
+    if (completion) completion(false, makeSdkError(reached->error()));
     return 0;
   }
   auto job = std::make_shared<CopyJob>();
@@ -126,7 +139,7 @@ TQCopyInterface::JobID TQCopyInterface::copy(Job what, Completion completion) {
   state_->jobs.push_back(job);
   if (state_->jobs.size() > 1) return job->id;
   lock.unlock();
-  GlobalQueue::shared().async([state = state_] {
+  auto runJobs = [state = state_] {
     std::unique_lock jobsLock(state->mutex);
     while (!state->jobs.empty()) {
       CopyJobPtr next = state->jobs.front();
@@ -141,7 +154,13 @@ TQCopyInterface::JobID TQCopyInterface::copy(Job what, Completion completion) {
       state->jobs.pop_front();
     }
     state->idle.notify_all();
-  });
+  };
+  try {
+    GlobalQueue::shared().async(runJobs);
+  } catch (const std::exception&) {
+    // Without a thread the jobs fail, here.
+    runJobs();
+  }
   return job->id;
 }
 

@@ -15,6 +15,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
+#include "foundation/Patience.h"
 #include "foundation/Text.h"
 #include "platform/OpenFolders.h"
 
@@ -24,6 +25,7 @@ namespace {
 
 constexpr std::string_view kTemporaryPrefix = ".vornex-copy-";
 constexpr std::size_t kChunk = std::size_t{1} << 20;
+constexpr std::uint64_t kStoreBytes = std::uint64_t{16} << 20;
 constexpr std::uint64_t kReportBytes = std::uint64_t{16} << 20;
 constexpr std::chrono::milliseconds kReportInterval{100};
 constexpr int kMaxDepth = 200;
@@ -91,8 +93,9 @@ Done finish(int source, int target, const struct stat& status, const std::string
 
 struct CopyWatch::State {
   std::mutex mutex;
-  /// Since when the copy has waited for its source; absent while it does something else.
-  std::optional<Clock::time_point> waiting;
+  /// What the copy waits for, and since when; nothing while it does something else.
+  enum class For { nothing, source, target } waitingFor = For::nothing;
+  Clock::time_point since;
   bool abandoned = false;
   FileDescriptor folder;
   std::string temporaryName;
@@ -101,12 +104,19 @@ struct CopyWatch::State {
 CopyWatch::CopyWatch() : state_(std::make_unique<State>()) {}
 CopyWatch::~CopyWatch() = default;
 
-bool CopyWatch::abandonIfStuck(std::chrono::milliseconds patience) {
-  std::lock_guard lock(state_->mutex);
-  if (!state_->waiting || Clock::now() - *state_->waiting < patience) return false;
+bool CopyWatch::abandonIfStuck(const Patience& patience) {
+  using For = State::For;
+  std::unique_lock lock(state_->mutex);
+  auto limit = state_->waitingFor == For::source ? patience.source : patience.target;
+  if (state_->waitingFor == For::nothing || Clock::now() - state_->since < limit) return false;
   state_->abandoned = true;
-  state_->waiting.reset();
-  if (state_->folder) removeTree(state_->folder.get(), state_->temporaryName);
+  state_->waitingFor = For::nothing;
+  auto folder = std::make_shared<FileDescriptor>(std::move(state_->folder));
+  lock.unlock();
+  // A target that has gone silent does not let go of its leftovers either.
+  constexpr std::chrono::seconds kTimeToRemove{2};
+  auto remove = [folder, name = state_->temporaryName] { return removeTree(folder->get(), name); };
+  if (*folder) patiently(std::move(remove), kTimeToRemove);
   return true;
 }
 
@@ -117,20 +127,16 @@ class Copier {
 
   std::uint64_t bytes() const { return done_; }
 
-  /// Before everything that reads the source: what follows may be given up from outside.
-  void waitForSource() {
-    CopyWatch::State* watch = watchState();
-    if (!watch) return;
-    std::lock_guard lock(watch->mutex);
-    if (!watch->abandoned) watch->waiting = Clock::now();
-  }
+  // Before everything that may keep the copy waiting: what follows may be given up from outside.
+  void waitForSource() { waitFor(CopyWatch::State::For::source); }
+  void waitForTarget() { waitFor(CopyWatch::State::For::target); }
 
   /// After it. ECANCELED when the copy was given up meanwhile.
-  Done leaveSource() {
+  Done stopWaiting() {
     CopyWatch::State* watch = watchState();
     if (!watch) return {};
     std::lock_guard lock(watch->mutex);
-    watch->waiting.reset();
+    watch->waitingFor = CopyWatch::State::For::nothing;
     if (watch->abandoned) return posixFailure(ECANCELED, "copy");
     return {};
   }
@@ -171,7 +177,7 @@ class Copier {
   }
 
   Done report() {
-    if (auto left = leaveSource(); !left) return left;
+    if (auto left = stopWaiting(); !left) return left;
     lastReport_ = Clock::now();
     lastReportedBytes_ = done_ + compared_;
     std::uint64_t total = options_.verify ? 3 * total_ : total_;
@@ -215,6 +221,15 @@ class Copier {
     return due ? report() : Done();
   }
 
+  void waitFor(CopyWatch::State::For what) {
+    CopyWatch::State* watch = watchState();
+    if (!watch) return;
+    std::lock_guard lock(watch->mutex);
+    if (watch->abandoned) return;
+    watch->waitingFor = what;
+    watch->since = Clock::now();
+  }
+
   CopyWatch::State* watchState() const { return options_.watch ? options_.watch->state_.get() : nullptr; }
 
   Done copyLink(int from, const std::string& name, int to, const std::string& newName,
@@ -252,10 +267,23 @@ class Copier {
 
   /// A disk may take its time to store the copy: that is no fault of the source.
   Done finishTarget(int source, int target, const struct stat& status, const std::string& path) {
-    if (auto left = leaveSource(); !left) return left;
+    waitForTarget();
     Done finished = finish(source, target, status, path);
     waitForSource();
     return finished;
+  }
+
+  /// Has what was written stored while the copy goes on, so that its end does not wait for all of it.
+  void store(int target, std::uint64_t offset) {
+    if (offset < stored_ + kStoreBytes) return;
+    waitForTarget();
+    constexpr unsigned kWait =
+        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    auto begin = static_cast<off64_t>(stored_);
+    // The last part is being stored while the one before it is waited for. Errors come with the end's fsync.
+    sync_file_range(target, begin, static_cast<off64_t>(offset) - begin, SYNC_FILE_RANGE_WRITE);
+    if (stored_ > 0) sync_file_range(target, 0, begin, kWait);
+    stored_ = offset;
   }
 
   Done copyFile(int source, const struct stat& status, int to, const std::string& newName,
@@ -286,6 +314,7 @@ class Copier {
     }
     bool inKernel = true;
     std::string buffer;
+    stored_ = 0;
     for (std::uint64_t offset = 0; offset < size;) {
       waitForSource();
       auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size - offset));
@@ -294,6 +323,7 @@ class Copier {
       if (*moved == 0) return posixFailure(ESTALE, path + " has become shorter");
       offset += *moved;
       done_ += *moved;
+      store(target, offset);
       if (auto goOn = reportWhenDue(); !goOn) return goOn;
     }
     return {};
@@ -301,8 +331,8 @@ class Copier {
 
   /// Moves up to `wanted` bytes; 0 at the end of the source. `inKernel` becomes false when that way is
   /// barred.
-  static Result<std::size_t> moveChunk(int source, int target, std::uint64_t offset, std::size_t wanted,
-                                       bool& inKernel, std::string& buffer, const std::string& path) {
+  Result<std::size_t> moveChunk(int source, int target, std::uint64_t offset, std::size_t wanted,
+                                bool& inKernel, std::string& buffer, const std::string& path) {
     while (inKernel) {
       auto from = static_cast<off64_t>(offset);
       auto to = from;
@@ -320,6 +350,7 @@ class Copier {
       count = pread(source, buffer.data(), wanted, static_cast<off_t>(offset));
     } while (count < 0 && errno == EINTR);
     if (count < 0) return posixFailure(errno, "cannot read " + path);
+    waitForTarget();
     for (ssize_t written = 0; written < count;) {
       ssize_t step = pwrite(target, buffer.data() + written, static_cast<std::size_t>(count - written),
                             static_cast<off_t>(offset) + written);
@@ -335,6 +366,8 @@ class Copier {
   std::uint64_t done_ = 0;
   std::uint64_t compared_ = 0;
   std::uint64_t lastReportedBytes_ = 0;
+  /// Of the file in hand, from its beginning.
+  std::uint64_t stored_ = 0;
   Clock::time_point lastReport_ = Clock::now();
   int depth_ = 0;
 };
@@ -504,7 +537,7 @@ Result<Copied> copyItem(const std::string& source, const std::string& target, co
   }
   if (auto goOn = copier.report(); !goOn) return tl::unexpected(goOn.error());
   // From here on it can no longer be given up.
-  if (auto left = copier.leaveSource(); !left) return tl::unexpected(left.error());
+  if (auto left = copier.stopWaiting(); !left) return tl::unexpected(left.error());
   if (options.willAppear) options.willAppear(appendPathComponent(parent, copy.name));
   auto placed = place(folder.get(), copy.name, name, target);
   if (!placed) return tl::unexpected(placed.error());

@@ -26,10 +26,14 @@ class CopyWatch {
   CopyWatch();
   ~CopyWatch();
 
-  /// Gives the copy up if it has waited for its source for that long: it will never appear at its target,
-  /// what there is of it is removed, and its progress is told no more. Its thread ends when the source lets
-  /// it.
-  bool abandonIfStuck(std::chrono::milliseconds patience);
+  /// How long a copy may wait for its source, and for what it has written to be stored.
+  struct Patience {
+    std::chrono::milliseconds source;
+    std::chrono::milliseconds target;
+  };
+  /// Gives the copy up if it has waited for longer: it will never appear at its target, what there is of it
+  /// is removed, and its progress is told no more. Its thread ends when the disk lets it.
+  bool abandonIfStuck(const Patience& patience);
 
  private:
   friend class Copier;

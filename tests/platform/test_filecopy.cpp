@@ -9,6 +9,7 @@
 
 #include "Fixtures.h"
 #include "platform/FileCopy.h"
+#include "support/HungMount.h"
 #include "support/TemporaryFolder.h"
 
 namespace vornex {
@@ -179,18 +180,9 @@ TEST_F(FileCopy, AVerifiedCopyTellsItsDigestAndADifferentOneNeverAppears) {
 }
 
 TEST_F(FileCopy, ASourceThatAnswersNoMoreIsGivenUp) {
-  fs::create_directory(folder_ / "mount");
   fs::create_directory(folder_ / "target");
-  std::string command = "python3 " VORNEX_TEST_SUPPORT "/hung_mount.py " + (folder_ / "mount") + " >" +
-                        (folder_ / "mounted") + " 2>/dev/null";
-  FILE* server = popen(command.c_str(), "w");
-  ASSERT_TRUE(server);
-  for (int i = 0; i < 500 && readFile(folder_ / "mounted").value_or("").empty(); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  if (readFile(folder_ / "mounted").value_or("").empty()) {
-    pclose(server);
-    GTEST_SKIP() << "this process may not mount";
-  }
+  testing::HungMount mount(folder_ / "mount", folder_ / "mounted");
+  if (!mount.isMounted()) GTEST_SKIP() << "this process may not mount";
   CopyWatch watch;
   std::atomic<bool> abandoned = false, toldLater = false;
   CopyOptions watched;
@@ -202,13 +194,13 @@ TEST_F(FileCopy, ASourceThatAnswersNoMoreIsGivenUp) {
   auto copy = std::async(std::launch::async,
                          [&] { return copyItem(folder_ / "mount/file", folder_ / "target/copy", watched); });
   for (int i = 0; i < 2000 && !abandoned; ++i) {
-    abandoned = watch.abandonIfStuck(std::chrono::milliseconds(1500));
+    abandoned = watch.abandonIfStuck({std::chrono::milliseconds(1500), std::chrono::hours(1)});
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   EXPECT_TRUE(abandoned);
   EXPECT_EQ(copy.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
   EXPECT_TRUE(namesInFolder(folder_ / "target").empty());
-  pclose(server);  // its end lets the reader go
+  mount.end();
   EXPECT_FALSE(copy.get());
   EXPECT_FALSE(toldLater);
   EXPECT_TRUE(namesInFolder(folder_ / "target").empty());
