@@ -79,12 +79,16 @@ Result<std::vector<AssetPtr>> assetsWithIDs(const LibraryPtr& library, const std
 Result<void> forEachAsset(const LibraryPtr& library,
                           const std::function<void(const AssetPtr& asset)>& callback) {
   constexpr std::int64_t kPageSize = 1000;
-  for (std::int64_t page = 0;; ++page) {
-    auto found = search(library, {.page = page, .limit = kPageSize, .sort = "importdate"});
-    if (!found) return tl::unexpected(found.error());
-    for (const AssetPtr& asset : found->result) callback(asset);
-    if ((page + 1) * kPageSize >= found->totalCount) return {};
+  for (bool trash : {false, true}) {
+    for (std::int64_t page = 0, total = 1; page * kPageSize < total; ++page) {
+      auto found =
+          search(library, {.page = page, .limit = kPageSize, .sort = "importdate", .trash = trash});
+      if (!found) return tl::unexpected(found.error());
+      for (const AssetPtr& asset : found->result) callback(asset);
+      total = found->totalCount;
+    }
   }
+  return {};
 }
 
 Result<AssetCounts> countAssets(const LibraryPtr& library) {

@@ -32,7 +32,7 @@ struct SearchQuestion {
 [[nodiscard]] Result<std::vector<AssetPtr>> assetsWithIDs(const LibraryPtr& library,
                                                           const std::vector<std::string>& ids);
 
-/// Calls back with every asset outside the trash.
+/// Calls back with every asset, those in the trash last.
 [[nodiscard]] Result<void> forEachAsset(const LibraryPtr& library,
                                         const std::function<void(const AssetPtr& asset)>& callback);
 
