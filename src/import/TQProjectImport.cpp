@@ -29,6 +29,7 @@
 #include "import/NewAsset.h"
 #include "import/PackagePath.h"
 #include "import/REDFolders.h"
+#include "import/RecordKeys.h"
 #include "import/Thumbnail.h"
 #include "platform/AliasFile.h"
 #include "platform/ContainedMedia.h"
@@ -259,7 +260,11 @@ void TQProject::addXMPDataWithAsset(const AssetPtr& asset, const std::string& sr
   std::optional<Dictionary> xmp = asset->xmpMetaWithPath(srcPath);
   if (!xmp) return;
   addLocation(*asset, *xmp);
-  asset->setXMPData(std::move(*xmp));
+  // A file chooses the names of its namespaces.
+  Dictionary harmless;
+  for (auto& [name, properties] : *xmp)
+    if (!isRecordKey(name)) harmless.set(name, std::move(properties));
+  asset->setXMPData(std::move(harmless));
 }
 
 void TQProject::addMediaInfoWithAsset(const AssetPtr& asset, const std::string& srcPath) {

@@ -32,6 +32,12 @@ TEST_F(Import, PlacesEveryFileWithItsRecordAndPictures) {
   writeClip(source("clip.mp4"), "640x320");
   writeText(source(odd), "text");
   writeText(source("empty.jpg"), "");
+  // A file must not have its own say in the record.
+  writeText(
+      source("small.xmp"),
+      R"(<x:xmpmeta xmlns:x="adobe:ns:meta/"><rdf:RDF xmlns:rdf="http://www.w3.org/1999/02/22-rdf-syntax-ns#">
+            <rdf:Description rdf:about="" xmlns:masterpath="http://a/" xmlns:_id="http://b/" xmlns:own="http://c/"
+            masterpath:x="1" _id:x="2" own:x="3"/></rdf:RDF></x:xmpmeta>)");
   auto list = items({"wide.jpg", "small.jpg", "clip.mp4", odd, "empty.jpg"});
   list[0]->metaData = {{"importer", "Someone"}, {"tags", Array{"one", "two"}}, {"custom", 7}};
   std::vector<Step> steps = import(list);
@@ -70,6 +76,8 @@ TEST_F(Import, PlacesEveryFileWithItsRecordAndPictures) {
   EXPECT_EQ(*wideRecord.find("custom"), Value(7));
   EXPECT_EQ(*wideRecord.find("importfrompath"), Value(source("wide.jpg")));
   EXPECT_THAT(wide->tags(), ElementsAre("one", "two"));
+  Dictionary smallRecord = server_.records().at(*assets_[source("small.jpg")]->id);
+  EXPECT_EQ(*smallRecord.find("own"), Value(Dictionary{{"x", "3"}}));
 
   ImageSize thumbnail = imageSize(inPackage(wide->thumbnailPath)).value();
   EXPECT_EQ(thumbnail.width, 300);
