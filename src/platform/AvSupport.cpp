@@ -1,11 +1,13 @@
 #include "platform/AvSupport.h"
 
+#include <gio/gio.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 extern "C" {
 #include <libavutil/display.h>
@@ -70,6 +72,14 @@ int MediaFile::openOwnFileOnly(AVFormatContext* context, AVIOContext** io, const
   return file->openByDefault_(context, io, url, flags, options);
 }
 
+/// Whether the name alone promises sound or moving pictures.
+static bool isNamedAsMedia(const std::string& path) {
+  std::unique_ptr<char, void (*)(void*)> type(g_content_type_guess(path.c_str(), nullptr, 0, nullptr),
+                                              g_free);
+  std::string_view name = type ? type.get() : "";
+  return name.starts_with("video/") || name.starts_with("audio/");
+}
+
 int MediaFile::read() {
   context_ = avformat_alloc_context();
   if (!context_) return AVERROR(ENOMEM);
@@ -79,6 +89,9 @@ int MediaFile::read() {
   context_->io_open = openOwnFileOnly;
   if (int status = avformat_open_input(&context_, url_.c_str(), nullptr, nullptr); status < 0) return status;
   if (isRefusedFormat(context_->iformat->name)) return AVERROR_INVALIDDATA;
+  // The best guess may be a bad one: any bytes look like some format.
+  bool isGuess = context_->probe_score <= AVPROBE_SCORE_RETRY;
+  if (isGuess && !isNamedAsMedia(url_)) return AVERROR_INVALIDDATA;
   return avformat_find_stream_info(context_, nullptr);
 }
 
