@@ -296,12 +296,12 @@ std::optional<Dictionary> audioInformation(const std::string& path) {
 static void addRawSize(const std::string& path, Dictionary& facts) {
   auto preview = rawPreview(path);
   const Value* width = facts.find("image_width");
-  if (!preview ||
-      (width && width->ifInteger() && *width->ifInteger() >= std::max(preview->width, preview->height)))
+  if (!preview || (width && width->ifInteger() &&
+                   *width->ifInteger() >= std::max(preview->fullWidth, preview->fullHeight)))
     return;
   bool turned = preview->orientation >= 5;
-  facts.set("image_width", turned ? preview->height : preview->width);
-  facts.set("image_height", turned ? preview->width : preview->height);
+  facts.set("image_width", turned ? preview->fullHeight : preview->fullWidth);
+  facts.set("image_height", turned ? preview->fullWidth : preview->fullHeight);
   facts.set("image_orientation", preview->orientation);
 }
 

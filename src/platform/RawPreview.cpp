@@ -3,41 +3,19 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <string_view>
 
 #include "foundation/Files.h"
 #include "foundation/Text.h"
+#include "platform/ByteReader.h"
+#include "platform/TiffFacts.h"
 
 namespace vornex {
 
 namespace {
 
 constexpr std::size_t kMaxRaw = std::size_t{1} << 30;
-
-/// Reads numbers of either byte order; outside the text they are 0.
-class ByteReader {
- public:
-  ByteReader(std::string_view bytes, bool bigEndian) : bytes_(bytes), bigEndian_(bigEndian) {}
-
-  unsigned two(std::size_t at) const { return number(at, 2); }
-  unsigned four(std::size_t at) const { return number(at, 4); }
-
- private:
-  unsigned number(std::size_t at, std::size_t count) const {
-    if (at > bytes_.size() || bytes_.size() - at < count) return 0;
-    unsigned value = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      auto byte = static_cast<unsigned char>(bytes_[at + (bigEndian_ ? i : count - 1 - i)]);
-      value = value << 8 | byte;
-    }
-    return value;
-  }
-
-  std::string_view bytes_;
-  bool bigEndian_;
-};
 
 struct JpegSize {
   int width;
@@ -63,19 +41,12 @@ std::optional<JpegSize> jpegSize(std::string_view bytes) {
   return std::nullopt;
 }
 
-/// The orientation in the first directory of a file that is built like TIFF, as most raw files are.
-int tiffOrientation(std::string_view bytes) {
-  constexpr unsigned kOrientation = 0x0112;
-  bool bigEndian = bytes.starts_with("MM");
-  if (!bigEndian && !bytes.starts_with("II")) return 1;
-  ByteReader reader(bytes, bigEndian);
-  std::size_t directory = reader.four(4);
-  for (unsigned entry = 0; entry < reader.two(directory); ++entry) {
-    std::size_t at = directory + 2 + std::size_t{entry} * 12;
-    unsigned value = reader.two(at + 8);
-    if (reader.two(at) == kOrientation) return value >= 1 && value <= 8 ? static_cast<int>(value) : 1;
-  }
-  return 1;
+/// Most raw files are built like TIFF; those that are made of boxes have such a directory in one of them.
+TiffFacts rawFacts(std::string_view bytes) {
+  constexpr std::string_view kBox = "CMT1";
+  if (bytes.size() < 12 || bytes.substr(4, 7) != "ftypcrx") return tiffFacts(bytes);
+  std::size_t box = bytes.find(kBox);
+  return box == std::string_view::npos ? TiffFacts() : tiffFacts(bytes.substr(box + kBox.size()));
 }
 
 }  // namespace
@@ -103,7 +74,11 @@ Result<RawPreview> rawPreview(const std::string& path) {
     start = at;
   }
   if (best.width == 0) return failure("image", 0, path + " holds no picture for showing");
-  best.orientation = tiffOrientation(bytes);
+  TiffFacts facts = rawFacts(bytes);
+  best.orientation = facts.orientation;
+  bool tellsMore = std::int64_t{facts.width} * facts.height > std::int64_t{best.width} * best.height;
+  best.fullWidth = tellsMore ? facts.width : best.width;
+  best.fullHeight = tellsMore ? facts.height : best.height;
   best.jpeg = content->substr(start);
   return best;
 }

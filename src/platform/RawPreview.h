@@ -15,6 +15,9 @@ struct RawPreview {
   std::string jpeg;
   int width = 0;
   int height = 0;
+  /// Of the picture that the raw file holds, before it is turned; of this one where the file tells no more.
+  int fullWidth = 0;
+  int fullHeight = 0;
   /// As the raw file tells it, 1 to 8. The JPEG may tell its own as well.
   int orientation = 1;
 };

@@ -72,16 +72,23 @@ TEST_F(Images, EveryFormatAndPixelKindBecomesAJpegInSrgb) {
                 VImage::option()->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_AV1));
   base.magicksave((folder_ / "a.bmp").c_str());
   base.magicksave((folder_ / "a.psd").c_str());
-  // A camera's raw file: a directory that says "turn right", a stamp, and the picture for showing.
+  // Cameras' raw files: a directory that says "turn right" and the size (also in a box), a stamp, and the
+  // picture for showing.
   std::string stamp = folder_ / "stamp.jpg", large = folder_ / "large.jpg";
   VImage::black(16, 16).jpegsave(stamp.c_str());
   base.rot270().jpegsave(large.c_str());
-  testing::write(folder_ / "a.nef",
-                 std::string("II*\0\x8\0\0\0\x1\0\x12\x1\x3\0\x1\0\0\0\x6\0\0\0\0\0\0\0", 26) +
-                     readFile(stamp).value() + readFile(large).value());
+  const std::string pictures = readFile(stamp).value() + readFile(large).value();
+  const std::string turned("\x12\x1\x3\0\x1\0\0\0\x6\0\0\0", 12);
+  const std::string size("\0\x1\x3\0\x1\0\0\0\xB8\xB\0\0\x1\x1\x4\0\x1\0\0\0\xA0\xF\0\0", 24);
+  const std::string head("II*\0\x8\0\0\0", 8), end(4, '\0');
+  testing::write(folder_ / "a.nef", head + std::string("\x1\0", 2) + turned + end + pictures);
+  testing::write(folder_ / "a.cr3", std::string("\0\0\0\x18", 4) + "ftypcrx box CMT1" + head +
+                                        std::string("\x3\0", 2) + size + turned + end + pictures);
   std::filesystem::remove(stamp);
   std::filesystem::remove(large);
   EXPECT_EQ(*imageInformation(folder_ / "a.nef")->find("image_width"), Value(640));
+  EXPECT_EQ(*imageInformation(folder_ / "a.cr3")->find("image_width"), Value(4000));
+  EXPECT_EQ(*imageInformation(folder_ / "a.cr3")->find("image_height"), Value(3000));
   base.colourspace(VIPS_INTERPRETATION_RGB16).pngsave((folder_ / "16bit.png").c_str());
   base.icc_export(VImage::option()->set("output_profile", "cmyk")).jpegsave((folder_ / "cmyk.jpg").c_str());
   base.icc_transform("p3", VImage::option()->set("input_profile", "srgb"))
