@@ -1,5 +1,8 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -8,6 +11,7 @@
 #include <thread>
 
 #include "Fixtures.h"
+#include "foundation/FileDescriptor.h"
 #include "platform/FileCopy.h"
 #include "support/HungMount.h"
 #include "support/TemporaryFolder.h"
@@ -60,7 +64,11 @@ TEST_F(FileCopy, AFileArrivesWholeWithItsModeTimesAndAttributes) {
   EXPECT_EQ(reports.front(), 0u);
   EXPECT_EQ(reports.back(), 40u << 20);
   EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
-  EXPECT_GE(reports.size(), 4u);
+  // Where the file system shares the space of both files, there is little to tell.
+  FileDescriptor original(open(source.c_str(), O_RDONLY)),
+      clone(open((folder_ / "c").c_str(), O_WRONLY | O_CREAT, 0600));
+  bool isShared = ioctl(clone.get(), FICLONE, original.get()) == 0;
+  EXPECT_GE(reports.size(), isShared ? 2u : 4u);
 }
 
 TEST_F(FileCopy, AFolderArrivesWithItsLinksAndEmptyFolders) {
@@ -122,10 +130,8 @@ TEST_F(FileCopy, FailuresLeaveNothingBehind) {
   failsWith(ECANCELED, folder_ / "tree", [](std::uint64_t done, std::uint64_t) { return done == 0; });
   failsWith(ECANCELED, big, [](std::uint64_t, std::uint64_t) { return false; });
   failsWith(ENOENT, folder_ / "missing", {});
-  failsWith(ESTALE, big, [&](std::uint64_t done, std::uint64_t total) {
-    return once(done, [&] {
-      if (done < total) std::ofstream(big, std::ios::app) << "more";
-    });
+  failsWith(ESTALE, big, [&](std::uint64_t done, std::uint64_t) {
+    return once(done, [&] { std::ofstream(big, std::ios::app) << "more"; });
   });
   makeFile("tree/deep/big", 40);
   failsWith(ESTALE, big,
@@ -209,10 +215,8 @@ TEST_F(FileCopy, ASourceThatAnswersNoMoreIsGivenUp) {
 TEST_F(FileCopy, TheUnfinishedCopyIsRecognised) {
   std::string source = makeFile("a", 20);
   bool seen = false;
-  ASSERT_TRUE(copyItem(source, folder_ / "b", [&](std::uint64_t done, std::uint64_t total) {
-    for (const std::string& name : namesInFolder(folder_.path())) {
-      if (done > 0 && done < total && isUnfinishedCopy(name)) seen = true;
-    }
+  ASSERT_TRUE(copyItem(source, folder_ / "b", [&](std::uint64_t, std::uint64_t) {
+    for (const std::string& name : namesInFolder(folder_.path())) seen = seen || isUnfinishedCopy(name);
     return true;
   }));
   EXPECT_TRUE(seen);

@@ -92,9 +92,10 @@ TEST_F(Media, HighDynamicRangeIsShownAsAPersonSeesIt) {
     };
     std::string columns =
         level(0, system.white) + "+" + level(100, system.grey) + "+" + level(200, system.glare);
+    std::string reds = columns + "+" + level(300, system.grey);
     ASSERT_TRUE(
-        ffmpeg({"-f", "lavfi", "-i", "color=black:s=300x100:r=1:d=1", "-vf",
-                "format=gbrp16le,geq=r='" + columns + "':g='" + columns + "':b='" + columns +
+        ffmpeg({"-f", "lavfi", "-i", "color=black:s=400x100:r=1:d=1", "-vf",
+                "format=gbrp16le,geq=r='" + reds + "':g='" + columns + "':b='" + columns +
                     "',scale=out_color_matrix=bt2020:out_range=tv,format=yuv420p10le",
                 "-c:v", "libx265", "-x265-params",
                 "log-level=none:lossless=1:colorprim=bt2020:colormatrix=bt2020nc:range=limited:transfer=" +
@@ -110,6 +111,10 @@ TEST_F(Media, HighDynamicRangeIsShownAsAPersonSeesIt) {
     EXPECT_GT(grey, 90);
     EXPECT_LT(grey, 150);
     EXPECT_GT(glare, white + 8);
+    // The red of these systems is stronger than any that the picture has, so the same level shows brighter.
+    auto red = testing::pixel(*frame, 350, 50);
+    EXPECT_GT(red[0], grey + 8);
+    EXPECT_LT(red[1], 30);
   }
 }
 
