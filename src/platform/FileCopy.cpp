@@ -25,6 +25,8 @@ namespace {
 
 constexpr std::string_view kTemporaryPrefix = ".vornex-copy-";
 constexpr std::size_t kChunk = std::size_t{1} << 20;
+// Of a disk that does not move the larger one between two reports.
+constexpr std::size_t kSlowChunk = std::size_t{128} << 10;
 constexpr std::uint64_t kStoreBytes = std::uint64_t{16} << 20;
 constexpr std::uint64_t kReportBytes = std::uint64_t{16} << 20;
 constexpr std::chrono::milliseconds kReportInterval{100};
@@ -315,14 +317,17 @@ class Copier {
     bool inKernel = true;
     std::string buffer;
     stored_ = 0;
+    std::size_t chunk = kChunk;
     for (std::uint64_t offset = 0; offset < size;) {
       waitForSource();
-      auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, size - offset));
+      auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(chunk, size - offset));
+      auto begin = Clock::now();
       auto moved = moveChunk(source, target, offset, wanted, inKernel, buffer, path);
       if (!moved) return tl::unexpected(moved.error());
       if (*moved == 0) return posixFailure(ESTALE, path + " has become shorter");
       offset += *moved;
       done_ += *moved;
+      chunk = Clock::now() - begin < kReportInterval / 2 ? kChunk : kSlowChunk;
       store(target, offset);
       if (auto goOn = reportWhenDue(); !goOn) return goOn;
     }
