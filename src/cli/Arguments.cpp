@@ -149,8 +149,10 @@ void addImportCommand(CLI::App& app, Arguments& arguments) {
   CLI::Option* reference = import->add_flag("--reference", command->reference,
                                             "Leave the files where they are and keep links to them");
   import
-      ->add_option("--target", command->target,
-                   "With --reference: copy the files to this folder first, link to the copies")
+      ->add_option(
+          "--target", command->target,
+          "With --reference: copy the files to this folder first, link to the copies; the folder of a "
+          "RED clip becomes one asset only so")
       ->needs(reference);
   import->add_option("--tags", command->tags, "Tags for every file, separated by commas")
       ->delimiter(',')

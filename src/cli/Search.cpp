@@ -81,8 +81,7 @@ Result<void> forEachAsset(const LibraryPtr& library,
   constexpr std::int64_t kPageSize = 1000;
   for (bool trash : {false, true}) {
     for (std::int64_t page = 0, total = 1; page * kPageSize < total; ++page) {
-      auto found =
-          search(library, {.page = page, .limit = kPageSize, .sort = "importdate", .trash = trash});
+      auto found = search(library, {.page = page, .limit = kPageSize, .sort = "importdate", .trash = trash});
       if (!found) return tl::unexpected(found.error());
       for (const AssetPtr& asset : found->result) callback(asset);
       total = found->totalCount;

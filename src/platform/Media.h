@@ -10,7 +10,8 @@
 namespace vornex {
 
 // Moving pictures and sound. Every function opens the file anew, reads nothing but that file whatever it
-// refers to, gives up after 30 seconds, blocks meanwhile, and is thread-safe. Domain "media".
+// refers to, gives up after 30 seconds with each opening of the file, blocks meanwhile, and is thread-safe.
+// Domain "media".
 
 enum class MediaKind {
   none,   ///< no media file, or nothing in it that can be told apart

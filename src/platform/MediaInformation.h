@@ -8,7 +8,7 @@ namespace vornex {
 
 // Technical facts about a media file. A fact that the file does not tell has no entry. Times are text
 // "HH:MM:SS.mmm"; rates are bits per second. Absent when the file cannot be read as that kind.
-// Each blocks for at most 30 seconds and is thread-safe.
+// Each blocks, for at most 30 seconds with a file it opens, and is thread-safe.
 
 /// Of all three kinds:
 ///   "format"              string   container or image format, e.g. "mov,mp4,m4a,3gp,3g2,mj2", "jpeg"

@@ -18,7 +18,8 @@ namespace vornex {
 
 namespace {
 
-// Longer than any limit that the reader sets itself.
+// A reader gives up by itself after 30 seconds with an opened file; what opens it twice may be cut short
+// here.
 constexpr std::chrono::seconds kTimeLimit{45};
 constexpr const char* kProgram = "vornex-media";
 
