@@ -110,8 +110,9 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   using FileCallback = std::function<void(AssetPtr asset, double progress, std::int64_t bytes, bool finished,
                                           TQErrorPtr error)>;
   /// The host's view of one file, finishedCount being the files ended before it. A file that ends well gives
-  /// 100 last, one that fails gives 0 and the error. Setting *stop, which is valid during the call, cancels
-  /// the current file, takes it back from the library, and ends the batch.
+  /// 100 last, one that fails gives 0 and the error; 0 comes again and again while the file's disk keeps it
+  /// waiting, when the asset may have no more than its name. Setting *stop, which is valid during the call,
+  /// cancels the current file, takes it back from the library, and ends the batch.
   using ImportProgress =
       std::function<void(ImportAssetPtr item, AssetPtr asset, double progress, std::int64_t finishedCount,
                          std::int64_t bytes, bool* stop, TQErrorPtr error)>;
@@ -119,8 +120,9 @@ class TQProject : public Archivable, public std::enable_shared_from_this<TQProje
   /// Imports the files strictly one after another, up to the first item without a path. Returns at once; the
   /// completion comes once: (true, null) when the batch has ended, failed files or not, or on the caller's
   /// thread (false, error): 10009 the package folder, or the target folder of an indexed reference, is
-  /// missing; 10005 a network library. A failed file leaves neither a record nor files behind. What an
-  /// earlier batch that was killed left behind is tidied up first.
+  /// missing; 10005 a network library; (false, error) also when the batch itself could not go on. A failed
+  /// file leaves neither a record nor files behind. What an earlier batch that was killed left behind is
+  /// tidied up first.
   void createAssetsWithImportAssets(std::vector<ImportAssetPtr> items, ImportType importType,
                                     OptionalString targetDir, bool shouldIndexing,
                                     ImportProgress progressHandler, Completion completion);
