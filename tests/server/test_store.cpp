@@ -81,6 +81,10 @@ TEST_F(AssetStoreTest, TakesNoDocumentThatNobodyCouldRead) {
   EXPECT_TRUE(store_->create(std::vector<std::string_view>{keys + "}", keys + ",\"k9\":1}"}).value()[1]);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   EXPECT_THAT(found("k9 == 1"), ElementsAre("many"));
+
+  // Two keys of one digest.
+  create({R"({"name":"digests","jAFYbd":1,"LOMPhMGL":2})"});
+  EXPECT_THAT(found("jAFYbd == 1 AND LOMPhMGL == 2"), ElementsAre("digests"));
 }
 
 TEST_F(AssetStoreTest, MendsAndRemovesDocumentsThatAFormerVersionDamaged) {

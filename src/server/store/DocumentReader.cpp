@@ -303,7 +303,9 @@ constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseNu
 
 }  // namespace
 
-Result<SentDocument> readSentDocument(std::string_view json, const std::vector<std::string>& keys) {
+// Takes the document over as it is; `repeats` tells whether a key may occur twice in it.
+static Result<SentDocument> copyDocument(std::string_view json, const std::vector<std::string>& keys,
+                                         bool& repeats) {
   rapidjson::MemoryStream stream(json.data(), json.size());
   rapidjson::Reader reader;
   DocumentCopier copier(keys);
@@ -313,9 +315,17 @@ Result<SentDocument> readSentDocument(std::string_view json, const std::vector<s
         "json", parsed.Code(),
         fmt::format("malformed document at byte {}: {}", parsed.Offset(),
                     copier.mistake() ? copier.mistake() : rapidjson::GetParseError_En(parsed.Code())));
-  if (!copier.repeats()) return copier.take();
+  repeats = copier.repeats();
+  return copier.take();
+}
+
+Result<SentDocument> readSentDocument(std::string_view json, const std::vector<std::string>& keys) {
+  bool repeats = false;
+  Result<SentDocument> document = copyDocument(json, keys, repeats);
+  if (!document || !repeats) return document;
+  // Of a key that occurs twice the last value counts. What still looks like one has another key's digest.
   return parseJson(json).and_then(
-      [&](const Value& value) { return readSentDocument(writeJson(value), keys); });
+      [&](const Value& value) { return copyDocument(writeJson(value), keys, repeats); });
 }
 
 std::string withValidText(std::string document) {
