@@ -139,38 +139,42 @@ void addProjectCommands(CLI::App& app, Arguments& arguments) {
   addLibraryOption(remove, removal->library);
 }
 
+/// Only copies can be compared.
+void requireCopies(const ImportCommand& command) {
+  bool copies = !command.reference || command.target;
+  if (command.verify && !copies)
+    throw CLI::ValidationError("--verify", "there is no copy to compare; name a --target");
+}
+
 void addImportCommand(CLI::App& app, Arguments& arguments) {
-  const auto [import, command] =
+  const auto [subcommand, command] =
       addCommand<ImportCommand>(app, arguments, "import", "Import files, and every file below folders");
-  import->add_option("PATH", command->paths, "Files and folders")->required();
-  addLibraryOption(import, command->library);
-  import->add_option("-P,--project", command->project,
-                     "Project, by name or as \"name/group/group\" (needed if there are several)");
-  CLI::Option* reference = import->add_flag("--reference", command->reference,
-                                            "Leave the files where they are and keep links to them");
-  import
+  subcommand->add_option("PATH", command->paths, "Files and folders")->required();
+  addLibraryOption(subcommand, command->library);
+  subcommand->add_option("-P,--project", command->project,
+                         "Project, by name or as \"name/group/group\" (needed if there are several)");
+  CLI::Option* reference = subcommand->add_flag("--reference", command->reference,
+                                                "Leave the files where they are and keep links to them");
+  subcommand
       ->add_option(
           "--target", command->target,
           "With --reference: copy the files to this folder first, link to the copies; the folder of a "
           "RED clip becomes one asset only so")
       ->needs(reference);
-  import->add_option("--tags", command->tags, "Tags for every file, separated by commas")
+  subcommand->add_option("--tags", command->tags, "Tags for every file, separated by commas")
       ->delimiter(',')
       ->allow_extra_args(false);
-  import->add_option("--importer", command->importer, "Who imports, as kept with every file");
-  import->add_flag("--verify", command->verify,
-                   "Compare every copy with its file, read back from the disk, and keep its digest");
-  import->add_flag("--resume", command->resume,
-                   "Skip what the library holds already, judged by path, size and modification time");
-  import->add_flag("--hidden", command->hidden, "Take hidden files and folders too");
-  import->callback([command = command, &arguments] {
-    if (command->verify && command->reference && !command->target) {
-      throw CLI::ValidationError("--verify", "there is no copy to compare; name a --target");
+  subcommand->add_option("--importer", command->importer, "Who imports, as kept with every file");
+  subcommand->add_flag("--verify", command->verify,
+                       "Compare every copy with its file, read back from the disk, and keep its digest");
+  subcommand->add_flag("--resume", command->resume,
+                       "Skip what the library holds already, judged by path, size and modification time");
+  subcommand->add_flag("--hidden", command->hidden, "Take hidden files and folders too");
+  subcommand->callback([command = command, &arguments] {
+    requireCopies(*command);
+    arguments.command = *command;
+  });
 }
-arguments.command = *command;
-}  // namespace
-);
-}  // namespace vornex::cli
 
 void addSearchCommand(CLI::App& app, Arguments& arguments) {
   const auto [search, command] = addCommand<SearchCommand>(app, arguments, "search", "Find assets");

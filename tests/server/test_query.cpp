@@ -161,7 +161,8 @@ TEST(Predicate, RefusesHostileTextsInBoundedTime) {
        {repeated(10'000, "(") + "a == 1" + repeated(10'000, ")"), repeated(10'000, "NOT ") + "a == 1",
         "a IN " + repeated(10'000, "{"), "a == '" + repeated(kMaximumPredicateSize, "x") + "'",
         repeated(10'000, "-") + "a == 1", "a" + repeated(10'000, "[0]") + " == 1",
-        repeated(250, "(") + "a" + repeated(250, repeated(250, "[0]") + ")") + " == 1"})
+        repeated(250, "(") + "a" + repeated(250, repeated(250, "[0]") + ")") + " == 1",
+        "a" + repeated(10'000, ".a") + " == 1"})
     EXPECT_FALSE(parsePredicate(query)) << query.size();
 
   std::string many = "a CONTAINS 'x.0'";
@@ -188,6 +189,23 @@ TEST(Predicate, RefusesHostileTextsInBoundedTime) {
   // As a term, which is never refused, it is text.
   expectHolds(R"({"s": "a x{1000}{1000} b"})", {"s CONTAINS 'x{1000}{1000}'"});
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST(Predicate, LooksAtTheClockInsideOneDocument) {
+  auto expectGivenUp = [](const std::string& query, const Dictionary& document) {
+    TimeLimit limit(TimeLimit::Clock::now() + std::chrono::milliseconds(200));
+    Result<Predicate> predicate = parsePredicate(query);
+    ASSERT_TRUE(predicate) << query.substr(0, 40);
+    EXPECT_THROW((void)holds(*predicate, document, limit), TimeIsOver) << query.substr(0, 40);
+  };
+  Dictionary document{{"big", Array(300'000, Value())}, {"o", Dictionary{{"k", Array(300'000, Value(1))}}}};
+  for (const char* part : {"big == big AND ", "o == o AND ", "NOT ANY big == 1 AND ", "NOT 7 IN big AND "})
+    expectGivenUp(repeated(20'000, part) + "TRUEPREDICATE", document);
+
+  std::string capitals = "name == " + repeated(200, "uppercase(") + "'" + repeated(4'000'000, "x") + "'";
+  EXPECT_THROW((void)parsePredicate(capitals + repeated(200, ")"),
+                                    TimeLimit(TimeLimit::Clock::now() + std::chrono::milliseconds(200))),
+               TimeIsOver);
 }
 
 TEST(Predicate, ComparesValuesBySort) {

@@ -13,6 +13,8 @@ namespace {
 
 using Path = std::span<const std::string>;
 
+}  // namespace
+
 std::size_t bytesOf(const Value& value) {
   std::size_t bytes = sizeof(Value);
   if (const std::string* text = value.ifString()) bytes += text->size();
@@ -22,6 +24,8 @@ std::size_t bytesOf(const Value& value) {
     for (const auto& [key, entry] : *dictionary) bytes += key.size() + bytesOf(entry);
   return bytes;
 }
+
+namespace {
 
 std::optional<Number> exact(std::int64_t a, char sign, std::int64_t b) {
   std::int64_t result = 0;
@@ -245,7 +249,7 @@ OperandValue::OperandValue(const Operand& operand, const Dictionary& document, T
   } else if (const KeyPath* key = std::get_if<KeyPath>(&operand)) {
     Path path(key->components);
     const Value* value = path.empty() ? nullptr : document.find(path.front());
-    if (path.empty()) made_ = document;
+    if (path.empty()) made_ = Dictionary();
     while (value && path.size() > 1 && !value->ifArray()) {
       path = path.subspan(1);
       value = value->find(path.front());

@@ -14,8 +14,11 @@ namespace vornex::server {
 /// What the values that a comparison makes may take, in bytes; beyond it they are null.
 inline constexpr std::size_t kRoomForValues = std::size_t{16} << 20;
 
+/// What a value takes in memory, about.
+std::size_t bytesOf(const Value& value);
+
 /// The value of an operand in one document: one that the document or the operand has, or one that was made.
-/// All of them must outlive it.
+/// All of them must outlive it. The document itself counts as an empty one.
 class OperandValue {
  public:
   /// Takes what it makes from the room. Throws TimeIsOver.

@@ -52,6 +52,7 @@ class Evaluator {
     const Array* elements = left.get() ? left.get()->ifArray() : nullptr;
     if (comparison.modifier == Modifier::direct || !elements)
       return holdsDirectly(comparison, left.get(), right.get());
+    limit_.spend(elements->size());
     auto elementHolds = [&](const Value& element) {
       return holdsDirectly(comparison, element.isNull() ? nullptr : &element, right.get());
     };
@@ -101,13 +102,17 @@ class Evaluator {
   }
 
   bool equal(const Value& a, const Value& b, TextOptions options) {
+    limit_.spend(1);
     const Array* arrayA = a.ifArray();
     const Array* arrayB = b.ifArray();
     if (arrayA && arrayB)
       return std::equal(arrayA->begin(), arrayA->end(), arrayB->begin(), arrayB->end(),
                         [&](const Value& x, const Value& y) { return equal(x, y, options); });
     if (a.isNull() || b.isNull()) return a.isNull() && b.isNull();
-    if (a.ifDictionary()) return a == b;
+    if (a.ifDictionary()) {
+      limit_.spend(bytesOf(a));
+      return a == b;
+    }
     return order(a, b, options) == 0;
   }
 

@@ -11,6 +11,9 @@
 
 namespace vornex::server {
 
+// No document goes deeper.
+static constexpr std::size_t kMaximumPathLength = 512;
+
 static bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
@@ -67,6 +70,7 @@ Token PredicateLexer::word() {
       token.escaped = token.escaped || token.path.empty();
       ++at_;
     }
+    if (token.path.size() == kMaximumPathLength) throw QueryMistake{at_, "the key path is too long"};
     token.path.push_back(wordComponent());
     if (at_ == text_.size() || text_[at_] != '.') return token;
     ++at_;

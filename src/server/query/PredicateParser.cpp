@@ -159,7 +159,7 @@ void normalize(Value& constant, TextOptions options) {
 
 class Parser {
  public:
-  explicit Parser(std::string_view text) : lexer_(text), token_(lexer_.next()) {}
+  Parser(std::string_view text, TimeLimit limit) : limit_(limit), lexer_(text), token_(lexer_.next()) {}
 
   Predicate parse() {
     Predicate predicate = condition(disjunction());
@@ -351,7 +351,7 @@ class Parser {
   }
 
   // Of constants a constant is made.
-  static Operand made(Formula formula, std::size_t position) {
+  Operand made(Formula formula, std::size_t position) {
     bool constant = true;
     for (const Operand& argument : formula.arguments) {
       constant = constant && std::holds_alternative<Value>(argument);
@@ -365,17 +365,16 @@ class Parser {
     return value;
   }
 
-  static Value constantValue(Formula formula) {
+  Value constantValue(Formula formula) {
     if (formula.kind == Formula::Kind::list) {
       Array elements;
       for (Operand& argument : formula.arguments) elements.push_back(std::move(std::get<Value>(argument)));
       return elements;
     }
-    TimeLimit limit;
     std::size_t room = kRoomForValues;
     Operand operand = std::make_shared<const Formula>(std::move(formula));
     const Dictionary none;
-    OperandValue value(operand, none, limit, room);
+    OperandValue value(operand, none, limit_, room);
     return value.get() ? *value.get() : Value();
   }
 
@@ -450,7 +449,7 @@ class Parser {
   }
 
   // What the word's path leads to: keys, and a collection operator that asks for the rest of the path.
-  static Operand below(Operand base, const Token& word) {
+  Operand below(Operand base, const Token& word) {
     std::vector<std::string> path;
     std::optional<Formula::Kind> kind;
     for (const std::string& component : word.path) {
@@ -556,6 +555,7 @@ class Parser {
 
   using PatternKey = std::tuple<TextPattern::Kind, bool, bool, std::string>;
 
+  TimeLimit limit_;
   PredicateLexer lexer_;
   Token token_;
   int depth_ = 0;
@@ -582,13 +582,13 @@ static std::size_t validPrefix(std::string_view text) {
   return static_cast<std::size_t>(at);
 }
 
-Result<Predicate> parsePredicate(std::string_view text) {
+Result<Predicate> parsePredicate(std::string_view text, TimeLimit limit) {
   if (text.size() > kMaximumPredicateSize)
     return queryFailure(kMaximumPredicateSize, fmt::format("longer than {} bytes", kMaximumPredicateSize));
   std::size_t valid = validPrefix(text);
   if (valid < text.size()) return queryFailure(valid, "not valid UTF-8");
   try {
-    return Parser(text).parse();
+    return Parser(text, limit).parse();
   } catch (const QueryMistake& mistake) {
     return queryFailure(mistake.position, mistake.message);
   }

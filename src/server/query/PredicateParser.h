@@ -4,6 +4,7 @@
 
 #include "foundation/Error.h"
 #include "server/query/Predicate.h"
+#include "server/query/TimeLimit.h"
 
 namespace vornex::server {
 
@@ -28,6 +29,7 @@ inline constexpr std::size_t kMaximumPredicateExpressions = 64;
 /// FUNCTION, sets, and all other functions and collection operators are refused.
 ///
 /// A mistake is an error with the code `queryInvalid` whose message begins with its position in bytes.
-[[nodiscard]] Result<Predicate> parsePredicate(std::string_view text);
+/// Throws TimeIsOver when the constants in it take too long to work out.
+[[nodiscard]] Result<Predicate> parsePredicate(std::string_view text, TimeLimit limit = {});
 
 }  // namespace vornex::server

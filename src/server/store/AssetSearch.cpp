@@ -233,12 +233,13 @@ Result<SearchPage> searchAssets(Database& database, const AssetIndex& index, con
   if (request.page < 0 || request.limit < 0)
     return serverFailure(StatusCode::invalidRequest, "neither page nor limit may be negative");
   bool everything = trimmedWhitespace(request.query).empty();
-  Result<Predicate> predicate = everything ? Predicate{true} : parsePredicate(request.query);
-  if (!predicate) return tl::unexpected(predicate.error());
-  arrangeByCost(*predicate);
-  Result<Moment> moment = currentMoment(database, index, deadline);
-  if (!moment) return tl::unexpected(moment.error());
   try {
+    Result<Predicate> predicate =
+        everything ? Predicate{true} : parsePredicate(request.query, TimeLimit(deadline));
+    if (!predicate) return tl::unexpected(predicate.error());
+    arrangeByCost(*predicate);
+    Result<Moment> moment = currentMoment(database, index, deadline);
+    if (!moment) return tl::unexpected(moment.error());
     return Search(database, *moment->index, request, *predicate, deadline).run();
   } catch (const TimeIsOver&) {
     return serverFailure(StatusCode::timedOut, "the search takes too long");
