@@ -109,6 +109,8 @@ int shrinkOfDecoder(const VImage& header, int maxWidth, int maxHeight) {
   int height = header.height();
   if (vips_image_get_orientation_swap(header.get_image())) std::swap(width, height);
   double shrink = std::max(double(width) / maxWidth, double(height) / maxHeight);
+  // The decoder rounds down, and fails when nothing is left of a side.
+  shrink = std::min(shrink, double(std::min(width, height)));
   return shrink >= 8 ? 8 : shrink >= 4 ? 4 : shrink >= 2 ? 2 : 1;
 }
 

@@ -41,6 +41,12 @@ TEST_F(Images, ThumbnailsKeepTheAspectWithinTheBoundAndAreNotEnlarged) {
     EXPECT_FALSE(image->isPartial());
     EXPECT_EQ(colourAt(*image, 0.2, 0.2), "red");
   }
+  std::string line = folder_ / "line.jpg";
+  quarters(4000, 7).jpegsave(line.c_str());
+  auto image = loadThumbnail(line, 300, 300);
+  ASSERT_TRUE(image) << image.error().message;
+  EXPECT_EQ(image->width(), 300);
+  EXPECT_EQ(image->height(), 1);
 }
 
 TEST_F(Images, OrientationIsAppliedToPixelsAndSize) {
