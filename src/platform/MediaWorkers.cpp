@@ -46,10 +46,16 @@ class MediaWorkers::Worker {
   ~Worker() {
     ::kill(process_, SIGKILL);
     // A process that hangs in the kernel, on a lost network disk say, is not gone yet.
-    GlobalQueue::shared().async([process = process_] {
+    auto reap = [process = process_] {
       while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
       }
-    });
+    };
+    try {
+      GlobalQueue::shared().async(reap);
+    } catch (const std::exception&) {
+      // Without a thread to wait on, it is reaped if it is gone already.
+      ::waitpid(process_, nullptr, WNOHANG);
+    }
   }
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
