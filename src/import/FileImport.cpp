@@ -444,8 +444,14 @@ void FileImport::createRecord() {
   mayHaveLostRecord_ = true;
   request_.project->createAsset(
       asset_, [self = shared_from_this()](const AssetPtr&, const TQErrorPtr& error) {
+        auto goOn = [self, error] { self->guarded([&] { self->recordEnded(error); }); };
         // The answer comes on the main queue, which must not wait for what follows.
-        GlobalQueue::shared().async([self, error] { self->guarded([&] { self->recordEnded(error); }); });
+        try {
+          GlobalQueue::shared().async(goOn);
+        } catch (const std::exception&) {
+          // Without a thread it has to.
+          goOn();
+        }
       });
 }
 
