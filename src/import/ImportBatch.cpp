@@ -88,7 +88,13 @@ std::shared_ptr<FilePictures> ImportBatch::picturesAhead(const ImportAssetPtr& i
   // Pictures of files on a lost disk would each take a thread before anybody knows.
   if (!item || !item->path || hangingWork() > 0) return nullptr;
   std::int64_t type = TypeTables::shared().assetType(pathExtension(*item->path));
-  return FilePictures::start(*item->path, type == kAssetTypeImage);
+  try {
+    return FilePictures::start(*item->path, type == kAssetTypeImage);
+  } catch (const std::exception& exception) {
+    // The file makes them itself, in its turn.
+    logLine(LogLevel::warning, "no pictures ahead of " + *item->path + ": " + exception.what());
+    return nullptr;
+  }
 }
 
 void ImportBatch::recover() {
