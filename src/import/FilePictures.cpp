@@ -29,10 +29,12 @@ Pictures FilePictures::wait() const {
 }
 
 std::optional<Pictures> FilePictures::get(const std::function<bool()>& goOn) const {
+  if (givenUp_) return std::nullopt;
   try {
     auto pictures =
         patiently([self = shared_from_this()] { return self->wait(); }, 4 * sourcePatience(), goOn);
     if (pictures) return pictures;
+    givenUp_ = true;
     logLine(LogLevel::warning, "no pictures in time of " + source_);
   } catch (const std::exception& exception) {
     logLine(LogLevel::error, "no pictures of " + source_ + ": " + exception.what());

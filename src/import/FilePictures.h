@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <future>
 #include <memory>
@@ -22,7 +23,8 @@ class FilePictures : public std::enable_shared_from_this<FilePictures> {
   const std::string& source() const { return source_; }
 
   /// Waits; made anew when the file has changed since the start. Absent for a source that keeps it waiting
-  /// for four times the usual patience, or when `goOn`, asked twice a second, says so.
+  /// for four times the usual patience, or when `goOn`, asked twice a second, says so; from then on at
+  /// once.
   std::optional<Pictures> get(const std::function<bool()>& goOn) const;
 
  private:
@@ -36,6 +38,7 @@ class FilePictures : public std::enable_shared_from_this<FilePictures> {
 
   const std::string source_;
   const bool withPreview_;
+  mutable std::atomic<bool> givenUp_ = false;
   std::promise<Made> promise_;
   const std::shared_future<Made> coming_ = promise_.get_future().share();
 };
