@@ -39,6 +39,10 @@ FileImport::FileImport(Request request, std::shared_ptr<ImportJournal> journal,
                        TQProject::FileCallback callback)
     : request_(std::move(request)), journal_(std::move(journal)), callback_(std::move(callback)) {}
 
+FileImport::~FileImport() {
+  dropClaims();
+}
+
 void FileImport::start() {
   guarded([this] {
     if (!lookAtSource() || !nameFiles() || !checkPaths()) return;
@@ -46,8 +50,7 @@ void FileImport::start() {
     progress(0, 0);
     if (endedByCancel()) return;
     if (!readMetadata()) return;
-    chooseTarget();
-    if (endedByCancel() || !recordInJournal()) return;
+    if (!chooseTarget() || endedByCancel() || !recordInJournal()) return;
     place();
   });
 }
@@ -58,20 +61,41 @@ void FileImport::cancel() {
 }
 
 template <typename Work>
-std::optional<std::invoke_result_t<Work>> FileImport::fromSource(Work work,
-                                                                 std::chrono::milliseconds patience) {
+std::optional<std::invoke_result_t<Work>> FileImport::fromDisk(const std::string& path, Work work,
+                                                               std::chrono::milliseconds patience) {
   auto result = patiently(std::move(work), patience, [this] {
     // The host hears of it, and may stop.
     progress(0, 0);
     return !cancelled_;
   });
-  if (!result && !endedByCancel()) failSilent();
+  if (!result && !endedByCancel()) failSilent(path);
   return result;
 }
 
-void FileImport::failSilent() {
-  if (request_.silentFolders) request_.silentFolders->note(*request_.source);
-  fail(posixError(ETIMEDOUT, "import " + *request_.source));
+template <typename Work>
+std::optional<std::invoke_result_t<Work>> FileImport::fromSource(Work work,
+                                                                 std::chrono::milliseconds patience) {
+  return fromDisk(*request_.source, std::move(work), patience);
+}
+
+template <typename Work>
+std::optional<std::invoke_result_t<Work>> FileImport::fromTarget(Work work,
+                                                                 std::chrono::milliseconds patience) {
+  std::string path =
+      appendPathComponent(request_.targetFolder.value_or(""), lastPathComponent(*request_.source));
+  if (failedBySilence(path)) return std::nullopt;
+  return fromDisk(path, std::move(work), patience);
+}
+
+bool FileImport::failedBySilence(const std::string& path) {
+  if (!request_.silentFolders || !request_.silentFolders->mustNotLook(path)) return false;
+  failSilent(path);
+  return true;
+}
+
+void FileImport::failSilent(const std::string& path) {
+  if (request_.silentFolders) request_.silentFolders->note(path);
+  fail(posixError(ETIMEDOUT, "import " + path));
 }
 
 /// Absent when there is nothing. The first look at a source also opens it.
@@ -88,10 +112,7 @@ bool FileImport::lookAtSource() {
   }
   const std::string& source = *request_.source;
   asset_ = assetNamedAfter(source, request_.project);
-  if (request_.silentFolders && request_.silentFolders->mustNotLook(source)) {
-    failSilent();
-    return false;
-  }
+  if (failedBySilence(source)) return false;
   auto facts = fromSource([source] { return firstLook(source); }, lookPatience());
   if (!facts) return false;
   sourceFacts_ = *facts;
@@ -169,8 +190,13 @@ bool FileImport::chooseREDFolder() {
 
 bool FileImport::chooseREDTarget() {
   const std::string& source = *request_.source;
-  redTarget_ =
-      TQProject::availableREDFolderNameWithPath(request_.targetFolder, recordText(lastPathComponent(source)));
+  auto target = fromTarget(
+      [folder = request_.targetFolder, name = recordText(lastPathComponent(source))] {
+        return TQProject::availableREDFolderNameWithPath(folder, name);
+      },
+      lookPatience());
+  if (!target) return false;
+  redTarget_ = *target;
   auto clip = fromSource(
       [source, target = redTarget_] { return TQProject::referenceREDFileFromFolderPath(source, target); },
       sourcePatience());
@@ -277,31 +303,37 @@ OptionalString FileImport::folderOfSideFile() const {
   return request_.redFolders->chosenFor(deletingLastPathComponent(*request_.source));
 }
 
-void FileImport::chooseTarget() {
-  if (!copiesToTarget()) return;
+bool FileImport::chooseTarget() {
+  if (!copiesToTarget()) return true;
   const std::string& source = *request_.source;
   if (redTarget_) {
     target_ = redTarget_;
-    return;
+    return true;
   }
   if (isTravellingSideFile()) {
     OptionalString folder = folderOfSideFile();
-    if (!folder) return;
+    if (!folder) return true;
     target_ = appendPathComponent(*folder, lastPathComponent(source));
     linkSource_ = *target_;
   } else if (const OptionalString& chosen = request_.targetFolder) {
-    target_ = appendPathComponent(*chosen, *TQProject::availableFileNameWithPath(chosen, *masterName_));
+    auto name =
+        fromTarget([folder = *chosen,
+                    name = *masterName_] { return TQProject::availableFileNameWithPath(folder, name); },
+                   lookPatience());
+    if (!name) return false;
+    target_ = appendPathComponent(*chosen, **name);
   } else {
-    return;
+    return true;
   }
   asset_->metaDataDictionary->set("importfrompath", recordText(*target_));
+  return true;
 }
 
 // Placing the file
 
 bool FileImport::recordInJournal() {
   if (!isReference() && !request_.doCopy) return true;
-  claimFolders();
+  if (!claimFolders()) return false;
   ImportJournalEntry entry{*asset_->masterPath, *asset_->thumbnailPath, asset_->previewPath.value_or(""),
                            request_.doCopy ? target_.value_or("") : ""};
   Result<void> begun = journal_->begin(entry);
@@ -310,14 +342,38 @@ bool FileImport::recordInJournal() {
   return false;
 }
 
-void FileImport::claimFolders() {
-  claims_.clear();
-  for (const OptionalString& path : {masterFull_, thumbnailFull_, previewFull_, target_}) {
-    if (!path) continue;
-    FileDescriptor folder(
-        ::open(deletingLastPathComponent(*path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // A folder that cannot be claimed belongs to the batch of this file.
-    if (folder && ::flock(folder.get(), LOCK_SH | LOCK_NB) == 0) claims_.push_back(std::move(folder));
+/// The folder of the file, locked.
+static FileDescriptor claimedFolder(const std::string& path) {
+  FileDescriptor folder(::open(deletingLastPathComponent(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder && ::flock(folder.get(), LOCK_SH | LOCK_NB) != 0) folder.close();
+  return folder;
+}
+
+bool FileImport::claimFolders() {
+  dropClaims();
+  // A folder that cannot be claimed belongs to the batch of this file.
+  for (const OptionalString& path : {masterFull_, thumbnailFull_, previewFull_})
+    if (path) claims_.push_back(claimedFolder(*path));
+  if (!target_) return true;
+  auto target = fromTarget([path = *target_] { return claimedFolder(path); }, sourcePatience());
+  if (!target) return false;
+  claims_.push_back(std::move(*target));
+  return true;
+}
+
+// A lost network disk does not let go of a lock either.
+void FileImport::dropClaims() {
+  if (claims_.empty()) return;
+  try {
+    auto claims = std::make_shared<std::vector<FileDescriptor>>();
+    claims->swap(claims_);
+    auto drop = [claims] {
+      claims->clear();
+      return true;
+    };
+    patiently(std::move(drop), lookPatience());
+  } catch (const std::exception& exception) {
+    logLine(LogLevel::warning, std::string("claims of an import: ") + exception.what());
   }
 }
 
@@ -369,8 +425,7 @@ void FileImport::placeByCopy(const std::string& target) {
 void FileImport::copyEnded(const Value& result, const TQErrorPtr& error) {
   if (mayChooseAnotherTarget(error)) {
     if (redTarget_ && !chooseREDTarget()) return;
-    chooseTarget();
-    if (recordInJournal()) placeByCopy(*target_);
+    if (chooseTarget() && recordInJournal()) placeByCopy(*target_);
     return;
   }
   if (error) return fail(error);
@@ -397,9 +452,10 @@ bool FileImport::removeFiles() {
     isGone = !itemExists(*masterFull_);
   }
   if (placedTarget_.empty()) return isGone;
-  Result<void> removed = removeTree(placedTarget_);
-  if (!removed) logLine(LogLevel::warning, "createAsset: " + removed.error().message);
-  return isGone && removed;
+  auto removed = patiently([path = placedTarget_] { return removeTree(path); }, sourcePatience());
+  if (!removed) removed = posixFailure(ETIMEDOUT, "remove " + placedTarget_);
+  if (!*removed) logLine(LogLevel::warning, "createAsset: " + removed->error().message);
+  return isGone && *removed;
 }
 
 void FileImport::linkToTarget() {
@@ -413,7 +469,9 @@ void FileImport::linkToTarget() {
     metadata.set("importfrompath", recordText(*target_));
   }
   if (item && item->isSequentialREDFile) return end(0, 0, nullptr);
-  if (!fileExists(*target_)) return fail(10009, "library.error.target.path.no.exist");
+  auto exists = fromTarget([path = *target_] { return fileExists(path); }, sourcePatience());
+  if (!exists) return;
+  if (!*exists) return fail(10009, "library.error.target.path.no.exist");
   TQErrorPtr error;
   placedFiles_ = true;
   if (!TQProject::createLinkFileAtPath(target_, masterFull_, &error)) return fail(error);

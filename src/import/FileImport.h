@@ -48,6 +48,9 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
 
   /// The journal gets an entry before a file is placed; ending the entry is the owner's part.
   FileImport(Request request, std::shared_ptr<ImportJournal> journal, TQProject::FileCallback callback);
+  ~FileImport();
+  FileImport(const FileImport&) = delete;
+  FileImport& operator=(const FileImport&) = delete;
 
   void start();
 
@@ -70,20 +73,26 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   void rememberSource(Dictionary& metadata) const;
   bool isTravellingSideFile() const;
   OptionalString folderOfSideFile() const;
-  void chooseTarget();
+  bool chooseTarget();
   bool recordInJournal();
   void place();
 
-  /// What the work gives that touches the source; absent when the source did not answer or the import was
-  /// cancelled, which has ended the file. The work may be left alone at any time.
+  // What the work gives that touches the disk of the source, or of the target; absent when the disk did not
+  // answer or the import was cancelled, which has ended the file. The work may be left alone at any time.
   template <typename Work>
   std::optional<std::invoke_result_t<Work>> fromSource(Work work, std::chrono::milliseconds patience);
+  template <typename Work>
+  std::optional<std::invoke_result_t<Work>> fromTarget(Work work, std::chrono::milliseconds patience);
+  template <typename Work>
+  std::optional<std::invoke_result_t<Work>> fromDisk(const std::string& path, Work work,
+                                                     std::chrono::milliseconds patience);
   bool chooseREDFolder();
   bool chooseREDTarget();
   void noteReference();
   void placeByCopy(const std::string& target);
   void placeByLink();
-  void claimFolders();
+  bool claimFolders();
+  void dropClaims();
   bool mayChooseAnotherTarget(const TQErrorPtr& error);
   void linkToTarget();
   void copyEnded(const Value& result, const TQErrorPtr& error);
@@ -102,8 +111,9 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   void end(double percent, std::int64_t bytes, const TQErrorPtr& error);
   void fail(const TQErrorPtr& error) { end(0, 0, error); }
   void fail(std::int64_t code, const char* messageKey);
-  /// For a source that does not answer.
-  void failSilent();
+  /// For a file, there or to be, on a disk that does not answer.
+  void failSilent(const std::string& path);
+  bool failedBySilence(const std::string& path);
   /// Ends the file when it was cancelled, and says so.
   bool endedByCancel();
   /// Runs a step; what it throws ends the file.

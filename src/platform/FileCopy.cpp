@@ -514,13 +514,14 @@ Result<Copied> copyItem(const std::string& source, const std::string& target, co
   std::string name = lastPathComponent(target);
   if (name.empty() || name == "." || name == "..")
     return posixFailure(EINVAL, "no name for the copy: " + target);
+  Copier copier(options);
+  copier.waitForTarget();
   if (itemExists(target)) return posixFailure(EEXIST, "cannot copy to " + target);
   std::string parent = deletingLastPathComponent(target);
   if (parent.empty()) parent = ".";
   FileDescriptor folder(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return posixFailure(errno, "cannot copy into " + parent);
 
-  Copier copier(options);
   copier.waitForSource();
   if (isDirectory(source) && liesInside(parent, source)) {
     return posixFailure(EINVAL, target + " lies inside " + source);

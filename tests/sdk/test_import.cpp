@@ -233,6 +233,26 @@ TEST_F(Import, ALostDiskCostsItsFilesAndPicturesAndNotTheBatch) {
             ECANCELED);
 }
 
+TEST_F(Import, ALostTargetCostsEachFileAndNotTheBatch) {
+  HungMount target(folder_ / "target", folder_ / "mounted");
+  if (!target.isMounted()) GTEST_SKIP() << "this process may not mount";
+  auto lose = [&](const Step&) {
+    target.fallSilent();
+    return false;
+  };
+  setSourcePatience(std::chrono::milliseconds(1500));
+  for (const char* name : {"a.txt", "b.txt"}) writeText(source(name), name);
+  std::set<std::string> silent;
+  for (const Step& step : import(items({"a.txt", "b.txt"}), ImportType::reference, true, lose)) {
+    if (!step.error) continue;
+    EXPECT_EQ(step.error->code(), ETIMEDOUT);
+    silent.insert(step.file);
+  }
+  EXPECT_THAT(silent, ElementsAre("a.txt", "b.txt"));
+  EXPECT_TRUE(server_.records().empty());
+  EXPECT_THAT(packageFiles(), ElementsAre("/library.plist"));
+}
+
 TEST_F(Import, ReferencesAreLinksToTheSourceOrToItsIndexedCopy) {
   writePicture(source("a.jpg"), 200, 100);
   import(items({"a.jpg"}), ImportType::reference);
