@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <thread>
 
 #include "core/SdkError.h"
 #include "core/StatusCode.h"
@@ -342,10 +343,15 @@ bool FileImport::recordInJournal() {
   return false;
 }
 
-/// The folder of the file, locked.
-static FileDescriptor claimedFolder(const std::string& path) {
+/// The folder of the file, locked; tried again for some time while somebody holds it for himself.
+static FileDescriptor claimedFolder(const std::string& path, std::chrono::milliseconds time) {
+  constexpr std::chrono::milliseconds kBetweenTries{20};
   FileDescriptor folder(::open(deletingLastPathComponent(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder && ::flock(folder.get(), LOCK_SH | LOCK_NB) != 0) folder.close();
+  auto end = std::chrono::steady_clock::now() + time;
+  while (folder && ::flock(folder.get(), LOCK_SH | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= end) return {};
+    std::this_thread::sleep_for(kBetweenTries);
+  }
   return folder;
 }
 
@@ -353,9 +359,12 @@ bool FileImport::claimFolders() {
   dropClaims();
   // A folder that cannot be claimed belongs to the batch of this file.
   for (const OptionalString& path : {masterFull_, thumbnailFull_, previewFull_})
-    if (path) claims_.push_back(claimedFolder(*path));
+    if (path) claims_.push_back(claimedFolder(*path, std::chrono::milliseconds(0)));
   if (!target_) return true;
-  auto target = fromTarget([path = *target_] { return claimedFolder(path); }, sourcePatience());
+  // A recovery, of any library, may tidy up the target folder just now.
+  static constexpr std::chrono::seconds kTimeOfRecovery{5};
+  auto target = fromTarget([path = *target_] { return claimedFolder(path, kTimeOfRecovery); },
+                           sourcePatience() + kTimeOfRecovery);
   if (!target) return false;
   claims_.push_back(std::move(*target));
   return true;
