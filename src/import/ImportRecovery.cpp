@@ -16,6 +16,7 @@
 #include "core/SdkError.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/Files.h"
+#include "foundation/Patience.h"
 #include "import/FileFacts.h"
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
@@ -23,6 +24,10 @@
 #include "platform/OpenFolders.h"
 
 namespace vornex {
+
+static void warn(const Error& error) {
+  logLine(LogLevel::warning, "recoverInterruptedImports: " + error.message);
+}
 
 bool TQLibrary::recoverInterruptedImports(TQErrorPtr* error) {
   TQErrorPtr failure;
@@ -65,7 +70,7 @@ tl::expected<bool, TQErrorPtr> ImportRecovery::settle(const ImportJournalEntry& 
   Result<FolderEntry> master = item(entry.masterPath);
   bool isReachable = master || master.error().code == ENOENT;
   if (!isReachable) {
-    logLine(LogLevel::warning, "recoverInterruptedImports: " + master.error().message);
+    warn(master.error());
     // What lies behind a link is not the package's.
     return master.error().code == ENOTDIR;
   }
@@ -73,7 +78,10 @@ tl::expected<bool, TQErrorPtr> ImportRecovery::settle(const ImportJournalEntry& 
   std::optional<Array> found = records(entry.masterPath, &error);
   if (!found) return tl::unexpected(error);
   logLine(LogLevel::info, "recoverInterruptedImports: " + entry.masterPath);
-  bool isTidy = removeUnfinished(entry);
+  std::optional<bool> isTargetTidy = tidyTarget(entry, found->empty());
+  // Missing pictures might have to be made of the copy.
+  if (!isTargetTidy) return false;
+  bool isTidy = removeUnfinished(entry) && *isTargetTidy;
   if (found->empty()) return removeFiles(entry) && isTidy;
   if (master && itemExists(master->path()))
     makeMissingPictures(entry, found->front());
@@ -134,26 +142,14 @@ bool ImportRecovery::removeFiles(const ImportJournalEntry& entry) const {
   auto note = [&](const Result<void>& removed) {
     if (removed) return;
     isGone = false;
-    logLine(LogLevel::warning, "recoverInterruptedImports: " + removed.error().message);
+    warn(removed.error());
   };
   for (const std::string& path : {entry.previewPath, entry.masterPath, entry.thumbnailPath})
     if (Result<FolderEntry> found = item(path)) note(removeTree(found->folder.get(), found->name));
-  bool isOwnCopy = !entry.targetIdentity.empty() && fileIdentity(entry.targetPath) == entry.targetIdentity;
-  if (isOwnCopy) note(removeTree(entry.targetPath));
   return isGone;
 }
 
-bool ImportRecovery::removeUnfinished(const ImportJournalEntry& entry) const {
-  bool isGone = true;
-  for (const std::string& path : {entry.masterPath, entry.thumbnailPath, entry.previewPath})
-    if (Result<FolderEntry> found = item(path)) isGone = removeUnfinishedIn(found->folder) && isGone;
-  if (entry.targetPath.empty()) return isGone;
-  const std::string targets = deletingLastPathComponent(entry.targetPath);
-  FileDescriptor folder(::open(targets.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return (!folder || removeUnfinishedIn(folder)) && isGone;
-}
-
-bool ImportRecovery::removeUnfinishedIn(const FileDescriptor& folder) const {
+static bool removeUnfinishedIn(const FileDescriptor& folder) {
   // A batch under way holds its folders: what is unfinished there may be its own, or of the killed one.
   if (::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) return errno != EWOULDBLOCK;
   auto names = namesInFolder(folder.get(), "a folder of an import");
@@ -162,6 +158,37 @@ bool ImportRecovery::removeUnfinishedIn(const FileDescriptor& folder) const {
   for (const std::string& name : *names)
     if (isUnfinishedCopy(name) || isUnfinishedWrite(name)) isGone = removeTree(folder.get(), name) && isGone;
   return isGone;
+}
+
+bool ImportRecovery::removeUnfinished(const ImportJournalEntry& entry) const {
+  bool isGone = true;
+  for (const std::string& path : {entry.masterPath, entry.thumbnailPath, entry.previewPath})
+    if (Result<FolderEntry> found = item(path)) isGone = removeUnfinishedIn(found->folder) && isGone;
+  return isGone;
+}
+
+/// Whether what is unfinished beside the copy is gone, and the copy too if it is still the import's.
+static bool removeAtTarget(const ImportJournalEntry& entry, bool alsoCopy) {
+  const std::string targets = deletingLastPathComponent(entry.targetPath);
+  FileDescriptor folder(::open(targets.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  bool isGone = !folder || removeUnfinishedIn(folder);
+  bool isOwnCopy = !entry.targetIdentity.empty() && fileIdentity(entry.targetPath) == entry.targetIdentity;
+  if (!alsoCopy || !isOwnCopy) return isGone;
+  Result<void> removed = removeTree(entry.targetPath);
+  if (!removed) warn(removed.error());
+  return removed && isGone;
+}
+
+std::optional<bool> ImportRecovery::tidyTarget(const ImportJournalEntry& entry, bool alsoCopy) {
+  if (entry.targetPath.empty()) return true;
+  try {
+    auto isGone = patiently([entry, alsoCopy] { return removeAtTarget(entry, alsoCopy); }, lookPatience());
+    if (!isGone) warn(posixFailure(ETIMEDOUT, "no answer from " + entry.targetPath).value());
+    return isGone;
+  } catch (const std::exception& exception) {
+    warn(posixFailure(EAGAIN, entry.targetPath + ": " + exception.what()).value());
+    return std::nullopt;
+  }
 }
 
 std::string ImportRecovery::inPackage(const std::string& mediaPath) const {

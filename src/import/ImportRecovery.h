@@ -2,6 +2,7 @@
 
 #include <vornex/TQLibrary.h>
 
+#include <optional>
 #include <string>
 
 #include "import/ImportJournal.h"
@@ -33,7 +34,8 @@ class ImportRecovery {
   // Whether they are gone; not so while another import holds the folder.
   bool removeFiles(const ImportJournalEntry& entry) const;
   bool removeUnfinished(const ImportJournalEntry& entry) const;
-  bool removeUnfinishedIn(const FileDescriptor& folder) const;
+  /// Absent when the disk of the target does not answer.
+  static std::optional<bool> tidyTarget(const ImportJournalEntry& entry, bool alsoCopy);
   std::string inPackage(const std::string& mediaPath) const;
   /// ENOTDIR when a link leads to it.
   Result<FolderEntry> item(const std::string& mediaPath) const;

@@ -4,6 +4,7 @@
 #include <sys/file.h>
 
 #include "foundation/FileDescriptor.h"
+#include "foundation/Patience.h"
 #include "foundation/Text.h"
 #include "import/FileFacts.h"
 #include "import/FileNames.h"
@@ -11,6 +12,7 @@
 #include "import/PackagePath.h"
 #include "import/Thumbnail.h"
 #include "sdk/ImportFixture.h"
+#include "support/HungMount.h"
 
 namespace vornex::testing {
 namespace {
@@ -128,6 +130,22 @@ TEST_F(ImportRecoveryTest, ACopyForAReferenceGoesIfItIsStillTheOneThatWasMade) {
   EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
   EXPECT_FALSE(itemExists(unfinished));
   EXPECT_TRUE(itemExists(folder_ / "target/changed"));
+  EXPECT_THAT(packageFiles(), IsEmpty());
+}
+
+TEST_F(ImportRecoveryTest, ALostTargetIsLeftForLater) {
+  ImportJournalEntry reference = entry("copied.jpg");
+  reference.targetPath = folder_ / "target/copied.jpg";
+  leaveJournal({reference});
+  {
+    HungMount mount(folder_ / "target", folder_ / "mounted");
+    if (!mount.isMounted()) GTEST_SKIP() << "this process may not mount";
+    mount.fallSilent();
+    setSourcePatience(std::chrono::milliseconds(500));
+    EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
+    EXPECT_FALSE(packageFiles().empty());
+  }
+  EXPECT_TRUE(library_->recoverInterruptedImports(nullptr));
   EXPECT_THAT(packageFiles(), IsEmpty());
 }
 
