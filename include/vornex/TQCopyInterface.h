@@ -33,6 +33,9 @@ class TQCopyInterface {
     ReportHandler report = {};
     /// The copy is whole and appears at its destination next: what is at this path now will be there.
     std::function<void(const std::string& path)> willAppear = {};
+    /// The copy was given up, and its disk does not let go of the hidden file that there is of it; the report
+    /// comes next.
+    std::function<void()> leavesRemains = {};
   };
 
   TQCopyInterface();

@@ -413,6 +413,7 @@ void FileImport::placeByCopy(const std::string& target) {
   job.verify = request_.item && request_.item->verifiesCopy;
   job.progress = asset_->copyProgressHandler;
   job.report = asset_->copyReportHandler;
+  job.leavesRemains = [self] { self->leavesRemains_ = true; };
   // From its appearance on, a copy in the user's own folder is known to be this import's.
   if (isReference()) {
     job.willAppear = [self](const std::string& path) {
@@ -455,10 +456,10 @@ bool FileImport::mayChooseAnotherTarget(const TQErrorPtr& error) {
 }
 
 bool FileImport::removeFiles() {
-  bool isGone = true;
+  bool isGone = !leavesRemains_;
   if (placedFiles_) {
     request_.project->deleteFileAsset(asset_);
-    isGone = !itemExists(*masterFull_);
+    isGone = isGone && !itemExists(*masterFull_);
   }
   if (placedTarget_.empty()) return isGone;
   auto removed = patiently([path = placedTarget_] { return removeTree(path); }, sourcePatience());

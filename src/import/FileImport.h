@@ -144,6 +144,8 @@ class FileImport : public std::enable_shared_from_this<FileImport> {
   std::atomic<bool> ended_ = false;
   /// Whether what is at the asset's paths in the package was put there by this import.
   std::atomic<bool> placedFiles_ = false;
+  /// Whether an unfinished copy stays where it is.
+  std::atomic<bool> leavesRemains_ = false;
   std::atomic<bool> mayHaveLostRecord_ = false;
   std::atomic<TQCopyInterface::JobID> copyJob_ = 0;
 };

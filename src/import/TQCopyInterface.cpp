@@ -59,8 +59,7 @@ static Result<Copied> copy(CopyJob& job, CopyWatch& watch) {
 
 /// The job's end, or what a person should hear about a disk that does not answer any more. The thread that
 /// waits for such a disk is left to it.
-static Result<Copied> watchedCopy(const CopyJobPtr& job) {
-  auto watch = std::make_shared<CopyWatch>();
+static Result<Copied> watchedCopy(const CopyJobPtr& job, const std::shared_ptr<CopyWatch>& watch) {
   auto promise = std::make_shared<std::promise<Result<Copied>>>();
   auto ended = promise->get_future();
   GlobalQueue::shared().async([job, watch, promise] { promise->set_value(copy(*job, *watch)); });
@@ -76,12 +75,15 @@ static Result<Copied> watchedCopy(const CopyJobPtr& job) {
 }
 
 static void run(const CopyJobPtr& job) {
+  auto watch = std::make_shared<CopyWatch>();
   Result<Copied> copied;
   try {
-    copied = watchedCopy(job);
+    copied = watchedCopy(job, watch);
   } catch (const std::exception& exception) {
     copied = failure("posix", EAGAIN, "copy " + job->what.source + ": " + exception.what());
   }
+  if (job->what.leavesRemains && watch->leavesRemains())
+    runTask(job->what.leavesRemains, "remains of a copy");
   if (!job->what.report) return;
   auto tell = [&] {
     if (!copied) return job->what.report(nullptr, makeSdkError(copied.error()));
@@ -150,6 +152,7 @@ TQCopyInterface::JobID TQCopyInterface::copy(Job what, Completion completion) {
       next->what.progress = nullptr;
       next->what.report = nullptr;
       next->what.willAppear = nullptr;
+      next->what.leavesRemains = nullptr;
       jobsLock.lock();
       state->jobs.pop_front();
     }

@@ -99,6 +99,7 @@ struct CopyWatch::State {
   enum class For { nothing, source, target } waitingFor = For::nothing;
   Clock::time_point since;
   bool abandoned = false;
+  std::atomic<bool> leavesRemains = false;
   FileDescriptor folder;
   std::string temporaryName;
 };
@@ -118,8 +119,15 @@ bool CopyWatch::abandonIfStuck(const Patience& patience) {
   // A target that has gone silent does not let go of its leftovers either.
   constexpr std::chrono::seconds kTimeToRemove{2};
   auto remove = [folder, name = state_->temporaryName] { return removeTree(folder->get(), name); };
-  if (*folder) patiently(std::move(remove), kTimeToRemove);
+  if (!*folder) return true;
+  state_->leavesRemains = true;
+  auto removed = patiently(std::move(remove), kTimeToRemove);
+  state_->leavesRemains = !removed || !*removed;
   return true;
+}
+
+bool CopyWatch::leavesRemains() const {
+  return state_->leavesRemains;
 }
 
 /// One run of copyItem. Paths are for messages; items are reached through their open folders.

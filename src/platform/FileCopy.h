@@ -34,6 +34,8 @@ class CopyWatch {
   /// Gives the copy up if it has waited for longer: it will never appear at its target, what there is of it
   /// is removed, and its progress is told no more. Its thread ends when the disk lets it.
   bool abandonIfStuck(const Patience& patience);
+  /// Whether the copy was given up and its disk did not let go of what there is of it.
+  bool leavesRemains() const;
 
  private:
   friend class Copier;
