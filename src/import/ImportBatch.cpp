@@ -99,9 +99,14 @@ std::shared_ptr<FilePictures> ImportBatch::picturesAhead(const ImportAssetPtr& i
 
 void ImportBatch::recover() {
   TQErrorPtr error;
-  if (!library_->recoverInterruptedImports(&error))
-    logLine(LogLevel::warning,
-            "recoverInterruptedImports: " + (error ? error->description() : "not settled"));
+  try {
+    if (!library_->recoverInterruptedImports(&error))
+      logLine(LogLevel::warning,
+              "recoverInterruptedImports: " + (error ? error->description() : "not settled"));
+  } catch (const std::exception& exception) {
+    // What is left waits for the next batch; this one must come to its end.
+    logLine(LogLevel::error, std::string("recoverInterruptedImports exception : ") + exception.what());
+  }
 }
 
 void ImportBatch::importFile(const ImportAssetPtr& item, std::shared_ptr<FilePictures> pictures) {
