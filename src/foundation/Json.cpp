@@ -138,6 +138,10 @@ Result<Value> parseJson(std::string_view text) {
         "json", parsed.Code(),
         fmt::format("malformed JSON at byte {}: {}", parsed.Offset(),
                     builder.mistake() ? builder.mistake() : rapidjson::GetParseError_En(parsed.Code())));
+  // To the parser a null character is the end.
+  if (stream.Tell() < text.size())
+    return failure("json", rapidjson::kParseErrorDocumentRootNotSingular,
+                   fmt::format("malformed JSON at byte {}: a null character", stream.Tell()));
   return builder.take();
 }
 

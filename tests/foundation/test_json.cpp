@@ -23,10 +23,10 @@ TEST(Json, NumbersKeepTheirKindAndTheirDigits) {
 
 TEST(Json, RefusesWhatIsNotOneDocument) {
   std::string deep(600, '[');
-  for (std::string text :
-       {std::string(""), std::string("{"), std::string("[1,]"), std::string("{\"a\":1} x"),
-        std::string("nul"), std::string("\"\xff\""), std::string("01"), std::string("1e999"),
-        std::string("{\"a\" 1}"), std::string("\"\\udc00\""), deep + std::string(600, ']')}) {
+  for (std::string text : {std::string(""), std::string("{"), std::string("[1,]"), std::string("{\"a\":1} x"),
+                           std::string("nul"), std::string("\"\xff\""), std::string("01"),
+                           std::string("1e999"), std::string("1\0x", 3), std::string("{\"a\" 1}"),
+                           std::string("\"\\udc00\""), deep + std::string(600, ']')}) {
     Result<Value> value = parseJson(text);
     ASSERT_FALSE(value) << text;
     EXPECT_EQ(value.error().domain, "json");
