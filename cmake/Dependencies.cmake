@@ -8,6 +8,7 @@ find_package(fmt REQUIRED)
 find_package(spdlog REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(tl-expected REQUIRED)
+find_package(simdjson REQUIRED)
 find_package(ICU 72 REQUIRED COMPONENTS uc i18n)
 
 pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)

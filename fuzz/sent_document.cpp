@@ -9,15 +9,31 @@
 
 using namespace vornex;
 
-// What is stored can be read back, whole and in part.
+// What is stored is what was sent, can be read back, and is what the other reader understands.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string_view body(reinterpret_cast<const char*>(data), size);
   auto texts = server::objectsInArray(body, "items").value_or(std::vector{body});
+  server::DocumentReader reader(server::indexedKeys());
   for (std::string_view text : texts) {
-    auto sent = server::readSentDocument(text, server::indexedKeys());
-    if (!sent) continue;
+    auto sent = reader.sent(text);
+    auto value = parseJson(text);
+    if (!sent) {
+      if (value && value->ifDictionary() && sent.error().message != "nested too deeply") std::abort();
+      continue;
+    }
+    if (!value || !value->ifDictionary()) std::abort();
+    value->ifDictionary()->erase("_id");
     std::string stored = "{" + sent->rest;
-    if (!parseJson(stored) || !server::readEntries(stored, server::indexedKeys())) std::abort();
+    auto again = parseJson(stored);
+    auto entries = reader.entries(stored);
+    if (!again || *again != *value || !entries) std::abort();
+    for (std::size_t i = 0; i < sent->values.size(); ++i) {
+      const std::string& key = server::indexedKeys()[i];
+      const Value* expected = value->ifDictionary()->find(key);
+      const Value* read = entries->find(key);
+      if (sent->values[i] != (expected ? *expected : Value())) std::abort();
+      if ((read != nullptr) != (expected != nullptr) || (read && *read != *expected)) std::abort();
+    }
   }
   return 0;
 }

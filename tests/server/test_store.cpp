@@ -215,6 +215,21 @@ TEST_F(AssetStoreTest, GivesUpASearchAtItsTimeLimit) {
   EXPECT_TRUE(answers("name CONTAINS '" + words + "'", patiently));
 }
 
+TEST_F(AssetStoreTest, FindsWhatLiesInAFolder) {
+  create({R"({"name":"1","importfrompath":"/Volumes/Disk/Cam A/x.mov"})",
+          R"({"name":"2","importfrompath":"/volumes/disk/CAM A/b/y.mov"})",
+          R"({"name":"3","importfrompath":"/Volumes/Disk/Cam A2/Cam A"})",
+          R"({"name":"4","importfrompath":"/Other/Volumes/Disk/Cam A/"})",
+          R"({"name":"5","importfrompath":"Cam A/Volumes//Disk/x"})"});
+  auto in = [&](const std::string& part) { return found("importfrompath CONTAINS '" + part + "'"); };
+  EXPECT_THAT(in("/Cam A/"), UnorderedElementsAre("1", "2", "4"));
+  EXPECT_THAT(in("/Cam A"), UnorderedElementsAre("1", "2", "3", "4"));
+  EXPECT_THAT(in("Cam A/"), UnorderedElementsAre("1", "2", "4", "5"));
+  EXPECT_THAT(in("/Volumes/Disk/Cam A/"), UnorderedElementsAre("1", "2", "4"));
+  EXPECT_THAT(in("/Disk/Cam A/b"), UnorderedElementsAre("2"));
+  EXPECT_THAT(in("//"), UnorderedElementsAre("5"));
+}
+
 TEST_F(AssetStoreTest, FindsWhatIsTooLongToBeIndexed) {
   const std::string longText(20'000, 'x');
   create({R"({"name":"long","tags":["end )" + longText + R"("],"importfrompath":"/a/)" + longText + "\"}",

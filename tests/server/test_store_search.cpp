@@ -24,7 +24,8 @@ const std::vector<Sign> kSigns = {
     {"a", "a", "a"},       {"A", "a", "a"},       {"b", "b", "b"},    {"e", "e", "e"},   {"é", "é", "e"},
     {"e\u0301", "é", "e"}, {"E\u0301", "é", "e"}, {"É", "é", "e"},    {"ß", "ss", "ss"}, {"s", "s", "s"},
     {"\n", "\n", "\n"},    {".", ".", "."},       {"(", "(", "("},    {"+", "+", "+"},   {"\"", "\"", "\""},
-    {"\\", "\\", "\\"},    {" ", " ", " "},       {"日", "日", "日"}, {"*", "*", "*"},   {"'", "'", "'"}};
+    {"\\", "\\", "\\"},    {" ", " ", " "},       {"日", "日", "日"}, {"*", "*", "*"},   {"'", "'", "'"},
+    {"/", "/", "/"}};
 
 using Text = std::vector<const Sign*>;
 
@@ -305,8 +306,20 @@ class Generator {
     return result;
   }
 
+  // Some folders of short names, mostly with the last slash.
+  Text folders() {
+    Text result;
+    for (std::size_t i = 1 + below(4); i > 0; --i) {
+      result.push_back(&kSigns.back());
+      for (std::size_t length = below(3); length > 0; --length) result.push_back(&kSigns[below(4)]);
+    }
+    if (!oneIn(3)) result.push_back(&kSigns.back());
+    return result;
+  }
+
   // Mostly a part of a text that documents have, at times without the mark of its last character.
   Text excerpt(std::size_t longest) {
+    if (oneIn(6)) return folders();
     if (seen_.empty() || oneIn(4)) return text(longest);
     const Text& whole = of(seen_);
     std::size_t begin = below(whole.size() + 1);
@@ -355,7 +368,7 @@ class Generator {
     if (!oneIn(4)) made.set("fileext", oneIn(5) ? scalar() : Value(remembered(text(4))));
     for (const char* key : {"type", "trash", "project", "importdate", "other"})
       if (!oneIn(3)) made.set(key, oneIn(12) ? tags() : scalar());
-    if (!oneIn(3)) made.set("importfrompath", oneIn(20) ? scalar() : Value(remembered(text(9))));
+    if (!oneIn(3)) made.set("importfrompath", oneIn(20) ? scalar() : Value(remembered(folders())));
     if (oneIn(2)) made.set("masterpath", oneIn(20) ? scalar() : Value(path()));
     if (oneIn(2)) made.set("notes", notes());
     if (!oneIn(3)) made.set("custom", oneIn(4) ? scalar() : Value(Dictionary{{"key", scalar()}}));

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <map>
 
 namespace vornex::server {
 
@@ -46,6 +47,16 @@ std::span<const IndexedField> indexedFields() {
   return kFields;
 }
 
+std::optional<std::size_t> fieldWithKey(std::string_view key) {
+  static const std::map<std::string_view, std::size_t> kFields = [] {
+    std::map<std::string_view, std::size_t> fields;
+    for (std::size_t i = 0; i < indexedFields().size(); ++i) fields[indexedFields()[i].key] = i;
+    return fields;
+  }();
+  auto found = kFields.find(key);
+  return found == kFields.end() ? std::nullopt : std::optional(found->second);
+}
+
 const std::vector<std::string>& indexedKeys() {
   static const std::vector<std::string> kKeys = [] {
     std::vector<std::string> keys;
@@ -69,10 +80,8 @@ static int place(double rest) {
   return rest < -kIntegerLimit ? -1 : 1;
 }
 
-std::strong_ordering NumberKey::operator<=>(const NumberKey& other) const {
-  if (whole != other.whole) return whole <=> other.whole;
+std::strong_ordering NumberKey::compareRests(const NumberKey& other) const {
   if (place(rest) != place(other.rest)) return place(rest) <=> place(other.rest);
-  if (rest == other.rest) return std::strong_ordering::equal;
   return rest < other.rest ? std::strong_ordering::less : std::strong_ordering::greater;
 }
 

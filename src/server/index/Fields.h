@@ -23,7 +23,7 @@ struct IndexedField {
     digest,
     /// As digest, and the folders above a path.
     path,
-    /// One case-folded text a document, and its words.
+    /// One case-folded text a document, its words, and the folders in it.
     text,
   };
 
@@ -36,7 +36,9 @@ struct IndexedField {
 /// All of them; what a stored index has depends on this table, so that a change of it needs a new
 /// kIndexVersion.
 std::span<const IndexedField> indexedFields();
-inline constexpr std::uint32_t kIndexVersion = 2;
+/// The place of the field with that key among them; absent when there is none.
+std::optional<std::size_t> fieldWithKey(std::string_view key);
+inline constexpr std::uint32_t kIndexVersion = 3;
 
 /// The fields' keys, sorted: what of a document is needed to index it.
 const std::vector<std::string>& indexedKeys();
@@ -50,8 +52,14 @@ struct NumberKey {
   double rest = 0;
 
   bool operator==(const NumberKey&) const = default;
-  std::strong_ordering operator<=>(const NumberKey& other) const;
+  std::strong_ordering operator<=>(const NumberKey& other) const {
+    if (whole != other.whole) return whole <=> other.whole;
+    return rest == other.rest ? std::strong_ordering::equal : compareRests(other);
+  }
   Value value() const { return rest == 0 ? Value(whole) : Value(rest); }
+
+ private:
+  std::strong_ordering compareRests(const NumberKey& other) const;
 };
 
 /// Of numbers, and booleans as 1 and 0.
@@ -94,6 +102,23 @@ void forEachWord(std::string_view text, Visit visit) {
     while (at < text.size() && kindAt(at) == kind) ++at;
     if (kind != ByteKind::gap) visit(text.substr(begin, at - begin));
   }
+}
+
+/// The folders in a text, each with the slash before and the one after it.
+template <typename Visit>
+void forEachFolder(std::string_view text, Visit visit) {
+  std::size_t begin = text.find('/');
+  while (begin < text.size()) {
+    std::size_t end = text.find('/', begin + 1);
+    if (end == std::string_view::npos) return;
+    if (end > begin + 1) visit(text.substr(begin, end + 1 - begin));
+    begin = end;
+  }
+}
+
+/// Whether the text is a folder with its two slashes.
+inline bool isOneFolder(std::string_view text) {
+  return text.size() > 2 && text.front() == '/' && text.find('/', 1) == text.size() - 1;
 }
 
 }  // namespace vornex::server

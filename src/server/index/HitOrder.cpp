@@ -10,10 +10,8 @@ constexpr std::size_t kIdentifiers = std::numeric_limits<std::size_t>::max();
 
 std::optional<std::size_t> orderOf(std::string_view key) {
   if (key == "_id") return kIdentifiers;
-  std::span<const IndexedField> fields = indexedFields();
-  for (std::size_t i = 0; i < fields.size(); ++i)
-    if (fields[i].ordered && key == fields[i].key) return i;
-  return std::nullopt;
+  std::optional<std::size_t> field = fieldWithKey(key);
+  return field && indexedFields()[*field].ordered ? field : std::nullopt;
 }
 
 // What a document is ordered by: nothing, a number or a text, and then its identifier.

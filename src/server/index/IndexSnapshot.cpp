@@ -11,13 +11,10 @@
 
 namespace vornex::server {
 
-std::vector<std::int64_t> rowsWithNumber(const IndexSnapshot& snapshot, std::string_view key,
-                                         NumberKey number) {
-  std::span<const IndexedField> fields = indexedFields();
-  auto field = std::find_if(fields.begin(), fields.end(), [&](const auto& one) { return key == one.key; });
+std::vector<std::int64_t> rowsWithNumber(const IndexSnapshot& snapshot, std::size_t field, NumberKey number) {
   std::vector<std::int64_t> rows;
   for (const LiveSegment& part : snapshot.segments) {
-    const ExactField& values = part.segment->exact(static_cast<std::size_t>(field - fields.begin()));
+    const ExactField& values = part.segment->exact(field);
     std::uint32_t code = values.lowerBound(number);
     if (code == values.numbers() || values.number(code) != number) continue;
     values.documents.forEach(code, [&](std::uint32_t document) {

@@ -23,9 +23,8 @@ struct IndexSnapshot {
   std::int64_t lastRow = 0;
 };
 
-/// The rows of the documents whose value of an exact field is that number.
-std::vector<std::int64_t> rowsWithNumber(const IndexSnapshot& snapshot, std::string_view key,
-                                         NumberKey number);
+/// The rows of the documents whose value of an exact field, by its place in indexedFields(), is that number.
+std::vector<std::int64_t> rowsWithNumber(const IndexSnapshot& snapshot, std::size_t field, NumberKey number);
 
 /// Names the files that let an index be opened without reading the documents, and the write they are of.
 struct CheckpointRecord {

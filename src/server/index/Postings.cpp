@@ -60,17 +60,28 @@ void Texts::Writer::write(SectionWriter& sections) const {
 Texts::Texts(SectionReader& sections)
     : offsets_(sections.next<std::uint32_t>()), bytes_(sections.nextBytes()) {}
 
-std::uint32_t Texts::lowerBound(std::string_view text) const {
-  std::uint32_t low = 0;
-  std::uint32_t high = size();
+// The first number from `low` on whose text does not precede.
+template <typename Precedes>
+static std::uint32_t firstNotPreceding(const Texts& texts, std::uint32_t low, Precedes precedes) {
+  std::uint32_t high = texts.size();
   while (low < high) {
     std::uint32_t middle = low + (high - low) / 2;
-    if ((*this)[middle] < text)
+    if (precedes(texts[middle]))
       low = middle + 1;
     else
       high = middle;
   }
   return low;
+}
+
+std::uint32_t Texts::lowerBound(std::string_view text) const {
+  return firstNotPreceding(*this, 0, [&](std::string_view other) { return other < text; });
+}
+
+std::pair<std::uint32_t, std::uint32_t> Texts::startingWith(std::string_view text) const {
+  std::uint32_t first = lowerBound(text);
+  return {first,
+          firstNotPreceding(*this, first, [&](std::string_view other) { return other.starts_with(text); })};
 }
 
 std::uint32_t Texts::find(std::string_view text) const {

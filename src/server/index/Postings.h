@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "server/index/DocumentSet.h"
@@ -101,6 +102,8 @@ class Texts {
 
   /// The number of the first text that is not less.
   std::uint32_t lowerBound(std::string_view text) const;
+  /// The numbers of the texts that start with this one, and one behind the last.
+  std::pair<std::uint32_t, std::uint32_t> startingWith(std::string_view text) const;
   /// The number of the text; size() when there is none.
   std::uint32_t find(std::string_view text) const;
 

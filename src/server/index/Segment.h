@@ -42,7 +42,8 @@ struct ExactField {
   std::span<const std::uint32_t> codeOf;
 };
 
-/// The case-folded text of a key and its words.
+/// The case-folded text of a key. Its words are joined by the folders in it, which differ from them by their
+/// slashes.
 struct TextField {
   TextField(SectionReader& sections, std::uint32_t documents);
 

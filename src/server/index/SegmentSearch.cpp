@@ -12,15 +12,9 @@ namespace {
 enum class Cost { lookup, vocabulary, texts, documents };
 
 std::optional<std::size_t> fieldNamed(const Operand& operand) {
-  static const std::map<std::string, std::size_t, std::less<>> kFields = [] {
-    std::map<std::string, std::size_t, std::less<>> fields;
-    for (std::size_t i = 0; i < indexedFields().size(); ++i) fields[indexedFields()[i].key] = i;
-    return fields;
-  }();
   const KeyPath* path = std::get_if<KeyPath>(&operand);
   if (!path || path->components.size() != 1) return std::nullopt;
-  auto found = kFields.find(path->components.front());
-  return found == kFields.end() ? std::nullopt : std::optional(found->second);
+  return fieldWithKey(path->components.front());
 }
 
 bool asksIdentifier(const Operand& operand) {

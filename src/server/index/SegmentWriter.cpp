@@ -1,7 +1,10 @@
 #include "server/index/SegmentWriter.h"
 
+#include <xxhash.h>
+
 #include <algorithm>
 #include <deque>
+#include <unordered_map>
 
 #include "foundation/Text.h"
 #include "server/query/TextNormalization.h"
@@ -33,14 +36,14 @@ class ExactFieldWriter {
     codeOf_.assign(count, kNoCode);
   }
 
-  void add(NumberKey number, const Documents& documents) {
+  void add(NumberKey number, std::span<const std::uint32_t> documents) {
     wholes_.push_back(number.whole);
     if (number.rest != 0) rests_.resize(wholes_.size() - 1);
     if (number.rest != 0 || !rests_.empty()) rests_.push_back(number.rest);
     addPostings(documents);
   }
 
-  void add(std::string_view text, const Documents& documents) {
+  void add(std::string_view text, std::span<const std::uint32_t> documents) {
     texts_.add(text);
     addPostings(documents);
   }
@@ -57,7 +60,7 @@ class ExactFieldWriter {
   }
 
  private:
-  void addPostings(const Documents& documents) {
+  void addPostings(std::span<const std::uint32_t> documents) {
     postings_.add(documents);
     for (std::uint32_t document : documents)
       if (isList_.size() > 0 && !isList_.contains(document)) codeOf_[document] = code_;
@@ -82,13 +85,13 @@ class TextFieldWriter {
   explicit TextFieldWriter(std::uint32_t count)
       : count_(count), valuePostings_(count), wordPostings_(count), codeOf_(count, kNoCode) {}
 
-  void addValue(std::string_view text, const Documents& documents) {
+  void addValue(std::string_view text, std::span<const std::uint32_t> documents) {
     for (std::uint32_t document : documents) codeOf_[document] = values_.size();
     values_.add(text);
     valuePostings_.add(documents);
   }
 
-  void addWord(std::string_view word, const Documents& documents) {
+  void addWord(std::string_view word, std::span<const std::uint32_t> documents) {
     words_.add(word);
     wordPostings_.add(documents);
   }
@@ -114,21 +117,67 @@ class TextFieldWriter {
   std::vector<std::uint32_t> codeOf_;
 };
 
-// A text of a document. Most comparisons are decided by the first bytes, kept as a number.
-struct TextItem {
-  TextItem(std::string_view given, std::uint32_t of) : text(given), document(of) {
-    for (std::size_t i = 0; i < 8; ++i)
-      start = start << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0);
-  }
-  bool operator<(const TextItem& other) const {
-    if (start != other.start) return start < other.start;
-    int order = text.compare(other.text);
-    return order != 0 ? order < 0 : document < other.document;
+// Distinct texts and the documents that have them.
+class Terms {
+ public:
+  /// The documents come in ascending order.
+  void add(std::string_view text, std::uint32_t document) {
+    auto known = numbers_.try_emplace(text, static_cast<std::uint32_t>(numbers_.size())).first;
+    uses_.push_back({known->second, document});
   }
 
-  std::uint64_t start = 0;
-  std::string_view text;
-  std::uint32_t document;
+  /// Calls `visit(text, documents)` for each text, in their order.
+  template <typename Visit>
+  void forEach(Visit visit) const {
+    std::vector<Term> terms;
+    terms.reserve(numbers_.size());
+    for (const auto& [text, number] : numbers_) terms.emplace_back(text, number);
+    std::sort(terms.begin(), terms.end());
+    Documents ends;
+    Documents documents = byTerm(ends);
+    for (const Term& term : terms) {
+      auto first = documents.begin() + (term.number == 0 ? 0 : ends[term.number - 1]);
+      auto last = std::unique(first, documents.begin() + ends[term.number]);
+      visit(term.text, std::span<const std::uint32_t>(first, last));
+    }
+  }
+
+ private:
+  // Most comparisons are decided by the first bytes, kept as a number.
+  struct Term {
+    Term(std::string_view given, std::uint32_t of) : text(given), number(of) {
+      for (std::size_t i = 0; i < 8; ++i)
+        start = start << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0);
+    }
+    bool operator<(const Term& other) const {
+      return start != other.start ? start < other.start : text < other.text;
+    }
+
+    std::uint64_t start = 0;
+    std::string_view text;
+    std::uint32_t number;
+  };
+  struct Use {
+    std::uint32_t term;
+    std::uint32_t document;
+  };
+  struct Hash {
+    std::size_t operator()(std::string_view text) const { return XXH3_64bits(text.data(), text.size()); }
+  };
+
+  // All documents, those of one term after those of the other, and where those of each end.
+  Documents byTerm(Documents& ends) const {
+    ends.assign(numbers_.size(), 0);
+    for (const Use& use : uses_) ++ends[use.term];
+    std::uint32_t sum = 0;
+    for (std::uint32_t& end : ends) end = std::exchange(sum, sum + end);
+    Documents documents(uses_.size());
+    for (const Use& use : uses_) documents[ends[use.term]++] = use.document;
+    return documents;
+  }
+
+  std::unordered_map<std::string_view, std::uint32_t, Hash> numbers_;
+  std::vector<Use> uses_;
 };
 
 struct NumberItem {
@@ -141,17 +190,17 @@ struct NumberItem {
   }
 };
 
-// Sorts the items and calls `add(key, documents)` for each key.
-template <typename Item, typename Key, typename Add>
-void addGrouped(std::vector<Item>& items, Key key, Add add) {
+// Sorts the items and calls `visit(number, documents)` for each number.
+template <typename Visit>
+void forEachNumber(std::vector<NumberItem>& items, Visit visit) {
   std::sort(items.begin(), items.end());
   Documents documents;
   for (std::size_t i = 0; i < items.size();) {
     documents.clear();
     std::size_t first = i;
-    for (; i < items.size() && key(items[i]) == key(items[first]); ++i)
+    for (; i < items.size() && items[i].number == items[first].number; ++i)
       if (documents.empty() || documents.back() != items[i].document) documents.push_back(items[i].document);
-    add(key(items[first]), documents);
+    visit(items[first].number, documents);
   }
 }
 
@@ -172,30 +221,10 @@ bool isListOfStrings(const Value& value) {
 // One field of new documents.
 class FieldCollector {
  public:
-  FieldCollector(const IndexedField& field, std::span<const IndexedDocument> documents)
-      : field_(field), place_(placeOfIndexedKey(field.key)), documents_(documents) {}
+  explicit FieldCollector(const IndexedField& field) : field_(field), place_(placeOfIndexedKey(field.key)) {}
 
-  void write(SectionWriter& sections) {
-    for (std::uint32_t i = 0; i < documents_.size(); ++i) collect(i);
-    auto count = static_cast<std::uint32_t>(documents_.size());
-    auto number = [](const NumberItem& item) { return item.number; };
-    auto text = [](const TextItem& item) { return item.text; };
-    if (field_.kind == IndexedField::Kind::text) {
-      TextFieldWriter writer(count);
-      addGrouped(texts_, text, [&](auto key, const Documents& all) { writer.addValue(key, all); });
-      addGrouped(words_, text, [&](auto key, const Documents& all) { writer.addWord(key, all); });
-      writer.write(sections, missing_, unknown_, notAscii_);
-    } else {
-      ExactFieldWriter writer(count, field_.ordered, missing_, lists_, unknown_);
-      addGrouped(numbers_, number, [&](auto key, const Documents& all) { writer.add(key, all); });
-      addGrouped(texts_, text, [&](auto key, const Documents& all) { writer.add(key, all); });
-      writer.write(sections);
-    }
-  }
-
- private:
-  void collect(std::uint32_t document) {
-    const Value& value = documents_[document].values[place_];
+  void collect(const IndexedDocument& from, std::uint32_t document) {
+    const Value& value = from.values[place_];
     if (value.isNull()) {
       missing_.push_back(document);
     } else if (const std::string* text = value.ifString()) {
@@ -206,16 +235,31 @@ class FieldCollector {
       numbers_.push_back({*number, document});
     } else if (isListOfStrings(value)) {
       lists_.push_back(document);
-      for (const Value& element : *value.ifArray()) texts_.emplace_back(*element.ifString(), document);
+      for (const Value& element : *value.ifArray()) texts_.add(*element.ifString(), document);
     } else {
       unknown_.push_back(document);
     }
   }
 
+  void write(SectionWriter& sections, std::uint32_t count) {
+    if (field_.kind == IndexedField::Kind::text) {
+      TextFieldWriter writer(count);
+      texts_.forEach([&](auto text, auto all) { writer.addValue(text, all); });
+      words_.forEach([&](auto word, auto all) { writer.addWord(word, all); });
+      writer.write(sections, missing_, unknown_, notAscii_);
+    } else {
+      ExactFieldWriter writer(count, field_.ordered, missing_, lists_, unknown_);
+      forEachNumber(numbers_, [&](auto number, const Documents& all) { writer.add(number, all); });
+      texts_.forEach([&](auto text, auto all) { writer.add(text, all); });
+      writer.write(sections);
+    }
+  }
+
+ private:
   void collect(const std::string& text, std::uint32_t document) {
     switch (field_.kind) {
       case IndexedField::Kind::exact:
-        texts_.emplace_back(text, document);
+        texts_.add(text, document);
         return;
       case IndexedField::Kind::path:
         for (std::size_t slash = text.find('/'); slash != std::string::npos;
@@ -230,16 +274,17 @@ class FieldCollector {
     }
     if (!isAsciiText(text)) notAscii_.push_back(document);
     const std::string& folded = folded_.emplace_back(foldedText(text));
-    texts_.emplace_back(folded, document);
-    forEachWord(folded, [&](std::string_view word) { words_.emplace_back(word, document); });
+    texts_.add(folded, document);
+    auto addWord = [&](std::string_view word) { words_.add(word, document); };
+    forEachWord(folded, addWord);
+    forEachFolder(folded, addWord);
   }
 
   const IndexedField& field_;
   const std::size_t place_;
-  std::span<const IndexedDocument> documents_;
   std::vector<NumberItem> numbers_;
-  std::vector<TextItem> texts_;
-  std::vector<TextItem> words_;
+  Terms texts_;
+  Terms words_;
   std::deque<std::string> folded_;
   Documents missing_;
   Documents lists_;
@@ -430,7 +475,11 @@ SegmentPtr makeSegment(std::vector<IndexedDocument> documents) {
   }
   identifiers.write(sections);
   sections.add(rows);
-  for (const IndexedField& field : indexedFields()) FieldCollector(field, documents).write(sections);
+  std::vector<FieldCollector> fields(indexedFields().begin(), indexedFields().end());
+  auto count = static_cast<std::uint32_t>(documents.size());
+  for (std::uint32_t i = 0; i < count; ++i)
+    for (FieldCollector& field : fields) field.collect(documents[i], i);
+  for (FieldCollector& field : fields) field.write(sections, count);
   return inMemory(sections);
 }
 

@@ -10,8 +10,9 @@ namespace vornex::server {
 
 namespace {
 
-// Looks for folded text in a field. A word is found by going through the vocabulary; anything else is
-// narrowed by the words it is made of and then looked for in the texts themselves.
+// Looks for folded text in a field. A word is found by going through the vocabulary, a folder by looking it
+// up there; anything else is narrowed by the words and folders it is made of and then looked for in the texts
+// themselves.
 class TextSearch {
  public:
   TextSearch(const TextField& field, const DocumentSet& scope, TimeLimit& limit)
@@ -41,15 +42,15 @@ class TextSearch {
 
   DocumentSet starting(std::string_view text) const {
     DocumentSet set(scope_.size());
-    for (std::uint32_t code = field_.values.lowerBound(text);
-         code < field_.values.size() && field_.values[code].starts_with(text); ++code)
-      field_.documents.addTo(set, code);
+    auto [first, last] = field_.values.startingWith(text);
+    for (std::uint32_t code = first; code < last; ++code) field_.documents.addTo(set, code);
     return set;
   }
 
   DocumentSet containing(std::string_view text) const {
     if (text.empty()) return all();
     if (isOneWord(text)) return withWordContaining(text);
+    if (isOneFolder(text)) return withWord(text);
     // In many short texts a short part is found sooner with a table that is made once.
     constexpr std::size_t kShortPart = 32;
     if (text.size() > kShortPart) {
@@ -122,8 +123,14 @@ class TextSearch {
       set &= candidates;
       return set;
     }
+    // Paths are mostly asked for from their beginning; such texts need not be read.
+    auto [first, last] = part.empty() ? std::pair(0u, 0u) : field_.values.startingWith(part);
     Ahead ahead;
-    candidates.forEach([&](std::uint32_t document) {
+    candidates.forEach([&, first = first, last = last](std::uint32_t document) {
+      if (std::uint32_t code = field_.codeOf[document]; code >= first && code < last) {
+        set.add(document);
+        return;
+      }
       ahead.documents[ahead.size++] = document;
       if (ahead.size == ahead.documents.size()) addMatching(set, ahead, matches);
     });
@@ -147,9 +154,8 @@ class TextSearch {
 
   DocumentSet withWordStarting(std::string_view start) const {
     DocumentSet set(scope_.size());
-    for (std::uint32_t code = field_.words.lowerBound(start);
-         code < field_.words.size() && field_.words[code].starts_with(start); ++code)
-      field_.wordDocuments.addTo(set, code);
+    auto [first, last] = field_.words.startingWith(start);
+    for (std::uint32_t code = first; code < last; ++code) field_.wordDocuments.addTo(set, code);
     return set;
   }
 
@@ -162,11 +168,14 @@ class TextSearch {
     return set;
   }
 
-  // Documents that have the words of the text: the first one as an end, the last one as a start, where they
-  // touch its edges.
+  // Documents that have the folders and words of the text: its first word as an end, its last one as a start,
+  // where they touch its edges.
   DocumentSet withWordsOf(std::string_view text) const {
     DocumentSet set = all();
     std::size_t words = 0;
+    forEachFolder(text, [&](std::string_view folder) {
+      if (++words <= kEnoughWords && !set.empty()) set &= withWord(folder);
+    });
     forEachWord(text, [&](std::string_view word) {
       if (++words > kEnoughWords || set.empty()) return;
       bool first = word.data() == text.data();
@@ -235,7 +244,8 @@ SegmentAnswer searchNotEqual(const Value& constant, TextOptions options, const T
 }  // namespace
 
 bool needsTexts(const TextPattern& pattern) {
-  return !pattern.literal() || !isOneWord(*pattern.literal());
+  const std::string* literal = pattern.literal();
+  return !literal || (!isOneWord(*literal) && !isOneFolder(*literal));
 }
 
 SegmentAnswer searchText(const TextField& field, const Comparison& comparison, const DocumentSet& scope,

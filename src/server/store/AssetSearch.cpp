@@ -131,9 +131,10 @@ class Search {
   // Asks the documents themselves where the index does not know.
   Result<void> settle(std::size_t segment, const DocumentSet& open) {
     Result<void> outcome;
+    DocumentReader reader(keys_);
     open.forEach([&](std::uint32_t document) {
       if (!outcome) return;
-      Result<bool> fulfils = entries({segment, document}, keys_).map([&](const Dictionary& all) {
+      Result<bool> fulfils = entries({segment, document}, reader).map([&](const Dictionary& all) {
         return holds(predicate_, all, limit_);
       });
       if (!fulfils)
@@ -163,13 +164,15 @@ class Search {
       Hit hit;
     };
     std::vector<std::string> path = splitPath(key);
+    std::vector<std::string> wanted{path.front()};
+    DocumentReader reader(wanted);
     std::vector<Item> items;
     ByteBudget budget;
     Result<void> outcome;
     for (std::size_t i = 0; i < segments_.size(); ++i) {
       segments_[i].hits.forEach([&](std::uint32_t document) {
         if (!outcome) return;
-        Result<Dictionary> all = entries({i, document}, {path.front()});
+        Result<Dictionary> all = entries({i, document}, reader);
         if (!all) {
           outcome = tl::unexpected(all.error());
           return;
@@ -191,10 +194,10 @@ class Search {
     return hits;
   }
 
-  Result<Dictionary> entries(Hit hit, const std::vector<std::string>& keys) {
+  Result<Dictionary> entries(Hit hit, DocumentReader& reader) {
     Result<std::string> document = read(hit);
     if (!document) return tl::unexpected(document.error());
-    return readEntries(*document, keys).map_error([](Error error) {
+    return reader.entries(*document).map_error([](Error error) {
       return Error{kServerErrorDomain, static_cast<std::int64_t>(StatusCode::databaseFailed), error.message};
     });
   }

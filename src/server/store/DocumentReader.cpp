@@ -1,331 +1,287 @@
 #include "server/store/DocumentReader.h"
 
-#include <fmt/format.h>
-#include <rapidjson/error/en.h>
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
+#include <simdjson.h>
 #include <xxhash.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "foundation/Json.h"
 #include "foundation/Text.h"
 
 namespace vornex::server {
 
+namespace ondemand = simdjson::ondemand;
+
 namespace {
 
-// Builds what a document has under the wanted keys from the parser's events. A false answer ends the parse.
-class ValueBuilder {
+// Whether nothing stands behind what was read.
+bool isAtEnd(ondemand::document& document) {
+  return document.current_location().error() == simdjson::OUT_OF_BOUNDS;
+}
+
+// Whether the text is a number of JSON without an exponent (RFC 8259, section 6), and short enough for a
+// double to hold it for sure.
+bool isPlainNumber(std::string_view text) {
+  constexpr std::size_t kDigitsOfDoubles = 308;
+  if (text.size() > kDigitsOfDoubles) return false;
+  auto skip = [&](std::string_view characters, std::size_t most) {
+    std::size_t count = std::min({text.find_first_not_of(characters), text.size(), most});
+    text.remove_prefix(count);
+    return count;
+  };
+  constexpr std::string_view kDigits = "0123456789";
+  skip("-", 1);
+  if (skip("0", 1) == 0 && skip(kDigits, kDigitsOfDoubles) == 0) return false;
+  if (skip(".", 1) == 1 && skip(kDigits, kDigitsOfDoubles) == 0) return false;
+  return text.empty();
+}
+
+// A copy of some JSON with what the parser wants to be readable behind it.
+class PaddedText {
  public:
-  explicit ValueBuilder(const std::vector<std::string>& keys)
-      : keys_(keys), values_(keys.size()), isFound_(keys.size()) {}
-
-  bool Null() { return add(Value()); }
-  bool Bool(bool value) { return add(value); }
-  // Numbers come as text: the parser's own conversion is not sound for every input.
-  bool Int(int) { return false; }
-  bool Uint(unsigned) { return false; }
-  bool Int64(std::int64_t) { return false; }
-  bool Uint64(std::uint64_t) { return false; }
-  bool Double(double) { return false; }
-  bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
-    if (skips()) return scalarAtTop();
-    std::optional<Value> number = jsonNumber({text, length});
-    return number && add(std::move(*number));
-  }
-  bool String(const char* text, rapidjson::SizeType length, bool) {
-    return skips() ? scalarAtTop() : add(std::string(text, length));
-  }
-
-  bool Key(const char* text, rapidjson::SizeType length, bool) {
-    std::string_view key(text, length);
-    if (depth_ > 1) {
-      if (wanted_) open_.back().key = key;
-      return true;
-    }
-    auto place = std::lower_bound(keys_.begin(), keys_.end(), key);
-    wanted_ = place != keys_.end() && *place == key;
-    wantedPlace_ = static_cast<std::size_t>(place - keys_.begin());
-    return true;
-  }
-
-  bool StartObject() { return begin(Dictionary()); }
-  bool StartArray() { return depth_ > 0 && begin(Array()); }
-  bool EndObject(rapidjson::SizeType) { return end(); }
-  bool EndArray(rapidjson::SizeType) { return end(); }
-
-  bool complete() const { return found_ == keys_.size(); }
-  std::vector<Value> take() { return std::move(values_); }
-  /// Those that were there.
-  Dictionary takeEntries() {
-    Dictionary entries;
-    for (std::size_t i = 0; i < keys_.size(); ++i)
-      if (isFound_[i]) entries.set(keys_[i], std::move(values_[i]));
-    return entries;
+  simdjson::padded_string_view copyOf(std::string_view text) {
+    bytes_.resize(std::max(bytes_.size(), text.size() + simdjson::SIMDJSON_PADDING));
+    std::memcpy(bytes_.data(), text.data(), text.size());
+    return simdjson::padded_string_view(bytes_.data(), text.size(), bytes_.size());
   }
 
  private:
-  struct Container {
-    Value value;
-    std::string key;
-  };
+  std::vector<char> bytes_;
+};
 
-  bool skips() const { return !wanted_; }
-  // A document is an object: nothing else may stand at its top.
-  bool scalarAtTop() const { return depth_ > 0; }
+}  // namespace
 
-  template <typename Empty>
-  bool begin(Empty empty) {
-    if (++depth_ > 1 && wanted_) open_.push_back(Container{Value(std::move(empty)), {}});
-    return true;
+// One look at a document after the other. What it does not take, which is little of what is ever sent, is
+// left to the reader that knows what is wrong and where.
+class DocumentReader::Pass {
+ public:
+  explicit Pass(const std::vector<std::string>& keys) : keys_(keys) {}
+
+  /// Whether the text is an object without an "_id" that no rule is broken by.
+  bool checkAll(std::string_view json) { return start(json) && checkFields() && isAtEnd(document_); }
+  /// Whether a key may occur twice in it.
+  bool repeats() const { return repeats_; }
+
+  /// Whether the text begins like an object with all the keys, or is one with some.
+  bool findKeys(std::string_view json) { return start(json) && findFields(); }
+
+  /// What was found, by the keys' places.
+  std::vector<Value> takeValues() { return std::move(values_); }
+  const std::vector<bool>& found() const { return found_; }
+
+ private:
+  // Two levels more are around it in a page.
+  static constexpr std::size_t kMaximumDepth = 510;
+
+  bool start(std::string_view json) {
+    values_.assign(keys_.size(), Value());
+    found_.assign(keys_.size(), false);
+    digests_.clear();
+    repeats_ = false;
+    unescaped_.resize(std::max(unescaped_.size(), json.size() + simdjson::SIMDJSON_PADDING));
+    return !parser_.iterate(text_.copyOf(json)).get(document_) && !document_.get_object().get(object_);
   }
 
-  bool end() {
-    --depth_;
-    if (open_.empty()) return true;
-    Value finished = std::move(open_.back().value);
-    open_.pop_back();
-    return add(std::move(finished));
-  }
-
-  bool add(Value value) {
-    if (skips()) return scalarAtTop();
-    if (open_.empty()) {
-      found_ += isFound_[wantedPlace_] ? 0 : 1;
-      isFound_[wantedPlace_] = true;
-      values_[wantedPlace_] = std::move(value);
-      wanted_ = false;
-      return !complete();
+  bool checkFields() {
+    for (auto each : object_) {
+      ondemand::field field;
+      std::string_view key;
+      if (std::move(each).get(field) || !readKey(field, key) || key == "_id") return false;
+      std::size_t place = placeOf(key);
+      if (!read(field.value(), place < keys_.size() ? &values_[place] : nullptr, 2)) return false;
     }
-    Container& container = open_.back();
-    if (Array* array = container.value.ifArray())
-      array->push_back(std::move(value));
-    else
-      container.value.ifDictionary()->set(std::move(container.key), std::move(value));
+    compareKeys(0);
     return true;
+  }
+
+  bool findFields() {
+    std::size_t missing = keys_.size();
+    for (auto each : object_) {
+      if (missing == 0) return true;
+      ondemand::field field;
+      std::string_view key;
+      if (std::move(each).get(field) || !text(field.key(), key)) return false;
+      std::size_t place = placeOf(key);
+      if (place == keys_.size()) continue;
+      if (!read(field.value(), &values_[place], 2)) return false;
+      missing -= found_[place] ? 0 : 1;
+      found_[place] = true;
+    }
+    return true;
+  }
+
+  /// Builds the value unless `into` is null.
+  bool read(ondemand::value value, Value* into, std::size_t depth) {
+    ondemand::json_type type;
+    if (value.type().get(type)) return false;
+    switch (type) {
+      case ondemand::json_type::object:
+        return depth <= kMaximumDepth && readObject(value, into, depth);
+      case ondemand::json_type::array:
+        return depth <= kMaximumDepth && readArray(value, into, depth);
+      case ondemand::json_type::string:
+        return readString(value, into);
+      case ondemand::json_type::number:
+        return readNumber(value, into);
+      case ondemand::json_type::boolean:
+        return readBoolean(value, into);
+      case ondemand::json_type::null:
+        break;
+    }
+    bool null = false;
+    return !value.is_null().get(null) && null;
+  }
+
+  bool readObject(ondemand::value value, Value* into, std::size_t depth) {
+    ondemand::object object;
+    if (value.get_object().get(object)) return false;
+    Dictionary entries;
+    const std::size_t first = digests_.size();
+    for (auto each : object) {
+      ondemand::field field;
+      std::string_view key;
+      if (std::move(each).get(field) || !readKey(field, key)) return false;
+      if (!read(field.value(), into ? &entries[std::string(key)] : nullptr, depth + 1)) return false;
+    }
+    if (into) *into = std::move(entries);
+    compareKeys(first);
+    return true;
+  }
+
+  bool readArray(ondemand::value value, Value* into, std::size_t depth) {
+    ondemand::array array;
+    if (value.get_array().get(array)) return false;
+    Array elements;
+    for (auto each : array) {
+      ondemand::value element;
+      if (std::move(each).get(element)) return false;
+      if (into) elements.emplace_back();
+      if (!read(element, into ? &elements.back() : nullptr, depth + 1)) return false;
+    }
+    if (into) *into = std::move(elements);
+    return true;
+  }
+
+  bool readString(ondemand::value value, Value* into) {
+    ondemand::raw_json_string raw;
+    std::string_view read;
+    if (value.get_raw_json_string().get(raw) || !text(raw, read)) return false;
+    if (into) *into = std::string(read);
+    return true;
+  }
+
+  // The parser's own conversion is wrong for some long texts.
+  bool readNumber(ondemand::value value, Value* into) {
+    std::string_view text = value.raw_json_token();
+    text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+    if (isPlainNumber(text)) {
+      if (into) *into = *jsonNumber(text);
+      return true;
+    }
+    Result<Value> number = parseJson(text);
+    if (!number || !number->isNumber()) return false;
+    if (into) *into = std::move(*number);
+    return true;
+  }
+
+  bool readBoolean(ondemand::value value, Value* into) {
+    bool boolean = false;
+    if (value.get_bool().get(boolean)) return false;
+    if (into) *into = boolean;
+    return true;
+  }
+
+  bool readKey(ondemand::field& field, std::string_view& key) {
+    if (!text(field.key(), key)) return false;
+    digests_.push_back(XXH3_64bits(key.data(), key.size()));
+    return true;
+  }
+
+  /// The text of a string, until the next one is asked for. The parser knows that it ends and that its bytes
+  /// are UTF-8; escapes may spell half a surrogate pair, which no text can hold.
+  bool text(ondemand::raw_json_string raw, std::string_view& text) {
+    const char* begin = raw.raw();
+    text = {begin, static_cast<std::size_t>(static_cast<const char*>(std::strchr(begin, '"')) - begin)};
+    if (text.find('\\') == std::string_view::npos) return true;
+    std::uint8_t* unescaped = unescaped_.data();
+    return !parser_.unescape(raw, unescaped).get(text) && isValidUtf8(text);
+  }
+
+  std::size_t placeOf(std::string_view key) const {
+    auto place = std::lower_bound(keys_.begin(), keys_.end(), key);
+    if (place == keys_.end() || *place != key) return keys_.size();
+    return static_cast<std::size_t>(place - keys_.begin());
+  }
+
+  // The keys of the object that ends are noted from `first` on.
+  void compareKeys(std::size_t first) {
+    auto begin = digests_.begin() + static_cast<std::ptrdiff_t>(first);
+    std::sort(begin, digests_.end());
+    repeats_ = repeats_ || std::adjacent_find(begin, digests_.end()) != digests_.end();
+    digests_.resize(first);
   }
 
   const std::vector<std::string>& keys_;
   std::vector<Value> values_;
-  std::vector<bool> isFound_;
-  std::size_t found_ = 0;
-  std::size_t depth_ = 0;
-  // Where the value that is read goes.
-  bool wanted_ = false;
-  std::size_t wantedPlace_ = 0;
-  std::vector<Container> open_;
-};
-
-// Writes the document anew but for its "_id", collects values, and notices keys that occur twice.
-class DocumentCopier {
- public:
-  explicit DocumentCopier(const std::vector<std::string>& keys) : builder_(keys), writer_(buffer_) {}
-
-  bool Null() {
-    return forward([](auto& to) { return to.Null(); });
-  }
-  bool Bool(bool value) {
-    return forward([&](auto& to) { return to.Bool(value); });
-  }
-  bool Int(int) { return false; }
-  bool Uint(unsigned) { return false; }
-  bool Int64(std::int64_t) { return false; }
-  bool Uint64(std::uint64_t) { return false; }
-  bool Double(double) { return false; }
-  // Written on as it is.
-  bool RawNumber(const char* text, rapidjson::SizeType length, bool copy) {
-    if (depth_ == 0) return refuse(kNoObject);
-    if (!isFinite({text, length})) return refuse("a number is too large");
-    builder_.RawNumber(text, length, copy);
-    if (!skips_) writer_.RawValue(text, length, rapidjson::kNumberType);
-    return endOfValue();
-  }
-  bool String(const char* text, rapidjson::SizeType length, bool copy) {
-    return isText({text, length}) && forward([&](auto& to) { return to.String(text, length, copy); });
-  }
-
-  bool Key(const char* text, rapidjson::SizeType length, bool copy) {
-    if (!isText({text, length})) return false;
-    keys_.push_back(XXH3_64bits(text, length));
-    skips_ = skips_ || (firstKeys_.size() == 1 && std::string_view(text, length) == "_id");
-    if (!skips_) writer_.Key(text, length, copy);
-    builder_.Key(text, length, copy);
-    return true;
-  }
-
-  bool StartObject() {
-    firstKeys_.push_back(keys_.size());
-    return begin([](auto& to) { return to.StartObject(); });
-  }
-  bool EndObject(rapidjson::SizeType count) {
-    auto first = keys_.begin() + static_cast<std::ptrdiff_t>(firstKeys_.back());
-    std::sort(first, keys_.end());
-    repeats_ = repeats_ || std::adjacent_find(first, keys_.end()) != keys_.end();
-    keys_.resize(firstKeys_.back());
-    firstKeys_.pop_back();
-    return end([&](auto& to) { return to.EndObject(count); });
-  }
-  bool StartArray() {
-    return depth_ > 0 ? begin([](auto& to) { return to.StartArray(); }) : refuse(kNoObject);
-  }
-  bool EndArray(rapidjson::SizeType count) {
-    return end([&](auto& to) { return to.EndArray(count); });
-  }
-
-  bool repeats() const { return repeats_; }
-  /// Why the parse was ended; null when it was not.
-  const char* mistake() const { return mistake_; }
-  SentDocument take() { return {buffer_.GetString() + 1, builder_.take()}; }
-
- private:
-  static constexpr const char* kNoObject = "an asset is an object";
-  // Two levels more are around it in a page.
-  static constexpr std::size_t kMaximumDepth = 510;
-
-  template <typename Event>
-  bool forward(Event event) {
-    if (depth_ == 0) return refuse(kNoObject);
-    event(builder_);
-    if (!skips_) event(writer_);
-    return endOfValue();
-  }
-
-  bool endOfValue() {
-    if (depth_ == 1) skips_ = false;
-    return true;
-  }
-
-  // Escapes may spell half a surrogate pair, which no text can hold.
-  bool isText(std::string_view text) { return isValidUtf8(text) || refuse("a text is not valid UTF-8"); }
-
-  // A number without an exponent must be long to be too large.
-  static bool isFinite(std::string_view text) {
-    constexpr std::size_t kDigitsOfDoubles = 308;
-    bool plain = text.size() <= kDigitsOfDoubles && text.find_first_of("eE") == std::string_view::npos;
-    return plain || jsonNumber(text);
-  }
-
-  bool refuse(const char* mistake) {
-    mistake_ = mistake;
-    return false;
-  }
-
-  template <typename Event>
-  bool begin(Event event) {
-    if (++depth_ > kMaximumDepth) return refuse("nested too deeply");
-    event(builder_);
-    if (!skips_) event(writer_);
-    return true;
-  }
-
-  template <typename Event>
-  bool end(Event event) {
-    event(builder_);
-    if (!skips_) event(writer_);
-    if (--depth_ == 1) skips_ = false;
-    return true;
-  }
-
-  ValueBuilder builder_;
-  rapidjson::StringBuffer buffer_;
-  rapidjson::Writer<rapidjson::StringBuffer> writer_;
-  std::size_t depth_ = 0;
-  bool skips_ = false;
+  std::vector<bool> found_;
+  PaddedText text_;
+  std::vector<std::uint8_t> unescaped_;
+  // The digests of the keys of all objects that are being read.
+  std::vector<XXH64_hash_t> digests_;
   bool repeats_ = false;
-  const char* mistake_ = nullptr;
-  // The digests of the keys of all open objects, and where those of each begin.
-  std::vector<XXH64_hash_t> keys_;
-  std::vector<std::size_t> firstKeys_;
+  ondemand::parser parser_;
+  ondemand::document document_;
+  ondemand::object object_;
 };
 
-// Notes where the objects of one array begin and end. The parser stands at a bracket while it reports it.
-class ObjectFinder {
- public:
-  ObjectFinder(const rapidjson::MemoryStream& stream, std::string_view json, std::string_view key)
-      : stream_(stream), json_(json), key_(key) {}
+DocumentReader::DocumentReader(const std::vector<std::string>& keys)
+    : keys_(keys), pass_(std::make_unique<Pass>(keys)) {}
 
-  bool Null() { return scalar(); }
-  bool Bool(bool) { return scalar(); }
-  bool Int(int) { return false; }
-  bool Uint(unsigned) { return false; }
-  bool Int64(std::int64_t) { return false; }
-  bool Uint64(std::uint64_t) { return false; }
-  bool Double(double) { return false; }
-  bool RawNumber(const char*, rapidjson::SizeType, bool) { return scalar(); }
-  bool String(const char*, rapidjson::SizeType, bool) { return scalar(); }
-  bool Key(const char* text, rapidjson::SizeType length, bool) {
-    if (depth_ != 1) return true;
-    inside_ = std::string_view(text, length) == key_;
-    bool again = inside_ && found_;
-    found_ = found_ || inside_;
-    return !again;
+DocumentReader::~DocumentReader() = default;
+
+std::optional<SentDocument> DocumentReader::sentSoundly(std::string_view json) {
+  if (!pass_->checkAll(json)) return std::nullopt;
+  std::string compact;
+  // In texts line feeds are escaped.
+  if (json.find('\n') != std::string_view::npos) {
+    compact.resize(json.size() + simdjson::SIMDJSON_PADDING);
+    std::size_t size = 0;
+    if (simdjson::minify(json.data(), json.size(), compact.data(), size)) return std::nullopt;
+    json = std::string_view(compact).substr(0, size);
   }
-  bool StartObject() {
-    if (depth_ == kElementDepth && inside_) begin_ = stream_.Tell();
-    // Under the key itself an array is expected.
-    return !(depth_ == 1 && inside_) && open();
-  }
-  bool EndObject(rapidjson::SizeType) {
-    if (--depth_ == kElementDepth && inside_)
-      objects_.push_back(json_.substr(begin_, stream_.Tell() + 1 - begin_));
-    return true;
-  }
-  bool StartArray() { return depth_ > 0 && !(depth_ == kElementDepth && inside_) && open(); }
-  bool EndArray(rapidjson::SizeType) {
-    --depth_;
-    return true;
-  }
-
-  bool found() const { return found_; }
-  std::vector<std::string_view> take() { return std::move(objects_); }
-
- private:
-  static constexpr std::size_t kElementDepth = 2;
-  static constexpr std::size_t kMaximumDepth = 512;
-
-  bool open() { return ++depth_ <= kMaximumDepth; }
-  bool scalar() const { return depth_ > 0 && !(inside_ && depth_ <= kElementDepth); }
-
-  const rapidjson::MemoryStream& stream_;
-  std::string_view json_;
-  std::string_view key_;
-  std::size_t depth_ = 0;
-  std::size_t begin_ = 0;
-  bool inside_ = false;
-  bool found_ = false;
-  std::vector<std::string_view> objects_;
-};
-
-constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
-
-}  // namespace
-
-// Takes the document over as it is; `repeats` tells whether a key may occur twice in it.
-static Result<SentDocument> copyDocument(std::string_view json, const std::vector<std::string>& keys,
-                                         bool& repeats) {
-  rapidjson::MemoryStream stream(json.data(), json.size());
-  rapidjson::Reader reader;
-  DocumentCopier copier(keys);
-  rapidjson::ParseResult parsed = reader.Parse<kFlags>(stream, copier);
-  if (!parsed)
-    return failure(
-        "json", parsed.Code(),
-        fmt::format("malformed document at byte {}: {}", parsed.Offset(),
-                    copier.mistake() ? copier.mistake() : rapidjson::GetParseError_En(parsed.Code())));
-  repeats = copier.repeats();
-  return copier.take();
+  std::size_t begin = json.find_first_not_of(" \t\r", json.find('{') + 1);
+  return SentDocument{std::string(json.substr(begin)), pass_->takeValues()};
 }
 
-Result<SentDocument> readSentDocument(std::string_view json, const std::vector<std::string>& keys) {
-  bool repeats = false;
-  Result<SentDocument> document = copyDocument(json, keys, repeats);
-  if (!document || !repeats) return document;
-  // Of a key that occurs twice the last value counts. What still looks like one has another key's digest.
-  return parseJson(json).and_then(
-      [&](const Value& value) { return copyDocument(writeJson(value), keys, repeats); });
+Result<SentDocument> DocumentReader::sent(std::string_view json) {
+  std::optional<SentDocument> document = sentSoundly(json);
+  if (document && !pass_->repeats()) return std::move(*document);
+  Result<Value> value = parseJson(json);
+  if (!value) return tl::unexpected(value.error());
+  Dictionary* entries = value->ifDictionary();
+  if (!entries) return failure("json", 0, "an asset is an object");
+  entries->erase("_id");
+  // What still looks like a repeated key has another key's digest.
+  document = sentSoundly(writeJson(*value));
+  if (!document) return failure("json", 0, "nested too deeply");
+  return std::move(*document);
+}
+
+Result<Dictionary> DocumentReader::entries(std::string_view json) {
+  Dictionary entries;
+  if (pass_->findKeys(json)) {
+    std::vector<Value> values = pass_->takeValues();
+    for (std::size_t i = 0; i < keys_.size(); ++i)
+      if (pass_->found()[i]) entries.set(keys_[i], std::move(values[i]));
+    return entries;
+  }
+  Result<Value> value = parseJson(withValidText(std::string(json)));
+  if (!value) return tl::unexpected(value.error());
+  if (!value->ifDictionary()) return failure("json", 0, "a document is an object");
+  for (const std::string& key : keys_)
+    if (const Value* entry = value->ifDictionary()->find(key)) entries.set(key, *entry);
+  return entries;
 }
 
 std::string withValidText(std::string document) {
@@ -334,26 +290,30 @@ std::string withValidText(std::string document) {
 }
 
 std::optional<std::vector<std::string_view>> objectsInArray(std::string_view json, std::string_view key) {
-  if (!isValidUtf8(json)) return std::nullopt;
-  rapidjson::MemoryStream stream(json.data(), json.size());
-  rapidjson::Reader reader;
-  ObjectFinder finder(stream, json, key);
-  if (!reader.Parse<kFlags>(stream, finder) || !finder.found()) return std::nullopt;
-  return finder.take();
-}
-
-Result<Dictionary> readEntries(std::string_view json, const std::vector<std::string>& keys) {
-  rapidjson::MemoryStream stream(json.data(), json.size());
-  rapidjson::Reader reader;
-  ValueBuilder builder(keys);
-  if (keys.empty()) return Dictionary();
-  rapidjson::ParseResult parsed = reader.Parse<kFlags>(stream, builder);
-  bool enough = parsed.Code() == rapidjson::kParseErrorTermination && builder.complete();
-  if (!parsed && !enough)
-    return failure("json", parsed.Code(),
-                   fmt::format("malformed document at byte {}: {}", parsed.Offset(),
-                               rapidjson::GetParseError_En(parsed.Code())));
-  return builder.takeEntries();
+  PaddedText padded;
+  ondemand::parser parser;
+  ondemand::document document;
+  ondemand::object body;
+  simdjson::padded_string_view text = padded.copyOf(json);
+  if (parser.iterate(text).get(document) || document.get_object().get(body)) return std::nullopt;
+  std::optional<std::vector<std::string_view>> objects;
+  for (auto each : body) {
+    ondemand::field field;
+    if (std::move(each).get(field)) return std::nullopt;
+    std::string_view name;
+    if (field.unescaped_key().get(name)) return std::nullopt;
+    if (name != key) continue;
+    ondemand::array array;
+    if (objects || field.value().get_array().get(array)) return std::nullopt;
+    objects.emplace();
+    for (auto element : array) {
+      ondemand::object object;
+      std::string_view raw;
+      if (element.get_object().get(object) || object.raw_json().get(raw)) return std::nullopt;
+      objects->push_back(json.substr(static_cast<std::size_t>(raw.data() - text.data()), raw.size()));
+    }
+  }
+  return isAtEnd(document) ? std::move(objects) : std::nullopt;
 }
 
 }  // namespace vornex::server

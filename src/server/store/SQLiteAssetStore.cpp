@@ -96,8 +96,8 @@ struct BatchChanges {
   std::map<ImportKey, std::string> imports;
 
   void add(std::int64_t row, const std::string& id, std::vector<Value> values) {
-    if (std::optional<ImportKey> key = importKey(values)) imports.emplace(std::move(*key), id);
-    added.insert_or_assign(id, IndexedDocument{row, id, std::move(values)});
+    // New identifiers are mostly the greatest.
+    added.insert_or_assign(added.end(), id, IndexedDocument{row, id, std::move(values)});
   }
 
   std::vector<IndexedDocument> takeAdded() {
@@ -118,7 +118,8 @@ std::launch policyFor(std::size_t documents) {
 std::vector<Result<SentDocument>> readDocuments(const std::vector<std::string_view>& documents) {
   std::vector<Result<SentDocument>> read(documents.size());
   auto readRange = [&](std::size_t begin, std::size_t end) {
-    for (std::size_t i = begin; i < end; ++i) read[i] = readSentDocument(documents[i], indexedKeys());
+    DocumentReader reader(indexedKeys());
+    for (std::size_t i = begin; i < end; ++i) read[i] = reader.sent(documents[i]);
   };
   const std::size_t middle = documents.size() / 2;
   std::future<void> half = std::async(policyFor(documents.size()), [&] { readRange(0, middle); });
@@ -164,8 +165,8 @@ class SQLiteAssetStore final : public AssetStore {
   void publish(const std::vector<std::string>& removed, std::future<SegmentPtr> added) noexcept;
 
   [[nodiscard]] Result<void> noteChange(std::int64_t row);
-  [[nodiscard]] Result<OptionalString> findSameImport(const BatchChanges& changes,
-                                                      const std::vector<Value>& values);
+  [[nodiscard]] Result<OptionalString> findSameImport(const IndexSnapshot& snapshot,
+                                                      const BatchChanges& changes, const ImportKey& key);
   static Result<std::optional<Row>> find(Statement& finding, const std::string& id);
 
   [[nodiscard]] Result<void> rebuildIndex(std::int64_t version);
@@ -234,18 +235,19 @@ void SQLiteAssetStore::publish(const std::vector<std::string>& removed,
 
 // The identifier of the asset that the same import made, stored or in the same batch; absent when there is
 // none. Mostly nothing was imported at the same instant, and no document must be looked at.
-Result<OptionalString> SQLiteAssetStore::findSameImport(const BatchChanges& changes,
-                                                        const std::vector<Value>& values) {
-  std::optional<ImportKey> key = importKey(values);
-  if (!key) return std::nullopt;
-  if (auto same = changes.imports.find(*key); same != changes.imports.end()) return same->second;
-  for (std::int64_t row : rowsWithNumber(*index_.snapshot(), "importdate", key->first)) {
+Result<OptionalString> SQLiteAssetStore::findSameImport(const IndexSnapshot& snapshot,
+                                                        const BatchChanges& changes, const ImportKey& key) {
+  if (auto same = changes.imports.find(key); same != changes.imports.end()) return same->second;
+  static const std::size_t kImported = *fieldWithKey("importdate");
+  static const std::vector<std::string> kKeys{"importdate", "masterpath"};
+  for (std::int64_t row : rowsWithNumber(snapshot, kImported, key.first)) {
+    DocumentReader reader(kKeys);
     Result<Statement> reading = writer_.prepare("SELECT id, document FROM assets WHERE n = ?");
     if (!reading) return tl::unexpected(reading.error());
     reading->bind(row);
     Result<bool> found = reading->step();
     if (!found) return tl::unexpected(found.error());
-    Result<Dictionary> stored = readEntries(reading->text(1), {"importdate", "masterpath"});
+    Result<Dictionary> stored = reader.entries(reading->text(1));
     auto entry = [&](const char* name) { return stored->find(name) ? *stored->find(name) : Value(); };
     if (stored && importKey(entry("importdate"), entry("masterpath")) == key) return reading->text(0);
   }
@@ -256,16 +258,21 @@ Result<std::vector<Result<std::string>>> SQLiteAssetStore::create(
     const std::vector<std::string_view>& documents) {
   std::vector<Result<SentDocument>> read = readDocuments(documents);
   std::lock_guard lock(writing_);
+  std::shared_ptr<const IndexSnapshot> snapshot = index_.snapshot();
   auto change = [&](Result<SentDocument>& document, BatchChanges& changes) -> Result<std::string> {
     if (!document) return serverFailure(StatusCode::invalidRequest, document.error().message);
-    Result<OptionalString> known = findSameImport(changes, document->values);
-    if (!known) return tl::unexpected(known.error());
-    if (*known) return **known;
+    std::optional<ImportKey> key = importKey(document->values);
+    if (key) {
+      Result<OptionalString> known = findSameImport(*snapshot, changes, *key);
+      if (!known) return tl::unexpected(known.error());
+      if (*known) return **known;
+    }
     std::string id = identifiers_.next();
-    bool empty = document->rest == "}";
+    bool empty = document->rest.front() == '}';
     std::string json = fmt::format(R"({{"_id":"{}"{}{})", id, empty ? "" : ",", document->rest);
     Result<void> sound = checkDocument(document->values, json.size());
     if (!sound) return tl::unexpected(sound.error());
+    if (key) changes.imports.emplace(std::move(*key), id);
     changes.rows.push_back({nextRow_, id, std::move(json)});
     changes.add(nextRow_++, id, std::move(document->values));
     return id;
@@ -417,6 +424,7 @@ Result<void> SQLiteAssetStore::indexRows(const std::string& condition, std::int6
       writer_.prepare("SELECT n, id, document FROM assets WHERE " + condition + " ORDER BY n");
   if (!reading) return tl::unexpected(reading.error());
   reading->bind(bound);
+  DocumentReader reader(indexedKeys());
   for (bool more = true; more;) {
     std::vector<IndexedDocument> batch;
     std::size_t bytes = 0;
@@ -428,7 +436,7 @@ Result<void> SQLiteAssetStore::indexRows(const std::string& condition, std::int6
       // A damaged document has no keys; whoever reads it learns about it.
       std::string document = reading->text(2);
       bytes += document.size();
-      Result<Dictionary> entries = readEntries(document, indexedKeys());
+      Result<Dictionary> entries = reader.entries(document);
       batch.push_back({reading->integer(0), reading->text(1), indexedValues(entries.value_or(Dictionary()))});
     }
     index_.prepare({}, makeSegment(std::move(batch)), version).publish();
