@@ -12,13 +12,16 @@ using namespace vornex;
 // What is stored is what was sent, can be read back, and is what the other reader understands.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string_view body(reinterpret_cast<const char*>(data), size);
-  auto texts = server::objectsInArray(body, "items").value_or(std::vector{body});
+  auto items = server::objectsInArray(body, "items");
+  auto texts = items.value_or(std::vector{body});
+  bool allSent = true;
   server::DocumentReader reader(server::indexedKeys());
   for (std::string_view text : texts) {
     auto sent = reader.sent(text);
     auto value = parseJson(text);
     if (!sent) {
       if (value && value->ifDictionary() && sent.error().message != "nested too deeply") std::abort();
+      allSent = false;
       continue;
     }
     if (!value || !value->ifDictionary()) std::abort();
@@ -35,5 +38,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       if ((read != nullptr) != (expected != nullptr) || (read && *read != *expected)) std::abort();
     }
   }
+  if (items && allSent && !parseJson(body)) std::abort();
   return 0;
 }

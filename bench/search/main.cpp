@@ -14,9 +14,14 @@
 #include <vornex/Value.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <mutex>
+#include <optional>
 #include <thread>
 
 #include "Queries.h"
@@ -33,6 +38,7 @@ namespace {
 constexpr const char* kAssets = "/vornex/libraries/bench/assets/";
 constexpr std::size_t kBatch = 1'000;
 constexpr int kClients = 16;
+constexpr int kWriters = 2;
 constexpr std::chrono::seconds kClientsTime{10};
 
 void forEachBatch(const std::string& documents,
@@ -81,6 +87,49 @@ void load(const Service& service, const std::string& documents) {
   });
   printRow("vornexd", "create 1,000", seconds,
            fmt::format("{:.0f} documents/s", static_cast<double>(loaded) / sum * 1'000));
+}
+
+// Several clients at once, each with a connection of its own. The time is that of all together, what they
+// need to read and write bodies included.
+void loadTogether(const Service& service, const std::string& documents) {
+  std::mutex mutex;
+  std::condition_variable taken;
+  std::deque<std::string> bodies;
+  bool done = false;
+  auto take = [&]() -> std::optional<std::string> {
+    std::unique_lock lock(mutex);
+    taken.wait(lock, [&] { return done || !bodies.empty(); });
+    if (bodies.empty()) return std::nullopt;
+    std::string body = std::move(bodies.front());
+    bodies.pop_front();
+    taken.notify_all();
+    return body;
+  };
+  std::size_t loaded = 0;
+  double time = milliseconds([&] {
+    std::vector<std::thread> clients;
+    for (int i = 0; i < kWriters; ++i)
+      clients.emplace_back([&] {
+        Connection connection = service.connect();
+        while (std::optional<std::string> body = take())
+          (void)connection.post(std::string(kAssets) + "create", service.authorization(), *body);
+      });
+    forEachBatch(documents, [&](const std::string& batch, std::size_t count) {
+      std::unique_lock lock(mutex);
+      taken.wait(lock, [&] { return bodies.size() < kWriters; });
+      bodies.push_back("{\"items\":[" + batch + "]}");
+      loaded += count;
+      taken.notify_all();
+    });
+    {
+      std::lock_guard lock(mutex);
+      done = true;
+      taken.notify_all();
+    }
+    for (std::thread& client : clients) client.join();
+  });
+  printRow("vornexd", "create 1,000, two clients", {time},
+           fmt::format("{:.0f} documents/s", static_cast<double>(loaded) / time * 1'000));
 }
 
 void measureQueries(const Service& service, const std::vector<Query>& queries, int rounds = 50) {
@@ -143,6 +192,11 @@ void measureService(const Documents& documents, const std::string& file, const s
     auto [memory, mapped] = service.memory();
     printRow("vornexd", when, {0}, fmt::format("{:.0f} MB, of it {:.0f} MB mapped", memory, mapped));
   };
+  {
+    Service service(program, folder + ".two");
+    loadTogether(service, file);
+  }
+  std::filesystem::remove_all(folder + ".two");
   {
     Service service(program, folder);
     load(service, file);

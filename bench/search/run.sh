@@ -16,7 +16,7 @@ for n in "$@"; do
   documents=$folder/documents_$n.ndjson
   rows=$folder/results_$n.tsv
   [ -s "$documents" ] || "$BENCH_SEARCH" documents "$n" >"$documents"
-  rm -rf "$folder/service"
+  rm -rf "$folder/service" "$folder/service.two"
   {
     "$BENCH_SEARCH" append "$documents" "$folder/append"
     sh "$here/postgres.sh" "$folder" load "$n"

@@ -75,6 +75,17 @@ TEST_F(AssetStoreTest, TakesNoDocumentThatNobodyCouldRead) {
   EXPECT_THAT((*created)[3].error().message, HasSubstr("too large"));
   EXPECT_THAT(found("zero == 0 AND tiny == 0 AND long == 0.1"), ElementsAre("good"));
 
+  auto cut = store_->create(std::vector<std::string_view>{
+      R"({"name":"bad","x":tru})", R"({"_id":7 , "name":"first","n":12345678901234567890123})",
+      "{\n \"name\": \"last\", \"n\": 1.50,\r\n \"_id\": {\"a\": [\"}\"]} }",
+      R"({ "name":"x","n":{ },"_i\u0064":1})"});
+  ASSERT_TRUE(cut);
+  EXPECT_EQ(codeOf((*cut)[0].error()), StatusCode::invalidRequest);
+  std::vector<std::string> rests = {R"("name":"first","n":12345678901234567890123})",
+                                    R"("name":"last","n":1.50})", R"("name":"x","n":{ }})"};
+  for (std::size_t i = 1; i <= 3; ++i)
+    EXPECT_EQ(store_->document(*(*cut)[i]).value(), "{\"_id\":\"" + *(*cut)[i] + "\"," + rests[i - 1]);
+
   std::string keys = "{\"name\":\"many\"";
   for (int i = 0; i < 200'000; ++i) keys += ",\"k" + std::to_string(i) + "\":0";
   auto start = std::chrono::steady_clock::now();

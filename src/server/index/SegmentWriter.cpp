@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <random>
 #include <unordered_map>
 
 #include "foundation/Text.h"
@@ -161,8 +162,12 @@ class Terms {
     std::uint32_t term;
     std::uint32_t document;
   };
+  // Nobody can prepare words that meet in one bucket.
   struct Hash {
-    std::size_t operator()(std::string_view text) const { return XXH3_64bits(text.data(), text.size()); }
+    std::size_t operator()(std::string_view text) const {
+      static const XXH64_hash_t kSeed = std::random_device()();
+      return XXH3_64bits_withSeed(text.data(), text.size(), kSeed);
+    }
   };
 
   // All documents, those of one term after those of the other, and where those of each end.

@@ -15,6 +15,8 @@ namespace ondemand = simdjson::ondemand;
 
 namespace {
 
+constexpr const char* kBlanks = " \t\r\n";
+
 // Whether nothing stands behind what was read.
 bool isAtEnd(ondemand::document& document) {
   return document.current_location().error() == simdjson::OUT_OF_BOUNDS;
@@ -43,6 +45,7 @@ class PaddedText {
   simdjson::padded_string_view copyOf(std::string_view text) {
     bytes_.resize(std::max(bytes_.size(), text.size() + simdjson::SIMDJSON_PADDING));
     std::memcpy(bytes_.data(), text.data(), text.size());
+    std::memset(bytes_.data() + text.size(), 0, simdjson::SIMDJSON_PADDING);
     return simdjson::padded_string_view(bytes_.data(), text.size(), bytes_.size());
   }
 
@@ -58,10 +61,12 @@ class DocumentReader::Pass {
  public:
   explicit Pass(const std::vector<std::string>& keys) : keys_(keys) {}
 
-  /// Whether the text is an object without an "_id" that no rule is broken by.
+  /// Whether the text is an object that no rule is broken by.
   bool checkAll(std::string_view json) { return start(json) && checkFields() && isAtEnd(document_); }
   /// Whether a key may occur twice in it.
   bool repeats() const { return repeats_; }
+  /// Where the "_id" begins and where the next key does; both at the end of the text for those that are not.
+  std::pair<std::size_t, std::size_t> placeOfIdentifier() const { return identifier_; }
 
   /// Whether the text begins like an object with all the keys, or is one with some.
   bool findKeys(std::string_view json) { return start(json) && findFields(); }
@@ -79,15 +84,21 @@ class DocumentReader::Pass {
     found_.assign(keys_.size(), false);
     digests_.clear();
     repeats_ = false;
+    identifier_ = {json.size(), json.size()};
     unescaped_.resize(std::max(unescaped_.size(), json.size() + simdjson::SIMDJSON_PADDING));
-    return !parser_.iterate(text_.copyOf(json)).get(document_) && !document_.get_object().get(object_);
+    simdjson::padded_string_view text = text_.copyOf(json);
+    begin_ = text.data();
+    return !parser_.iterate(text).get(document_) && !document_.get_object().get(object_);
   }
 
   bool checkFields() {
     for (auto each : object_) {
       ondemand::field field;
       std::string_view key;
-      if (std::move(each).get(field) || !readKey(field, key) || key == "_id") return false;
+      if (std::move(each).get(field) || !readKey(field, key)) return false;
+      auto begin = static_cast<std::size_t>(field.key().raw() - begin_) - 1;
+      if (identifier_.first < begin && identifier_.second > begin) identifier_.second = begin;
+      if (key == "_id") identifier_.first = begin;
       std::size_t place = placeOf(key);
       if (!read(field.value(), place < keys_.size() ? &values_[place] : nullptr, 2)) return false;
     }
@@ -113,6 +124,7 @@ class DocumentReader::Pass {
 
   /// Builds the value unless `into` is null.
   bool read(ondemand::value value, Value* into, std::size_t depth) {
+    if (into) *into = Value();
     ondemand::json_type type;
     if (value.type().get(type)) return false;
     switch (type) {
@@ -142,7 +154,7 @@ class DocumentReader::Pass {
       ondemand::field field;
       std::string_view key;
       if (std::move(each).get(field) || !readKey(field, key)) return false;
-      if (!read(field.value(), into ? &entries[std::string(key)] : nullptr, depth + 1)) return false;
+      if (!read(field.value(), into ? &entries[key] : nullptr, depth + 1)) return false;
     }
     if (into) *into = std::move(entries);
     compareKeys(first);
@@ -174,7 +186,7 @@ class DocumentReader::Pass {
   // The parser's own conversion is wrong for some long texts.
   bool readNumber(ondemand::value value, Value* into) {
     std::string_view text = value.raw_json_token();
-    text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+    text = text.substr(0, text.find_last_not_of(kBlanks) + 1);
     if (isPlainNumber(text)) {
       if (into) *into = *jsonNumber(text);
       return true;
@@ -230,10 +242,22 @@ class DocumentReader::Pass {
   // The digests of the keys of all objects that are being read.
   std::vector<XXH64_hash_t> digests_;
   bool repeats_ = false;
+  std::pair<std::size_t, std::size_t> identifier_;
+  const char* begin_ = nullptr;
   ondemand::parser parser_;
   ondemand::document document_;
   ondemand::object object_;
 };
+
+// The object without the entry that begins at one place and is followed by the key at the next, which is the
+// end of the text for the last entry.
+static std::string withoutEntry(std::string_view json, std::size_t begin, std::size_t next) {
+  std::string text(json.substr(0, begin));
+  if (next < json.size()) return text.append(json.substr(next));
+  text.resize(text.find_last_not_of(kBlanks) + 1);
+  if (text.back() == ',') text.pop_back();
+  return text + '}';
+}
 
 DocumentReader::DocumentReader(const std::vector<std::string>& keys)
     : keys_(keys), pass_(std::make_unique<Pass>(keys)) {}
@@ -242,6 +266,9 @@ DocumentReader::~DocumentReader() = default;
 
 std::optional<SentDocument> DocumentReader::sentSoundly(std::string_view json) {
   if (!pass_->checkAll(json)) return std::nullopt;
+  auto [begin, next] = pass_->placeOfIdentifier();
+  std::string changed;
+  if (begin < json.size()) json = changed = withoutEntry(json, begin, next);
   std::string compact;
   // In texts line feeds are escaped.
   if (json.find('\n') != std::string_view::npos) {
@@ -250,8 +277,9 @@ std::optional<SentDocument> DocumentReader::sentSoundly(std::string_view json) {
     if (simdjson::minify(json.data(), json.size(), compact.data(), size)) return std::nullopt;
     json = std::string_view(compact).substr(0, size);
   }
-  std::size_t begin = json.find_first_not_of(" \t\r", json.find('{') + 1);
-  return SentDocument{std::string(json.substr(begin)), pass_->takeValues()};
+  json = json.substr(0, json.rfind('}') + 1);
+  json.remove_prefix(json.find_first_not_of(kBlanks, json.find('{') + 1));
+  return SentDocument{std::string(json), pass_->takeValues()};
 }
 
 Result<SentDocument> DocumentReader::sent(std::string_view json) {
@@ -289,31 +317,62 @@ std::string withValidText(std::string document) {
   return validUtf8(document);
 }
 
-std::optional<std::vector<std::string_view>> objectsInArray(std::string_view json, std::string_view key) {
+namespace {
+
+using Objects = std::vector<std::string_view>;
+
+// The text of what begins and ends with these brackets, in the parser's copy.
+template <typename Container>
+std::optional<std::string_view> textOf(Container& container, char open, char close) {
+  std::string_view raw;
+  if (container.raw_json().get(raw)) return std::nullopt;
+  raw = raw.substr(0, raw.find_last_not_of(kBlanks) + 1);
+  return raw.front() == open && raw.back() == close ? std::optional(raw) : std::nullopt;
+}
+
+std::optional<Objects> objectsOf(ondemand::array& array) {
+  Objects objects;
+  for (auto each : array) {
+    ondemand::object object;
+    if (each.get_object().get(object)) return std::nullopt;
+    std::optional<std::string_view> text = textOf(object, '{', '}');
+    if (!text) return std::nullopt;
+    objects.push_back(*text);
+  }
+  return objects;
+}
+
+}  // namespace
+
+std::optional<Objects> objectsInArray(std::string_view json, std::string_view key) {
   PaddedText padded;
   ondemand::parser parser;
   ondemand::document document;
   ondemand::object body;
-  simdjson::padded_string_view text = padded.copyOf(json);
-  if (parser.iterate(text).get(document) || document.get_object().get(body)) return std::nullopt;
-  std::optional<std::vector<std::string_view>> objects;
+  simdjson::padded_string_view copy = padded.copyOf(json);
+  auto original = [&](std::string_view text) {
+    return json.substr(static_cast<std::size_t>(text.data() - copy.data()), text.size());
+  };
+  if (parser.iterate(copy).get(document) || document.get_object().get(body)) return std::nullopt;
+  std::optional<Objects> objects;
+  std::string others;
   for (auto each : body) {
     ondemand::field field;
-    if (std::move(each).get(field)) return std::nullopt;
     std::string_view name;
-    if (field.unescaped_key().get(name)) return std::nullopt;
+    if (std::move(each).get(field) || field.unescaped_key().get(name)) return std::nullopt;
     if (name != key) continue;
     ondemand::array array;
     if (objects || field.value().get_array().get(array)) return std::nullopt;
-    objects.emplace();
-    for (auto element : array) {
-      ondemand::object object;
-      std::string_view raw;
-      if (element.get_object().get(object) || object.raw_json().get(raw)) return std::nullopt;
-      objects->push_back(json.substr(static_cast<std::size_t>(raw.data() - text.data()), raw.size()));
-    }
+    std::optional<std::string_view> text = textOf(array, '[', ']');
+    if (!text || array.reset().error()) return std::nullopt;
+    objects = objectsOf(array);
+    if (!objects) return std::nullopt;
+    std::size_t begin = static_cast<std::size_t>(text->data() - copy.data());
+    others = std::string(json.substr(0, begin)).append("[]").append(json.substr(begin + text->size()));
   }
-  return isAtEnd(document) ? std::move(objects) : std::nullopt;
+  if (!objects || !isAtEnd(document) || !parseJson(others)) return std::nullopt;
+  for (std::string_view& object : *objects) object = original(object);
+  return objects;
 }
 
 }  // namespace vornex::server

@@ -51,9 +51,9 @@ class DocumentReader {
 /// become U+FFFD.
 std::string withValidText(std::string document);
 
-/// The texts of the objects in the array under a top-level key of a JSON object. What is in the objects is
-/// not looked at. Absent when the text is anything else: malformed, not UTF-8, without the array or with it
-/// twice, or when another value is in it.
+/// The texts of the objects in the array under a top-level key of a JSON object; what they have between their
+/// braces is not looked at. Absent when the text is anything else: malformed, not UTF-8, without the array or
+/// with it twice, or when another value is in it.
 std::optional<std::vector<std::string_view>> objectsInArray(std::string_view json, std::string_view key);
 
 }  // namespace vornex::server

@@ -238,10 +238,10 @@ void SQLiteAssetStore::publish(const std::vector<std::string>& removed,
 Result<OptionalString> SQLiteAssetStore::findSameImport(const IndexSnapshot& snapshot,
                                                         const BatchChanges& changes, const ImportKey& key) {
   if (auto same = changes.imports.find(key); same != changes.imports.end()) return same->second;
-  static const std::size_t kImported = *fieldWithKey("importdate");
+  static const std::size_t kField = *fieldWithKey("importdate");
   static const std::vector<std::string> kKeys{"importdate", "masterpath"};
-  for (std::int64_t row : rowsWithNumber(snapshot, kImported, key.first)) {
-    DocumentReader reader(kKeys);
+  DocumentReader reader(kKeys);
+  for (std::int64_t row : rowsWithNumber(snapshot, kField, key.first)) {
     Result<Statement> reading = writer_.prepare("SELECT id, document FROM assets WHERE n = ?");
     if (!reading) return tl::unexpected(reading.error());
     reading->bind(row);
