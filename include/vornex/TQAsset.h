@@ -22,6 +22,7 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   static Ptr assetWithDictionary(const Dictionary& dictionary);
 
   /// Fills the record; false, and nothing changed, when "_id" or "name" is missing. The name is only checked.
+  /// What fails on the way, as writing the tags to the file may, is logged, and the rest stays as it was.
   bool setAssetDictionary(const Dictionary& dictionary);
   /// The form sent to the server; absent (and logged) on failure. It names the owner, also one that is known
   /// by its identifier in metaDataDictionary only.
@@ -34,7 +35,7 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
   /// undefinedProjectWithLibrary, undefinedLiveFolderWithLibrary and undefinedFCPXLibraryWithLibrary). As
   /// long as it has that one, library() is the given library, whatever the stand-in says.
   void linkToUndefinedOwner(const LibraryPtr& library);
-  /// "name_id"
+  /// "name_id", with "(null)" for what is absent.
   std::string nameWithID() const;
 
   /// Absolute paths; absent without library or masterPath. The origin is the source of a reference, absent
@@ -118,6 +119,7 @@ class TQAsset : public std::enable_shared_from_this<TQAsset> {
  private:
   TQAsset() = default;
 
+  void readRecord(const Dictionary& dictionary);
   void noteMetaData(const char* key, Value value);
   std::string notedText(const char* key) const;
   bool belongsToLiveFolder() const { return isLiveFolder && !isFCPXLibrary; }

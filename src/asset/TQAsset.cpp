@@ -72,10 +72,19 @@ AssetPtr TQAsset::assetWithDictionary(const Dictionary& dictionary) {
 }
 
 bool TQAsset::setAssetDictionary(const Dictionary& dictionary) {
-  auto value = [&](const char* key) { return dictionary.find(key); };
-  OptionalString newID = coerce::string(value("_id"));
-  if (!newID || !coerce::string(value("name"))) return false;
+  OptionalString newID = coerce::string(dictionary.find("_id"));
+  if (!newID || !coerce::string(dictionary.find("name"))) return false;
   id = std::move(newID);
+  try {
+    readRecord(dictionary);
+  } catch (const std::exception& mistake) {
+    logLine(LogLevel::error, std::string("setAssetDictionary : ") + mistake.what());
+  }
+  return true;
+}
+
+void TQAsset::readRecord(const Dictionary& dictionary) {
+  auto value = [&](const char* key) { return dictionary.find(key); };
   originID = coerce::string(value("originid"));
   frameioID = coerce::string(value("frameio_id"));
   masterPath = coerce::string(value("masterpath"));
@@ -116,7 +125,6 @@ bool TQAsset::setAssetDictionary(const Dictionary& dictionary) {
   isFCPXLibrary = false;
   metaDataDictionary = dictionary;
   if (!(latitude >= -90 && latitude <= 90 && longitude >= -180 && longitude <= 180)) hasLocation = false;
-  return true;
 }
 
 std::optional<Dictionary> TQAsset::assetDictionary() const {
@@ -224,7 +232,7 @@ void TQAsset::linkToUndefinedOwner(const LibraryPtr& library) {
 }
 
 std::string TQAsset::nameWithID() const {
-  return name_.value_or("") + "_" + id.value_or("");
+  return name_.value_or("(null)") + "_" + id.value_or("(null)");
 }
 
 void TQAsset::noteMetaData(const char* key, Value value) {

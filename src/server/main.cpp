@@ -74,7 +74,8 @@ void declare(CLI::App& app, Options& options) {
   addLimit(app, "--max-header", limits.headerBytes, 1024, 1 << 20, "Bytes of a request's header");
   addLimit(app, "--max-body", limits.bodyBytes, 1024, std::int64_t{1} << 32, "Bytes of a request's body");
   addLimit(app, "--max-items", limits.batchItems, 1, 1'000'000, "Items of a request");
-  addLimit(app, "--max-page", limits.pageSize, 1, 1'000'000, "Assets of a search page");
+  // Some of the SDK's searches ask for a thousand.
+  addLimit(app, "--max-page", limits.pageSize, 1'000, 1'000'000, "Assets of a search page");
   addLimit(app, "--workers", limits.workers, 1, 256, "Threads that work on searches; half as many on others");
   addLimit(app, "--request-time", limits.handling, "Seconds for the work on a request (25)");
   addLimit(app, "--idle-time", limits.idle, "Seconds a connection may be idle (60)");

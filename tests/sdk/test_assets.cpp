@@ -78,6 +78,7 @@ TEST_F(Assets, ReadDictionaries) {
   EXPECT_EQ(asset->rating(), -1);
   EXPECT_EQ(asset->fileExtension, std::nullopt);
   EXPECT_EQ(asset->nameWithID(), "n_1");
+  EXPECT_EQ(TQAsset::assetWithName("n")->nameWithID(), "n_(null)");
   EXPECT_EQ(*asset->metaDataDictionary->find("unknown"), Value("kept"));
   EXPECT_EQ(*asset->metaDataDictionary->find("colorlabel"), Value("3"));
 
